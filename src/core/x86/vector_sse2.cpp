@@ -1,0 +1,237 @@
+// SSE2 vector kernels: 16 bytes per step, aligned streaming stores for long
+// runs, eight 16-bit lanes for scaling and thresholds.
+#include <emmintrin.h>
+
+#include <cstring>
+
+#include "core/vector.h"
+
+namespace kplvc::x86::sse2 {
+namespace {
+
+inline __m128i loadu(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
+inline void storeu(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
+
+// Stores v over [dst, dst+len) with 16-byte stores; short runs use
+// overlapping narrower stores so nothing outside the run is written.
+inline void fill_pattern(uint8_t* dst, __m128i v, size_t len) {
+    if (len < 16) {
+        uint64_t w;
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(&w), v);
+        if (len >= 8) {
+            std::memcpy(dst, &w, 8);
+            std::memcpy(dst + len - 8, &w, 8);
+        } else if (len >= 4) {
+            uint32_t u = static_cast<uint32_t>(w);
+            std::memcpy(dst, &u, 4);
+            std::memcpy(dst + len - 4, &u, 4);
+        } else {
+            for (size_t i = 0; i < len; ++i) dst[i] = static_cast<uint8_t>(w >> (8 * (i & 1)));
+        }
+        return;
+    }
+    storeu(dst, v);
+    uint8_t* p = reinterpret_cast<uint8_t*>((reinterpret_cast<uintptr_t>(dst) + 16) & ~uintptr_t{15});
+    uint8_t* const end = dst + len;
+    while (p + 16 <= end) {
+        _mm_store_si128(reinterpret_cast<__m128i*>(p), v);
+        p += 16;
+    }
+    storeu(end - 16, v);
+}
+
+void set8(uint8_t* dst, uint8_t val, size_t len) { fill_pattern(dst, _mm_set1_epi8(static_cast<char>(val)), len); }
+
+void set16(int16_t* dst, int16_t val, size_t len) {
+    // A 16-bit pattern stays in phase under the overlapping byte stores only
+    // when dst is 2-aligned, which Kpl16s* is.
+    fill_pattern(reinterpret_cast<uint8_t*>(dst), _mm_set1_epi16(val), 2 * len);
+}
+
+// Streaming fill: scalar head up to 16-byte alignment, non-temporal stores,
+// scalar tail, store fence.
+void stream_pattern(uint8_t* dst, __m128i v, size_t len, uint8_t phase_bytes[16]) {
+    size_t i = 0;
+    while (i < len && ((reinterpret_cast<uintptr_t>(dst + i) & 15) != 0)) {
+        dst[i] = phase_bytes[i & 15];
+        ++i;
+    }
+    // Re-phase the pattern for the aligned body (only matters for 16-bit fills).
+    alignas(16) uint8_t rot[16];
+    for (int b = 0; b < 16; ++b) rot[b] = phase_bytes[(i + b) & 15];
+    v = _mm_load_si128(reinterpret_cast<const __m128i*>(rot));
+    for (; i + 64 <= len; i += 64) {
+        _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i), v);
+        _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 16), v);
+        _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 32), v);
+        _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 48), v);
+    }
+    for (; i + 16 <= len; i += 16) _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i), v);
+    _mm_sfence();
+    for (; i < len; ++i) dst[i] = phase_bytes[i & 15];
+}
+
+void set8_stream(uint8_t* dst, uint8_t val, size_t len) {
+    uint8_t bytes[16];
+    std::memset(bytes, val, 16);
+    stream_pattern(dst, _mm_set1_epi8(static_cast<char>(val)), len, bytes);
+}
+
+void set16_stream(int16_t* dst, int16_t val, size_t len) {
+    uint8_t bytes[16];
+    for (int i = 0; i < 8; ++i) std::memcpy(bytes + 2 * i, &val, 2);
+    stream_pattern(reinterpret_cast<uint8_t*>(dst), _mm_set1_epi16(val), 2 * len, bytes);
+}
+
+void copy8(const uint8_t* src, uint8_t* dst, size_t len) {
+    if (len < 16) {
+        if (len >= 8) {
+            uint64_t a, b;
+            std::memcpy(&a, src, 8);
+            std::memcpy(&b, src + len - 8, 8);
+            std::memcpy(dst, &a, 8);
+            std::memcpy(dst + len - 8, &b, 8);
+        } else if (len >= 4) {
+            uint32_t a, b;
+            std::memcpy(&a, src, 4);
+            std::memcpy(&b, src + len - 4, 4);
+            std::memcpy(dst, &a, 4);
+            std::memcpy(dst + len - 4, &b, 4);
+        } else {
+            for (size_t i = 0; i < len; ++i) dst[i] = src[i];
+        }
+        return;
+    }
+    const __m128i last = loadu(src + len - 16);
+    size_t i = 0;
+    for (; i + 64 <= len; i += 64) {
+        __m128i a = loadu(src + i), b = loadu(src + i + 16), c = loadu(src + i + 32),
+                d = loadu(src + i + 48);
+        storeu(dst + i, a);
+        storeu(dst + i + 16, b);
+        storeu(dst + i + 32, c);
+        storeu(dst + i + 48, d);
+    }
+    for (; i + 16 <= len; i += 16) storeu(dst + i, loadu(src + i));
+    storeu(dst + len - 16, last);
+}
+
+template <bool Prefetch>
+void copy_stream(const uint8_t* src, uint8_t* dst, size_t len) {
+    size_t i = 0;
+    while (i < len && (reinterpret_cast<uintptr_t>(dst + i) & 15) != 0) {
+        dst[i] = src[i];
+        ++i;
+    }
+    for (; i + 64 <= len; i += 64) {
+        if constexpr (Prefetch) _mm_prefetch(reinterpret_cast<const char*>(src + i + 512), _MM_HINT_NTA);
+        __m128i a = loadu(src + i), b = loadu(src + i + 16), c = loadu(src + i + 32),
+                d = loadu(src + i + 48);
+        _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i), a);
+        _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 16), b);
+        _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 32), c);
+        _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 48), d);
+    }
+    for (; i + 16 <= len; i += 16) _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i), loadu(src + i));
+    _mm_sfence();
+    for (; i < len; ++i) dst[i] = src[i];
+}
+
+// Eight signed products as two vectors of 32-bit lanes.
+inline void mul32(__m128i x, __m128i v, __m128i& lo, __m128i& hi) {
+    const __m128i l = _mm_mullo_epi16(x, v), h = _mm_mulhi_epi16(x, v);
+    lo = _mm_unpacklo_epi16(l, h);
+    hi = _mm_unpackhi_epi16(l, h);
+}
+
+// Runs op over len 16-bit cells, 8 at a time, with a scalar-free tail: the
+// tail is handled by copying into a zero-padded local vector.
+template <class Op>
+inline void map16(int16_t* p, size_t len, Op op) {
+    size_t i = 0;
+    for (; i + 8 <= len; i += 8) storeu(p + i, op(loadu(p + i)));
+    if (i < len) {
+        alignas(16) int16_t t[8] = {};
+        std::memcpy(t, p + i, (len - i) * 2);
+        _mm_store_si128(reinterpret_cast<__m128i*>(t), op(_mm_load_si128(reinterpret_cast<const __m128i*>(t))));
+        std::memcpy(p + i, t, (len - i) * 2);
+    }
+}
+
+void mulc_sat(int16_t* p, size_t len, int16_t val) {
+    const __m128i v = _mm_set1_epi16(val);
+    map16(p, len, [v](__m128i x) {
+        __m128i lo, hi;
+        mul32(x, v, lo, hi);
+        return _mm_packs_epi32(lo, hi);
+    });
+}
+
+void mulc_up(int16_t* p, size_t len, int16_t val, int n) {
+    const __m128i v = _mm_set1_epi16(val);
+    const __m128i sh = _mm_cvtsi32_si128(n);
+    map16(p, len, [v, sh](__m128i x) {
+        __m128i lo, hi;
+        mul32(x, v, lo, hi);
+        const __m128i q = _mm_packs_epi32(lo, hi);  // sat(x * val)
+        // |q| << 15 <= 2^30: the shift fits 32-bit lanes, then saturate.
+        lo = _mm_sll_epi32(_mm_srai_epi32(_mm_unpacklo_epi16(q, q), 16), sh);
+        hi = _mm_sll_epi32(_mm_srai_epi32(_mm_unpackhi_epi16(q, q), 16), sh);
+        return _mm_packs_epi32(lo, hi);
+    });
+}
+
+void mulc_down(int16_t* p, size_t len, int16_t val, int s) {
+    const __m128i v = _mm_set1_epi16(val);
+    const __m128i sh = _mm_cvtsi32_si128(s);
+    const __m128i half = _mm_set1_epi32((1 << (s - 1)) - 1);
+    const __m128i one = _mm_set1_epi32(1);
+    map16(p, len, [=](__m128i x) {
+        __m128i lo, hi;
+        mul32(x, v, lo, hi);
+        lo = _mm_add_epi32(_mm_add_epi32(lo, half), _mm_and_si128(_mm_sra_epi32(lo, sh), one));
+        hi = _mm_add_epi32(_mm_add_epi32(hi, half), _mm_and_si128(_mm_sra_epi32(hi, sh), one));
+        return _mm_packs_epi32(_mm_sra_epi32(lo, sh), _mm_sra_epi32(hi, sh));
+    });
+}
+
+void mulc_sign(int16_t* p, size_t len, int16_t val) {
+    // x > 0 -> +max, x < 0 -> -max (before the sign of val); zero stays zero.
+    const __m128i pos = _mm_set1_epi16(val < 0 ? -32768 : 32767);
+    const __m128i neg = _mm_set1_epi16(val < 0 ? 32767 : -32768);
+    const __m128i zero = _mm_setzero_si128();
+    map16(p, len, [=](__m128i x) {
+        const __m128i gt = _mm_cmpgt_epi16(x, zero), lt = _mm_cmplt_epi16(x, zero);
+        return _mm_or_si128(_mm_and_si128(gt, pos), _mm_and_si128(lt, neg));
+    });
+}
+
+void threshold_gt(int16_t* p, size_t len, int16_t level) {
+    const __m128i l = _mm_set1_epi16(level);
+    map16(p, len, [l](__m128i x) { return _mm_min_epi16(x, l); });
+}
+
+void threshold_lt(int16_t* p, size_t len, int16_t level) {
+    const __m128i l = _mm_set1_epi16(level);
+    map16(p, len, [l](__m128i x) { return _mm_max_epi16(x, l); });
+}
+
+}  // namespace
+
+void upgrade_vector(VectorKernels& k) {
+    k.set8 = set8;
+    k.set8_stream = set8_stream;
+    k.set16 = set16;
+    k.set16_stream = set16_stream;
+    k.copy8 = copy8;
+    k.copy8_stream = copy_stream<false>;
+    k.copy8_stream_prefetch = copy_stream<true>;
+    k.mulc_sat = mulc_sat;
+    k.mulc_up = mulc_up;
+    k.mulc_down = mulc_down;
+    k.mulc_sign = mulc_sign;
+    k.threshold_gt = threshold_gt;
+    k.threshold_lt = threshold_lt;
+}
+
+}  // namespace kplvc::x86::sse2

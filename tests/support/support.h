@@ -1,0 +1,117 @@
+// Shared test helpers: seeded random data, guarded buffers, guard pages and
+// iteration over the SIMD variants a CPU has.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "core/cpu.h"
+
+namespace kplvc::test {
+
+// ---- Random data ---------------------------------------------------------------
+// Every randomised test prints its seed on failure (SCOPED_TRACE) so a failing
+// input can be regenerated.
+class Rng {
+public:
+    explicit Rng(uint64_t seed) : g_(seed), seed_(seed) {}
+    uint64_t seed() const { return seed_; }
+    uint32_t u32() { return static_cast<uint32_t>(g_()); }
+    uint64_t u64() { return g_(); }
+    // Uniform in lo..hi inclusive.
+    int32_t range(int32_t lo, int32_t hi) {
+        return static_cast<int32_t>(lo + static_cast<int64_t>(g_() % (static_cast<uint64_t>(int64_t{hi} - lo) + 1)));
+    }
+    uint8_t u8() { return static_cast<uint8_t>(g_()); }
+    int16_t s16() { return static_cast<int16_t>(g_()); }
+    bool coin() { return (g_() & 1) != 0; }
+
+    void fill(uint8_t* p, size_t n) {
+        for (size_t i = 0; i < n; ++i) p[i] = u8();
+    }
+    void fill(int16_t* p, size_t n, int32_t lo = -32768, int32_t hi = 32767) {
+        for (size_t i = 0; i < n; ++i) p[i] = static_cast<int16_t>(range(lo, hi));
+    }
+
+    // Bytes drawn from patterns that reach arithmetic limits: all 0, all 255,
+    // alternating 0/255, random, random near the ends.
+    void fill_extreme(uint8_t* p, size_t n);
+    // 16-bit values drawn from the same idea within lo..hi.
+    void fill_extreme(int16_t* p, size_t n, int32_t lo = -32768, int32_t hi = 32767);
+
+private:
+    std::mt19937_64 g_;
+    uint64_t seed_;
+};
+
+std::string seed_trace(uint64_t seed);
+
+// ---- Guarded buffers ------------------------------------------------------------
+// A byte buffer with canary zones before and after the usable part. Any write
+// into a canary is caught by intact(). The usable part can start at an
+// offset (to test misaligned pointers).
+class Guarded {
+public:
+    static constexpr size_t kGuard = 64;
+    static constexpr uint8_t kCanary = 0xA5;
+
+    explicit Guarded(size_t size, size_t misalign = 0);
+    uint8_t* data() { return buf_.data() + kGuard + misalign_; }
+    const uint8_t* data() const { return buf_.data() + kGuard + misalign_; }
+    size_t size() const { return size_; }
+    template <class T>
+    T* as() { return reinterpret_cast<T*>(data()); }
+    bool intact() const;
+
+private:
+    std::vector<uint8_t> buf_;
+    size_t size_;
+    size_t misalign_;
+};
+
+// ---- Guard pages -----------------------------------------------------------------
+// A readable and writable window with an unmapped page right before and right
+// after it: any access outside the window faults.
+class GuardPages {
+public:
+    explicit GuardPages(size_t size);
+    ~GuardPages();
+    GuardPages(const GuardPages&) = delete;
+    GuardPages& operator=(const GuardPages&) = delete;
+    // The window placed flush against the page after it (first byte past the
+    // window faults) or flush against the page before it.
+    uint8_t* flush_end() { return region_ + page_ + span_ - size_; }
+    uint8_t* flush_start() { return region_ + page_; }
+    size_t size() const { return size_; }
+
+private:
+    uint8_t* region_ = nullptr;
+    size_t page_ = 0, span_ = 0, size_ = 0, total_ = 0;
+};
+
+// ---- Variants --------------------------------------------------------------------
+// The levels this CPU supports above c, in increasing order.
+std::vector<cpu::Isa> simd_levels();
+
+// A kernel at the levels where it changes: each entry is a level above c whose
+// table holds a different function for `member` than the level below it.
+// Comparing each of them with the c table's entry tests every implementation
+// exactly once.
+template <class Table, class Fn>
+std::vector<std::pair<cpu::Isa, Fn>> variants(Table (*for_isa)(cpu::Isa), Fn Table::*member) {
+    std::vector<std::pair<cpu::Isa, Fn>> out;
+    Fn prev = for_isa(cpu::Isa::c).*member;
+    for (cpu::Isa isa : simd_levels()) {
+        Fn f = for_isa(isa).*member;
+        if (f != prev) out.emplace_back(isa, f);
+        prev = f;
+    }
+    return out;
+}
+
+}  // namespace kplvc::test
