@@ -244,10 +244,16 @@ KPLVC_API KplStatus kpliSet_8u_C1R(Kpl8u val, Kpl8u* pDst, Kpl32s dstStep, KpliS
 /* @mpeg4-end */
 
 /* ------------------------------------------------------------------------ */
-/* H.264 transforms, quantisation, intra prediction, deblocking, CAVLC       */
+/* H.264 transforms, quantisation and CAVLC analysis                          */
 /* ------------------------------------------------------------------------ */
 /* @h264-begin */
 /* @h264-end */
+
+/* ------------------------------------------------------------------------ */
+/* H.264 intra prediction and deblocking                                     */
+/* ------------------------------------------------------------------------ */
+/* @h264pred-begin */
+/* @h264pred-end */
 
 /* ------------------------------------------------------------------------ */
 /* H.264 inter prediction                                                    */
