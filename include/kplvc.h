@@ -235,6 +235,82 @@ KPLVC_API KplStatus kpliSet_8u_C1R(Kpl8u val, Kpl8u* pDst, Kpl32s dstStep, KpliS
 /* H.263                                                                     */
 /* ------------------------------------------------------------------------ */
 /* @h263-begin */
+/* Macroblock-layer symbols. Each takes the caller's byte pointer and bit
+ * offset (0..7 from the most significant bit), reads one code word, writes
+ * the value and advances past exactly that code. They may look at up to two
+ * bytes beyond the last bit they consume (three for a vector code). Checks:
+ * -8 when ppBitStream, pBitOffset, *ppBitStream or the output is null. On
+ * any failure the position and the output are unchanged. */
+
+/* MCBPC of an I-picture: low 4 bits macroblock type (3 INTRA, 4 INTRA+Q),
+ * bit 5 Cb coded, bit 4 Cr coded; 255 for stuffing. -109 on an illegal code. */
+KPLVC_API KplStatus kpliDecodeMCBPCIntra_H263(Kpl8u** ppBitStream, int* pBitOffset, Kpl8u* pMCBPC);
+
+/* MCBPC of a P-picture (types 0..4 as in H.263; 255 stuffing). Every code
+ * beginning with nine zeros, the INTER4V+Q codes included, gives -110. */
+KPLVC_API KplStatus kpliDecodeMCBPCInter_H263(Kpl8u** ppBitStream, int* pBitOffset, Kpl8u* pMCBPC);
+
+/* MODB: 0 (code 0), 2 (code 10) or 3 (code 11); never fails on the stream. */
+KPLVC_API KplStatus kpliDecodeMODB_H263(Kpl8u** ppBitStream, int* pBitOffset, Kpl8u* pMODB);
+
+/* CBPY in its inter meaning (bit 3 = block 1 ... bit 0 = block 4; an intra
+ * macroblock's pattern is 15 minus it). -111 on an illegal code. */
+KPLVC_API KplStatus kpliDecodeCBPY_H263(Kpl8u** ppBitStream, int* pBitOffset, Kpl8u* pCBPY);
+
+/* Motion vector: pMotionVector holds three (dx, dy) pairs in half-sample
+ * units: [0] left, [1] above, [2] above-right candidate. Both difference
+ * codes are decoded, then [1] = median prediction + difference, each
+ * component wrapped into -32..31; [0] and [2] are not written. -75 on an
+ * illegal code (nothing written, also when the vertical code fails). */
+KPLVC_API KplStatus kpliDecodeMV_H263(Kpl8u** ppBitStream, int* pBitOffset, Kpl16s* pMotionVector);
+
+/* As kpliDecodeMV_H263 for a macroblock whose above neighbours are outside
+ * the picture: the prediction is the left candidate [0] alone. */
+KPLVC_API KplStatus kpliDecodeMV_TopBorder_H263(Kpl8u** ppBitStream, int* pBitOffset,
+                                                Kpl16s* pMotionVector);
+
+/* Modified-quantisation DQUANT (Annex T): code 1x changes *pQuant by the
+ * Table T.1 step for the current quantiser; code 0 followed by five bits sets
+ * it to that value (0..31 as read). The caller keeps *pQuant in 0..31. */
+KPLVC_API KplStatus kpliUpdateQuant_MQ_H263_1u32s_I(Kpl8u** ppBitStream, int* pBitOffset, Kpl32s* pQuant);
+
+/* Reconstruction: dst = saturate_0..255(pred + residual), the sum formed
+ * as a wrapping 16-bit add. The residual holds 16 values per row (256) for a
+ * macroblock, 8 per row (64) for a block; one step for prediction and
+ * destination. Statuses: -8 a pointer null; -81 (MB) / -82 (block) step too
+ * small. The _I forms write over the prediction. */
+KPLVC_API KplStatus kpliReconMB_H263(const Kpl8u* pSrc, const Kpl16s* pResidual, Kpl8u* pDst, int step);
+KPLVC_API KplStatus kpliReconMB_H263_I(Kpl8u* pSrcDst, const Kpl16s* pResidual, int step);
+KPLVC_API KplStatus kpliReconBlock_H263(const Kpl8u* pSrc, const Kpl16s* pResidual, Kpl8u* pDst, int step);
+KPLVC_API KplStatus kpliReconBlock_H263_I(Kpl8u* pSrcDst, const Kpl16s* pResidual, int step);
+
+/* Overlapped block motion compensation (Annex F) of one 8x8 luminance block.
+ * pSrc is the reference at the block's position; each vector is (dx, dy) in
+ * half-sample units (rounding type 0). Output = (q*H0 + r*H1 + s*H2 + 4) >> 3
+ * with q the own prediction, r the above (rows 0-3) or below (rows 4-7)
+ * prediction, s the left (columns 0-3) or right (columns 4-7) prediction.
+ * Choosing neighbour vectors (outside the picture, not coded) is the
+ * caller's job. Statuses: -8 pSrc, pDst or pMVCur null, then right or left,
+ * then below or above null; -82 step < 8. */
+KPLVC_API KplStatus kpliPredictBlock_OBMC_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step, const Kpl16s* pMVCur,
+                                             const Kpl16s* pMVLeft, const Kpl16s* pMVRight,
+                                             const Kpl16s* pMVAbove, const Kpl16s* pMVBelow);
+
+/* Extends a picture's borders by expandPels samples on every side. The
+ * buffer starts at the top-left corner of the expanded area; the picture
+ * starts expandPels rows and columns into it. Left/right borders repeat each
+ * row's first/last sample; the rows above/below copy the first/last
+ * extended row. Statuses in order: -8 null; -80 width < 8; -79 height < 1;
+ * -78 expandPels < 8; -82 step < 8; -77 step < width + 2*expandPels. */
+KPLVC_API KplStatus kpliExpandFrame_H263_8u(Kpl8u* pSrcDstPlane, int frameWidth, int frameHeight,
+                                            int expandPels, int step);
+
+/* Annex J deblocking across a horizontal edge (pSrcDst: the first of eight
+ * samples in the row below the edge) or a vertical edge (pSrcDst: the first
+ * sample right of the edge, eight rows). Two samples on each side change.
+ * Statuses: -8 null; -82 step < 8; -76 QP outside 1..31. */
+KPLVC_API KplStatus kpliFilterDeblocking_HorEdge_H263_8u_I(Kpl8u* pSrcDst, int step, int QP);
+KPLVC_API KplStatus kpliFilterDeblocking_VerEdge_H263_8u_I(Kpl8u* pSrcDst, int step, int QP);
 /* @h263-end */
 
 /* ------------------------------------------------------------------------ */

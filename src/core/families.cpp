@@ -1,11 +1,13 @@
 #include "core/dispatch.h"
 #include "core/vector.h"
+#include "h263/recon.h"
 
 namespace kplvc {
 
 // One line per kernel family; a new family adds its own line here.
 static const FamilyInfo kFamilies[] = {
     {"vector", vector_level},
+    {"h263recon", h263::recon_level},
 };
 
 const FamilyInfo* families(int* count) {
