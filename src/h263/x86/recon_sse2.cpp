@@ -79,24 +79,35 @@ void deblock_hor(uint8_t* p, int32_t step, int strength) {
 }
 
 void deblock_ver(uint8_t* p, int32_t step, int strength) {
-    // Gather the four columns A..D of eight rows: row i's four bytes become
-    // lane i of each column vector.
-    alignas(16) uint8_t col[4][16] = {};
+    // Four bytes A B C D of each of the eight rows, transposed into four
+    // column vectors (lane i = row i) with byte unpacks, filtered, and
+    // transposed back.
+    uint8_t* r[8];
+    __m128i row[8];
     for (int i = 0; i < 8; ++i) {
-        const uint8_t* r = p + static_cast<intptr_t>(i) * step - 2;
-        col[0][i] = r[0], col[1][i] = r[1], col[2][i] = r[2], col[3][i] = r[3];
+        r[i] = p + static_cast<intptr_t>(i) * step - 2;
+        uint32_t w;
+        std::memcpy(&w, r[i], 4);
+        row[i] = _mm_cvtsi32_si128(static_cast<int>(w));
     }
+    const __m128i t01 = _mm_unpacklo_epi8(row[0], row[1]), t23 = _mm_unpacklo_epi8(row[2], row[3]);
+    const __m128i t45 = _mm_unpacklo_epi8(row[4], row[5]), t67 = _mm_unpacklo_epi8(row[6], row[7]);
+    const __m128i u0 = _mm_unpacklo_epi16(t01, t23), u1 = _mm_unpacklo_epi16(t45, t67);
+    const __m128i ab = _mm_unpacklo_epi32(u0, u1), cd = _mm_unpackhi_epi32(u0, u1);
     const __m128i z = _mm_setzero_si128();
-    __m128i a = _mm_unpacklo_epi8(load8(col[0]), z), b = _mm_unpacklo_epi8(load8(col[1]), z);
-    __m128i c = _mm_unpacklo_epi8(load8(col[2]), z), d = _mm_unpacklo_epi8(load8(col[3]), z);
+    __m128i a = _mm_unpacklo_epi8(ab, z), b = _mm_unpackhi_epi8(ab, z);
+    __m128i c = _mm_unpacklo_epi8(cd, z), d = _mm_unpackhi_epi8(cd, z);
     filter(a, b, c, d, strength);
-    store8(col[0], _mm_packus_epi16(a, z));
-    store8(col[1], _mm_packus_epi16(b, z));
-    store8(col[2], _mm_packus_epi16(c, z));
-    store8(col[3], _mm_packus_epi16(d, z));
-    for (int i = 0; i < 8; ++i) {
-        uint8_t* r = p + static_cast<intptr_t>(i) * step - 2;
-        r[0] = col[0][i], r[1] = col[1][i], r[2] = col[2][i], r[3] = col[3][i];
+    const __m128i ab2 = _mm_packus_epi16(a, b), cd2 = _mm_packus_epi16(c, d);
+    const __m128i w0 = _mm_unpacklo_epi8(ab2, cd2), w1 = _mm_unpackhi_epi8(ab2, cd2);
+    __m128i x0 = _mm_unpacklo_epi8(w0, w1), x1 = _mm_unpackhi_epi8(w0, w1);
+    for (int i = 0; i < 4; ++i) {
+        const uint32_t lo = static_cast<uint32_t>(_mm_cvtsi128_si32(x0));
+        const uint32_t hi = static_cast<uint32_t>(_mm_cvtsi128_si32(x1));
+        std::memcpy(r[i], &lo, 4);
+        std::memcpy(r[i + 4], &hi, 4);
+        x0 = _mm_srli_si128(x0, 4);
+        x1 = _mm_srli_si128(x1, 4);
     }
 }
 
