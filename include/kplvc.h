@@ -274,6 +274,31 @@ KPLVC_API KplStatus kpliDecodeMV_TopBorder_H263(Kpl8u** ppBitStream, int* pBitOf
  * it to that value (0..31 as read). The caller keeps *pQuant in 0..31. */
 KPLVC_API KplStatus kpliUpdateQuant_MQ_H263_1u32s_I(Kpl8u** ppBitStream, int* pBitOffset, Kpl32s* pQuant);
 
+/* Inverse quantisation (H.263): a non-zero level L becomes
+ * sign(L) * (2*QP*|L| + QP) for odd QP, sign(L) * (2*QP*|L| + QP - 1) for even
+ * QP, clamped to -2048..2047. The full-block forms work in 16-bit lanes: the
+ * product 2*QP*|L| keeps its low 16 bits (a product that wraps to 0 gives 0)
+ * before the offset and the clamp; they check only the pointer (-8), not QP.
+ * The intra form leaves coefficient 0 (the DC) as it is. */
+KPLVC_API KplStatus kpliQuantInvIntra_H263_C1I(Kpl16s* pSrcDst, int QP);
+KPLVC_API KplStatus kpliQuantInv_H263_C1I(Kpl16s* pSrcDst, int QP);
+
+/* Compact forms: coefficients in scan order, count = last coded index + 1;
+ * products in 32 bits. The intra form dequantises 1..count-1 and turns the
+ * INTRADC code in element 0 into 8 times its value (1024 for 255).
+ * Statuses: -8 null; -6 count < 1; -76 QP outside 1..31. */
+KPLVC_API KplStatus kpliQuantInvIntra_Compact_H263_16s_I(Kpl16s* pSrcDst, int count, int QP);
+KPLVC_API KplStatus kpliQuantInvInter_Compact_H263_16s_I(Kpl16s* pSrcDst, int count, int QP);
+
+/* Forward quantisation in single precision with m = (float)(0.5 / QP):
+ * kpliQuant_H263_C1I maps x > 0 to trunc(x*m - 0.25) and x < 0 to
+ * trunc(x*m + 0.25) over all 64 coefficients; kpliQuantIntra_H263_C1I maps
+ * x to trunc(x*m) over 1..63 (the DC is not touched). Results are clamped to
+ * -2047..2047; *pCount receives the highest index with a non-zero result, or
+ * -1. Statuses: -8 pSrcDst or pCount null; -76 QP < 1 (no upper bound). */
+KPLVC_API KplStatus kpliQuant_H263_C1I(Kpl16s* pSrcDst, int QP, int* pCount);
+KPLVC_API KplStatus kpliQuantIntra_H263_C1I(Kpl16s* pSrcDst, int QP, int* pCount);
+
 /* Reconstruction: dst = saturate_0..255(pred + residual), the sum formed
  * as a wrapping 16-bit add. The residual holds 16 values per row (256) for a
  * macroblock, 8 per row (64) for a block; one step for prediction and

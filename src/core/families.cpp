@@ -1,5 +1,6 @@
 #include "core/dispatch.h"
 #include "core/vector.h"
+#include "h263/quant.h"
 #include "h263/recon.h"
 
 namespace kplvc {
@@ -8,6 +9,7 @@ namespace kplvc {
 static const FamilyInfo kFamilies[] = {
     {"vector", vector_level},
     {"h263recon", h263::recon_level},
+    {"h263quant", h263::quant_level},
 };
 
 const FamilyInfo* families(int* count) {

@@ -1,0 +1,33 @@
+// H.263 inverse quantisation kernels (shared by the block decoders).
+#pragma once
+
+#include <cstdint>
+
+#include "core/cpu.h"
+
+namespace kplvc::h263 {
+
+struct QuantKernels {
+    // The 64-coefficient inverse quantiser in 16-bit lanes, over indices
+    // first..63 (first is 0 or 1).
+    void (*quant_inv16)(int16_t* block, int first, int qp);
+};
+
+QuantKernels quant_kernels_for(cpu::Isa isa);
+const QuantKernels& quant_kernels();
+cpu::Isa quant_level();
+
+// |rec| = 2*QP*|L| + QP (QP odd) or + QP - 1 (QP even), sign of L, clamped
+// to -2048..2047; formed in 32 bits. 0 stays 0.
+inline int16_t dequant_level(int32_t level, int32_t qp) {
+    if (level == 0) return 0;
+    const int32_t mag = 2 * qp * (level < 0 ? -level : level) + ((qp & 1) ? qp : qp - 1);
+    const int32_t rec = level < 0 ? -mag : mag;
+    return static_cast<int16_t>(rec < -2048 ? -2048 : (rec > 2047 ? 2047 : rec));
+}
+
+namespace x86::sse2 {
+void upgrade_quant(QuantKernels& k);
+}
+
+}  // namespace kplvc::h263
