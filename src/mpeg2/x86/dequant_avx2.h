@@ -11,6 +11,15 @@
 namespace kplvc::x86::avx2 {
 namespace {
 
+// A block is usually written just before it is inverse-quantised, often by
+// 16-byte stores; one 32-byte load spanning two of them cannot take its data
+// from the store buffer and waits for both to retire. Two 16-byte loads can.
+inline __m256i load_halves(const int16_t* p) {
+    const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8));
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1);
+}
+
 // The same arithmetic as the eight-lane form (see dequant_sse2.h): products
 // and sums wrap at 16 bits, arithmetic shift, clamp to -2048..2047, mismatch
 // parity from the xor of the stored values.
@@ -26,7 +35,7 @@ void dequant_block(int16_t* block, int32_t qp, const int16_t* w) {
     const int16_t c0 = block[0];
     __m256i parity = zero;
     for (int i = 0; i < 64; i += 16) {
-        __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(block + i));
+        __m256i c = load_halves(block + i);
         __m256i p, cond;
         if constexpr (Intra) {
             if (i == 0) c = _mm256_and_si256(c, not_dc);
