@@ -2,6 +2,8 @@
 #include "core/vector.h"
 #include "h263/quant.h"
 #include "h263/recon.h"
+#include "mpeg2/quant.h"
+#include "mpeg4/quant.h"
 
 namespace kplvc {
 
@@ -10,6 +12,8 @@ static const FamilyInfo kFamilies[] = {
     {"vector", vector_level},
     {"h263recon", h263::recon_level},
     {"h263quant", h263::quant_level},
+    {"mpeg2quant", mpeg2::quant_level},
+    {"mpeg4quant", mpeg4::quant_level},
 };
 
 const FamilyInfo* families(int* count) {
