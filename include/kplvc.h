@@ -424,6 +424,55 @@ KPLVC_API KplStatus kpliLimitMVToRect_MPEG4(const KplMotionVector* pSrcMV, KplMo
 /* H.264 intra prediction and deblocking                                     */
 /* ------------------------------------------------------------------------ */
 /* @h264pred-begin */
+/* Intra prediction in place: pSrcDst is the top-left predicted sample, the
+ * neighbours are read around it (row above, left column, corner at
+ * pSrcDst - step - 1, and for 4x4 the above-right samples pSrcDst - step + 4..7).
+ * availability is a bit set: 1 above, 2 left, 32 corner, 64 above-right (4x4).
+ *
+ * 4x4 luma, predMode 0..8 (vertical, horizontal, DC, diagonal down-left,
+ * diagonal down-right, vertical-right, horizontal-down, vertical-left,
+ * horizontal-up). An absent neighbour the mode needs is replaced by 128 and the
+ * call returns kplStsNoNeighbourWrn (+11); an absent above-right run is
+ * replaced by the last sample above, silently. Statuses: kplStsNullPtrErr,
+ * kplStsStepErr (step below 4), kplStsOutOfRangeErr (mode not 0..8). */
+KPLVC_API KplStatus kpliPredictIntra_4x4_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
+                                                      Kpl32s predMode, Kpl32s availability);
+
+/* 16x16 luma, predMode 0 vertical, 1 horizontal, 2 DC, 3 plane. Statuses:
+ * kplStsNullPtrErr, kplStsMBStepErr (step below 16), kplStsNeighbourErr (the
+ * mode needs a neighbour marked absent: vertical needs 1, horizontal 2, plane
+ * 1, 2 and 32; DC never fails), kplStsOutOfRangeErr (mode not 0..3). */
+KPLVC_API KplStatus kpliPredictIntra_16x16_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
+                                                        Kpl32s predMode, Kpl32s availability);
+
+/* 8x8 chroma, predMode 0 DC, 1 horizontal, 2 vertical, 3 plane. Statuses as
+ * for 16x16, with kplStsMBStepErr for a step below 8. */
+KPLVC_API KplStatus kpliPredictIntraChroma8x8_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
+                                                           Kpl32s predMode, Kpl32s availability);
+
+/* Deblocking in place of all edges of one macroblock, edge 0 (the boundary
+ * with the neighbour, whose samples are read and changed) first. pSrcDst is
+ * the block's top-left sample. pAlpha, pBeta: [external edge, internal edges].
+ * pBS: 16 boundary strengths 0..4, index 4 * edge + segment (segment k covers
+ * lines 4k..4k+3); 0 leaves the segment untouched. Edge 0 uses the strong
+ * filter on its non-zero segments when pBS[0] is 4, the normal filter
+ * otherwise; internal edges always use the normal filter.
+ * Luma: pThresholds holds 16 tc0 values indexed like pBS.
+ * Chroma (8x8): edges at 0 and 4; edge 0 takes pBS[0..3] and pThresholds[0..3],
+ * edge 1 pBS[8..11] and pThresholds[4..7]; each entry covers two lines.
+ * The step is not checked. Status: kplStsNullPtrErr if any pointer is null. */
+KPLVC_API KplStatus kpliFilterDeblockingLuma_VerEdge_H264_8u_C1IR(
+    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
+    const Kpl8u* pThresholds, const Kpl8u* pBS);
+KPLVC_API KplStatus kpliFilterDeblockingLuma_HorEdge_H264_8u_C1IR(
+    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
+    const Kpl8u* pThresholds, const Kpl8u* pBS);
+KPLVC_API KplStatus kpliFilterDeblockingChroma_VerEdge_H264_8u_C1IR(
+    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
+    const Kpl8u* pThresholds, const Kpl8u* pBS);
+KPLVC_API KplStatus kpliFilterDeblockingChroma_HorEdge_H264_8u_C1IR(
+    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
+    const Kpl8u* pThresholds, const Kpl8u* pBS);
 /* @h264pred-end */
 
 /* ------------------------------------------------------------------------ */

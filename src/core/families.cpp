@@ -4,6 +4,8 @@
 #include "h263/recon.h"
 #include "mpeg2/quant.h"
 #include "mpeg4/quant.h"
+#include "h264/deblock.h"
+#include "h264/pred.h"
 
 namespace kplvc {
 
@@ -14,6 +16,8 @@ static const FamilyInfo kFamilies[] = {
     {"h263quant", h263::quant_level},
     {"mpeg2quant", mpeg2::quant_level},
     {"mpeg4quant", mpeg4::quant_level},
+    {"h264pred", h264::pred_level},
+    {"h264deblock", h264::deblock_level},
 };
 
 const FamilyInfo* families(int* count) {
