@@ -1,11 +1,13 @@
 #include "core/dispatch.h"
 #include "core/vector.h"
+#include "dv/dv.h"
 
 namespace kplvc {
 
 // One line per kernel family; a new family adds its own line here.
 static const FamilyInfo kFamilies[] = {
     {"vector", vector_level},
+    {"dv", dv::dv_level},
 };
 
 const FamilyInfo* families(int* count) {
