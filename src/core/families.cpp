@@ -1,3 +1,4 @@
+#include "block/dct.h"
 #include "core/dispatch.h"
 #include "core/vector.h"
 
@@ -6,6 +7,7 @@ namespace kplvc {
 // One line per kernel family; a new family adds its own line here.
 static const FamilyInfo kFamilies[] = {
     {"vector", vector_level},
+    {"dct", block::dct_level},
 };
 
 const FamilyInfo* families(int* count) {
