@@ -83,6 +83,24 @@ bool aan_fill_16s(const int16_t* src, Kpl32s count, int16_t* dst, int32_t step) 
     return true;
 }
 
+// The transform paths of the single-block forms, kept out of line so that the
+// fill paths above need no stack frame.
+__attribute__((noinline)) void aan_transform_u8(const int16_t* src, Kpl32s count, uint8_t* dst,
+                                                int32_t step) {
+    const auto& k = dct_kernels();
+    int16_t v[64];
+    aan_block(k, src, count, v);
+    k.put_u8(v, dst, step);
+}
+
+__attribute__((noinline)) void aan_transform_16s(const int16_t* src, Kpl32s count, int16_t* dst,
+                                                 int32_t step) {
+    const auto& k = dct_kernels();
+    int16_t v[64];
+    aan_block(k, src, count, v);
+    k.put_16s(v, dst, step);
+}
+
 }  // namespace
 
 }  // namespace kplvc::block
@@ -154,22 +172,16 @@ KPLVC_API KplStatus kpliDCT8x8Fwd_16s_C1(const Kpl16s* pSrc, Kpl16s* pDst) {
 KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s_C1R(const Kpl16s* pSrc, Kpl16s* pDst,
                                                          Kpl32s dstStep, Kpl32s count) {
     if (pSrc == nullptr || pDst == nullptr) return kplStsNullPtrErr;
-    if (kplvc::block::aan_fill_16s(pSrc, count, pDst, dstStep)) return kplStsNoErr;
-    const auto& k = dct_kernels();
-    int16_t v[64];
-    kplvc::block::aan_block(k, pSrc, count, v);
-    k.put_16s(v, pDst, dstStep);
+    if (!kplvc::block::aan_fill_16s(pSrc, count, pDst, dstStep))
+        kplvc::block::aan_transform_16s(pSrc, count, pDst, dstStep);
     return kplStsNoErr;
 }
 
 KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s8u_C1R(const Kpl16s* pSrc, Kpl8u* pDst,
                                                            Kpl32s dstStep, Kpl32s count) {
     if (pSrc == nullptr || pDst == nullptr) return kplStsNullPtrErr;
-    if (kplvc::block::aan_fill_u8(pSrc, count, pDst, dstStep)) return kplStsNoErr;
-    const auto& k = dct_kernels();
-    int16_t v[64];
-    kplvc::block::aan_block(k, pSrc, count, v);
-    k.put_u8(v, pDst, dstStep);
+    if (!kplvc::block::aan_fill_u8(pSrc, count, pDst, dstStep))
+        kplvc::block::aan_transform_u8(pSrc, count, pDst, dstStep);
     return kplStsNoErr;
 }
 
