@@ -103,6 +103,14 @@ __attribute__((noinline)) void aan_transform_16s(const int16_t* src, Kpl32s coun
 
 }  // namespace
 
+void dct8x8_inv_aan_16s(const int16_t* src, int16_t* dst, int32_t step, int32_t count) {
+    if (!aan_fill_16s(src, count, dst, step)) aan_transform_16s(src, count, dst, step);
+}
+
+void dct8x8_inv_aan_u8(const int16_t* src, uint8_t* dst, int32_t step, int32_t count) {
+    if (!aan_fill_u8(src, count, dst, step)) aan_transform_u8(src, count, dst, step);
+}
+
 }  // namespace kplvc::block
 
 using kplvc::block::dct_kernels;
@@ -172,16 +180,14 @@ KPLVC_API KplStatus kpliDCT8x8Fwd_16s_C1(const Kpl16s* pSrc, Kpl16s* pDst) {
 KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s_C1R(const Kpl16s* pSrc, Kpl16s* pDst,
                                                          Kpl32s dstStep, Kpl32s count) {
     if (pSrc == nullptr || pDst == nullptr) return kplStsNullPtrErr;
-    if (!kplvc::block::aan_fill_16s(pSrc, count, pDst, dstStep))
-        kplvc::block::aan_transform_16s(pSrc, count, pDst, dstStep);
+    kplvc::block::dct8x8_inv_aan_16s(pSrc, pDst, dstStep, count);
     return kplStsNoErr;
 }
 
 KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s8u_C1R(const Kpl16s* pSrc, Kpl8u* pDst,
                                                            Kpl32s dstStep, Kpl32s count) {
     if (pSrc == nullptr || pDst == nullptr) return kplStsNullPtrErr;
-    if (!kplvc::block::aan_fill_u8(pSrc, count, pDst, dstStep))
-        kplvc::block::aan_transform_u8(pSrc, count, pDst, dstStep);
+    kplvc::block::dct8x8_inv_aan_u8(pSrc, pDst, dstStep, count);
     return kplStsNoErr;
 }
 

@@ -73,5 +73,9 @@ inline void dct8x8_inv_2x2(int16_t* blk) { dct_kernels().inv_2x2(blk); }
 inline void dct8x8_inv_u8(const int16_t* src, uint8_t* dst, int32_t step) {
     dct_kernels().inv_u8(src, dst, step);
 }
+// Matrix-engine inverse of a transposed block with its count paths, clamped
+// to -256..255 (16-bit) or 0..255 (bytes), row i at dst + i*step bytes.
+void dct8x8_inv_aan_16s(const int16_t* src, int16_t* dst, int32_t step, int32_t count);
+void dct8x8_inv_aan_u8(const int16_t* src, uint8_t* dst, int32_t step, int32_t count);
 
 }  // namespace kplvc::block
