@@ -145,6 +145,26 @@ inline void aan_step(const __m256i* z, __m256i* r) {
     r[4] = sub(e3, o3);
 }
 
+// The step with z4..z7 = 0 (blocks confined to the 4x4 corner).
+inline void aan_step_corner(const __m256i* z, __m256i* r) {
+    const int32_t c1 = aan_c[1], c2 = aan_c[2], c3 = aan_c[3], c4 = aan_c[4];
+    const int32_t c5 = aan_c[5], c6 = aan_c[6], c7 = aan_c[7];
+    const __m256i s0 = mul(z[0], c4), g = mul(z[2], c2), h = mul(z[2], c6);
+    const __m256i e0 = add(s0, g), e3 = sub(s0, g), e1 = add(s0, h), e2 = sub(s0, h);
+    const __m256i o0 = add(mul(z[1], c1), mul(z[3], c3));
+    const __m256i o1 = sub(mul(z[1], c3), mul(z[3], c7));
+    const __m256i o2 = sub(mul(z[1], c5), mul(z[3], c1));
+    const __m256i o3 = sub(mul(z[1], c7), mul(z[3], c5));
+    r[0] = add(e0, o0);
+    r[7] = sub(e0, o0);
+    r[1] = add(e1, o1);
+    r[6] = sub(e1, o1);
+    r[2] = add(e2, o2);
+    r[5] = sub(e2, o2);
+    r[3] = add(e3, o3);
+    r[4] = sub(e3, o3);
+}
+
 inline void transpose8x32(__m256i* r) {
     __m256i t[8], u[8];
     for (int i = 0; i < 4; ++i) {
@@ -163,13 +183,16 @@ inline void transpose8x32(__m256i* r) {
     }
 }
 
+template <bool Corner>
 inline void aan_two_passes(__m256i* z, int16_t* out) {
     __m256i r[8];
-    aan_step(z, r);
+    if (Corner) aan_step_corner(z, r); else aan_step(z, r);
     const __m256i k1 = _mm256_set1_epi32(kplvc::block::dct::aan_round1);
     for (int k = 0; k < 8; ++k) z[k] = _mm256_srai_epi32(add(r[k], k1), 16);
     transpose8x32(z);
-    aan_step(z, r);
+    // In the corner case pass 1 leaves zeros in lanes 4..7, so after the
+    // transpose z4..z7 are zero.
+    if (Corner) aan_step_corner(z, r); else aan_step(z, r);
     const __m256i k2 = _mm256_set1_epi32(kplvc::block::dct::aan_round2);
     const __m256i lo = _mm256_set1_epi32(-256), hi = _mm256_set1_epi32(255);
     for (int i = 0; i < 8; ++i)
@@ -182,7 +205,7 @@ inline void aan_two_passes(__m256i* z, int16_t* out) {
 void aan(const int16_t* src, int16_t* out) {
     __m256i z[8];
     for (int k = 0; k < 8; ++k) z[k] = _mm256_cvtepi16_epi32(ld(src + 8 * k));
-    aan_two_passes(z, out);
+    aan_two_passes<false>(z, out);
 }
 
 void aan_corner(const int16_t* src, int16_t* out) {
@@ -190,7 +213,7 @@ void aan_corner(const int16_t* src, int16_t* out) {
     for (int k = 0; k < 4; ++k)
         z[k] = _mm256_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(src + 8 * k)));
     for (int k = 4; k < 8; ++k) z[k] = _mm256_setzero_si256();
-    aan_two_passes(z, out);
+    aan_two_passes<true>(z, out);
 }
 
 // ---- 2-4-8 inverse ----------------------------------------------------------------
