@@ -157,10 +157,7 @@ KPLVC_API KplStatus kpliDCTInv_8x8_16s8u(const Kpl16s* pSrc, Kpl8u* pDst, Kpl32s
     int16_t v[64];
     const KplStatus st = kpliDCT8x8Inv_16s_C1(pSrc, v);
     if (st != kplStsNoErr) return st;
-    for (int r = 0; r < 8; ++r) {
-        Kpl8u* row = pDst + static_cast<intptr_t>(r) * dstStep;
-        for (int c = 0; c < 8; ++c) row[c] = kplvc::clip_u8(v[8 * r + c]);
-    }
+    dct_kernels().put_u8(v, pDst, dstStep);  // clamps each value to 0..255
     return kplStsNoErr;
 }
 
