@@ -2,6 +2,7 @@
 #include "core/vector.h"
 #include "h263/quant.h"
 #include "h263/recon.h"
+#include "dv/dv.h"
 
 namespace kplvc {
 
@@ -10,6 +11,7 @@ static const FamilyInfo kFamilies[] = {
     {"vector", vector_level},
     {"h263recon", h263::recon_level},
     {"h263quant", h263::quant_level},
+    {"dv", dv::dv_level},
 };
 
 const FamilyInfo* families(int* count) {
