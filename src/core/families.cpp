@@ -1,3 +1,4 @@
+#include "block/dct.h"
 #include "core/dispatch.h"
 #include "core/vector.h"
 #include "h263/quant.h"
@@ -12,6 +13,7 @@ static const FamilyInfo kFamilies[] = {
     {"h263recon", h263::recon_level},
     {"h263quant", h263::quant_level},
     {"dv", dv::dv_level},
+    {"dct", block::dct_level},
 };
 
 const FamilyInfo* families(int* count) {
