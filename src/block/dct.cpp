@@ -30,6 +30,7 @@ DctKernels dct_kernels_for(cpu::Isa isa) {
     if (isa >= cpu::Isa::avx2) {
         x86::avx2::upgrade_dct_table(k);
         x86::avx2::upgrade_dct_aan(k);
+        x86::avx2::upgrade_dct_field(k);
     }
 #else
     (void)isa;
@@ -56,6 +57,48 @@ void aan_block(const DctKernels& k, const int16_t* src, Kpl32s count, int16_t* v
         k.aan_corner(src, v);
     else
         k.aan(src, v);
+}
+
+// Counts 0 and 1 of the single-block forms: every sample gets one value, so
+// the rows are filled directly (8 or 16 bytes each, in increasing order).
+bool aan_fill_u8(const int16_t* src, Kpl32s count, uint8_t* dst, int32_t step) {
+    const uint32_t n = static_cast<uint32_t>(count);
+    if (n > 1) return false;
+    const uint8_t v = n == 0 ? 0 : clip_u8(ref::aan_dc_value(src[0]));
+    const uint64_t pattern = uint64_t{v} * 0x0101010101010101u;
+    for (int i = 0; i < 8; ++i) __builtin_memcpy(dst + static_cast<intptr_t>(i) * step, &pattern, 8);
+    return true;
+}
+
+bool aan_fill_16s(const int16_t* src, Kpl32s count, int16_t* dst, int32_t step) {
+    const uint32_t n = static_cast<uint32_t>(count);
+    if (n > 1) return false;
+    const int16_t v = n == 0 ? int16_t{0} : ref::aan_dc_value(src[0]);
+    const uint64_t pattern = uint64_t{static_cast<uint16_t>(v)} * 0x0001000100010001u;
+    for (int i = 0; i < 8; ++i) {
+        uint8_t* row = reinterpret_cast<uint8_t*>(dst) + static_cast<intptr_t>(i) * step;
+        __builtin_memcpy(row, &pattern, 8);
+        __builtin_memcpy(row + 8, &pattern, 8);
+    }
+    return true;
+}
+
+// The transform paths of the single-block forms, kept out of line so that the
+// fill paths above need no stack frame.
+__attribute__((noinline)) void aan_transform_u8(const int16_t* src, Kpl32s count, uint8_t* dst,
+                                                int32_t step) {
+    const auto& k = dct_kernels();
+    int16_t v[64];
+    aan_block(k, src, count, v);
+    k.put_u8(v, dst, step);
+}
+
+__attribute__((noinline)) void aan_transform_16s(const int16_t* src, Kpl32s count, int16_t* dst,
+                                                 int32_t step) {
+    const auto& k = dct_kernels();
+    int16_t v[64];
+    aan_block(k, src, count, v);
+    k.put_16s(v, dst, step);
 }
 
 }  // namespace
@@ -129,20 +172,16 @@ KPLVC_API KplStatus kpliDCT8x8Fwd_16s_C1(const Kpl16s* pSrc, Kpl16s* pDst) {
 KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s_C1R(const Kpl16s* pSrc, Kpl16s* pDst,
                                                          Kpl32s dstStep, Kpl32s count) {
     if (pSrc == nullptr || pDst == nullptr) return kplStsNullPtrErr;
-    const auto& k = dct_kernels();
-    int16_t v[64];
-    kplvc::block::aan_block(k, pSrc, count, v);
-    k.put_16s(v, pDst, dstStep);
+    if (!kplvc::block::aan_fill_16s(pSrc, count, pDst, dstStep))
+        kplvc::block::aan_transform_16s(pSrc, count, pDst, dstStep);
     return kplStsNoErr;
 }
 
 KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s8u_C1R(const Kpl16s* pSrc, Kpl8u* pDst,
                                                            Kpl32s dstStep, Kpl32s count) {
     if (pSrc == nullptr || pDst == nullptr) return kplStsNullPtrErr;
-    const auto& k = dct_kernels();
-    int16_t v[64];
-    kplvc::block::aan_block(k, pSrc, count, v);
-    k.put_u8(v, pDst, dstStep);
+    if (!kplvc::block::aan_fill_u8(pSrc, count, pDst, dstStep))
+        kplvc::block::aan_transform_u8(pSrc, count, pDst, dstStep);
     return kplStsNoErr;
 }
 

@@ -63,6 +63,7 @@ void upgrade_dct_field(DctKernels& k);
 namespace x86::avx2 {
 void upgrade_dct_table(DctKernels& k);
 void upgrade_dct_aan(DctKernels& k);
+void upgrade_dct_field(DctKernels& k);
 }  // namespace x86::avx2
 
 // ---- Internal entry points for other decoders (no argument checks) ----------
