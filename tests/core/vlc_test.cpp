@@ -171,28 +171,6 @@ TEST(VlcDecode, ValidInvalidAndPosition) {
     }
 }
 
-TEST(VlcDecode, GiveBackAcrossWordBoundary) {
-    // A one-bit code found in a four-bit look-up that spans two words: three
-    // bits are given back, so the position returns to the first word.
-    Table tb(describe({4}, {{1, 1, 7, 0}, {1, 2, 9, 0}}, false));
-    Kpl32u w[2] = {0x1, 0};
-    Kpl32u* p = w;
-    Kpl32s off = 0, v = 0;
-    ASSERT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, tb.t), kplStsNoErr);
-    EXPECT_EQ(v, 7);
-    EXPECT_EQ(p, w + 1);
-    EXPECT_EQ(off, 31);
-    // "01" with the 0 at bit 1 and the 1 at bit 0: fits the word; the two
-    // extra bits of the look-up come from the next word and are given back.
-    w[0] = 0x1;
-    p = w;
-    off = 1;
-    ASSERT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, tb.t), kplStsNoErr);
-    EXPECT_EQ(v, 9);
-    EXPECT_EQ(p, w + 1);
-    EXPECT_EQ(off, 31);
-}
-
 TEST(VlcFree, TwiceAndNull) {
     Kpl32s* t = nullptr;
     const Kpl32s d[] = {0, 1, 2, 1, 0, 5, -1};
