@@ -365,6 +365,39 @@ KPLVC_API KplStatus kpliZigzagInvVertical_Compact_16s(const Kpl16s* pSrc, Kpl32s
 /* MPEG-2 quantisation                                                       */
 /* ------------------------------------------------------------------------ */
 /* @mpeg2quant-begin */
+/* Inverse quantisation of an 8x8 intra block in place (row-major, 64
+ * coefficients), in 16-bit wrapping arithmetic: (c·QP·W[i] + (c <= 0 ? 15 :
+ * 0)) >> 4, clamped to -2048..2047, with mismatch control on pSrcDst[63]. The
+ * DC pSrcDst[0] is left unchanged. QP is not range-checked (its low 16 bits
+ * are used). Returns kplStsNullPtrErr if pSrcDst or pQPMatrix is null. */
+KPLVC_API KplStatus kpliQuantInvIntra_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP,
+                                                    const Kpl16s* pQPMatrix);
+
+/* Inverse quantisation of an 8x8 non-intra block in place, in 16-bit
+ * wrapping arithmetic: ((2c + sgn c)·QP·W[i] + (c < 0 ? 31 : 0)) >> 5, or
+ * without a matrix (pQPMatrix null) ((2c + sgn c)·QP + (c < 0)) >> 1; clamped
+ * to -2048..2047, mismatch control on pSrcDst[63]. Returns kplStsNullPtrErr if
+ * pSrcDst is null. */
+KPLVC_API KplStatus kpliQuantInv_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP,
+                                               const Kpl16s* pQPMatrix);
+
+/* Forward quantisation of an 8x8 intra block in place, single precision:
+ * pSrcDst[i] = trunc(((16·c)·(1/QP))·M[i]) clamped to -2047..2047 for i =
+ * 1..63 (the DC is left unchanged). M is pQPMatrix (64 reciprocal weights) or,
+ * if null, the reciprocals of the default intra matrix. *pCount receives the
+ * number of non-zero levels stored. Returns kplStsNullPtrErr (pSrcDst or
+ * pCount null), then kplStsDivByZeroErr (QP 0); nothing is written on
+ * failure. */
+KPLVC_API KplStatus kpliQuantIntra_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP,
+                                                 const Kpl32f* pQPMatrix, Kpl32s* pCount);
+
+/* Forward quantisation of an 8x8 non-intra block in place, all 64
+ * coefficients: as the intra form with the matrix pQPMatrix, or with the
+ * constant 0.0625 when pQPMatrix is null. *pCount receives the number of
+ * non-zero levels. Returns kplStsNullPtrErr (pSrcDst or pCount null), then
+ * kplStsDivByZeroErr (QP 0); nothing is written on failure. */
+KPLVC_API KplStatus kpliQuant_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP, const Kpl32f* pQPMatrix,
+                                            Kpl32s* pCount);
 /* @mpeg2quant-end */
 
 /* ------------------------------------------------------------------------ */
@@ -530,6 +563,43 @@ KPLVC_API KplStatus kpliFilterDeblocking_VerEdge_H263_8u_I(Kpl8u* pSrcDst, int s
 /* MPEG-4 inverse quantisation, chroma vectors and vector limiting           */
 /* ------------------------------------------------------------------------ */
 /* @mpeg4-begin */
+/* Inverse quantisation of an 8x8 intra block in place, in 16-bit wrapping
+ * arithmetic: (c·QP·W[i] + (c <= 0 ? 7 : 0)) >> 3, clamped to -2048..2047,
+ * with mismatch control on pCoeffs[63]; pCoeffs[0] (the DC) is left
+ * unchanged. QP is not range-checked. Returns kplStsNullPtrErr if pCoeffs or
+ * pQMatrix is null. */
+KPLVC_API KplStatus kpliQuantInvIntra_MPEG4_16s_C1I(Kpl16s* pCoeffs, Kpl32s QP,
+                                                    const Kpl16s* pQMatrix);
+
+/* Inverse quantisation of an 8x8 inter block in place, in 16-bit wrapping
+ * arithmetic: ((2c + sgn c)·QP·W[i] + (c < 0 ? 15 : 0)) >> 4, or without a
+ * matrix (pQMatrix null) (2c + sgn c)·QP; clamped to -2048..2047, mismatch
+ * control on pCoeffs[63]. Returns kplStsNullPtrErr if pCoeffs is null. */
+KPLVC_API KplStatus kpliQuantInv_MPEG4_16s_C1I(Kpl16s* pCoeffs, Kpl32s QP, const Kpl16s* pQMatrix);
+
+/* Chroma vector from one luma vector (half samples), per component:
+ * r = (|v| >> 1) | (|v| mod 4 != 0), with the sign of v. Returns
+ * kplStsNullPtrErr if either pointer is null. */
+KPLVC_API KplStatus kpliComputeChromaMV_MPEG4(const KplMotionVector* pLumaMV,
+                                              KplMotionVector* pChromaMV);
+
+/* Chroma vector from the four 8x8 luma vectors pLumaMV[0..3]: the vectors
+ * whose flag pTransparent[b] is non-zero are summed per component and
+ * divided by their count with the standard's sixteenth-sample rounding.
+ * Returns kplStsNullPtrErr if any pointer is null. */
+KPLVC_API KplStatus kpliComputeChroma4MV_MPEG4(const KplMotionVector* pLumaMV,
+                                               KplMotionVector* pChromaMV,
+                                               const Kpl8u* pTransparent);
+
+/* Limits a vector so that the size x size block at (Xcoord, Ycoord) stays
+ * inside the reference rectangle: each component pointing left of / above the
+ * origin, or at or beyond the last start position, is replaced by the vector
+ * to that bound. Returns kplStsNullPtrErr (pSrcMV, pDstMV or pRectVOPRef
+ * null), then kplStsBlockSizeErr (size not 8 or 16), then kplStsSizeErr
+ * (rectangle width or height below 2·size). */
+KPLVC_API KplStatus kpliLimitMVToRect_MPEG4(const KplMotionVector* pSrcMV, KplMotionVector* pDstMV,
+                                            const KpliRect* pRectVOPRef, Kpl32s Xcoord,
+                                            Kpl32s Ycoord, Kpl32s size);
 /* @mpeg4-end */
 
 /* ------------------------------------------------------------------------ */
@@ -542,6 +612,55 @@ KPLVC_API KplStatus kpliFilterDeblocking_VerEdge_H263_8u_I(Kpl8u* pSrcDst, int s
 /* H.264 intra prediction and deblocking                                     */
 /* ------------------------------------------------------------------------ */
 /* @h264pred-begin */
+/* Intra prediction in place: pSrcDst is the top-left predicted sample, the
+ * neighbours are read around it (row above, left column, corner at
+ * pSrcDst - step - 1, and for 4x4 the above-right samples pSrcDst - step + 4..7).
+ * availability is a bit set: 1 above, 2 left, 32 corner, 64 above-right (4x4).
+ *
+ * 4x4 luma, predMode 0..8 (vertical, horizontal, DC, diagonal down-left,
+ * diagonal down-right, vertical-right, horizontal-down, vertical-left,
+ * horizontal-up). An absent neighbour the mode needs is replaced by 128 and the
+ * call returns kplStsNoNeighbourWrn (+11); an absent above-right run is
+ * replaced by the last sample above, silently. Statuses: kplStsNullPtrErr,
+ * kplStsStepErr (step below 4), kplStsOutOfRangeErr (mode not 0..8). */
+KPLVC_API KplStatus kpliPredictIntra_4x4_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
+                                                      Kpl32s predMode, Kpl32s availability);
+
+/* 16x16 luma, predMode 0 vertical, 1 horizontal, 2 DC, 3 plane. Statuses:
+ * kplStsNullPtrErr, kplStsMBStepErr (step below 16), kplStsNeighbourErr (the
+ * mode needs a neighbour marked absent: vertical needs 1, horizontal 2, plane
+ * 1, 2 and 32; DC never fails), kplStsOutOfRangeErr (mode not 0..3). */
+KPLVC_API KplStatus kpliPredictIntra_16x16_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
+                                                        Kpl32s predMode, Kpl32s availability);
+
+/* 8x8 chroma, predMode 0 DC, 1 horizontal, 2 vertical, 3 plane. Statuses as
+ * for 16x16, with kplStsMBStepErr for a step below 8. */
+KPLVC_API KplStatus kpliPredictIntraChroma8x8_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
+                                                           Kpl32s predMode, Kpl32s availability);
+
+/* Deblocking in place of all edges of one macroblock, edge 0 (the boundary
+ * with the neighbour, whose samples are read and changed) first. pSrcDst is
+ * the block's top-left sample. pAlpha, pBeta: [external edge, internal edges].
+ * pBS: 16 boundary strengths 0..4, index 4 * edge + segment (segment k covers
+ * lines 4k..4k+3); 0 leaves the segment untouched. Edge 0 uses the strong
+ * filter on its non-zero segments when pBS[0] is 4, the normal filter
+ * otherwise; internal edges always use the normal filter.
+ * Luma: pThresholds holds 16 tc0 values indexed like pBS.
+ * Chroma (8x8): edges at 0 and 4; edge 0 takes pBS[0..3] and pThresholds[0..3],
+ * edge 1 pBS[8..11] and pThresholds[4..7]; each entry covers two lines.
+ * The step is not checked. Status: kplStsNullPtrErr if any pointer is null. */
+KPLVC_API KplStatus kpliFilterDeblockingLuma_VerEdge_H264_8u_C1IR(
+    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
+    const Kpl8u* pThresholds, const Kpl8u* pBS);
+KPLVC_API KplStatus kpliFilterDeblockingLuma_HorEdge_H264_8u_C1IR(
+    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
+    const Kpl8u* pThresholds, const Kpl8u* pBS);
+KPLVC_API KplStatus kpliFilterDeblockingChroma_VerEdge_H264_8u_C1IR(
+    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
+    const Kpl8u* pThresholds, const Kpl8u* pBS);
+KPLVC_API KplStatus kpliFilterDeblockingChroma_HorEdge_H264_8u_C1IR(
+    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
+    const Kpl8u* pThresholds, const Kpl8u* pBS);
 /* @h264pred-end */
 
 /* ------------------------------------------------------------------------ */

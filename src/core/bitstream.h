@@ -11,7 +11,9 @@
 // look-ahead keep their own readers.
 #pragma once
 
+#include <bit>
 #include <cstdint>
+#include <cstring>
 
 #include "core/arith.h"
 
@@ -90,5 +92,55 @@ KPLVC_INLINE void PutBits(uint8_t** ppBitStream, int32_t* pBitOffset, uint32_t c
     }
     ownFlushBits(ppBitStream, pBitOffset, n);
 }
+
+// A 64-bit look-ahead over a byte-oriented position, for decoders that read
+// many short codes in a row: one unaligned 8-byte load serves several codes,
+// so the byte loads leave the serial chain from one code's length to the
+// next code's position. It reads the eight bytes starting at the current
+// byte (so a caller's buffer must allow seven bytes past it) and reloads
+// whenever fewer than `kMinBits` unread bits remain in the cache.
+class BitCache64 {
+public:
+    static constexpr int kMinBits = 25;
+
+    BitCache64(const uint8_t* p, int32_t bitOffset) : p_(p), o_(bitOffset) { load(); }
+
+    // The next n bits (1..kMinBits), most significant first.
+    uint32_t peek(int n) const { return static_cast<uint32_t>(w_ >> (64 - n)); }
+
+    void skip(int n) {
+        w_ <<= n;
+        used_ += n;
+        if (64 - o_ - used_ < kMinBits) {
+            const int32_t t = o_ + used_;
+            p_ += t >> 3;
+            o_ = t & 7;
+            load();
+        }
+    }
+
+    // The position after everything skipped so far.
+    const uint8_t* byte() const { return p_ + ((o_ + used_) >> 3); }
+    int32_t offset() const { return (o_ + used_) & 7; }
+
+private:
+    void load() {
+        uint64_t v;
+        if constexpr (std::endian::native == std::endian::little) {
+            std::memcpy(&v, p_, 8);
+            v = __builtin_bswap64(v);
+        } else {
+            v = 0;
+            for (int i = 0; i < 8; ++i) v = (v << 8) | p_[i];
+        }
+        w_ = v << o_;
+        used_ = 0;
+    }
+
+    const uint8_t* p_;
+    int32_t o_;
+    int32_t used_ = 0;
+    uint64_t w_ = 0;
+};
 
 }  // namespace kplvc

@@ -3,6 +3,10 @@
 #include "core/vector.h"
 #include "h263/quant.h"
 #include "h263/recon.h"
+#include "mpeg2/quant.h"
+#include "mpeg4/quant.h"
+#include "h264/deblock.h"
+#include "h264/pred.h"
 #include "dv/dv.h"
 
 namespace kplvc {
@@ -14,6 +18,10 @@ static const FamilyInfo kFamilies[] = {
     {"h263quant", h263::quant_level},
     {"dv", dv::dv_level},
     {"dct", block::dct_level},
+    {"mpeg2quant", mpeg2::quant_level},
+    {"mpeg4quant", mpeg4::quant_level},
+    {"h264pred", h264::pred_level},
+    {"h264deblock", h264::deblock_level},
 };
 
 const FamilyInfo* families(int* count) {

@@ -27,13 +27,17 @@ const TcoefTables kAdvanced = {advDCTtab0, advDCTtab1, advDCTtab2};
 // with LAST = 1. Each level lands at compact[i] with i advanced by RUN + 1
 // from `start` (0 for intra blocks, whose DC sits at scan position 0; -1 for
 // inter blocks). On success the last scan index is returned through *last
-// and the position is advanced; on error nothing is written back. Every look
-// is at most 22 bits, within the five-byte reader's window.
+// and the position is advanced; on error nothing is written back.
+//
+// One 22-bit look per code covers both a normal code with its sign (at most
+// 13 bits) and a whole escape (7 + 1 + 6 + 8 bits), within the five-byte
+// reader's window.
 KplStatus decode_tcoef(const uint8_t*& p, int32_t& off, const TcoefTables& t, int start, int16_t* compact,
                        int* last) {
     int i = start;
     for (;;) {
-        const uint32_t c12 = ownShowBits(p, off, 12);
+        const uint32_t v = ownShowBits(p, off, 22);
+        const uint32_t c12 = v >> 10;
         if (c12 < 8) return kplStsVLCErr;
         const uint32_t e = c12 >= 512 ? t.t0[(c12 >> 5) - 16] : (c12 >= 128 ? t.t1[(c12 >> 2) - 32] : t.t2[c12 - 8]);
         uint32_t is_last, run;
@@ -41,18 +45,18 @@ KplStatus decode_tcoef(const uint8_t*& p, int32_t& off, const TcoefTables& t, in
         if (tcoef_level(e) == 0) {
             // ESCAPE: LAST (1), RUN (6), LEVEL (8, two's complement); the
             // levels 0 and -128 that the standard forbids are kept as read.
-            const uint32_t v = ownShowBits(p, off, 22);
             ownFlushBits(&p, &off, 22);
             is_last = (v >> 14) & 1;
             run = (v >> 8) & 63;
             level = static_cast<int8_t>(static_cast<uint8_t>(v & 0xFF));
         } else {
             const uint32_t len = tcoef_len(e);
-            const uint32_t sign = ownShowBits(p, off, static_cast<int32_t>(len) + 1) & 1;
+            const uint32_t sign = (v >> (21 - len)) & 1;
             ownFlushBits(&p, &off, static_cast<int32_t>(len) + 1);
             is_last = tcoef_last(e);
             run = tcoef_run(e);
-            level = sign ? -static_cast<int32_t>(tcoef_level(e)) : static_cast<int32_t>(tcoef_level(e));
+            const int32_t mag = static_cast<int32_t>(tcoef_level(e));
+            level = sign ? -mag : mag;
         }
         i += static_cast<int>(run) + 1;
         if (i > 63) return kplStsCoefCountErr;

@@ -1,0 +1,53 @@
+// Kernels behind the H.264 intra predictors (4x4, 16x16 luma, 8x8 chroma).
+#pragma once
+
+#include <cstdint>
+
+#include "core/cpu.h"
+
+namespace kplvc::h264 {
+
+// Availability bits, as the entry points take them.
+constexpr int32_t kAvailTop = 1;
+constexpr int32_t kAvailLeft = 2;
+constexpr int32_t kAvailCorner = 32;
+constexpr int32_t kAvailTopRight = 64;
+
+// The neighbours of a 4x4 block gathered (and substituted) by the entry
+// point into one run of 16 bytes:
+//   e[1..4]  = L[3], L[2], L[1], L[0]  (left column, bottom to top)
+//   e[5]     = C                       (corner)
+//   e[6..13] = T[0..7]                 (above, then above-right)
+//   e[0] = L[3] and e[14] = T[7] again, e[15] = 0.
+// Along this run every diagonal of the directional modes is a sliding 3-tap
+// or 2-tap filter, and the repeated ends make the two corner cases of
+// diagonal down-left and horizontal-up ordinary 3-tap values too.
+constexpr int kEdge4C = 5;
+constexpr int kEdge4Size = 16;
+
+// Fills the 4x4 block at dst from the gathered edge. DC also looks at the
+// availability bits (avail), the other modes ignore them.
+using Pred4x4Fn = void (*)(uint8_t* dst, int32_t step, const uint8_t* edge, int32_t avail);
+// Fills the 16x16 (or 8x8 chroma) block in place, reading the neighbours from
+// the frame around it. DC looks at avail; the entry point has already checked
+// that the mode's neighbours are present.
+using PredBlockFn = void (*)(uint8_t* p, int32_t step, int32_t avail);
+
+struct PredKernels {
+    Pred4x4Fn pred4x4[9];        // 4x4 modes 0..8
+    PredBlockFn pred16x16[4];    // vertical, horizontal, DC, plane
+    PredBlockFn pred_chroma[4];  // DC, horizontal, vertical, plane
+};
+
+PredKernels pred_kernels_for(cpu::Isa isa);
+const PredKernels& pred_kernels();
+cpu::Isa pred_level();
+
+namespace x86::sse2 {
+void upgrade_pred(PredKernels& k);
+}
+namespace x86::ssse3 {
+void upgrade_pred(PredKernels& k);
+}
+
+}  // namespace kplvc::h264

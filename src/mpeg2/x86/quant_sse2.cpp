@@ -1,0 +1,76 @@
+// SSE2 MPEG-2 quantisers: inverse in eight 16-bit lanes, forward in four
+// single-precision lanes.
+#include <emmintrin.h>
+
+#include "mpeg2/quant.h"
+#include "mpeg2/x86/dequant_sse2.h"
+
+namespace kplvc::x86::sse2 {
+namespace {
+
+// Eight coefficients to 16·c as two vectors of four floats (exact: |16c| <=
+// 2^19). unpack puts c in the high half of each 32-bit lane, so an
+// arithmetic shift by 12 leaves 16·c.
+inline void to_float16c(__m128i c, __m128& a, __m128& b) {
+    const __m128i zero = _mm_setzero_si128();
+    a = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(zero, c), 12));
+    b = _mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpackhi_epi16(zero, c), 12));
+}
+
+// Clamp to -2047..2047 in float, then truncate. maxps returns its second
+// operand when the first is NaN, so a NaN becomes -2047, as in the
+// reference.
+inline __m128i trunc_clamp(__m128 v) {
+    const __m128 lo = _mm_set1_ps(-2047.0f), hi = _mm_set1_ps(2047.0f);
+    return _mm_cvttps_epi32(_mm_min_ps(_mm_max_ps(v, lo), hi));
+}
+
+// Flat: the weight is the constant 1/16. First = 1 keeps the DC and leaves
+// it out of the count.
+template <int First, bool Flat>
+int32_t quant_block(int16_t* block, int32_t qp, const float* m) {
+    const __m128 r = _mm_set1_ps(1.0f / static_cast<float>(qp));
+    const __m128 sixteenth = _mm_set1_ps(0.0625f);
+    const __m128i zero = _mm_setzero_si128();
+    const int16_t c0 = block[0];
+    __m128i zeros = zero;  // per lane: minus the number of zero levels
+    for (int i = 0; i < 64; i += 8) {
+        const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + i));
+        __m128 a, b;
+        to_float16c(c, a, b);
+        a = _mm_mul_ps(a, r);
+        b = _mm_mul_ps(b, r);
+        if constexpr (Flat) {
+            a = _mm_mul_ps(a, sixteenth);
+            b = _mm_mul_ps(b, sixteenth);
+        } else {
+            a = _mm_mul_ps(a, _mm_loadu_ps(m + i));
+            b = _mm_mul_ps(b, _mm_loadu_ps(m + i + 4));
+        }
+        const __m128i v = _mm_packs_epi32(trunc_clamp(a), trunc_clamp(b));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(block + i), v);
+        zeros = _mm_add_epi16(zeros, _mm_cmpeq_epi16(v, zero));
+    }
+    // Lanes hold -(0..8); negate and add the eight lanes up.
+    zeros = _mm_sub_epi16(zero, zeros);
+    zeros = _mm_sad_epu8(zeros, zero);
+    int32_t nonzero = 64 - (_mm_cvtsi128_si32(zeros) + _mm_extract_epi16(zeros, 4));
+    if constexpr (First == 1) {
+        nonzero -= block[0] != 0;
+        block[0] = c0;
+    }
+    return nonzero;
+}
+
+}  // namespace
+
+void upgrade_mpeg2quant(mpeg2::QuantKernels& k) {
+    k.dequant_intra = dequant_block<true, true, 4>;
+    k.dequant_inter = dequant_block<false, true, 5>;
+    k.dequant_flat = [](int16_t* b, int32_t qp, const int16_t*) { dequant_block<false, false, 1>(b, qp, nullptr); };
+    k.quant_intra = quant_block<1, false>;
+    k.quant_inter = quant_block<0, false>;
+    k.quant_flat = quant_block<0, true>;
+}
+
+}  // namespace kplvc::x86::sse2
