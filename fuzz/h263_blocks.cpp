@@ -15,7 +15,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint8_t selector = data[0];
     const int qp = data[1] % 33;  // 0 and 32 exercise the range check
     std::vector<uint8_t> buf(data + 2, data + size);
-    buf.resize(buf.size() + 8, 0);
+    // Eight bytes of allowance after the data, plus three: a last code may
+    // run up to 22 bits into the zeros, and the look-ahead counts from the
+    // byte where the next code starts.
+    buf.resize(buf.size() + 11, 0);
     Kpl8u* p = buf.data();
     const Kpl8u* data_end = buf.data() + (size - 2);
     int off = selector & 7;

@@ -23,20 +23,22 @@ struct TcoefTables {
 const TcoefTables kNormal = {DCTtab0, DCTtab1, DCTtab2};
 const TcoefTables kAdvanced = {advDCTtab0, advDCTtab1, advDCTtab2};
 
-// Reads run-level codes from a private copy of the position until the code
-// with LAST = 1. Each level lands at compact[i] with i advanced by RUN + 1
-// from `start` (0 for intra blocks, whose DC sits at scan position 0; -1 for
-// inter blocks). On success the last scan index is returned through *last
-// and the position is advanced; on error nothing is written back.
+// Reads run-level codes through a private look-ahead until the code with
+// LAST = 1. The scan index i advances by RUN + 1 per code from `start` (0 for
+// intra blocks, whose DC sits at scan position 0; -1 for inter blocks), and
+// each level lands at out[i] (Scan = nullptr: a compact block in scan order)
+// or straight at its raster position out[Scan[i]] of a cleared block. On
+// success the last scan index is returned through *last; the caller writes
+// the position back only then.
 //
 // One 22-bit look per code covers both a normal code with its sign (at most
-// 13 bits) and a whole escape (7 + 1 + 6 + 8 bits), within the five-byte
-// reader's window.
-KplStatus decode_tcoef(const uint8_t*& p, int32_t& off, const TcoefTables& t, int start, int16_t* compact,
-                       int* last) {
+// 13 bits) and a whole escape (7 + 1 + 6 + 8 bits).
+template <const uint8_t* Scan>
+KplStatus decode_tcoef(BitCache64& position, const TcoefTables& t, int start, int16_t* out, int* last) {
+    BitCache64 bc = position;  // a local copy stays in registers
     int i = start;
     for (;;) {
-        const uint32_t v = ownShowBits(p, off, 22);
+        const uint32_t v = bc.peek(22);
         const uint32_t c12 = v >> 10;
         if (c12 < 8) return kplStsVLCErr;
         const uint32_t e = c12 >= 512 ? t.t0[(c12 >> 5) - 16] : (c12 >= 128 ? t.t1[(c12 >> 2) - 32] : t.t2[c12 - 8]);
@@ -45,37 +47,46 @@ KplStatus decode_tcoef(const uint8_t*& p, int32_t& off, const TcoefTables& t, in
         if (tcoef_level(e) == 0) {
             // ESCAPE: LAST (1), RUN (6), LEVEL (8, two's complement); the
             // levels 0 and -128 that the standard forbids are kept as read.
-            ownFlushBits(&p, &off, 22);
+            bc.skip(22);
             is_last = (v >> 14) & 1;
             run = (v >> 8) & 63;
             level = static_cast<int8_t>(static_cast<uint8_t>(v & 0xFF));
         } else {
             const uint32_t len = tcoef_len(e);
-            const uint32_t sign = (v >> (21 - len)) & 1;
-            ownFlushBits(&p, &off, static_cast<int32_t>(len) + 1);
+            const int32_t mag = static_cast<int32_t>(tcoef_level(e));
+            const int32_t neg = -static_cast<int32_t>((v >> (21 - len)) & 1);  // 0 or -1
+            bc.skip(static_cast<int>(len) + 1);
             is_last = tcoef_last(e);
             run = tcoef_run(e);
-            const int32_t mag = static_cast<int32_t>(tcoef_level(e));
-            level = sign ? -mag : mag;
+            level = (mag ^ neg) - neg;
         }
         i += static_cast<int>(run) + 1;
         if (i > 63) return kplStsCoefCountErr;
-        compact[i] = static_cast<int16_t>(level);
+        if constexpr (Scan == nullptr)
+            out[i] = static_cast<int16_t>(level);
+        else
+            out[Scan[i]] = static_cast<int16_t>(level);
         if (is_last) break;
     }
     *last = i;
+    position = bc;
     return kplStsNoErr;
 }
 
 inline bool null_stream(Kpl8u** pp, int* off) { return pp == nullptr || off == nullptr || *pp == nullptr; }
 
 // The fixed-length INTRADC; 0 and 128 are not legal codes.
-inline KplStatus read_intradc(const uint8_t*& p, int32_t& off, int16_t* dc) {
-    const uint32_t v = ownShowBits(p, off, 8);
+inline KplStatus read_intradc(BitCache64& bc, int16_t* dc) {
+    const uint32_t v = bc.peek(8);
     if (v == 0 || v == 128) return kplStsIntraDCErr;
-    ownFlushBits(&p, &off, 8);
+    bc.skip(8);
     *dc = static_cast<int16_t>(v);
     return kplStsNoErr;
+}
+
+inline void write_back(const BitCache64& bc, Kpl8u** pp, int* off) {
+    *pp = const_cast<Kpl8u*>(bc.byte());
+    *off = bc.offset();
 }
 
 inline void fill8x8(uint8_t* dst, int step, uint8_t v) {
@@ -98,20 +109,22 @@ KPLVC_API KplStatus kpliDecodeBlockCoef_Intra_H263_1u8u(Kpl8u** ppBitStream, int
     if (null_stream(ppBitStream, pBitOffset) || pDst == nullptr) return kplStsNullPtrErr;
     if (step < 8) return kplStsBlockStepErr;
     if (QP < 1 || QP > 31) return kplStsH263QPErr;
-    const uint8_t* p = *ppBitStream;
-    int32_t off = *pBitOffset;
-    alignas(16) int16_t compact[64] = {};
-    KplStatus st = read_intradc(p, off, &compact[0]);
+    BitCache64 bc(*ppBitStream, *pBitOffset);
+    int16_t dc;
+    KplStatus st = read_intradc(bc, &dc);
     if (st != kplStsNoErr) return st;
+    // Levels go straight to their raster positions (the classical inverse
+    // scan), then the block is inverse-quantised in place. Stream levels are
+    // at most 255 in magnitude, so 2*QP*|L| + QP stays below 16 bits and the
+    // 16-bit full-block kernel gives exactly the compact rule's values.
+    alignas(16) int16_t blk[64] = {};
     int last;
-    st = decode_tcoef(p, off, kNormal, 0, compact, &last);
+    st = decode_tcoef<block::ZigzagC>(bc, kNormal, 0, blk, &last);
     if (st != kplStsNoErr) return st;
-    kpliQuantInvIntra_Compact_H263_16s_I(compact, last + 1, QP);
-    alignas(16) int16_t block[64] = {};
-    block::inverse_scan(compact, block, block::ownZigZagC, last + 1);
-    block::dct8x8_inv_u8(block, pDst, step);
-    *ppBitStream = const_cast<Kpl8u*>(p);
-    *pBitOffset = off;
+    quant_kernels().quant_inv16(blk, 1, QP);
+    blk[0] = static_cast<int16_t>(dc == 255 ? 1024 : 8 * dc);
+    block::dct8x8_inv_u8(blk, pDst, step);
+    write_back(bc, ppBitStream, pBitOffset);
     return kplStsNoErr;
 }
 
@@ -119,34 +132,36 @@ KPLVC_API KplStatus kpliDecodeBlockCoef_Inter_H263_1u16s(Kpl8u** ppBitStream, in
     if (null_stream(ppBitStream, pBitOffset) || pDst == nullptr) return kplStsNullPtrErr;
     if (QP < 1 || QP > 31) return kplStsH263QPErr;
     std::memset(pDst, 0, 64 * sizeof(Kpl16s));
-    const uint8_t* p = *ppBitStream;
-    int32_t off = *pBitOffset;
-    alignas(16) int16_t compact[64] = {};
+    BitCache64 bc(*ppBitStream, *pBitOffset);
     int last;
-    const KplStatus st = decode_tcoef(p, off, kNormal, -1, compact, &last);
-    if (st != kplStsNoErr) return st;
+    // Levels land at their raster positions in the cleared destination (see
+    // the intra decoder for why the 16-bit dequantiser is exact here).
+    const KplStatus st = decode_tcoef<block::ZigzagC>(bc, kNormal, -1, pDst, &last);
+    if (st != kplStsNoErr) {
+        std::memset(pDst, 0, 64 * sizeof(Kpl16s));
+        return st;
+    }
     if (last == 0) {
         // Only the first coefficient: its inverse transform is flat,
         // (rec + 4) >> 3 everywhere, and no transform needs to run.
-        const int16_t rec = dequant_level(compact[0], QP);
+        const int16_t rec = dequant_level(pDst[0], QP);
         const int16_t v = static_cast<int16_t>((rec + 4) >> 3);
         for (int i = 0; i < 64; ++i) pDst[i] = v;
     } else {
-        kpliQuantInvInter_Compact_H263_16s_I(compact, last + 1, QP);
-        block::inverse_scan(compact, pDst, block::ownZigZagC, last + 1);
+        quant_kernels().quant_inv16(pDst, 0, QP);
         // The smallest transform that covers the coded positions: scan
         // positions below 4 lie in the 2x2 corner; below 20 all but 10, 14,
         // 15 and 16 lie in the 4x4 corner.
         const int count = last + 1;
+        const auto& z = block::ZigzagC;
         if (count < 4)
             block::dct8x8_inv_2x2(pDst);
-        else if (count <= 19 && (compact[10] | compact[14] | compact[15] | compact[16]) == 0)
+        else if (count <= 19 && (pDst[z[10]] | pDst[z[14]] | pDst[z[15]] | pDst[z[16]]) == 0)
             block::dct8x8_inv_4x4(pDst);
         else
             block::dct8x8_inv(pDst, pDst);
     }
-    *ppBitStream = const_cast<Kpl8u*>(p);
-    *pBitOffset = off;
+    write_back(bc, ppBitStream, pBitOffset);
     return kplStsNoErr;
 }
 
@@ -172,13 +187,12 @@ KPLVC_API KplStatus kpliDecodeBlockCoef_AdvIntra_H263_1u8u(Kpl8u** ppBitStream, 
     if (pCoefRow == nullptr || pCoefCol == nullptr) return kplStsNullPtrErr;
     if (QP < 1 || QP > 31) return kplStsH263QPErr;
     if (mode < 1 || mode > 3) return kplStsAdvIntraModeErr;
-    const uint8_t* p = *ppBitStream;
-    int32_t off = *pBitOffset;
+    BitCache64 bc(*ppBitStream, *pBitOffset);
     alignas(16) int16_t compact[64] = {};
-    KplStatus st = read_intradc(p, off, &compact[0]);
+    KplStatus st = read_intradc(bc, &compact[0]);
     if (st != kplStsNoErr) return st;
     int last;
-    st = decode_tcoef(p, off, kAdvanced, 0, compact, &last);
+    st = decode_tcoef<nullptr>(bc, kAdvanced, 0, compact, &last);
     if (st != kplStsNoErr) return st;
     // AC levels times 2QP, no offset; |level| <= 255 keeps the product in
     // 16 bits, and the clamp bounds it to -2048..2047.
@@ -219,8 +233,7 @@ KPLVC_API KplStatus kpliDecodeBlockCoef_AdvIntra_H263_1u8u(Kpl8u** ppBitStream, 
         pCoefCol[k] = blk[8 * k];
     }
     block::dct8x8_inv_u8(blk, pDst, step);
-    *ppBitStream = const_cast<Kpl8u*>(p);
-    *pBitOffset = off;
+    write_back(bc, ppBitStream, pBitOffset);
     return kplStsNoErr;
 }
 
