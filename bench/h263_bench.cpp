@@ -1,6 +1,8 @@
 // H.263 reconstruction, deblocking and symbol decoding.
 #include <vector>
 
+#include <cstring>
+
 #include "bench/bench_util.h"
 #include "h263/recon.h"
 #include "kplvc.h"
@@ -97,6 +99,80 @@ void register_all() {
     });
 }
 
+// A stream of one block coded by the library's own encoder.
+std::vector<uint8_t> coded_block(const int16_t* levels, bool intra) {
+    std::vector<uint8_t> buf(256, 0);
+    Kpl8u* p = buf.data();
+    int off = 0;
+    if (intra) kpliEncode_IntraDCVLC_H263_16s1u(levels[0], &p, &off);
+    kpliEncode_ACVLC_H263_16s1u(levels, &p, &off, intra ? 1 : 0);
+    return buf;
+}
+
+void register_blocks() {
+    // Inter: ten codes spread over the low frequencies (the full inverse DCT
+    // runs, since scan position 10 is coded).
+    static int16_t inter10[64] = {};
+    const int pos[10] = {0, 1, 8, 2, 9, 16, 3, 17, 24, 32};
+    for (int i = 0; i < 10; ++i) inter10[pos[i]] = static_cast<int16_t>((i & 1) ? -(i + 1) : i + 2);
+    // Intra: DC and about 30 AC levels.
+    static int16_t intra30[64] = {};
+    intra30[0] = 100;
+    for (int i = 1; i < 31; ++i) intra30[i * 2 % 64] = static_cast<int16_t>((i % 5) - 2 == 0 ? 1 : (i % 5) - 2);
+    benchmark::RegisterBenchmark("h263/kpliDecodeBlockCoef_Inter_H263_1u16s/10codes", [](benchmark::State& st) {
+        const auto s = coded_block(inter10, false);
+        int16_t res[64];
+        for (auto _ : st) {
+            Kpl8u* p = const_cast<Kpl8u*>(s.data());
+            int off = 0;
+            kpliDecodeBlockCoef_Inter_H263_1u16s(&p, &off, res, 7);
+            benchmark::DoNotOptimize(res);
+        }
+    });
+    benchmark::RegisterBenchmark("h263/kpliDecodeBlockCoef_Intra_H263_1u8u/30codes", [](benchmark::State& st) {
+        const auto s = coded_block(intra30, true);
+        uint8_t px[64];
+        for (auto _ : st) {
+            Kpl8u* p = const_cast<Kpl8u*>(s.data());
+            int off = 0;
+            kpliDecodeBlockCoef_Intra_H263_1u8u(&p, &off, px, 8, 7);
+            benchmark::DoNotOptimize(px);
+        }
+    });
+    benchmark::RegisterBenchmark("h263/kpliDecodeBlockCoef_AdvIntra_H263_1u8u/30codes", [](benchmark::State& st) {
+        const auto s = coded_block(intra30, true);
+        uint8_t px[64];
+        Kpl16s row[8] = {-1}, col[8] = {-1};
+        for (auto _ : st) {
+            Kpl8u* p = const_cast<Kpl8u*>(s.data());
+            int off = 0;
+            row[0] = col[0] = -1;
+            kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 8, row, col, 7, 3);
+            benchmark::DoNotOptimize(px);
+        }
+    });
+    benchmark::RegisterBenchmark("h263/kpliEncode_ACVLC_H263_16s1u/30codes", [](benchmark::State& st) {
+        std::vector<uint8_t> buf(256);
+        for (auto _ : st) {
+            Kpl8u* p = buf.data();
+            int off = 0;
+            kpliEncode_ACVLC_H263_16s1u(intra30, &p, &off, 1);
+            benchmark::DoNotOptimize(buf.data());
+        }
+    });
+    benchmark::RegisterBenchmark("h263/kpliQuantInv_H263_C1I", [](benchmark::State& st) {
+        int16_t blk[64];
+        for (int i = 0; i < 64; ++i) blk[i] = static_cast<int16_t>(i % 7 - 3);
+        for (auto _ : st) {
+            int16_t b[64];
+            std::memcpy(b, blk, sizeof b);
+            kpliQuantInv_H263_C1I(b, 9);
+            benchmark::DoNotOptimize(b);
+        }
+    });
+}
+
 KPLVC_BENCH_REGISTER(register_all);
+KPLVC_BENCH_REGISTER(register_blocks);
 
 }  // namespace

@@ -443,6 +443,58 @@ KPLVC_API KplStatus kpliDecodeMV_TopBorder_H263(Kpl8u** ppBitStream, int* pBitOf
  * it to that value (0..31 as read). The caller keeps *pQuant in 0..31. */
 KPLVC_API KplStatus kpliUpdateQuant_MQ_H263_1u32s_I(Kpl8u** ppBitStream, int* pBitOffset, Kpl32s* pQuant);
 
+/* Block decoders. Each reads one block's codes at the caller's byte pointer
+ * and bit offset (they may look up to eight bytes past the current byte),
+ * and writes the position back only when the whole block decoded. Common
+ * statuses: -8 a pointer (or *ppBitStream) null; -76 QP outside 1..31; -74
+ * an illegal TCOEF code; -72 a run past coefficient 63; -73 an INTRADC code
+ * of 0 or 128. */
+
+/* Intra block: 8-bit INTRADC, TCOEF codes (first AC at RUN + 1), inverse
+ * quantisation, classical inverse zigzag and the 8x8 inverse DCT to pixels
+ * at pDst. Statuses in order: -8, -82 step < 8, -76, then the stream's. */
+KPLVC_API KplStatus kpliDecodeBlockCoef_Intra_H263_1u8u(Kpl8u** ppBitStream, int* pBitOffset, Kpl8u* pDst,
+                                                        int step, int QP);
+
+/* Inter block: the 64-value residual (row-major). After the checks the
+ * destination is cleared, so it holds zeros after a stream error. A block
+ * whose only coefficient is at scan position 0 is filled with
+ * (rec + 4) >> 3; otherwise the smallest inverse DCT (2x2, 4x4 or full) that
+ * covers the coded positions runs. Statuses: -8, -76, then the stream's. */
+KPLVC_API KplStatus kpliDecodeBlockCoef_Inter_H263_1u16s(Kpl8u** ppBitStream, int* pBitOffset, Kpl16s* pDst,
+                                                         int QP);
+
+/* Intra block without AC codes: fills 8x8 with the INTRADC value (128 for
+ * 255). The byte pointer advances by one byte before the value is checked,
+ * so after -73 the position has moved. Statuses: -8, -82 step < 8, -73. */
+KPLVC_API KplStatus kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u(Kpl8u** ppBitStream, int* pBitOffset, Kpl8u* pDst,
+                                                              int step);
+
+/* Advanced intra coding (Annex I): INTRADC, TCOEF codes of the Annex I
+ * table, AC levels times 2QP (clamped), the scan of the mode (1: alternate
+ * horizontal with the column predictor, 2: alternate vertical with the row
+ * predictor, 3: classical zigzag, DC predicted from both), the DC made odd
+ * and kept in 0..2047; pCoefRow / pCoefCol (8 values each, element 0
+ * negative = unavailable) are updated with this block's first row and
+ * column. Statuses in order: -8 stream pointers; -8 pDst; -82 step < 8;
+ * -8 a predictor; -76 QP; -83 mode not 1, 2 or 3; then the stream's. */
+KPLVC_API KplStatus kpliDecodeBlockCoef_AdvIntra_H263_1u8u(Kpl8u** ppBitStream, int* pBitOffset, Kpl8u* pDst,
+                                                           int step, Kpl16s* pCoefRow, Kpl16s* pCoefCol, int QP,
+                                                           int mode);
+
+/* Writes the 8-bit INTRADC level (128 is written as 255). The current
+ * byte keeps its bits before the offset; the position advances 8 bits.
+ * Statuses: -8 null; -105 bit offset outside 0..7. */
+KPLVC_API KplStatus kpliEncode_IntraDCVLC_H263_16s1u(Kpl16s qDC, Kpl8u** ppBitStream, int* pBitOffset);
+
+/* Writes the TCOEF codes of a quantised block (row-major, read through the
+ * classical zigzag) from scan position 1 (intra != 0) or 0, LAST on the final
+ * non-zero one; events outside the run-level table use the 22-bit escape
+ * (levels keep their low 8 bits). An all-zero block writes nothing.
+ * Statuses: -8 null; -105 bit offset outside 0..7. */
+KPLVC_API KplStatus kpliEncode_ACVLC_H263_16s1u(const Kpl16s* pQCoef, Kpl8u** ppBitStream, int* pBitOffset,
+                                                int intra);
+
 /* Inverse quantisation (H.263): a non-zero level L becomes
  * sign(L) * (2*QP*|L| + QP) for odd QP, sign(L) * (2*QP*|L| + QP - 1) for even
  * QP, clamped to -2048..2047. The full-block forms work in 16-bit lanes: the

@@ -16,6 +16,8 @@ static const FamilyInfo kFamilies[] = {
     {"vector", vector_level},
     {"h263recon", h263::recon_level},
     {"h263quant", h263::quant_level},
+    {"dv", dv::dv_level},
+    {"dct", block::dct_level},
     {"mpeg2quant", mpeg2::quant_level},
     {"mpeg4quant", mpeg4::quant_level},
     {"h264pred", h264::pred_level},

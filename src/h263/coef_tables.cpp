@@ -240,11 +240,11 @@ constexpr uint32_t value(const char* s) {
     return v;
 }
 
-// One of the three decoder tables: every `window`-bit index whose leading
-// bits equal a code word, minus `base`, holds LAST | RUN << 1 | LEVEL << 7 |
+// One of the three decoder tables, indexed by (12-bit look >> shift) minus
+// `base`: every index whose leading bits equal a code word holds LAST | RUN << 1 | LEVEL << 7 |
 // length << 15. Indices outside 0..N-1 belong to a sibling table.
 template <size_t N, size_t M>
-constexpr std::array<uint32_t, N> build(const TcoefCode (&codes)[M], int window, int shift, int32_t base) {
+constexpr std::array<uint32_t, N> build(const TcoefCode (&codes)[M], int shift, int32_t base) {
     std::array<uint32_t, N> t{};
     for (const TcoefCode& c : codes) {
         const int len = length(c.bits);
@@ -275,12 +275,12 @@ constexpr RunLevelTable build_encoder() {
 
 }  // namespace
 
-const std::array<uint32_t, 112> DCTtab0 = build<112>(kTcoefCodes, 12, 5, 16);
-const std::array<uint32_t, 96> DCTtab1 = build<96>(kTcoefCodes, 12, 2, 32);
-const std::array<uint32_t, 120> DCTtab2 = build<120>(kTcoefCodes, 12, 0, 8);
-const std::array<uint32_t, 112> advDCTtab0 = build<112>(kAdvTcoefCodes, 12, 5, 16);
-const std::array<uint32_t, 96> advDCTtab1 = build<96>(kAdvTcoefCodes, 12, 2, 32);
-const std::array<uint32_t, 120> advDCTtab2 = build<120>(kAdvTcoefCodes, 12, 0, 8);
+const std::array<uint32_t, 112> DCTtab0 = build<112>(kTcoefCodes, 5, 16);
+const std::array<uint32_t, 96> DCTtab1 = build<96>(kTcoefCodes, 2, 32);
+const std::array<uint32_t, 120> DCTtab2 = build<120>(kTcoefCodes, 0, 8);
+const std::array<uint32_t, 112> advDCTtab0 = build<112>(kAdvTcoefCodes, 5, 16);
+const std::array<uint32_t, 96> advDCTtab1 = build<96>(kAdvTcoefCodes, 2, 32);
+const std::array<uint32_t, 120> advDCTtab2 = build<120>(kAdvTcoefCodes, 0, 8);
 
 const RunLevelTable mVLC_TB17 = build_encoder();
 

@@ -20,10 +20,12 @@ cpu::Isa quant_level();
 // |rec| = 2*QP*|L| + QP (QP odd) or + QP - 1 (QP even), sign of L, clamped
 // to -2048..2047; formed in 32 bits. 0 stays 0.
 inline int16_t dequant_level(int32_t level, int32_t qp) {
-    if (level == 0) return 0;
-    const int32_t mag = 2 * qp * (level < 0 ? -level : level) + ((qp & 1) ? qp : qp - 1);
-    const int32_t rec = level < 0 ? -mag : mag;
-    return static_cast<int16_t>(rec < -2048 ? -2048 : (rec > 2047 ? 2047 : rec));
+    // Branch-free: the sign mask turns |L| back into sign(L) * |rec|.
+    const int32_t neg = level < 0 ? -1 : 0;
+    const int32_t mag = 2 * qp * ((level ^ neg) - neg) + ((qp & 1) ? qp : qp - 1);
+    const int32_t rec = (mag ^ neg) - neg;
+    const int32_t clamped = rec < -2048 ? -2048 : (rec > 2047 ? 2047 : rec);
+    return static_cast<int16_t>(level == 0 ? 0 : clamped);
 }
 
 namespace x86::sse2 {
