@@ -122,6 +122,7 @@ XformKernels xform_kernels_for(cpu::Isa isa) {
                       ref::transform_quant_residual};
 #if defined(__i386__) || defined(__x86_64__)
     if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_xform(k);
+    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_xform(k);
 #else
     (void)isa;
 #endif
@@ -130,7 +131,7 @@ XformKernels xform_kernels_for(cpu::Isa isa) {
 
 const XformKernels& xform_kernels() { return active_table<XformKernels, xform_kernels_for>(); }
 
-cpu::Isa xform_level() { return level_in_use(cpu::Isa::sse2); }
+cpu::Isa xform_level() { return level_in_use(cpu::Isa::avx2); }
 
 // Fills 16 residual outputs (rows `step` bytes apart) with one value.
 static void fill_strided(int16_t* coef, int32_t step, int16_t v) {

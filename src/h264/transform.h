@@ -61,5 +61,8 @@ void inverse4x4(int16_t* blk);
 namespace x86::sse2 {
 void upgrade_xform(XformKernels& k);
 }
+namespace x86::avx2 {
+void upgrade_xform(XformKernels& k);
+}
 
 }  // namespace kplvc::h264
