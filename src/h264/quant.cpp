@@ -65,6 +65,50 @@ int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, int32_t round,
     return kplStsNoErr;
 }
 
+int32_t transform_quant_luma_dc(int16_t* src, int16_t* tblock, bool transform, int32_t mf, int32_t round,
+                                int32_t shift, const int16_t* scan, uint8_t* count, uint8_t* last) {
+    if (transform) {
+        int16_t t[16];
+        for (int i = 0; i < 16; ++i) t[i] = src[i];
+        hadamard4x4(t);
+        for (int i = 0; i < 16; ++i) tblock[i] = static_cast<int16_t>(t[i] >> 1);
+    }
+    for (int r = 0; r < 4; ++r) {
+        int16_t lv[4];
+        bool over = false;
+        for (int c = 0; c < 4; ++c) {
+            const int16_t t = tblock[4 * r + c];
+            const int32_t L = level_mag(t, mf, round, shift);
+            over |= L > kMaxLevel;
+            lv[c] = with_sign(t, L);
+        }
+        if (over) return kplStsLevelRangeErr;
+        for (int c = 0; c < 4; ++c) src[4 * r + c] = lv[c];
+    }
+    count_and_last(src, scan, count, last);
+    return kplStsNoErr;
+}
+
+int32_t transform_quant_chroma_dc(int16_t* src, int16_t* tblock, bool transform, int32_t mf, int32_t round,
+                                  int32_t shift, uint8_t* count) {
+    if (transform) {
+        int16_t t[4] = {src[0], src[1], src[2], src[3]};
+        hadamard2(t);
+        for (int k = 0; k < 4; ++k) tblock[k] = t[k];
+    }
+    bool over = false;
+    int32_t n = 0;
+    for (int k = 0; k < 4; ++k) {
+        const int16_t t = tblock[k];
+        const int32_t L = level_mag(t, mf, round, shift);
+        over |= L > kMaxLevel;
+        n += L != 0;
+        src[k] = with_sign(t, L);
+    }
+    *count = static_cast<uint8_t>(src[0] != 0 ? -n : n);
+    return over ? kplStsLevelRangeErr : kplStsNoErr;
+}
+
 }  // namespace ref
 
 }  // namespace kplvc::h264
@@ -79,25 +123,11 @@ KPLVC_API KplStatus kpliTransformQuantChromaDC_H264_16s_C1I(Kpl16s* pSrcDst, Kpl
                                                             Kpl8u needTransform) {
     if (pSrcDst == nullptr || pTBlock == nullptr || pNumLevels == nullptr) return kplStsNullPtrErr;
     if (QP < 0 || QP > 39) return kplStsOutOfRangeErr;
-    if (needTransform != 0) {
-        int16_t t[4] = {pSrcDst[0], pSrcDst[1], pSrcDst[2], pSrcDst[3]};
-        hadamard2(t);
-        for (int k = 0; k < 4; ++k) pTBlock[k] = t[k];
-    }
     const int32_t per = dc_q[static_cast<std::size_t>(QP)];
     const int32_t mf = FwdQuantTable[static_cast<std::size_t>(3 * dc_rems[static_cast<std::size_t>(QP)])];
     const int32_t round = dc_rounds[static_cast<std::size_t>((intra != 0 ? 9 : 0) + per)];
-    bool over = false;
-    int32_t n = 0;
-    for (int k = 0; k < 4; ++k) {
-        const int16_t t = pTBlock[k];
-        const int32_t L = level_mag(t, mf, round, per + 16);
-        over |= L > kMaxLevel;
-        n += L != 0;
-        pSrcDst[k] = with_sign(t, L);
-    }
-    *pNumLevels = static_cast<uint8_t>(pSrcDst[0] != 0 ? -n : n);
-    return over ? kplStsLevelRangeErr : kplStsNoErr;
+    return xform_kernels().transform_quant_chroma_dc(pSrcDst, pTBlock, needTransform != 0, mf, round, per + 16,
+                                                     pNumLevels);
 }
 
 KPLVC_API KplStatus kpliTransformQuantLumaDC_H264_16s_C1I(Kpl16s* pSrcDst, Kpl16s* pTBlock, Kpl32s QP,
@@ -107,29 +137,11 @@ KPLVC_API KplStatus kpliTransformQuantLumaDC_H264_16s_C1I(Kpl16s* pSrcDst, Kpl16
         pLastCoeff == nullptr)
         return kplStsNullPtrErr;
     if (QP < 0 || QP > 51) return kplStsOutOfRangeErr;
-    if (needTransform != 0) {
-        int16_t t[16];
-        for (int i = 0; i < 16; ++i) t[i] = pSrcDst[i];
-        hadamard4x4(t);
-        for (int i = 0; i < 16; ++i) pTBlock[i] = static_cast<int16_t>(t[i] >> 1);
-    }
     const int32_t per = QP / 6;
     const int32_t mf = FwdQuantTable[static_cast<std::size_t>(3 * (QP % 6))];
-    const int32_t round = dc_rounds[static_cast<std::size_t>(9 + per)];
-    for (int r = 0; r < 4; ++r) {
-        int16_t lv[4];
-        bool over = false;
-        for (int c = 0; c < 4; ++c) {
-            const int16_t t = pTBlock[4 * r + c];
-            const int32_t L = level_mag(t, mf, round, per + 16);
-            over |= L > kMaxLevel;
-            lv[c] = with_sign(t, L);
-        }
-        if (over) return kplStsLevelRangeErr;
-        for (int c = 0; c < 4; ++c) pSrcDst[4 * r + c] = lv[c];
-    }
-    count_and_last(pSrcDst, pScanMatrix, pNumLevels, pLastCoeff);
-    return kplStsNoErr;
+    const int32_t round = dc_rounds[static_cast<std::size_t>(9 + per)];  // always the intra rounding
+    return xform_kernels().transform_quant_luma_dc(pSrcDst, pTBlock, needTransform != 0, mf, round, per + 16,
+                                                   pScanMatrix, pNumLevels, pLastCoeff);
 }
 
 KPLVC_API KplStatus kpliTransformQuantResidual_H264_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP, Kpl8u* pNumLevels,

@@ -118,8 +118,8 @@ void dequant_residual_add(const uint8_t* pred, int32_t pred_step, int16_t* coef,
 }  // namespace ref
 
 XformKernels xform_kernels_for(cpu::Isa isa) {
-    XformKernels k = {ref::dequant_residual, ref::dequant_residual_add, ref::forward4x4,
-                      ref::transform_quant_residual};
+    XformKernels k = {ref::dequant_residual,         ref::dequant_residual_add,   ref::forward4x4,
+                      ref::transform_quant_residual, ref::transform_quant_luma_dc, ref::transform_quant_chroma_dc};
 #if defined(__i386__) || defined(__x86_64__)
     if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_xform(k);
     if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_xform(k);

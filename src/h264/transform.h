@@ -32,6 +32,17 @@ struct XformKernels {
     int32_t (*transform_quant_residual)(int16_t* blk, const int16_t* mf, int32_t round,
                                         int32_t shift, const int16_t* scan, uint8_t* count,
                                         uint8_t* last);
+    // Luma DC: when `transform` is set, tblock = (4x4 Hadamard of src) >> 1.
+    // Then the levels of tblock with one multiplier replace src row by row,
+    // with the early exit of the residual quantiser (failing and later rows
+    // keep src as it was).
+    int32_t (*transform_quant_luma_dc)(int16_t* src, int16_t* tblock, bool transform, int32_t mf,
+                                       int32_t round, int32_t shift, const int16_t* scan,
+                                       uint8_t* count, uint8_t* last);
+    // Chroma DC: when `transform` is set, tblock = 2x2 Hadamard of src. All
+    // four levels and the count are written, then -13 if one exceeds 2063.
+    int32_t (*transform_quant_chroma_dc)(int16_t* src, int16_t* tblock, bool transform, int32_t mf,
+                                         int32_t round, int32_t shift, uint8_t* count);
 };
 
 XformKernels xform_kernels_for(cpu::Isa isa);
@@ -54,6 +65,10 @@ void dequant_residual_add(const uint8_t* pred, int32_t pred_step, int16_t* coef,
 void forward4x4(int16_t* blk);
 int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, int32_t round, int32_t shift,
                                  const int16_t* scan, uint8_t* count, uint8_t* last);
+int32_t transform_quant_luma_dc(int16_t* src, int16_t* tblock, bool transform, int32_t mf, int32_t round,
+                                int32_t shift, const int16_t* scan, uint8_t* count, uint8_t* last);
+int32_t transform_quant_chroma_dc(int16_t* src, int16_t* tblock, bool transform, int32_t mf, int32_t round,
+                                  int32_t shift, uint8_t* count);
 // The inverse core transform with the final (v + 32) >> 6, packed, in place.
 void inverse4x4(int16_t* blk);
 }  // namespace ref

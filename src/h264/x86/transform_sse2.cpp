@@ -154,6 +154,34 @@ inline __m128i quant8(__m128i c, __m128i mf, __m128i round, __m128i shift, __m12
     return _mm_sub_epi16(_mm_xor_si128(mag, sgn), sgn);
 }
 
+// Stores the sixteen levels, then the signed count and the largest scan
+// entry among the non-zero levels (the others become -32768).
+inline int32_t store_levels(int16_t* dst, __m128i l01, __m128i l23, const int16_t* scan, uint8_t* count,
+                            uint8_t* last) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), l01);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 8), l23);
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i z01 = _mm_cmpeq_epi16(l01, zero), z23 = _mm_cmpeq_epi16(l23, zero);
+    const unsigned nz = ~static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(z01, z23))) & 0xFFFFu;
+    if (nz == 0) {
+        *count = 0;
+        *last = 0;
+        return kplStsNoErr;
+    }
+    const int n = __builtin_popcount(nz);
+    *count = static_cast<uint8_t>((nz & 1u) != 0 ? -n : n);
+    const __m128i floor = _mm_set1_epi16(-32768);
+    const __m128i s01 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(scan));
+    const __m128i s23 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(scan + 8));
+    __m128i m = _mm_max_epi16(_mm_or_si128(_mm_andnot_si128(z01, s01), _mm_and_si128(z01, floor)),
+                              _mm_or_si128(_mm_andnot_si128(z23, s23), _mm_and_si128(z23, floor)));
+    m = _mm_max_epi16(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(1, 0, 3, 2)));
+    m = _mm_max_epi16(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(2, 3, 0, 1)));
+    m = _mm_max_epi16(m, _mm_srli_epi32(m, 16));
+    *last = static_cast<uint8_t>(_mm_cvtsi128_si32(m) & 0x7F);
+    return kplStsNoErr;
+}
+
 int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, int32_t round, int32_t shift,
                                  const int16_t* scan, uint8_t* count, uint8_t* last) {
     __m128i r0, r1, r2, r3;
@@ -177,29 +205,84 @@ int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, int32_t round,
         std::memcpy(blk, lv, static_cast<size_t>(row) * 8);
         return kplStsLevelRangeErr;
     }
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(blk), l01);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(blk + 8), l23);
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i z01 = _mm_cmpeq_epi16(l01, zero), z23 = _mm_cmpeq_epi16(l23, zero);
-    const unsigned nz = ~static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(z01, z23))) & 0xFFFFu;
-    if (nz == 0) {
-        *count = 0;
-        *last = 0;
-        return kplStsNoErr;
+    return store_levels(blk, l01, l23, scan, count, last);
+}
+
+// Hadamard butterfly on four lines at once: (a+c, a-c, b-d, b+d) with
+// a = x0+x1, b = x0-x1, c = x2+x3, d = x2-x3.
+inline void had_pass(__m128i& x0, __m128i& x1, __m128i& x2, __m128i& x3) {
+    const __m128i a = _mm_add_epi16(x0, x1), b = _mm_sub_epi16(x0, x1);
+    const __m128i c = _mm_add_epi16(x2, x3), d = _mm_sub_epi16(x2, x3);
+    x0 = _mm_add_epi16(a, c);
+    x1 = _mm_sub_epi16(a, c);
+    x2 = _mm_sub_epi16(b, d);
+    x3 = _mm_add_epi16(b, d);
+}
+
+int32_t transform_quant_luma_dc(int16_t* src, int16_t* tblock, bool transform, int32_t mf, int32_t round,
+                                int32_t shift, const int16_t* scan, uint8_t* count, uint8_t* last) {
+    __m128i t01, t23;
+    if (transform) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 8));
+        __m128i r0 = a, r1 = _mm_unpackhi_epi64(a, a), r2 = b, r3 = _mm_unpackhi_epi64(b, b);
+        had_pass(r0, r1, r2, r3);  // columns: lane c of row k is element (k, c)
+        transpose4(r0, r1, r2, r3);
+        had_pass(r0, r1, r2, r3);  // rows
+        transpose4(r0, r1, r2, r3);
+        t01 = _mm_srai_epi16(_mm_unpacklo_epi64(r0, r1), 1);
+        t23 = _mm_srai_epi16(_mm_unpacklo_epi64(r2, r3), 1);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(tblock), t01);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(tblock + 8), t23);
+    } else {
+        t01 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(tblock));
+        t23 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(tblock + 8));
     }
-    const int n = __builtin_popcount(nz);
+    // mf < 2^14, |t| <= 32768, round < 2^23: the same exact products as the
+    // residual quantiser.
+    const __m128i m = _mm_set1_epi16(static_cast<int16_t>(mf));
+    const __m128i rnd = _mm_set1_epi32(round), sh = _mm_cvtsi32_si128(shift);
+    __m128i m01, m23;
+    const __m128i l01 = quant8(t01, m, rnd, sh, m01);
+    const __m128i l23 = quant8(t23, m, rnd, sh, m23);
+    const __m128i lim = _mm_set1_epi16(2063);
+    const int over = _mm_movemask_epi8(_mm_packs_epi16(_mm_cmpgt_epi16(m01, lim), _mm_cmpgt_epi16(m23, lim)));
+    if (over != 0) {
+        // Rows before the first failing one take levels; the rest of src is
+        // left as it was.
+        alignas(16) int16_t lv[16];
+        _mm_store_si128(reinterpret_cast<__m128i*>(lv), l01);
+        _mm_store_si128(reinterpret_cast<__m128i*>(lv + 8), l23);
+        const int row = __builtin_ctz(static_cast<unsigned>(over)) / 4;
+        std::memcpy(src, lv, static_cast<size_t>(row) * 8);
+        return kplStsLevelRangeErr;
+    }
+    return store_levels(src, l01, l23, scan, count, last);
+}
+
+int32_t transform_quant_chroma_dc(int16_t* src, int16_t* tblock, bool transform, int32_t mf, int32_t round,
+                                  int32_t shift, uint8_t* count) {
+    __m128i t;
+    if (transform) {
+        const __m128i v = load4x16(src);                                      // c0 c1 c2 c3
+        const __m128i p = _mm_shufflelo_epi16(v, _MM_SHUFFLE(2, 3, 0, 1));    // c1 c0 c3 c2
+        const __m128i pairs = _mm_unpacklo_epi16(_mm_add_epi16(v, p), _mm_sub_epi16(v, p));
+        const __m128i u = _mm_shuffle_epi32(pairs, _MM_SHUFFLE(3, 1, 2, 0));  // a b d e (a = c0+c1, ...)
+        const __m128i w = _mm_shufflelo_epi16(u, _MM_SHUFFLE(1, 0, 3, 2));    // d e a b
+        t = _mm_unpacklo_epi32(_mm_add_epi16(u, w), _mm_sub_epi16(u, w));     // a+d b+e a-d b-e
+        store4x16(tblock, t);
+    } else {
+        t = load4x16(tblock);
+    }
+    __m128i mag;
+    const __m128i lv = quant8(t, _mm_set1_epi16(static_cast<int16_t>(mf)), _mm_set1_epi32(round),
+                              _mm_cvtsi32_si128(shift), mag);
+    store4x16(src, lv);
+    const int over = _mm_movemask_epi8(_mm_cmpgt_epi16(mag, _mm_set1_epi16(2063))) & 0xFF;
+    const unsigned nz = ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(lv, _mm_setzero_si128()))) & 0xFFu;
+    const int n = __builtin_popcount(nz) / 2;
     *count = static_cast<uint8_t>((nz & 1u) != 0 ? -n : n);
-    // Largest scan entry among the non-zero positions: the others become -32768.
-    const __m128i floor = _mm_set1_epi16(-32768);
-    const __m128i s01 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(scan));
-    const __m128i s23 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(scan + 8));
-    __m128i m = _mm_max_epi16(_mm_or_si128(_mm_andnot_si128(z01, s01), _mm_and_si128(z01, floor)),
-                              _mm_or_si128(_mm_andnot_si128(z23, s23), _mm_and_si128(z23, floor)));
-    m = _mm_max_epi16(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(1, 0, 3, 2)));
-    m = _mm_max_epi16(m, _mm_shuffle_epi32(m, _MM_SHUFFLE(2, 3, 0, 1)));
-    m = _mm_max_epi16(m, _mm_srli_epi32(m, 16));
-    *last = static_cast<uint8_t>(_mm_cvtsi128_si32(m) & 0x7F);
-    return kplStsNoErr;
+    return over != 0 ? kplStsLevelRangeErr : kplStsNoErr;
 }
 
 }  // namespace
@@ -209,6 +292,8 @@ void upgrade_xform(XformKernels& k) {
     k.dequant_residual_add = dequant_residual_add;
     k.forward4x4 = forward4x4;
     k.transform_quant_residual = transform_quant_residual;
+    k.transform_quant_luma_dc = transform_quant_luma_dc;
+    k.transform_quant_chroma_dc = transform_quant_chroma_dc;
 }
 
 }  // namespace kplvc::h264::x86::sse2
