@@ -23,6 +23,10 @@ const int16_t kResidual[16] = {23, -17, 8, 4, -30, 12, 5, -2, 14, 9, -11, 3, 0, 
 const int16_t kZigzagIndex[16] = {0, 1, 5, 6, 2, 4, 7, 12, 3, 8, 11, 13, 9, 10, 14, 15};
 const Kpl32s kZigzag[16] = {0, 1, 4, 8, 5, 2, 3, 6, 9, 12, 13, 10, 7, 11, 14, 15};
 constexpr int kQp = 28;
+// The DC quantisers' multiplier, intra rounding and shift at kQp.
+constexpr int32_t kDcMf = kplvc::h264::FwdQuantTable[3 * (kQp % 6)];
+constexpr int32_t kDcRound = kplvc::h264::dc_rounds[9 + kQp / 6];
+constexpr int32_t kDcShift = kQp / 6 + 16;
 
 template <class F>
 void api(const char* name, F body) {
@@ -41,6 +45,16 @@ void register_all() {
                                 for (auto _ : st) {
                                     std::memcpy(c, kLevels, sizeof c);
                                     k.dequant_residual_add(pred, 16, c, nullptr, dst, 16, scale);
+                                    benchmark::ClobberMemory();
+                                }
+                            });
+    per_level<XformKernels>("h264xform/add_dc", kplvc::h264::xform_kernels_for,
+                            [](const XformKernels& k) { return k.add_dc; },
+                            [](benchmark::State& st, const XformKernels& k) {
+                                uint8_t pred[16 * 4], dst[16 * 4];
+                                std::memset(pred, 120, sizeof pred);
+                                for (auto _ : st) {
+                                    k.add_dc(pred, 16, dst, 16, 11);
                                     benchmark::ClobberMemory();
                                 }
                             });
@@ -76,6 +90,30 @@ void register_all() {
                                     std::memcpy(c, kResidual, sizeof c);
                                     benchmark::DoNotOptimize(
                                         k.transform_quant_residual(c, mf, round, shift, kZigzagIndex, &count, &last));
+                                    benchmark::ClobberMemory();
+                                }
+                            });
+    per_level<XformKernels>("h264xform/transform_quant_luma_dc", kplvc::h264::xform_kernels_for,
+                            [](const XformKernels& k) { return k.transform_quant_luma_dc; },
+                            [](benchmark::State& st, const XformKernels& k) {
+                                alignas(16) int16_t c[16], t[16];
+                                uint8_t count, last;
+                                for (auto _ : st) {
+                                    std::memcpy(c, kResidual, sizeof c);
+                                    benchmark::DoNotOptimize(k.transform_quant_luma_dc(
+                                        c, t, true, kDcMf, kDcRound, kDcShift, kZigzagIndex, &count, &last));
+                                    benchmark::ClobberMemory();
+                                }
+                            });
+    per_level<XformKernels>("h264xform/transform_quant_chroma_dc", kplvc::h264::xform_kernels_for,
+                            [](const XformKernels& k) { return k.transform_quant_chroma_dc; },
+                            [](benchmark::State& st, const XformKernels& k) {
+                                alignas(16) int16_t c[4], t[4];
+                                uint8_t count;
+                                for (auto _ : st) {
+                                    std::memcpy(c, kResidual, sizeof c);
+                                    benchmark::DoNotOptimize(
+                                        k.transform_quant_chroma_dc(c, t, true, kDcMf, kDcRound, kDcShift, &count));
                                     benchmark::ClobberMemory();
                                 }
                             });

@@ -115,11 +115,21 @@ void dequant_residual_add(const uint8_t* pred, int32_t pred_step, int16_t* coef,
     }
 }
 
+void add_dc(const uint8_t* pred, int32_t pred_step, uint8_t* dst, int32_t dst_step, int16_t r) {
+    const int32_t lim = clip3(-256, 256, r);
+    for (int y = 0; y < 4; ++y) {
+        const uint8_t* p = pred + static_cast<intptr_t>(pred_step) * y;
+        uint8_t* d = dst + static_cast<intptr_t>(dst_step) * y;
+        for (int x = 0; x < 4; ++x) d[x] = ClampTbl[static_cast<std::size_t>(256 + p[x] + lim)];
+    }
+}
+
 }  // namespace ref
 
 XformKernels xform_kernels_for(cpu::Isa isa) {
-    XformKernels k = {ref::dequant_residual,         ref::dequant_residual_add,   ref::forward4x4,
-                      ref::transform_quant_residual, ref::transform_quant_luma_dc, ref::transform_quant_chroma_dc};
+    XformKernels k = {ref::dequant_residual,          ref::dequant_residual_add,  ref::add_dc,
+                      ref::forward4x4,                ref::transform_quant_residual, ref::transform_quant_luma_dc,
+                      ref::transform_quant_chroma_dc};
 #if defined(__i386__) || defined(__x86_64__)
     if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_xform(k);
     if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_xform(k);
@@ -208,12 +218,7 @@ KPLVC_API KplStatus kpliDequantTransformResidualAndAdd_H264_16s_C1I(
         const int16_t res = round6(dc);
         if (pSrcDst != nullptr)
             for (int i = 0; i < 16; ++i) pSrcDst[i] = res;
-        const int32_t lim = clip3(-256, 256, res);
-        for (int r = 0; r < 4; ++r) {
-            const Kpl8u* p = pPred + static_cast<intptr_t>(PredStep) * r;
-            Kpl8u* d = pDst + static_cast<intptr_t>(DstStep) * r;
-            for (int c = 0; c < 4; ++c) d[c] = ClampTbl[static_cast<std::size_t>(256 + p[c] + lim)];
-        }
+        xform_kernels().add_dc(pPred, PredStep, pDst, DstStep, res);
         return kplStsNoErr;
     }
     xform_kernels().dequant_residual_add(pPred, PredStep, pSrcDst, pDC, pDst, DstStep, scale);

@@ -23,6 +23,9 @@ struct XformKernels {
     void (*dequant_residual_add)(const uint8_t* pred, int32_t pred_step, int16_t* coef,
                                  const int16_t* dc, uint8_t* dst, int32_t dst_step,
                                  const int16_t* scale);
+    // dst = clamp(pred + r) for a 4x4 block, r limited to -256..256 first:
+    // the residual of a block without AC levels.
+    void (*add_dc)(const uint8_t* pred, int32_t pred_step, uint8_t* dst, int32_t dst_step, int16_t r);
     // Forward core transform of a packed block in place (16-bit wrap).
     void (*forward4x4)(int16_t* blk);
     // Forward transform, then quantise row by row: L = (|c| * mf[p] + round)
@@ -62,6 +65,7 @@ namespace ref {
 void dequant_residual(int16_t* coef, int32_t step, const int16_t* dc, const int16_t* scale);
 void dequant_residual_add(const uint8_t* pred, int32_t pred_step, int16_t* coef, const int16_t* dc,
                           uint8_t* dst, int32_t dst_step, const int16_t* scale);
+void add_dc(const uint8_t* pred, int32_t pred_step, uint8_t* dst, int32_t dst_step, int16_t r);
 void forward4x4(int16_t* blk);
 int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, int32_t round, int32_t shift,
                                  const int16_t* scan, uint8_t* count, uint8_t* last);

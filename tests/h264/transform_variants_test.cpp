@@ -100,6 +100,30 @@ TEST(H264XformVariants, DequantResidualAdd) {
     }
 }
 
+TEST(H264XformVariants, AddDc) {
+    const auto ref = kplvc::h264::xform_kernels_for(kplvc::cpu::Isa::c).add_dc;
+    for (auto [isa, fn] : variants(kplvc::h264::xform_kernels_for, &XformKernels::add_dc)) {
+        Rng rng(1007);
+        SCOPED_TRACE(kplvc::cpu::isa_name(isa));
+        for (int iter = 0; iter < kIters; ++iter) {
+            const int32_t ps = rng.range(4, 33), ds = rng.range(4, 33);
+            const size_t psize = static_cast<size_t>(3 * ps + 4), dsize = static_cast<size_t>(3 * ds + 4);
+            Guarded pred(psize, static_cast<size_t>(rng.range(0, 31)));
+            Guarded d1(dsize, static_cast<size_t>(rng.range(0, 31))), d2(dsize, 5);
+            if (iter % 2) rng.fill_extreme(pred.data(), psize);
+            else rng.fill(pred.data(), psize);
+            rng.fill(d1.data(), dsize);
+            std::memcpy(d2.data(), d1.data(), dsize);
+            // Residuals around the limit and the 16-bit extremes.
+            const int16_t r = iter % 3 == 0 ? rng.s16() : static_cast<int16_t>(rng.range(-300, 300));
+            ref(pred.data(), ps, d1.data(), ds, r);
+            fn(pred.data(), ps, d2.data(), ds, r);
+            ASSERT_EQ(std::memcmp(d1.data(), d2.data(), dsize), 0) << "iter " << iter << " r " << r;
+            ASSERT_TRUE(d2.intact() && pred.intact());
+        }
+    }
+}
+
 TEST(H264XformVariants, Forward) {
     const auto ref = kplvc::h264::xform_kernels_for(kplvc::cpu::Isa::c).forward4x4;
     for (auto [isa, fn] : variants(kplvc::h264::xform_kernels_for, &XformKernels::forward4x4)) {

@@ -127,6 +127,19 @@ void dequant_residual_add(const uint8_t* pred, int32_t pred_step, int16_t* coef,
     store_row(at(dst, dst_step, 3), _mm_srli_si128(out, 12));
 }
 
+// The limit of the residual to -256..256 is replaced by the saturating add,
+// as in dequant_residual_add.
+void add_dc(const uint8_t* pred, int32_t pred_step, uint8_t* dst, int32_t dst_step, int16_t r) {
+    const __m128i zero = _mm_setzero_si128(), rv = _mm_set1_epi16(r);
+    const __m128i p01 = _mm_unpacklo_epi8(load_pred_rows(at(pred, pred_step, 0), at(pred, pred_step, 1)), zero);
+    const __m128i p23 = _mm_unpacklo_epi8(load_pred_rows(at(pred, pred_step, 2), at(pred, pred_step, 3)), zero);
+    const __m128i out = _mm_packus_epi16(_mm_adds_epi16(p01, rv), _mm_adds_epi16(p23, rv));
+    store_row(at(dst, dst_step, 0), out);
+    store_row(at(dst, dst_step, 1), _mm_srli_si128(out, 4));
+    store_row(at(dst, dst_step, 2), _mm_srli_si128(out, 8));
+    store_row(at(dst, dst_step, 3), _mm_srli_si128(out, 12));
+}
+
 // Forward transform of the packed block; rows come back in r0..r3.
 inline void forward_rows(const int16_t* blk, __m128i& r0, __m128i& r1, __m128i& r2, __m128i& r3) {
     const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(blk));
@@ -297,6 +310,7 @@ int32_t transform_quant_chroma_dc(int16_t* src, int16_t* tblock, bool transform,
 void upgrade_xform(XformKernels& k) {
     k.dequant_residual = dequant_residual;
     k.dequant_residual_add = dequant_residual_add;
+    k.add_dc = add_dc;
     k.forward4x4 = forward4x4;
     k.transform_quant_residual = transform_quant_residual;
     k.transform_quant_luma_dc = transform_quant_luma_dc;
