@@ -58,6 +58,16 @@ void register_all() {
                                     benchmark::ClobberMemory();
                                 }
                             });
+    per_level<XformKernels>("h264xform/dequant_luma_dc", kplvc::h264::xform_kernels_for,
+                            [](const XformKernels& k) { return k.dequant_luma_dc; },
+                            [](benchmark::State& st, const XformKernels& k) {
+                                alignas(16) int16_t c[16];
+                                for (auto _ : st) {
+                                    std::memcpy(c, kLevels, sizeof c);
+                                    k.dequant_luma_dc(c, kplvc::h264::InvQuantLuma16x16DCTable[kQp], 0, 0);
+                                    benchmark::ClobberMemory();
+                                }
+                            });
     per_level<XformKernels>("h264xform/dequant_residual", kplvc::h264::xform_kernels_for,
                             [](const XformKernels& k) { return k.dequant_residual; },
                             [](benchmark::State& st, const XformKernels& k) {

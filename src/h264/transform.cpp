@@ -124,11 +124,17 @@ void add_dc(const uint8_t* pred, int32_t pred_step, uint8_t* dst, int32_t dst_st
     }
 }
 
+// |y| <= 32768 and m <= 896: the product and the rounding fit in int32.
+void dequant_luma_dc(int16_t* b, int32_t m, int32_t r, int32_t s) {
+    hadamard4x4(b);
+    for (int i = 0; i < 16; ++i) b[i] = wrap16((b[i] * m + r) >> s);
+}
+
 }  // namespace ref
 
 XformKernels xform_kernels_for(cpu::Isa isa) {
     XformKernels k = {ref::dequant_residual,          ref::dequant_residual_add,  ref::add_dc,
-                      ref::forward4x4,                ref::transform_quant_residual, ref::transform_quant_luma_dc,
+                      ref::dequant_luma_dc,           ref::forward4x4,                ref::transform_quant_residual, ref::transform_quant_luma_dc,
                       ref::transform_quant_chroma_dc};
 #if defined(__i386__) || defined(__x86_64__)
     if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_xform(k);
@@ -169,15 +175,11 @@ extern "C" {
 KPLVC_API KplStatus kpliTransformDequantLumaDC_H264_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP) {
     if (pSrcDst == nullptr) return kplStsNullPtrErr;
     if (QP < 0 || QP > 51) return kplStsOutOfRangeErr;
-    int16_t b[16];
-    for (int i = 0; i < 16; ++i) b[i] = pSrcDst[i];
-    hadamard4x4(b);
     // Low QPs divide with rounding, QP 12 and up multiply only (the table
-    // already holds the left shift). |y| * 896 < 2^25.
+    // already holds the left shift).
     const int32_t s = QP < 6 ? 2 : (QP < 12 ? 1 : 0);
     const int32_t r = s == 0 ? 0 : 1 << (s - 1);
-    const int32_t m = InvQuantLuma16x16DCTable[static_cast<std::size_t>(QP)];
-    for (int i = 0; i < 16; ++i) pSrcDst[i] = wrap16((b[i] * m + r) >> s);
+    xform_kernels().dequant_luma_dc(pSrcDst, InvQuantLuma16x16DCTable[static_cast<std::size_t>(QP)], r, s);
     return kplStsNoErr;
 }
 

@@ -26,6 +26,9 @@ struct XformKernels {
     // dst = clamp(pred + r) for a 4x4 block, r limited to -256..256 first:
     // the residual of a block without AC levels.
     void (*add_dc)(const uint8_t* pred, int32_t pred_step, uint8_t* dst, int32_t dst_step, int16_t r);
+    // Luma DC: 4x4 Hadamard (columns, then rows) of the 16 levels, then each
+    // value y becomes (y * m + r) >> s cut to 16 bits (m < 2^10, s <= 2).
+    void (*dequant_luma_dc)(int16_t* b, int32_t m, int32_t r, int32_t s);
     // Forward core transform of a packed block in place (16-bit wrap).
     void (*forward4x4)(int16_t* blk);
     // Forward transform, then quantise row by row: L = (|c| * mf[p] + round)
@@ -66,6 +69,7 @@ void dequant_residual(int16_t* coef, int32_t step, const int16_t* dc, const int1
 void dequant_residual_add(const uint8_t* pred, int32_t pred_step, int16_t* coef, const int16_t* dc,
                           uint8_t* dst, int32_t dst_step, const int16_t* scale);
 void add_dc(const uint8_t* pred, int32_t pred_step, uint8_t* dst, int32_t dst_step, int16_t r);
+void dequant_luma_dc(int16_t* b, int32_t m, int32_t r, int32_t s);
 void forward4x4(int16_t* blk);
 int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, int32_t round, int32_t shift,
                                  const int16_t* scan, uint8_t* count, uint8_t* last);

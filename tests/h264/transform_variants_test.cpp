@@ -124,6 +124,26 @@ TEST(H264XformVariants, AddDc) {
     }
 }
 
+TEST(H264XformVariants, DequantLumaDC) {
+    const auto ref = kplvc::h264::xform_kernels_for(kplvc::cpu::Isa::c).dequant_luma_dc;
+    for (auto [isa, fn] : variants(kplvc::h264::xform_kernels_for, &XformKernels::dequant_luma_dc)) {
+        Rng rng(1008);
+        SCOPED_TRACE(kplvc::cpu::isa_name(isa));
+        for (int iter = 0; iter < kIters; ++iter) {
+            const int32_t qp = rng.range(0, 51);
+            const int32_t s = qp < 6 ? 2 : (qp < 12 ? 1 : 0), r = s == 0 ? 0 : 1 << (s - 1);
+            const int32_t m = kplvc::h264::InvQuantLuma16x16DCTable[static_cast<size_t>(qp)];
+            Guarded a(32, static_cast<size_t>(2 * rng.range(0, 7))), b(32, 2);
+            fill_block(rng, a.as<int16_t>(), iter);
+            std::memcpy(b.data(), a.data(), 32);
+            ref(a.as<int16_t>(), m, r, s);
+            fn(b.as<int16_t>(), m, r, s);
+            ASSERT_EQ(std::memcmp(a.data(), b.data(), 32), 0) << "iter " << iter << " qp " << qp;
+            ASSERT_TRUE(b.intact());
+        }
+    }
+}
+
 TEST(H264XformVariants, Forward) {
     const auto ref = kplvc::h264::xform_kernels_for(kplvc::cpu::Isa::c).forward4x4;
     for (auto [isa, fn] : variants(kplvc::h264::xform_kernels_for, &XformKernels::forward4x4)) {

@@ -239,6 +239,28 @@ inline void had_pass(__m128i& x0, __m128i& x1, __m128i& x2, __m128i& x3) {
     x3 = _mm_add_epi16(b, d);
 }
 
+void dequant_luma_dc(int16_t* b, int32_t m, int32_t r, int32_t s) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b));
+    const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + 8));
+    __m128i r0 = a, r1 = _mm_unpackhi_epi64(a, a), r2 = c, r3 = _mm_unpackhi_epi64(c, c);
+    had_pass(r0, r1, r2, r3);  // columns
+    transpose4(r0, r1, r2, r3);
+    had_pass(r0, r1, r2, r3);  // rows
+    transpose4(r0, r1, r2, r3);
+    // y * m as 32-bit products (m < 2^10), + r, >> s, then the low 16 bits
+    // (shift up and back down so that the signed pack cannot saturate).
+    const __m128i mv = _mm_set1_epi16(static_cast<int16_t>(m)), rv = _mm_set1_epi32(r), sh = _mm_cvtsi32_si128(s);
+    const __m128i y[2] = {_mm_unpacklo_epi64(r0, r1), _mm_unpacklo_epi64(r2, r3)};
+    for (int i = 0; i < 2; ++i) {
+        const __m128i lo = _mm_mullo_epi16(y[i], mv), hi = _mm_mulhi_epi16(y[i], mv);
+        __m128i p0 = _mm_sra_epi32(_mm_add_epi32(_mm_unpacklo_epi16(lo, hi), rv), sh);
+        __m128i p1 = _mm_sra_epi32(_mm_add_epi32(_mm_unpackhi_epi16(lo, hi), rv), sh);
+        p0 = _mm_srai_epi32(_mm_slli_epi32(p0, 16), 16);
+        p1 = _mm_srai_epi32(_mm_slli_epi32(p1, 16), 16);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(b + 8 * i), _mm_packs_epi32(p0, p1));
+    }
+}
+
 int32_t transform_quant_luma_dc(int16_t* src, int16_t* tblock, bool transform, int32_t mf, int32_t round,
                                 int32_t shift, const int16_t* scan, uint8_t* count, uint8_t* last) {
     __m128i t01, t23;
@@ -311,6 +333,7 @@ void upgrade_xform(XformKernels& k) {
     k.dequant_residual = dequant_residual;
     k.dequant_residual_add = dequant_residual_add;
     k.add_dc = add_dc;
+    k.dequant_luma_dc = dequant_luma_dc;
     k.forward4x4 = forward4x4;
     k.transform_quant_residual = transform_quant_residual;
     k.transform_quant_luma_dc = transform_quant_luma_dc;
