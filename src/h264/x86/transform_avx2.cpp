@@ -1,7 +1,8 @@
-// AVX2 kernels of the H.264 residual and luma DC quantisers: the transforms
-// run on four-lane halves as in the SSE2 kernels, then all sixteen values are
-// quantised in one 256-bit register (abs, 16x16->32-bit products, rounding
-// shift, saturating pack and sign in a handful of instructions).
+// AVX2 kernels of the H.264 4x4 transforms and quantisers: the shared
+// 128-bit code of transform_x86.h in VEX encoding, and residual and luma DC
+// quantisers that take all sixteen values in one 256-bit register (abs,
+// 16x16->32-bit products, rounding shift, saturating pack and sign in a
+// handful of instructions).
 #include <immintrin.h>
 
 #include <cstring>
@@ -12,51 +13,7 @@
 namespace kplvc::h264::x86::avx2 {
 namespace {
 
-// 4x4 transpose of 16-bit lanes held in the low halves of a0..a3.
-inline void transpose4(__m128i& a0, __m128i& a1, __m128i& a2, __m128i& a3) {
-    const __m128i t0 = _mm_unpacklo_epi16(a0, a1);  // a00 a10 a01 a11 a02 a12 a03 a13
-    const __m128i t1 = _mm_unpacklo_epi16(a2, a3);  // a20 a30 a21 a31 ...
-    const __m128i c01 = _mm_unpacklo_epi32(t0, t1);  // column 0 | column 1
-    const __m128i c23 = _mm_unpackhi_epi32(t0, t1);  // column 2 | column 3
-    a0 = c01;
-    a1 = _mm_unpackhi_epi64(c01, c01);
-    a2 = c23;
-    a3 = _mm_unpackhi_epi64(c23, c23);
-}
-
-// Forward core butterfly on four lines at once.
-inline void fwd_pass(__m128i& x0, __m128i& x1, __m128i& x2, __m128i& x3) {
-    const __m128i s = _mm_add_epi16(x0, x3), t = _mm_add_epi16(x1, x2);
-    const __m128i d = _mm_sub_epi16(x0, x3), u = _mm_sub_epi16(x1, x2);
-    x0 = _mm_add_epi16(s, t);
-    x1 = _mm_add_epi16(_mm_add_epi16(d, d), u);
-    x2 = _mm_sub_epi16(s, t);
-    x3 = _mm_sub_epi16(d, _mm_add_epi16(u, u));
-}
-
-// Forward transform of the packed block; rows come back in r0..r3.
-inline void forward_rows(const int16_t* blk, __m128i& r0, __m128i& r1, __m128i& r2, __m128i& r3) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(blk));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(blk + 8));
-    r0 = a;
-    r1 = _mm_unpackhi_epi64(a, a);
-    r2 = b;
-    r3 = _mm_unpackhi_epi64(b, b);
-    transpose4(r0, r1, r2, r3);
-    fwd_pass(r0, r1, r2, r3);
-    transpose4(r0, r1, r2, r3);
-    fwd_pass(r0, r1, r2, r3);
-}
-
-// Hadamard butterfly on four lines at once.
-inline void had_pass(__m128i& x0, __m128i& x1, __m128i& x2, __m128i& x3) {
-    const __m128i a = _mm_add_epi16(x0, x1), b = _mm_sub_epi16(x0, x1);
-    const __m128i c = _mm_add_epi16(x2, x3), d = _mm_sub_epi16(x2, x3);
-    x0 = _mm_add_epi16(a, c);
-    x1 = _mm_sub_epi16(a, c);
-    x2 = _mm_sub_epi16(b, d);
-    x3 = _mm_add_epi16(b, d);
-}
+#include "h264/x86/transform_x86.h"
 
 // Quantises sixteen values; returns the sign-restored levels and the
 // magnitudes. |c| as unsigned 16 bits (|-32768| = 0x8000) times mf < 2^14 is
@@ -109,7 +66,7 @@ inline void store_leading_rows(int16_t* dst, __m256i lv, unsigned over) {
     std::memcpy(dst, l, static_cast<size_t>(row) * 8);
 }
 
-int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, int32_t round, int32_t shift,
+int32_t transform_quant_residual_256(int16_t* blk, const int16_t* mf, int32_t round, int32_t shift,
                                  const int16_t* scan, uint8_t* count, uint8_t* last) {
     __m128i r0, r1, r2, r3;
     forward_rows(blk, r0, r1, r2, r3);
@@ -126,7 +83,7 @@ int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, int32_t round,
     return store_levels(blk, lv, scan, count, last);
 }
 
-int32_t transform_quant_luma_dc(int16_t* src, int16_t* tblock, bool transform, int32_t mf, int32_t round,
+int32_t transform_quant_luma_dc_256(int16_t* src, int16_t* tblock, bool transform, int32_t mf, int32_t round,
                                 int32_t shift, const int16_t* scan, uint8_t* count, uint8_t* last) {
     __m256i t;
     if (transform) {
@@ -154,9 +111,16 @@ int32_t transform_quant_luma_dc(int16_t* src, int16_t* tblock, bool transform, i
 
 }  // namespace
 
+// The 128-bit kernels enter at this level only where their VEX encoding
+// measured faster than the SSE2 one (bench/h264t_bench.cpp): the DC add and
+// the luma DC dequantiser did not, so they stay at SSE2.
 void upgrade_xform(XformKernels& k) {
-    k.transform_quant_residual = transform_quant_residual;
-    k.transform_quant_luma_dc = transform_quant_luma_dc;
+    k.dequant_residual = dequant_residual;
+    k.dequant_residual_add = dequant_residual_add;
+    k.forward4x4 = forward4x4;
+    k.transform_quant_chroma_dc = transform_quant_chroma_dc;
+    k.transform_quant_residual = transform_quant_residual_256;
+    k.transform_quant_luma_dc = transform_quant_luma_dc_256;
 }
 
 }  // namespace kplvc::h264::x86::avx2
