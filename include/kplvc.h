@@ -606,6 +606,99 @@ KPLVC_API KplStatus kpliLimitMVToRect_MPEG4(const KplMotionVector* pSrcMV, KplMo
 /* H.264 transforms, quantisation and CAVLC analysis                          */
 /* ------------------------------------------------------------------------ */
 /* @h264-begin */
+/* 4x4 blocks are 16 Kpl16s in raster order (4*row + column). Level counts are
+ * written as a two's-complement byte through a Kpl8u pointer: the number of
+ * non-zero levels, negated when level 0 is non-zero. Arithmetic on 16-bit
+ * intermediates wraps; forward quantisers return kplStsLevelRangeErr when a
+ * level magnitude exceeds 2063. */
+
+/* Inverse 4x4 Hadamard of the 16 luma DC levels of an Intra16x16 macroblock,
+ * then their dequantisation, in place. -8 null pointer, -11 QP not in 0..51. */
+KPLVC_API KplStatus kpliTransformDequantLumaDC_H264_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP);
+
+/* Inverse 2x2 Hadamard of 4 chroma DC levels, then dequantisation, in place.
+ * -8 null pointer, -11 QP not in 0..51. */
+KPLVC_API KplStatus kpliTransformDequantChromaDC_H264_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP);
+
+/* Dequantises a 4x4 block whose rows lie step bytes apart and inverse
+ * transforms it in place. pDC (may be null) is an already dequantised DC that
+ * replaces coefficient 0; AC == 0 takes the DC-only path (16 equal outputs).
+ * -8 null pSrcDst, -11 QP not in 0..51, -14 step below 8. */
+KPLVC_API KplStatus kpliDequantTransformResidual_H264_16s_C1I(Kpl16s* pSrcDst, Kpl32s step, const Kpl16s* pDC,
+                                                              Kpl32s AC, Kpl32s QP);
+
+/* As kpliDequantTransformResidual_H264_16s_C1I on a packed block (which
+ * receives the residuals), then pDst = clamp(pPred + residual) for the 4x4
+ * block. pSrcDst may be null: the DC-only path from *pDC is then taken.
+ * -8 null pPred or pDst, -11 QP not in 0..51, -8 pSrcDst and pDC both null.
+ * Steps are not checked. */
+KPLVC_API KplStatus kpliDequantTransformResidualAndAdd_H264_16s_C1I(const Kpl8u* pPred, Kpl16s* pSrcDst,
+                                                                    const Kpl16s* pDC, Kpl8u* pDst,
+                                                                    Kpl32s PredStep, Kpl32s DstStep, Kpl32s QP,
+                                                                    Kpl32s AC);
+
+/* Forward 4x4 core transform of an 8-bit 4x4 block (rows step bytes apart)
+ * into 16 Kpl16s. -8 null pointer. */
+KPLVC_API KplStatus kpliTransformPrediction_H264_8u16s_C1(const Kpl8u* pSrc, Kpl32s step, Kpl16s* pDst);
+
+/* SP/SI reconstruction of a 4x4 block: levels pSrcDst plus the transformed
+ * prediction pPredictBlock, requantised with QS (with QS for the levels too
+ * when Switch is non-zero), inverse transformed; pSrcDst receives the samples
+ * (0..255). pDC (may be null) replaces coefficient 0 as is. Any QP and QS are
+ * accepted (results are meaningful for 0..51). -8 null pSrcDst or
+ * pPredictBlock. */
+KPLVC_API KplStatus kpliDequantTransformResidual_SISP_H264_16s_C1I(Kpl16s* pSrcDst, const Kpl16s* pPredictBlock,
+                                                                   const Kpl16s* pDC, Kpl32s AC, Kpl32s qp,
+                                                                   Kpl32s qs, Kpl32s Switch);
+
+/* SP/SI reconstruction of the 4 chroma DC values from levels pSrcDst and the
+ * prediction DC values pDCPredict. Any QP and QS accepted. -8 null pointer. */
+KPLVC_API KplStatus kpliTransformDequantChromaDC_SISP_H264_16s_C1I(Kpl16s* pSrcDst, const Kpl16s* pDCPredict,
+                                                                   Kpl32s qp, Kpl32s qs, Kpl32s Switch);
+
+/* Quantises 4 chroma DC values: when needTransform is non-zero their 2x2
+ * Hadamard is first written to pTBlock, else pTBlock holds the transformed
+ * values. Levels replace pSrcDst; *pNumLevels gets the signed count. All
+ * outputs are written, then -13 if a level exceeds 2063.
+ * -8 null pointer, -11 QP not in 0..39. */
+KPLVC_API KplStatus kpliTransformQuantChromaDC_H264_16s_C1I(Kpl16s* pSrcDst, Kpl16s* pTBlock, Kpl32s QP,
+                                                            Kpl8u* pNumLevels, Kpl8u intra,
+                                                            Kpl8u needTransform);
+
+/* Quantises the 16 luma DC values of an Intra16x16 macroblock (4x4 Hadamard
+ * halved into pTBlock when needTransform is non-zero). Levels replace
+ * pSrcDst; *pNumLevels gets the signed count, *pLastCoeff the largest
+ * pScanMatrix entry of a non-zero level (0 if none). On -13 (a level above
+ * 2063) rows from the failing one keep their input and count and last are
+ * not written. -8 null pointer, -11 QP not in 0..51. */
+KPLVC_API KplStatus kpliTransformQuantLumaDC_H264_16s_C1I(Kpl16s* pSrcDst, Kpl16s* pTBlock, Kpl32s QP,
+                                                          Kpl8u* pNumLevels, Kpl8u needTransform,
+                                                          const Kpl16s* pScanMatrix, Kpl8u* pLastCoeff);
+
+/* Forward core transform of a 4x4 residual and its quantisation in place
+ * (intra or inter rounding). Count and last position as above. On -13 rows
+ * from the failing one hold transform coefficients and count and last are
+ * not written. -8 null pointer, -11 QP not in 0..51. */
+KPLVC_API KplStatus kpliTransformQuantResidual_H264_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP, Kpl8u* pNumLevels,
+                                                            Kpl8u intra, const Kpl16s* pScanMatrix,
+                                                            Kpl8u* pLastCoeff);
+
+/* CAVLC analysis of scan positions AC..Count of a 4x4 block (pScanMatrix maps
+ * a scan index to a raster position 0..15), walked from Count down: trailing
+ * ones (0..3) and their signs (first found in the top bit, 1 = -1), number of
+ * non-zero levels, total zeros below the highest level, the other levels
+ * (Levels, reverse scan order) and runs (Runs, N-1 entries).
+ * -8 null pointer, -11 Count above 15 or below AC. */
+KPLVC_API KplStatus kpliEncodeCoeffsCAVLC_H264_16s(const Kpl16s* pSrc, Kpl8u AC, const Kpl32s* pScanMatrix,
+                                                   Kpl8u Count, Kpl8u* Trailing_Ones, Kpl8u* Trailing_One_Signs,
+                                                   Kpl8u* NumOutCoeffs, Kpl8u* TotalZeros, Kpl16s* Levels,
+                                                   Kpl8u* Runs);
+
+/* The same analysis of the 4 chroma DC levels, examined in the order 3, 2, 1,
+ * 0. -8 null pointer. */
+KPLVC_API KplStatus kpliEncodeChromaDcCoeffsCAVLC_H264_16s(const Kpl16s* pSrc, Kpl8u* Trailing_Ones,
+                                                           Kpl8u* Trailing_One_Signs, Kpl8u* NumOutCoeffs,
+                                                           Kpl8u* TotalZeros, Kpl16s* Levels, Kpl8u* Runs);
 /* @h264-end */
 
 /* ------------------------------------------------------------------------ */

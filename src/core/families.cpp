@@ -8,6 +8,7 @@
 #include "h264/deblock.h"
 #include "h264/pred.h"
 #include "dv/dv.h"
+#include "h264/transform.h"
 
 namespace kplvc {
 
@@ -22,8 +23,7 @@ static const FamilyInfo kFamilies[] = {
     {"mpeg4quant", mpeg4::quant_level},
     {"h264pred", h264::pred_level},
     {"h264deblock", h264::deblock_level},
-    {"dv", dv::dv_level},
-    {"dct", block::dct_level},
+    {"h264xform", h264::xform_level},
 };
 
 const FamilyInfo* families(int* count) {
