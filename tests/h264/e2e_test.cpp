@@ -80,7 +80,9 @@ std::vector<uint8_t> code_picture(const std::vector<uint8_t>& src, int qp, int* 
                 std::vector<uint8_t> scratch(rec);  // prediction writes into the frame
                 uint8_t* b = scratch.data() + by * S + bx;
                 const KplStatus st = kpliPredictIntra_4x4_H264_8u_C1IR(b, S, mode, avail);
-                if (st != kplStsNoErr) continue;  // a mode that had to substitute a neighbour
+                if (st != kplStsNoErr) {
+                    continue;  // a mode that had to substitute a neighbour
+                }
                 int sad = 0;
                 for (int y = 0; y < 4; ++y)
                     for (int x = 0; x < 4; ++x) sad += std::abs(b[y * S + x] - src[static_cast<size_t>((by + y) * W + bx + x)]);
@@ -121,6 +123,16 @@ void deblock_picture(std::vector<uint8_t>& rec, int qp) {
         }
 }
 
+// Sum of the absolute steps across every vertical and horizontal 4x4 edge.
+long edge_steps(const std::vector<uint8_t>& p) {
+    long sum = 0;
+    for (int y = 0; y < H; ++y)
+        for (int x = 4; x < W; x += 4) sum += std::abs(p[static_cast<size_t>(y * W + x)] - p[static_cast<size_t>(y * W + x - 1)]);
+    for (int y = 4; y < H; y += 4)
+        for (int x = 0; x < W; ++x) sum += std::abs(p[static_cast<size_t>(y * W + x)] - p[static_cast<size_t>((y - 1) * W + x)]);
+    return sum;
+}
+
 }  // namespace
 
 TEST(H264EndToEnd, IntraCodingReconstructsWithinQuantisationError) {
@@ -149,13 +161,11 @@ TEST(H264EndToEnd, IntraCodingReconstructsWithinQuantisationError) {
         deblock_picture(deblocked, c.qp);
         int changed = 0;
         for (size_t i = 0; i < rec.size(); ++i) changed += rec[i] != deblocked[i];
-        // The picture's own border has strength 0: its first column and row
-        // (p3 of the first internal edges, never written) stay as they were.
-        for (int k = 0; k < W; ++k) {
-            ASSERT_EQ(deblocked[static_cast<size_t>(k)], rec[static_cast<size_t>(k)]);
-            ASSERT_EQ(deblocked[static_cast<size_t>(k * W)], rec[static_cast<size_t>(k * W)]);
+        // The filter smooths the steps across the 4x4 edges.
+        if (c.qp >= 24) {
+            EXPECT_LT(edge_steps(deblocked), edge_steps(rec));
+            EXPECT_GT(changed, 0);
         }
-        if (c.qp >= 24) EXPECT_GT(changed, 0);
         EXPECT_GT(psnr(src, deblocked), before - 1.0);
     }
 }
