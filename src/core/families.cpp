@@ -1,11 +1,15 @@
 #include "core/dispatch.h"
 #include "core/vector.h"
+#include "mc/mc.h"
+#include "block/copy.h"
 
 namespace kplvc {
 
 // One line per kernel family; a new family adds its own line here.
 static const FamilyInfo kFamilies[] = {
     {"vector", vector_level},
+    {"mc", mc::mc_level},
+    {"blockcopy", block::blockcopy_level},
 };
 
 const FamilyInfo* families(int* count) {

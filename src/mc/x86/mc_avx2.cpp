@@ -1,0 +1,90 @@
+// AVX2 motion compensation. 16-wide shapes: one row of 16 samples per 256-bit
+// register in 16-bit lanes. 8-wide shapes: two rows per register (row y in
+// the low half, row y+1 in the high half). The arithmetic is that of the SSE2
+// kernels (see mc_sse2.cpp): sums below 1023, saturating residual add, pack.
+#include <immintrin.h>
+
+#include <utility>
+
+#include "core/arith.h"
+#include "mc/mc.h"
+#include "mc/x86/predict_avx2.h"
+
+namespace kplvc::mc::x86::avx2 {
+namespace {
+
+template <int H, int DX, Pos P>
+void mc16(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_step, uint8_t* dst,
+          int32_t dst_step, int32_t rc) {
+    Predictor16<DX, P> pred(ref, ref_step, rc);
+    for (int y = 0; y < H; ++y) {
+        const __m256i v = _mm256_adds_epi16(pred.row(y), loadu256(row_at(res, res_step, y)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(row_at(dst, dst_step, y)), pack16(v));
+    }
+}
+
+template <int H, int DX, Pos PF, Pos PB>
+void mcb16_exact(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b,
+                 const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
+    Predictor16<DX, PF> pf(ref_f, step_f, rc);
+    Predictor16<DX, PB> pb(ref_b, step_b, rc);
+    for (int y = 0; y < H; ++y) {
+        const __m256i m = _mm256_avg_epu16(pf.row(y), pb.row(y));
+        const __m256i v = _mm256_adds_epi16(m, loadu256(row_at(res, res_step, y)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(row_at(dst, dst_step, y)), pack16(v));
+    }
+}
+
+KPLVC_INLINE void finish8(__m256i p, const int16_t* res, int32_t res_step, uint8_t* dst,
+                          int32_t dst_step, int y) {
+    const __m256i r = _mm256_inserti128_si256(_mm256_castsi128_si256(loadu(row_at(res, res_step, y))),
+                                              loadu(row_at(res, res_step, y + 1)), 1);
+    const __m128i b = pack16(_mm256_adds_epi16(p, r));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(row_at(dst, dst_step, y)), b);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(row_at(dst, dst_step, y + 1)), _mm_unpackhi_epi64(b, b));
+}
+
+template <int H, Pos P>
+void mc8(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_step, uint8_t* dst,
+         int32_t dst_step, int32_t rc) {
+    Predictor8<H, P> pred(ref, ref_step, rc);
+    for (int y = 0; y < H; y += 2) finish8(pred.rows(y), res, res_step, dst, dst_step, y);
+}
+
+template <int H, int DX>
+void set_single16(McFn (&row)[4]) {
+    row[ff] = mc16<H, DX, ff>;
+    row[fh] = mc16<H, DX, fh>;
+    row[hf] = mc16<H, DX, hf>;
+    row[hh] = mc16<H, DX, hh>;
+}
+template <int H>
+void set_single8(McFn (&row)[4]) {
+    row[ff] = mc8<H, ff>;
+    row[fh] = mc8<H, fh>;
+    row[hf] = mc8<H, hf>;
+    row[hh] = mc8<H, hh>;
+}
+// Entry i: forward position i & 3, backward position i >> 2.
+template <int H, int DX, int... I>
+void set_bidir16(McBFn (&row)[16], std::integer_sequence<int, I...>) {
+    ((row[I] = mcb16_exact<H, DX, Pos(I & 3), Pos(I >> 2)>), ...);
+}
+
+}  // namespace
+
+void upgrade_mc(McKernels& k) {
+    const auto seq = std::make_integer_sequence<int, 16>();
+    set_single16<16, 1>(k.single[s16x16]);
+    set_single16<8, 1>(k.single[s16x8]);
+    set_single16<8, 2>(k.single[s16x8uv]);
+    set_single16<4, 2>(k.single[s16x4uv]);
+    set_single8<16>(k.single[s8x16]);
+    set_single8<8>(k.single[s8x8]);
+    set_single8<4>(k.single[s8x4]);
+    set_bidir16<8, 1>(k.bidir[s16x8], seq);
+    set_bidir16<8, 2>(k.bidir[s16x8uv], seq);
+    set_bidir16<4, 2>(k.bidir[s16x4uv], seq);
+}
+
+}  // namespace kplvc::mc::x86::avx2

@@ -1,0 +1,178 @@
+// SSE2 motion compensation for the 16- and 8-wide shapes.
+//
+// Single reference and exact two-reference kernels widen the samples to
+// 16-bit lanes, add the horizontal neighbour (a + b) once per row and the
+// next row's sum for vertical halves, add (1 - rc) or (2 - rc) and shift:
+// the sums stay below 1023, so the lanes never overflow. The residual is
+// added with a saturating 16-bit add: p + r lies in -32768..33022 and any sum
+// that saturates at 32767 is clipped to 255 by the pack anyway, so the result
+// equals clip(p + r) exactly.
+//
+// Two references: (2r + pF + pB + 1) >> 1 = r + ((pF + pB + 1) >> 1) because
+// 2r is even, so the rounded average (pavgw / pavgb) is added to r instead of
+// forming 2r, which would not fit 16 bits.
+#include <emmintrin.h>
+
+#include <utility>
+
+#include "core/arith.h"
+#include "mc/mc.h"
+#include "mc/x86/predict_sse2.h"
+
+namespace kplvc::mc::x86::sse2 {
+namespace {
+
+// Adds the residual row to the 16-bit prediction and stores the clipped bytes.
+template <int W>
+KPLVC_INLINE void finish(const __m128i* p, const int16_t* res, uint8_t* out) {
+    if constexpr (W == 16) {
+        const __m128i lo = _mm_adds_epi16(p[0], loadu(res));
+        const __m128i hi = _mm_adds_epi16(p[1], loadu(res + 8));
+        storeu(out, _mm_packus_epi16(lo, hi));
+    } else {
+        const __m128i v = _mm_adds_epi16(p[0], loadu(res));
+        storel(out, _mm_packus_epi16(v, v));
+    }
+}
+
+template <int W, int H, int DX, Pos P>
+void mc(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_step, uint8_t* dst,
+        int32_t dst_step, int32_t rc) {
+    Predictor<W, DX, P> pred(ref, ref_step, rc);
+    for (int y = 0; y < H; ++y) {
+        __m128i p[W / 8];
+        pred.row(y, p);
+        finish<W>(p, row_at(res, res_step, y), row_at(dst, dst_step, y));
+    }
+}
+
+template <int W, int H, int DX, Pos PF, Pos PB>
+void mcb_exact(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b,
+               const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
+    Predictor<W, DX, PF> pf(ref_f, step_f, rc);
+    Predictor<W, DX, PB> pb(ref_b, step_b, rc);
+    for (int y = 0; y < H; ++y) {
+        __m128i f[W / 8], b[W / 8];
+        pf.row(y, f);
+        pb.row(y, b);
+        for (int i = 0; i < W / 8; ++i) f[i] = _mm_avg_epu16(f[i], b[i]);
+        finish<W>(f, row_at(res, res_step, y), row_at(dst, dst_step, y));
+    }
+}
+
+// ---- Byte-average two-reference kernels (16x16, 8x16, 8x8, 8x4) ----------------
+
+template <int W>
+KPLVC_INLINE __m128i load_bytes(const uint8_t* p) {
+    if constexpr (W == 16) return loadu(p);
+    else return loadl(p);
+}
+
+// (x + y) >> 1 from the rounding average: subtract the lost odd bit.
+KPLVC_INLINE __m128i avg_down(__m128i x, __m128i y, __m128i one) {
+    return _mm_sub_epi8(_mm_avg_epu8(x, y), _mm_and_si128(_mm_xor_si128(x, y), one));
+}
+
+template <int W, Pos P, bool Forward, int RC>
+struct BytePredictor {
+    const uint8_t* ref;
+    int32_t step;
+    __m128i carry = _mm_setzero_si128();  // HH: avg of the current row's pair; FH: the current row
+    __m128i one = _mm_set1_epi8(1);
+
+    __attribute__((always_inline)) BytePredictor(const uint8_t* r, int32_t s) : ref(r), step(s) {
+        if constexpr (P == hh) carry = _mm_avg_epu8(load_bytes<W>(ref), load_bytes<W>(ref + 1));
+        else if constexpr (P == fh) carry = load_bytes<W>(ref);
+    }
+
+    __attribute__((always_inline)) __m128i half(__m128i x, __m128i y) const {
+        return RC == 0 ? _mm_avg_epu8(x, y) : avg_down(x, y, one);
+    }
+
+    __attribute__((always_inline)) __m128i row(int y) {
+        if constexpr (P == ff) {
+            return load_bytes<W>(row_at(ref, step, y));
+        } else if constexpr (P == hf) {
+            const uint8_t* r = row_at(ref, step, y);
+            return half(load_bytes<W>(r), load_bytes<W>(r + 1));
+        } else if constexpr (P == fh) {
+            const __m128i c = load_bytes<W>(row_at(ref, step, y + 1));
+            const __m128i p = half(carry, c);
+            carry = c;
+            return p;
+        } else {
+            const uint8_t* r = row_at(ref, step, y + 1);
+            const __m128i top = carry;
+            const __m128i bottom = _mm_avg_epu8(load_bytes<W>(r), load_bytes<W>(r + 1));
+            carry = bottom;
+            if constexpr (Forward) {
+                if constexpr (RC == 0) return _mm_avg_epu8(top, _mm_subs_epu8(bottom, one));
+                else return _mm_avg_epu8(_mm_subs_epu8(bottom, one), _mm_subs_epu8(top, one));
+            } else {
+                if constexpr (RC == 0) return _mm_avg_epu8(_mm_subs_epu8(top, one), bottom);
+                else return _mm_avg_epu8(top, _mm_subs_epu8(bottom, one));
+            }
+        }
+    }
+};
+
+template <int W, int H, Pos PF, Pos PB, int RC>
+KPLVC_INLINE void mcb_bytes_body(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b,
+                                 int32_t step_b, const int16_t* res, int32_t res_step, uint8_t* dst,
+                                 int32_t dst_step) {
+    BytePredictor<W, PF, true, RC> pf(ref_f, step_f);
+    BytePredictor<W, PB, false, RC> pb(ref_b, step_b);
+    const __m128i z = _mm_setzero_si128();
+    for (int y = 0; y < H; ++y) {
+        const __m128i m = _mm_avg_epu8(pf.row(y), pb.row(y));
+        __m128i p[2] = {_mm_unpacklo_epi8(m, z), _mm_unpackhi_epi8(m, z)};
+        finish<W>(p, row_at(res, res_step, y), row_at(dst, dst_step, y));
+    }
+}
+
+template <int W, int H, int DX, Pos PF, Pos PB>
+void mcb_bytes(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b,
+               const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
+    static_assert(DX == 1);
+    if (rc == 0)
+        mcb_bytes_body<W, H, PF, PB, 0>(ref_f, step_f, ref_b, step_b, res, res_step, dst, dst_step);
+    else
+        mcb_bytes_body<W, H, PF, PB, 1>(ref_f, step_f, ref_b, step_b, res, res_step, dst, dst_step);
+}
+
+template <int W, int H, int DX>
+void set_single(McFn (&row)[4]) {
+    row[ff] = mc<W, H, DX, ff>;
+    row[fh] = mc<W, H, DX, fh>;
+    row[hf] = mc<W, H, DX, hf>;
+    row[hh] = mc<W, H, DX, hh>;
+}
+
+// Entry i: forward position i & 3, backward position i >> 2.
+template <int W, int H, int DX, bool Bytes, int... I>
+void set_bidir(McBFn (&row)[16], std::integer_sequence<int, I...>) {
+    if constexpr (Bytes) ((row[I] = mcb_bytes<W, H, DX, Pos(I & 3), Pos(I >> 2)>), ...);
+    else ((row[I] = mcb_exact<W, H, DX, Pos(I & 3), Pos(I >> 2)>), ...);
+}
+
+}  // namespace
+
+void upgrade_mc(McKernels& k) {
+    const auto seq = std::make_integer_sequence<int, 16>();
+    set_single<16, 16, 1>(k.single[s16x16]);
+    set_single<16, 8, 1>(k.single[s16x8]);
+    set_single<16, 8, 2>(k.single[s16x8uv]);
+    set_single<16, 4, 2>(k.single[s16x4uv]);
+    set_single<8, 16, 1>(k.single[s8x16]);
+    set_single<8, 8, 1>(k.single[s8x8]);
+    set_single<8, 4, 1>(k.single[s8x4]);
+    set_bidir<16, 16, 1, true>(k.bidir[s16x16], seq);
+    set_bidir<16, 8, 1, false>(k.bidir[s16x8], seq);
+    set_bidir<16, 8, 2, false>(k.bidir[s16x8uv], seq);
+    set_bidir<16, 4, 2, false>(k.bidir[s16x4uv], seq);
+    set_bidir<8, 16, 1, true>(k.bidir[s8x16], seq);
+    set_bidir<8, 8, 1, true>(k.bidir[s8x8], seq);
+    set_bidir<8, 4, 1, true>(k.bidir[s8x4], seq);
+}
+
+}  // namespace kplvc::mc::x86::sse2
