@@ -9,6 +9,7 @@
 #include "core/arith.h"
 #include "mc/mc.h"
 #include "mc/x86/predict_avx2.h"
+#include "mc/x86/predict_bytes.h"
 
 namespace kplvc::mc::x86::avx2 {
 namespace {
@@ -51,6 +52,44 @@ void mc8(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_s
     for (int y = 0; y < H; y += 2) finish8(pred.rows(y), res, res_step, dst, dst_step, y);
 }
 
+// Byte-average two-reference kernels: byte predictions as in SSE2, then the
+// average widened to 16 lanes for the residual (16-wide: one row, 8-wide:
+// two rows per register).
+template <int W, int H, Pos PF, Pos PB, int RC>
+KPLVC_INLINE void mcb_bytes_body(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b,
+                                 int32_t step_b, const int16_t* res, int32_t res_step, uint8_t* dst,
+                                 int32_t dst_step) {
+    bytes::BytePredictor<W, PF, true, RC> pf(ref_f, step_f);
+    bytes::BytePredictor<W, PB, false, RC> pb(ref_b, step_b);
+    if constexpr (W == 16) {
+        for (int y = 0; y < H; ++y) {
+            const __m256i m = widen(_mm_avg_epu8(pf.row(y), pb.row(y)));
+            const __m256i v = _mm256_adds_epi16(m, loadu256(row_at(res, res_step, y)));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(row_at(dst, dst_step, y)), pack16(v));
+        }
+    } else {
+        for (int y = 0; y < H; y += 2) {
+            const __m128i m0 = _mm_avg_epu8(pf.row(y), pb.row(y));
+            const __m128i m1 = _mm_avg_epu8(pf.row(y + 1), pb.row(y + 1));
+            finish8(widen(_mm_unpacklo_epi64(m0, m1)), res, res_step, dst, dst_step, y);
+        }
+    }
+}
+
+template <int W, int H, Pos PF, Pos PB>
+void mcb_bytes(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b,
+               const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
+    if (rc == 0)
+        mcb_bytes_body<W, H, PF, PB, 0>(ref_f, step_f, ref_b, step_b, res, res_step, dst, dst_step);
+    else
+        mcb_bytes_body<W, H, PF, PB, 1>(ref_f, step_f, ref_b, step_b, res, res_step, dst, dst_step);
+}
+
+template <int W, int H, int... I>
+void set_bidir_bytes(McBFn (&row)[16], std::integer_sequence<int, I...>) {
+    ((row[I] = mcb_bytes<W, H, Pos(I & 3), Pos(I >> 2)>), ...);
+}
+
 template <int H, int DX>
 void set_single16(McFn (&row)[4]) {
     row[ff] = mc16<H, DX, ff>;
@@ -82,6 +121,10 @@ void upgrade_mc(McKernels& k) {
     set_single8<16>(k.single[s8x16]);
     set_single8<8>(k.single[s8x8]);
     set_single8<4>(k.single[s8x4]);
+    set_bidir_bytes<16, 16>(k.bidir[s16x16], seq);
+    set_bidir_bytes<8, 16>(k.bidir[s8x16], seq);
+    set_bidir_bytes<8, 8>(k.bidir[s8x8], seq);
+    set_bidir_bytes<8, 4>(k.bidir[s8x4], seq);
     set_bidir16<8, 1>(k.bidir[s16x8], seq);
     set_bidir16<8, 2>(k.bidir[s16x8uv], seq);
     set_bidir16<4, 2>(k.bidir[s16x4uv], seq);

@@ -17,10 +17,13 @@
 
 #include "core/arith.h"
 #include "mc/mc.h"
+#include "mc/x86/predict_bytes.h"
 #include "mc/x86/predict_sse2.h"
 
 namespace kplvc::mc::x86::sse2 {
 namespace {
+
+using bytes::BytePredictor;
 
 // Adds the residual row to the 16-bit prediction and stores the clipped bytes.
 template <int W>
@@ -59,62 +62,6 @@ void mcb_exact(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32
         finish<W>(f, row_at(res, res_step, y), row_at(dst, dst_step, y));
     }
 }
-
-// ---- Byte-average two-reference kernels (16x16, 8x16, 8x8, 8x4) ----------------
-
-template <int W>
-KPLVC_INLINE __m128i load_bytes(const uint8_t* p) {
-    if constexpr (W == 16) return loadu(p);
-    else return loadl(p);
-}
-
-// (x + y) >> 1 from the rounding average: subtract the lost odd bit.
-KPLVC_INLINE __m128i avg_down(__m128i x, __m128i y, __m128i one) {
-    return _mm_sub_epi8(_mm_avg_epu8(x, y), _mm_and_si128(_mm_xor_si128(x, y), one));
-}
-
-template <int W, Pos P, bool Forward, int RC>
-struct BytePredictor {
-    const uint8_t* ref;
-    int32_t step;
-    __m128i carry = _mm_setzero_si128();  // HH: avg of the current row's pair; FH: the current row
-    __m128i one = _mm_set1_epi8(1);
-
-    __attribute__((always_inline)) BytePredictor(const uint8_t* r, int32_t s) : ref(r), step(s) {
-        if constexpr (P == hh) carry = _mm_avg_epu8(load_bytes<W>(ref), load_bytes<W>(ref + 1));
-        else if constexpr (P == fh) carry = load_bytes<W>(ref);
-    }
-
-    __attribute__((always_inline)) __m128i half(__m128i x, __m128i y) const {
-        return RC == 0 ? _mm_avg_epu8(x, y) : avg_down(x, y, one);
-    }
-
-    __attribute__((always_inline)) __m128i row(int y) {
-        if constexpr (P == ff) {
-            return load_bytes<W>(row_at(ref, step, y));
-        } else if constexpr (P == hf) {
-            const uint8_t* r = row_at(ref, step, y);
-            return half(load_bytes<W>(r), load_bytes<W>(r + 1));
-        } else if constexpr (P == fh) {
-            const __m128i c = load_bytes<W>(row_at(ref, step, y + 1));
-            const __m128i p = half(carry, c);
-            carry = c;
-            return p;
-        } else {
-            const uint8_t* r = row_at(ref, step, y + 1);
-            const __m128i top = carry;
-            const __m128i bottom = _mm_avg_epu8(load_bytes<W>(r), load_bytes<W>(r + 1));
-            carry = bottom;
-            if constexpr (Forward) {
-                if constexpr (RC == 0) return _mm_avg_epu8(top, _mm_subs_epu8(bottom, one));
-                else return _mm_avg_epu8(_mm_subs_epu8(bottom, one), _mm_subs_epu8(top, one));
-            } else {
-                if constexpr (RC == 0) return _mm_avg_epu8(_mm_subs_epu8(top, one), bottom);
-                else return _mm_avg_epu8(top, _mm_subs_epu8(bottom, one));
-            }
-        }
-    }
-};
 
 template <int W, int H, Pos PF, Pos PB, int RC>
 KPLVC_INLINE void mcb_bytes_body(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b,
