@@ -216,6 +216,7 @@ KPLVC_API KplStatus kpliMCBlock_RoundOn_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kp
  * position mcType & 12 (FF, FH, HF, HH as for kpliMC16x16_8u_C1) with
  * rc = roundControl: pDstDiff(x, y) = cur(x, y) - p as Kpl16s; when
  * pDstPredictor is not null, pDstPredictor(x, y) = p. All steps in bytes.
+ * roundControl is meant to be 0 or 1; any non-zero value acts as 1.
  * Statuses: -8 when pSrcCur, pSrcRef or pDstDiff is null; steps, mcType and
  * roundControl are not checked; pDstPredictor may be null. */
 KPLVC_API KplStatus kpliGetDiff16x16_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
@@ -329,6 +330,7 @@ KPLVC_API KplStatus kpliGetDiff4x4_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurS
  * positions read one more column and/or row of the reference.
  * Single-reference functions: pSrcRef/srcStep reference, pSrcYData/srcYDataStep
  * residual, pDst/dstStep output, mcType, roundControl.
+ * roundControl is meant to be 0 or 1; any non-zero value acts as 1.
  * Statuses: -8 when pSrcRef, pSrcYData or pDst is null. Steps, mcType and
  * roundControl are not checked. */
 KPLVC_API KplStatus kpliMC16x16_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,

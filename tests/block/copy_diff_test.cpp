@@ -234,6 +234,26 @@ TEST(MCBlock, EqualsMotionCompensationWithZeroResidual) {
         }
 }
 
+TEST(GetDiff, NonZeroRoundControlActsAsOne) {
+    Rng rng(4343);
+    for (const DiffShapeInfo& s : kShapes)
+        for (int rc : {2, -1, INT32_MIN, INT32_MAX}) {
+            Bufs b(rng, s.w, s.h);
+            std::vector<int16_t> one(256), other(256), p1(256), p2(256);
+            for (int t : {12, 8, 4}) {
+                s.single(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, one.data(), 32, p1.data(), 32, t, 1);
+                s.single(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, other.data(), 32, p2.data(), 32, t, rc);
+                ASSERT_EQ(one, other) << s.name << " rc " << rc;
+                ASSERT_EQ(p1, p2);
+                s.bidir(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, t, b.ref_b.data(), b.ref_step, 12,
+                        one.data(), 32, 1);
+                s.bidir(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, t, b.ref_b.data(), b.ref_step, 12,
+                        other.data(), 32, rc);
+                ASSERT_EQ(one, other) << s.name << " B rc " << rc;
+            }
+        }
+}
+
 // ---- Argument checks ------------------------------------------------------------------
 
 TEST(CopyArgs, NullThenStepWithOwnCodes) {

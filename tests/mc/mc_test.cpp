@@ -352,6 +352,28 @@ TEST(MC, PublicFunctionsMatchModel) {
     }
 }
 
+// roundControl outside 0..1 is not checked; any non-zero value acts as 1
+// (and must not overflow 1 - rc or 2 - rc).
+TEST(MC, NonZeroRoundControlActsAsOne) {
+    Rng rng(4242);
+    for (const ShapeInfo& s : kShapes)
+        for (int rc : {2, 7, -1, INT32_MIN, INT32_MAX}) {
+            Bufs bf(s.w, s.h, s.dx, s.w + 4, 2 * s.w, s.w, 0);
+            bf.fill(rng, false);
+            std::vector<uint8_t> one(bf.dst.size()), other(bf.dst.size());
+            for (int t : {12, 8, 4}) {
+                s.single(bf.ref.data(), bf.ref_step, bf.res16(), bf.res_step, one.data(), bf.dst_step, t, 1);
+                s.single(bf.ref.data(), bf.ref_step, bf.res16(), bf.res_step, other.data(), bf.dst_step, t, rc);
+                ASSERT_EQ(one, other) << s.name << " rc " << rc;
+                s.bidir(bf.ref.data(), bf.ref_step, t, bf.ref_b.data(), bf.ref_step, 12, bf.res16(), bf.res_step,
+                        one.data(), bf.dst_step, 1);
+                s.bidir(bf.ref.data(), bf.ref_step, t, bf.ref_b.data(), bf.ref_step, 12, bf.res16(), bf.res_step,
+                        other.data(), bf.dst_step, rc);
+                ASSERT_EQ(one, other) << s.name << " B rc " << rc;
+            }
+        }
+}
+
 // ---- Argument checks ------------------------------------------------------------------
 
 TEST(MCArgs, NullPointersFailFirstAndWriteNothing) {

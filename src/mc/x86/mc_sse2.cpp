@@ -87,6 +87,105 @@ void mcb_bytes(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32
         mcb_bytes_body<W, H, PF, PB, 1>(ref_f, step_f, ref_b, step_b, res, res_step, dst, dst_step);
 }
 
+// ---- 4-wide kernels: two rows of four samples per register ------------------------
+
+KPLVC_INLINE __m128i load4x2(const uint8_t* r0, const uint8_t* r1) {
+    return _mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(load32u(r0))),
+                              _mm_cvtsi32_si128(static_cast<int>(load32u(r1))));
+}
+
+// Sums of rows y (low four lanes) and y+1 (high four lanes).
+template <bool Hor>
+KPLVC_INLINE __m128i pair_sum4(const uint8_t* r0, const uint8_t* r1) {
+    const __m128i z = _mm_setzero_si128();
+    __m128i s = _mm_unpacklo_epi8(load4x2(r0, r1), z);
+    if constexpr (Hor) s = _mm_add_epi16(s, _mm_unpacklo_epi8(load4x2(r0 + 1, r1 + 1), z));
+    return s;
+}
+// Row y only (the last row a vertical half needs; nothing below is read).
+template <bool Hor>
+KPLVC_INLINE __m128i single_sum4(const uint8_t* r0) {
+    const __m128i z = _mm_setzero_si128();
+    __m128i s = _mm_unpacklo_epi8(_mm_cvtsi32_si128(static_cast<int>(load32u(r0))), z);
+    if constexpr (Hor)
+        s = _mm_add_epi16(s, _mm_unpacklo_epi8(_mm_cvtsi32_si128(static_cast<int>(load32u(r0 + 1))), z));
+    return s;
+}
+
+template <int H, Pos P>
+struct Predictor4 {
+    static constexpr bool Hor = P == hf || P == hh;
+    static constexpr bool Ver = P == fh || P == hh;
+    const uint8_t* ref;
+    int32_t step;
+    __m128i k;
+    __m128i carry = _mm_setzero_si128();  // sums of rows y, y+1
+
+    __attribute__((always_inline)) Predictor4(const uint8_t* r, int32_t s, int32_t rc) : ref(r), step(s) {
+        k = _mm_set1_epi16(static_cast<int16_t>((Hor && Ver ? 2 : 1) - rc));
+        if constexpr (Ver) carry = pair_sum4<Hor>(ref, row_at(ref, step, 1));
+    }
+
+    // Predictions of rows y and y+1 (y even).
+    __attribute__((always_inline)) __m128i rows(int y) {
+        __m128i p;
+        if constexpr (Ver) {
+            const __m128i nxt = y + 3 <= H ? pair_sum4<Hor>(row_at(ref, step, y + 2), row_at(ref, step, y + 3))
+                                           : single_sum4<Hor>(row_at(ref, step, y + 2));
+            // Sums of rows y+1, y+2.
+            const __m128i mid = _mm_castpd_si128(
+                _mm_shuffle_pd(_mm_castsi128_pd(carry), _mm_castsi128_pd(nxt), 1));
+            p = _mm_add_epi16(carry, mid);
+            carry = nxt;
+        } else {
+            p = pair_sum4<Hor>(row_at(ref, step, y), row_at(ref, step, y + 1));
+        }
+        if constexpr (P != ff) {
+            constexpr int shift = Hor && Ver ? 2 : 1;
+            p = _mm_srli_epi16(_mm_add_epi16(p, k), shift);
+        }
+        return p;
+    }
+};
+
+KPLVC_INLINE void finish4(__m128i p, const int16_t* res, int32_t res_step, uint8_t* dst,
+                          int32_t dst_step, int y) {
+    const __m128i r = _mm_unpacklo_epi64(loadl(row_at(res, res_step, y)), loadl(row_at(res, res_step, y + 1)));
+    const __m128i v = _mm_adds_epi16(p, r);
+    const __m128i b = _mm_packus_epi16(v, v);
+    store32u(row_at(dst, dst_step, y), static_cast<uint32_t>(_mm_cvtsi128_si32(b)));
+    store32u(row_at(dst, dst_step, y + 1), static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(b, 4))));
+}
+
+template <int H, Pos P>
+void mc4(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_step, uint8_t* dst,
+         int32_t dst_step, int32_t rc) {
+    Predictor4<H, P> pred(ref, ref_step, rc);
+    for (int y = 0; y < H; y += 2) finish4(pred.rows(y), res, res_step, dst, dst_step, y);
+}
+
+template <int H, Pos PF, Pos PB>
+void mcb4(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b,
+          const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
+    Predictor4<H, PF> pf(ref_f, step_f, rc);
+    Predictor4<H, PB> pb(ref_b, step_b, rc);
+    for (int y = 0; y < H; y += 2)
+        finish4(_mm_avg_epu16(pf.rows(y), pb.rows(y)), res, res_step, dst, dst_step, y);
+}
+
+template <int H>
+void set_single4(McFn (&row)[4]) {
+    row[ff] = mc4<H, ff>;
+    row[fh] = mc4<H, fh>;
+    row[hf] = mc4<H, hf>;
+    row[hh] = mc4<H, hh>;
+}
+
+template <int H, int... I>
+void set_bidir4(McBFn (&row)[16], std::integer_sequence<int, I...>) {
+    ((row[I] = mcb4<H, Pos(I & 3), Pos(I >> 2)>), ...);
+}
+
 template <int W, int H, int DX>
 void set_single(McFn (&row)[4]) {
     row[ff] = mc<W, H, DX, ff>;
@@ -120,6 +219,12 @@ void upgrade_mc(McKernels& k) {
     set_bidir<8, 16, 1, true>(k.bidir[s8x16], seq);
     set_bidir<8, 8, 1, true>(k.bidir[s8x8], seq);
     set_bidir<8, 4, 1, true>(k.bidir[s8x4], seq);
+    set_single4<8>(k.single[s4x8]);
+    set_single4<4>(k.single[s4x4]);
+    set_single4<2>(k.single[s4x2]);
+    set_bidir4<8>(k.bidir[s4x8], seq);
+    set_bidir4<4>(k.bidir[s4x4], seq);
+    set_bidir4<2>(k.bidir[s4x2], seq);
 }
 
 }  // namespace kplvc::mc::x86::sse2
