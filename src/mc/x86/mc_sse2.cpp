@@ -87,33 +87,42 @@ void mcb_bytes(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32
         mcb_bytes_body<W, H, PF, PB, 1>(ref_f, step_f, ref_b, step_b, res, res_step, dst, dst_step);
 }
 
-// ---- 4-wide kernels: two rows of four samples per register ------------------------
+// ---- 4- and 2-wide kernels: two rows per register -----------------------------------
+// Row y fills the low W lanes, row y+1 the next W lanes.
 
-KPLVC_INLINE __m128i load4x2(const uint8_t* r0, const uint8_t* r1) {
-    return _mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(load32u(r0))),
-                              _mm_cvtsi32_si128(static_cast<int>(load32u(r1))));
+// W bytes of one row in the low bytes of a register.
+template <int W>
+KPLVC_INLINE __m128i load_row(const uint8_t* p) {
+    if constexpr (W == 4) return _mm_cvtsi32_si128(static_cast<int>(load32u(p)));
+    else return _mm_cvtsi32_si128(static_cast<uint16_t>(load16(p)));
 }
 
-// Sums of rows y (low four lanes) and y+1 (high four lanes).
-template <bool Hor>
-KPLVC_INLINE __m128i pair_sum4(const uint8_t* r0, const uint8_t* r1) {
+template <int W>
+KPLVC_INLINE __m128i join_rows(__m128i r0, __m128i r1) {
+    if constexpr (W == 4) return _mm_unpacklo_epi32(r0, r1);
+    else return _mm_unpacklo_epi16(r0, r1);
+}
+
+// Sums of rows y and y+1, widened.
+template <int W, bool Hor>
+KPLVC_INLINE __m128i pair_sum(const uint8_t* r0, const uint8_t* r1) {
     const __m128i z = _mm_setzero_si128();
-    __m128i s = _mm_unpacklo_epi8(load4x2(r0, r1), z);
-    if constexpr (Hor) s = _mm_add_epi16(s, _mm_unpacklo_epi8(load4x2(r0 + 1, r1 + 1), z));
+    __m128i s = _mm_unpacklo_epi8(join_rows<W>(load_row<W>(r0), load_row<W>(r1)), z);
+    if constexpr (Hor)
+        s = _mm_add_epi16(s, _mm_unpacklo_epi8(join_rows<W>(load_row<W>(r0 + 1), load_row<W>(r1 + 1)), z));
     return s;
 }
 // Row y only (the last row a vertical half needs; nothing below is read).
-template <bool Hor>
-KPLVC_INLINE __m128i single_sum4(const uint8_t* r0) {
+template <int W, bool Hor>
+KPLVC_INLINE __m128i single_sum(const uint8_t* r0) {
     const __m128i z = _mm_setzero_si128();
-    __m128i s = _mm_unpacklo_epi8(_mm_cvtsi32_si128(static_cast<int>(load32u(r0))), z);
-    if constexpr (Hor)
-        s = _mm_add_epi16(s, _mm_unpacklo_epi8(_mm_cvtsi32_si128(static_cast<int>(load32u(r0 + 1))), z));
+    __m128i s = _mm_unpacklo_epi8(load_row<W>(r0), z);
+    if constexpr (Hor) s = _mm_add_epi16(s, _mm_unpacklo_epi8(load_row<W>(r0 + 1), z));
     return s;
 }
 
-template <int H, Pos P>
-struct Predictor4 {
+template <int W, int H, Pos P>
+struct PredictorNarrow {
     static constexpr bool Hor = P == hf || P == hh;
     static constexpr bool Ver = P == fh || P == hh;
     const uint8_t* ref;
@@ -121,24 +130,29 @@ struct Predictor4 {
     __m128i k;
     __m128i carry = _mm_setzero_si128();  // sums of rows y, y+1
 
-    __attribute__((always_inline)) Predictor4(const uint8_t* r, int32_t s, int32_t rc) : ref(r), step(s) {
+    __attribute__((always_inline)) PredictorNarrow(const uint8_t* r, int32_t s, int32_t rc)
+        : ref(r), step(s) {
         k = _mm_set1_epi16(static_cast<int16_t>((Hor && Ver ? 2 : 1) - rc));
-        if constexpr (Ver) carry = pair_sum4<Hor>(ref, row_at(ref, step, 1));
+        if constexpr (Ver) carry = pair_sum<W, Hor>(ref, row_at(ref, step, 1));
     }
 
     // Predictions of rows y and y+1 (y even).
     __attribute__((always_inline)) __m128i rows(int y) {
         __m128i p;
         if constexpr (Ver) {
-            const __m128i nxt = y + 3 <= H ? pair_sum4<Hor>(row_at(ref, step, y + 2), row_at(ref, step, y + 3))
-                                           : single_sum4<Hor>(row_at(ref, step, y + 2));
-            // Sums of rows y+1, y+2.
-            const __m128i mid = _mm_castpd_si128(
-                _mm_shuffle_pd(_mm_castsi128_pd(carry), _mm_castsi128_pd(nxt), 1));
+            const __m128i nxt = y + 3 <= H
+                                    ? pair_sum<W, Hor>(row_at(ref, step, y + 2), row_at(ref, step, y + 3))
+                                    : single_sum<W, Hor>(row_at(ref, step, y + 2));
+            // Sums of rows y+1, y+2: the high row of carry, the low row of nxt.
+            __m128i mid;
+            if constexpr (W == 4)
+                mid = _mm_castpd_si128(_mm_shuffle_pd(_mm_castsi128_pd(carry), _mm_castsi128_pd(nxt), 1));
+            else
+                mid = _mm_unpacklo_epi32(_mm_srli_si128(carry, 4), nxt);
             p = _mm_add_epi16(carry, mid);
             carry = nxt;
         } else {
-            p = pair_sum4<Hor>(row_at(ref, step, y), row_at(ref, step, y + 1));
+            p = pair_sum<W, Hor>(row_at(ref, step, y), row_at(ref, step, y + 1));
         }
         if constexpr (P != ff) {
             constexpr int shift = Hor && Ver ? 2 : 1;
@@ -148,42 +162,57 @@ struct Predictor4 {
     }
 };
 
-KPLVC_INLINE void finish4(__m128i p, const int16_t* res, int32_t res_step, uint8_t* dst,
-                          int32_t dst_step, int y) {
-    const __m128i r = _mm_unpacklo_epi64(loadl(row_at(res, res_step, y)), loadl(row_at(res, res_step, y + 1)));
+template <int W>
+KPLVC_INLINE void finish_narrow(__m128i p, const int16_t* res, int32_t res_step, uint8_t* dst,
+                                int32_t dst_step, int y) {
+    const int16_t* r0 = row_at(res, res_step, y);
+    const int16_t* r1 = row_at(res, res_step, y + 1);
+    __m128i r;
+    if constexpr (W == 4)
+        r = _mm_unpacklo_epi64(loadl(r0), loadl(r1));
+    else
+        r = _mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(load32u(r0))),
+                               _mm_cvtsi32_si128(static_cast<int>(load32u(r1))));
     const __m128i v = _mm_adds_epi16(p, r);
-    const __m128i b = _mm_packus_epi16(v, v);
-    store32u(row_at(dst, dst_step, y), static_cast<uint32_t>(_mm_cvtsi128_si32(b)));
-    store32u(row_at(dst, dst_step, y + 1), static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(b, 4))));
+    const __m128i pk = _mm_packus_epi16(v, v);
+    if constexpr (W == 4) {
+        store32u(row_at(dst, dst_step, y), static_cast<uint32_t>(_mm_cvtsi128_si32(pk)));
+        store32u(row_at(dst, dst_step, y + 1),
+                 static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(pk, 4))));
+    } else {
+        const uint32_t b = static_cast<uint32_t>(_mm_cvtsi128_si32(pk));
+        store16(row_at(dst, dst_step, y), static_cast<int16_t>(static_cast<uint16_t>(b)));
+        store16(row_at(dst, dst_step, y + 1), static_cast<int16_t>(static_cast<uint16_t>(b >> 16)));
+    }
 }
 
-template <int H, Pos P>
-void mc4(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_step, uint8_t* dst,
-         int32_t dst_step, int32_t rc) {
-    Predictor4<H, P> pred(ref, ref_step, rc);
-    for (int y = 0; y < H; y += 2) finish4(pred.rows(y), res, res_step, dst, dst_step, y);
+template <int W, int H, Pos P>
+void mc_narrow(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_step,
+               uint8_t* dst, int32_t dst_step, int32_t rc) {
+    PredictorNarrow<W, H, P> pred(ref, ref_step, rc);
+    for (int y = 0; y < H; y += 2) finish_narrow<W>(pred.rows(y), res, res_step, dst, dst_step, y);
 }
 
-template <int H, Pos PF, Pos PB>
-void mcb4(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b,
-          const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
-    Predictor4<H, PF> pf(ref_f, step_f, rc);
-    Predictor4<H, PB> pb(ref_b, step_b, rc);
+template <int W, int H, Pos PF, Pos PB>
+void mcb_narrow(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b,
+                const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
+    PredictorNarrow<W, H, PF> pf(ref_f, step_f, rc);
+    PredictorNarrow<W, H, PB> pb(ref_b, step_b, rc);
     for (int y = 0; y < H; y += 2)
-        finish4(_mm_avg_epu16(pf.rows(y), pb.rows(y)), res, res_step, dst, dst_step, y);
+        finish_narrow<W>(_mm_avg_epu16(pf.rows(y), pb.rows(y)), res, res_step, dst, dst_step, y);
 }
 
-template <int H>
-void set_single4(McFn (&row)[4]) {
-    row[ff] = mc4<H, ff>;
-    row[fh] = mc4<H, fh>;
-    row[hf] = mc4<H, hf>;
-    row[hh] = mc4<H, hh>;
+template <int W, int H>
+void set_single_narrow(McFn (&row)[4]) {
+    row[ff] = mc_narrow<W, H, ff>;
+    row[fh] = mc_narrow<W, H, fh>;
+    row[hf] = mc_narrow<W, H, hf>;
+    row[hh] = mc_narrow<W, H, hh>;
 }
 
-template <int H, int... I>
-void set_bidir4(McBFn (&row)[16], std::integer_sequence<int, I...>) {
-    ((row[I] = mcb4<H, Pos(I & 3), Pos(I >> 2)>), ...);
+template <int W, int H, int... I>
+void set_bidir_narrow(McBFn (&row)[16], std::integer_sequence<int, I...>) {
+    ((row[I] = mcb_narrow<W, H, Pos(I & 3), Pos(I >> 2)>), ...);
 }
 
 template <int W, int H, int DX>
@@ -219,12 +248,16 @@ void upgrade_mc(McKernels& k) {
     set_bidir<8, 16, 1, true>(k.bidir[s8x16], seq);
     set_bidir<8, 8, 1, true>(k.bidir[s8x8], seq);
     set_bidir<8, 4, 1, true>(k.bidir[s8x4], seq);
-    set_single4<8>(k.single[s4x8]);
-    set_single4<4>(k.single[s4x4]);
-    set_single4<2>(k.single[s4x2]);
-    set_bidir4<8>(k.bidir[s4x8], seq);
-    set_bidir4<4>(k.bidir[s4x4], seq);
-    set_bidir4<2>(k.bidir[s4x2], seq);
+    set_single_narrow<4, 8>(k.single[s4x8]);
+    set_single_narrow<4, 4>(k.single[s4x4]);
+    set_single_narrow<4, 2>(k.single[s4x2]);
+    set_single_narrow<2, 4>(k.single[s2x4]);
+    set_single_narrow<2, 2>(k.single[s2x2]);
+    set_bidir_narrow<4, 8>(k.bidir[s4x8], seq);
+    set_bidir_narrow<4, 4>(k.bidir[s4x4], seq);
+    set_bidir_narrow<4, 2>(k.bidir[s4x2], seq);
+    set_bidir_narrow<2, 4>(k.bidir[s2x4], seq);
+    set_bidir_narrow<2, 2>(k.bidir[s2x2], seq);
 }
 
 }  // namespace kplvc::mc::x86::sse2
