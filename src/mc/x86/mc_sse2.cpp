@@ -1,4 +1,4 @@
-// SSE2 motion compensation for the 16- and 8-wide shapes.
+// SSE2 motion compensation for the 16-, 8-, 4- and 2-wide shapes.
 //
 // Single reference and exact two-reference kernels widen the samples to
 // 16-bit lanes, add the horizontal neighbour (a + b) once per row and the
