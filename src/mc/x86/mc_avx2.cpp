@@ -14,13 +14,23 @@
 namespace kplvc::mc::x86::avx2 {
 namespace {
 
+// Clipped bytes of two 16-lane rows: the in-lane pack interleaves their
+// 8-byte halves (y lo, y+1 lo | y hi, y+1 hi); the permute puts each row's
+// halves together.
+KPLVC_INLINE void store_pair(__m256i v0, __m256i v1, uint8_t* dst, int32_t dst_step, int y) {
+    const __m256i pk = _mm256_permute4x64_epi64(_mm256_packus_epi16(v0, v1), 0xD8);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(row_at(dst, dst_step, y)), _mm256_castsi256_si128(pk));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(row_at(dst, dst_step, y + 1)), _mm256_extracti128_si256(pk, 1));
+}
+
 template <int H, int DX, Pos P>
 void mc16(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_step, uint8_t* dst,
           int32_t dst_step, int32_t rc) {
     Predictor16<DX, P> pred(ref, ref_step, rc);
-    for (int y = 0; y < H; ++y) {
-        const __m256i v = _mm256_adds_epi16(pred.row(y), loadu256(row_at(res, res_step, y)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(row_at(dst, dst_step, y)), pack16(v));
+    for (int y = 0; y < H; y += 2) {
+        const __m256i v0 = _mm256_adds_epi16(pred.row(y), loadu256(row_at(res, res_step, y)));
+        const __m256i v1 = _mm256_adds_epi16(pred.row(y + 1), loadu256(row_at(res, res_step, y + 1)));
+        store_pair(v0, v1, dst, dst_step, y);
     }
 }
 
@@ -29,10 +39,11 @@ void mcb16_exact(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int
                  const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
     Predictor16<DX, PF> pf(ref_f, step_f, rc);
     Predictor16<DX, PB> pb(ref_b, step_b, rc);
-    for (int y = 0; y < H; ++y) {
-        const __m256i m = _mm256_avg_epu16(pf.row(y), pb.row(y));
-        const __m256i v = _mm256_adds_epi16(m, loadu256(row_at(res, res_step, y)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(row_at(dst, dst_step, y)), pack16(v));
+    for (int y = 0; y < H; y += 2) {
+        const __m256i m0 = _mm256_avg_epu16(pf.row(y), pb.row(y));
+        const __m256i m1 = _mm256_avg_epu16(pf.row(y + 1), pb.row(y + 1));
+        store_pair(_mm256_adds_epi16(m0, loadu256(row_at(res, res_step, y))),
+                   _mm256_adds_epi16(m1, loadu256(row_at(res, res_step, y + 1))), dst, dst_step, y);
     }
 }
 
@@ -62,10 +73,11 @@ KPLVC_INLINE void mcb_bytes_body(const uint8_t* ref_f, int32_t step_f, const uin
     static_assert(W == 16);
     bytes::BytePredictor<W, PF, true, RC> pf(ref_f, step_f);
     bytes::BytePredictor<W, PB, false, RC> pb(ref_b, step_b);
-    for (int y = 0; y < H; ++y) {
-        const __m256i m = widen(_mm_avg_epu8(pf.row(y), pb.row(y)));
-        const __m256i v = _mm256_adds_epi16(m, loadu256(row_at(res, res_step, y)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(row_at(dst, dst_step, y)), pack16(v));
+    for (int y = 0; y < H; y += 2) {
+        const __m256i m0 = widen(_mm_avg_epu8(pf.row(y), pb.row(y)));
+        const __m256i m1 = widen(_mm_avg_epu8(pf.row(y + 1), pb.row(y + 1)));
+        store_pair(_mm256_adds_epi16(m0, loadu256(row_at(res, res_step, y))),
+                   _mm256_adds_epi16(m1, loadu256(row_at(res, res_step, y + 1))), dst, dst_step, y);
     }
 }
 
