@@ -259,6 +259,107 @@ KPLVC_API KplStatus kpliVCHuffmanFree_32s(Kpl32s** ppSpec);
 /* Block copy, set and difference                                            */
 /* ------------------------------------------------------------------------ */
 /* @block-begin */
+/* Copies an 8x8 block, row starts advancing by srcStep and dstStep.
+ * Statuses: -8 pSrc or pDst null; -169 srcStep or dstStep below 8. */
+KPLVC_API KplStatus kpliCopyBlock_8x8_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
+                                         Kpl32s dstStep);
+/* Copies a 16x16 block.
+ * Statuses: -8 pSrc or pDst null; -168 srcStep or dstStep below 16. */
+KPLVC_API KplStatus kpliCopyBlock_16x16_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
+                                           Kpl32s dstStep);
+/* 8x8 motion compensation without residual: kpliMC8x8_8u_C1 with a zero
+ * residual and mcType 0, 4, 8 for predType 0, 1, 2 (12 for any other value),
+ * roundControl 0 (so half-sample averages round up). Returns the status of
+ * kpliMC8x8_8u_C1 (-8 when pSrc or pDst is null). */
+KPLVC_API KplStatus kpliMCBlock_RoundOff_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
+                                            Kpl32s dstStep, Kpl32s predType);
+/* As kpliMCBlock_RoundOff_8u with roundControl 1 (half-sample averages
+ * truncate). */
+KPLVC_API KplStatus kpliMCBlock_RoundOn_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
+                                           Kpl32s dstStep, Kpl32s predType);
+
+/* Difference between a current block and its prediction from pSrcRef at
+ * position mcType & 12 (FF, FH, HF, HH as for kpliMC16x16_8u_C1) with
+ * rc = roundControl: pDstDiff(x, y) = cur(x, y) - p as Kpl16s; when
+ * pDstPredictor is not null, pDstPredictor(x, y) = p. All steps in bytes.
+ * roundControl is meant to be 0 or 1; any non-zero value acts as 1.
+ * Statuses: -8 when pSrcCur, pSrcRef or pDstDiff is null; steps, mcType and
+ * roundControl are not checked; pDstPredictor may be null. */
+KPLVC_API KplStatus kpliGetDiff16x16_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
+                                              const Kpl8u* pSrcRef, Kpl32s srcRefStep,
+                                              Kpl16s* pDstDiff, Kpl32s dstDiffStep,
+                                              Kpl16s* pDstPredictor, Kpl32s dstPredictorStep,
+                                              Kpl32s mcType, Kpl32s roundControl);
+/* As kpliGetDiff16x16_8u16s_C1 for a 16x8 block. */
+KPLVC_API KplStatus kpliGetDiff16x8_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
+                                             const Kpl8u* pSrcRef, Kpl32s srcRefStep,
+                                             Kpl16s* pDstDiff, Kpl32s dstDiffStep,
+                                             Kpl16s* pDstPredictor, Kpl32s dstPredictorStep,
+                                             Kpl32s mcType, Kpl32s roundControl);
+/* As kpliGetDiff16x16_8u16s_C1 for an 8x16 block. */
+KPLVC_API KplStatus kpliGetDiff8x16_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
+                                             const Kpl8u* pSrcRef, Kpl32s srcRefStep,
+                                             Kpl16s* pDstDiff, Kpl32s dstDiffStep,
+                                             Kpl16s* pDstPredictor, Kpl32s dstPredictorStep,
+                                             Kpl32s mcType, Kpl32s roundControl);
+/* As kpliGetDiff16x16_8u16s_C1 for an 8x8 block. */
+KPLVC_API KplStatus kpliGetDiff8x8_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
+                                            const Kpl8u* pSrcRef, Kpl32s srcRefStep,
+                                            Kpl16s* pDstDiff, Kpl32s dstDiffStep,
+                                            Kpl16s* pDstPredictor, Kpl32s dstPredictorStep,
+                                            Kpl32s mcType, Kpl32s roundControl);
+/* As kpliGetDiff16x16_8u16s_C1 for an 8x4 block. */
+KPLVC_API KplStatus kpliGetDiff8x4_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
+                                            const Kpl8u* pSrcRef, Kpl32s srcRefStep,
+                                            Kpl16s* pDstDiff, Kpl32s dstDiffStep,
+                                            Kpl16s* pDstPredictor, Kpl32s dstPredictorStep,
+                                            Kpl32s mcType, Kpl32s roundControl);
+
+/* Bidirectional difference: f predicted from pSrcRefF at mcTypeF & 12, b from
+ * pSrcRefB at mcTypeB & 12, both with rc = roundControl;
+ * pDstDiff(x, y) = (2*cur - f - b) >> 1 (arithmetic shift), that is
+ * cur - ((f + b + 1) >> 1). No prediction is returned.
+ * Statuses: -8 when pSrcCur, pSrcRefF, pSrcRefB or pDstDiff is null; steps,
+ * mcTypes and roundControl are not checked. */
+KPLVC_API KplStatus kpliGetDiff16x16B_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
+                                               const Kpl8u* pSrcRefF, Kpl32s srcRefFStep,
+                                               Kpl32s mcTypeF, const Kpl8u* pSrcRefB,
+                                               Kpl32s srcRefBStep, Kpl32s mcTypeB,
+                                               Kpl16s* pDstDiff, Kpl32s dstDiffStep,
+                                               Kpl32s roundControl);
+/* As kpliGetDiff16x16B_8u16s_C1 for a 16x8 block. */
+KPLVC_API KplStatus kpliGetDiff16x8B_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
+                                              const Kpl8u* pSrcRefF, Kpl32s srcRefFStep,
+                                              Kpl32s mcTypeF, const Kpl8u* pSrcRefB,
+                                              Kpl32s srcRefBStep, Kpl32s mcTypeB,
+                                              Kpl16s* pDstDiff, Kpl32s dstDiffStep,
+                                              Kpl32s roundControl);
+/* As kpliGetDiff16x16B_8u16s_C1 for an 8x16 block. */
+KPLVC_API KplStatus kpliGetDiff8x16B_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
+                                              const Kpl8u* pSrcRefF, Kpl32s srcRefFStep,
+                                              Kpl32s mcTypeF, const Kpl8u* pSrcRefB,
+                                              Kpl32s srcRefBStep, Kpl32s mcTypeB,
+                                              Kpl16s* pDstDiff, Kpl32s dstDiffStep,
+                                              Kpl32s roundControl);
+/* As kpliGetDiff16x16B_8u16s_C1 for an 8x8 block. */
+KPLVC_API KplStatus kpliGetDiff8x8B_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
+                                             const Kpl8u* pSrcRefF, Kpl32s srcRefFStep,
+                                             Kpl32s mcTypeF, const Kpl8u* pSrcRefB,
+                                             Kpl32s srcRefBStep, Kpl32s mcTypeB,
+                                             Kpl16s* pDstDiff, Kpl32s dstDiffStep,
+                                             Kpl32s roundControl);
+/* As kpliGetDiff16x16B_8u16s_C1 for an 8x4 block. */
+KPLVC_API KplStatus kpliGetDiff8x4B_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
+                                             const Kpl8u* pSrcRefF, Kpl32s srcRefFStep,
+                                             Kpl32s mcTypeF, const Kpl8u* pSrcRefB,
+                                             Kpl32s srcRefBStep, Kpl32s mcTypeB,
+                                             Kpl16s* pDstDiff, Kpl32s dstDiffStep,
+                                             Kpl32s roundControl);
+/* pDstDiff(x, y) = cur(x, y) - ref(x, y) for a 4x4 block at full-sample
+ * position. Statuses: -8 when pSrcCur, pSrcRef or pDstDiff is null. */
+KPLVC_API KplStatus kpliGetDiff4x4_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
+                                            const Kpl8u* pSrcRef, Kpl32s srcRefStep,
+                                            Kpl16s* pDstDiff, Kpl32s dstDiffStep);
 /* @block-end */
 
 /* ------------------------------------------------------------------------ */
@@ -353,6 +454,150 @@ KPLVC_API KplStatus kpliZigzagInvVertical_Compact_16s(const Kpl16s* pSrc, Kpl32s
 /* Motion compensation                                                       */
 /* ------------------------------------------------------------------------ */
 /* @mc-begin */
+/* Motion compensation with residual. For every sample (x, y) of the W x H
+ * block, with a = R(x, y), b = R(x+1, y), c = R(x, y+1), d = R(x+1, y+1) of
+ * the reference and rc = roundControl (0 or 1), the prediction p is
+ *   mcType & 12 == 0  (FF): a
+ *   mcType & 12 == 4  (FH): (a + c + 1 - rc) >> 1
+ *   mcType & 12 == 8  (HF): (a + b + 1 - rc) >> 1
+ *   mcType & 12 == 12 (HH): (a + b + c + d + 2 - rc) >> 2
+ * and pDst(x, y) = clip(p + r), r the Kpl16s residual sample (pSrcYData,
+ * srcYDataStep in bytes); the sum is exact, then saturated to 0..255. Half
+ * positions read one more column and/or row of the reference.
+ * Single-reference functions: pSrcRef/srcStep reference, pSrcYData/srcYDataStep
+ * residual, pDst/dstStep output, mcType, roundControl.
+ * roundControl is meant to be 0 or 1; any non-zero value acts as 1.
+ * Statuses: -8 when pSrcRef, pSrcYData or pDst is null. Steps, mcType and
+ * roundControl are not checked. */
+KPLVC_API KplStatus kpliMC16x16_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
+                                      Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
+                                      Kpl32s mcType, Kpl32s roundControl);
+/* As kpliMC16x16_8u_C1 for a 16x8 block. */
+KPLVC_API KplStatus kpliMC16x8_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
+                                     Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
+                                     Kpl32s mcType, Kpl32s roundControl);
+/* Interleaved chroma, 8 pairs of samples per row and 8 rows: the horizontal
+ * neighbour of a sample is two bytes to the right (b = R(x+2, y),
+ * d = R(x+2, y+1)), so HF and HH read two extra columns. Otherwise as
+ * kpliMC16x16_8u_C1. */
+KPLVC_API KplStatus kpliMC16x8UV_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
+                                       Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
+                                       Kpl32s mcType, Kpl32s roundControl);
+/* Interleaved chroma as kpliMC16x8UV_8u_C1, 4 rows. */
+KPLVC_API KplStatus kpliMC16x4_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
+                                     Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
+                                     Kpl32s mcType, Kpl32s roundControl);
+/* As kpliMC16x16_8u_C1 for an 8x16 block. */
+KPLVC_API KplStatus kpliMC8x16_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
+                                     Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
+                                     Kpl32s mcType, Kpl32s roundControl);
+/* As kpliMC16x16_8u_C1 for an 8x8 block. */
+KPLVC_API KplStatus kpliMC8x8_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
+                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
+                                    Kpl32s mcType, Kpl32s roundControl);
+/* As kpliMC16x16_8u_C1 for an 8x4 block. */
+KPLVC_API KplStatus kpliMC8x4_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
+                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
+                                    Kpl32s mcType, Kpl32s roundControl);
+/* As kpliMC16x16_8u_C1 for a 4x8 block. */
+KPLVC_API KplStatus kpliMC4x8_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
+                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
+                                    Kpl32s mcType, Kpl32s roundControl);
+/* As kpliMC16x16_8u_C1 for a 4x4 block. */
+KPLVC_API KplStatus kpliMC4x4_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
+                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
+                                    Kpl32s mcType, Kpl32s roundControl);
+/* As kpliMC16x16_8u_C1 for a 4x2 block. */
+KPLVC_API KplStatus kpliMC4x2_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
+                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
+                                    Kpl32s mcType, Kpl32s roundControl);
+/* As kpliMC16x16_8u_C1 for a 2x4 block. */
+KPLVC_API KplStatus kpliMC2x4_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
+                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
+                                    Kpl32s mcType, Kpl32s roundControl);
+/* As kpliMC16x16_8u_C1 for a 2x2 block. */
+KPLVC_API KplStatus kpliMC2x2_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
+                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
+                                    Kpl32s mcType, Kpl32s roundControl);
+
+/* Two-reference motion compensation: pF is predicted from the forward
+ * reference (pSrcRefF, srcStepF, mcTypeF), pB from the backward one
+ * (pSrcRefB, srcStepB, mcTypeB), both with rc = roundControl, and
+ * pDst(x, y) = clip((2*r + pF + pB + 1) >> 1): the average of the two
+ * predictions rounds half up whatever rc is.
+ * kpliMC16x8B_8u_C1, the interleaved-chroma forms and the 4- and 2-wide forms
+ * use the exact interpolations of kpliMC16x16_8u_C1.
+ * kpliMC16x16B_8u_C1, kpliMC8x16B_8u_C1, kpliMC8x8B_8u_C1 and
+ * kpliMC8x4B_8u_C1 build an HH prediction from rounding byte averages,
+ * avg(x, y) = (x + y + 1) >> 1, with a saturating decrement
+ * dec(x) = max(x - 1, 0), top = avg(a, b), bottom = avg(c, d):
+ *   rc 0: pF = avg(topF, dec(bottomF)),      pB = avg(dec(topB), bottomB)
+ *   rc 1: pF = avg(dec(bottomF), dec(topF)), pB = avg(topB, dec(bottomB))
+ * whatever the other reference's type. An FF prediction is a; FH and HF are
+ * the exact interpolations (a + c + 1 - rc) >> 1 and (a + b + 1 - rc) >> 1,
+ * which at rc 0 are avg(a, c) and avg(a, b) and at rc 1 are the truncating
+ * averages (a + c) >> 1 and (a + b) >> 1 (no decrement).
+ * Statuses: -8 when pSrcRefF, pSrcRefB, pSrcYData or pDst is null. Steps,
+ * mcTypes and roundControl are not checked. */
+KPLVC_API KplStatus kpliMC16x16B_8u_C1(const Kpl8u* pSrcRefF, Kpl32s srcStepF, Kpl32s mcTypeF,
+                                       const Kpl8u* pSrcRefB, Kpl32s srcStepB, Kpl32s mcTypeB,
+                                       const Kpl16s* pSrcYData, Kpl32s srcYDataStep, Kpl8u* pDst,
+                                       Kpl32s dstStep, Kpl32s roundControl);
+/* 16x8, exact interpolations. */
+KPLVC_API KplStatus kpliMC16x8B_8u_C1(const Kpl8u* pSrcRefF, Kpl32s srcStepF, Kpl32s mcTypeF,
+                                      const Kpl8u* pSrcRefB, Kpl32s srcStepB, Kpl32s mcTypeB,
+                                      const Kpl16s* pSrcYData, Kpl32s srcYDataStep, Kpl8u* pDst,
+                                      Kpl32s dstStep, Kpl32s roundControl);
+/* Interleaved chroma, 8 rows (neighbour two bytes away), exact interpolations. */
+KPLVC_API KplStatus kpliMC16x8BUV_8u_C1(const Kpl8u* pSrcRefF, Kpl32s srcStepF, Kpl32s mcTypeF,
+                                        const Kpl8u* pSrcRefB, Kpl32s srcStepB, Kpl32s mcTypeB,
+                                        const Kpl16s* pSrcYData, Kpl32s srcYDataStep, Kpl8u* pDst,
+                                        Kpl32s dstStep, Kpl32s roundControl);
+/* Interleaved chroma, 4 rows (neighbour two bytes away), exact interpolations. */
+KPLVC_API KplStatus kpliMC16x4B_8u_C1(const Kpl8u* pSrcRefF, Kpl32s srcStepF, Kpl32s mcTypeF,
+                                      const Kpl8u* pSrcRefB, Kpl32s srcStepB, Kpl32s mcTypeB,
+                                      const Kpl16s* pSrcYData, Kpl32s srcYDataStep, Kpl8u* pDst,
+                                      Kpl32s dstStep, Kpl32s roundControl);
+/* 8x16, byte-average construction as kpliMC16x16B_8u_C1. */
+KPLVC_API KplStatus kpliMC8x16B_8u_C1(const Kpl8u* pSrcRefF, Kpl32s srcStepF, Kpl32s mcTypeF,
+                                      const Kpl8u* pSrcRefB, Kpl32s srcStepB, Kpl32s mcTypeB,
+                                      const Kpl16s* pSrcYData, Kpl32s srcYDataStep, Kpl8u* pDst,
+                                      Kpl32s dstStep, Kpl32s roundControl);
+/* 8x8, byte-average construction as kpliMC16x16B_8u_C1. */
+KPLVC_API KplStatus kpliMC8x8B_8u_C1(const Kpl8u* pSrcRefF, Kpl32s srcStepF, Kpl32s mcTypeF,
+                                     const Kpl8u* pSrcRefB, Kpl32s srcStepB, Kpl32s mcTypeB,
+                                     const Kpl16s* pSrcYData, Kpl32s srcYDataStep, Kpl8u* pDst,
+                                     Kpl32s dstStep, Kpl32s roundControl);
+/* 8x4, byte-average construction as kpliMC16x16B_8u_C1. */
+KPLVC_API KplStatus kpliMC8x4B_8u_C1(const Kpl8u* pSrcRefF, Kpl32s srcStepF, Kpl32s mcTypeF,
+                                     const Kpl8u* pSrcRefB, Kpl32s srcStepB, Kpl32s mcTypeB,
+                                     const Kpl16s* pSrcYData, Kpl32s srcYDataStep, Kpl8u* pDst,
+                                     Kpl32s dstStep, Kpl32s roundControl);
+/* 4x8, exact interpolations. */
+KPLVC_API KplStatus kpliMC4x8B_8u_C1(const Kpl8u* pSrcRefF, Kpl32s srcStepF, Kpl32s mcTypeF,
+                                     const Kpl8u* pSrcRefB, Kpl32s srcStepB, Kpl32s mcTypeB,
+                                     const Kpl16s* pSrcYData, Kpl32s srcYDataStep, Kpl8u* pDst,
+                                     Kpl32s dstStep, Kpl32s roundControl);
+/* 4x4, exact interpolations. */
+KPLVC_API KplStatus kpliMC4x4B_8u_C1(const Kpl8u* pSrcRefF, Kpl32s srcStepF, Kpl32s mcTypeF,
+                                     const Kpl8u* pSrcRefB, Kpl32s srcStepB, Kpl32s mcTypeB,
+                                     const Kpl16s* pSrcYData, Kpl32s srcYDataStep, Kpl8u* pDst,
+                                     Kpl32s dstStep, Kpl32s roundControl);
+/* 4x2, exact interpolations. */
+KPLVC_API KplStatus kpliMC4x2B_8u_C1(const Kpl8u* pSrcRefF, Kpl32s srcStepF, Kpl32s mcTypeF,
+                                     const Kpl8u* pSrcRefB, Kpl32s srcStepB, Kpl32s mcTypeB,
+                                     const Kpl16s* pSrcYData, Kpl32s srcYDataStep, Kpl8u* pDst,
+                                     Kpl32s dstStep, Kpl32s roundControl);
+/* 2x4, exact interpolations. */
+KPLVC_API KplStatus kpliMC2x4B_8u_C1(const Kpl8u* pSrcRefF, Kpl32s srcStepF, Kpl32s mcTypeF,
+                                     const Kpl8u* pSrcRefB, Kpl32s srcStepB, Kpl32s mcTypeB,
+                                     const Kpl16s* pSrcYData, Kpl32s srcYDataStep, Kpl8u* pDst,
+                                     Kpl32s dstStep, Kpl32s roundControl);
+/* 2x2, exact interpolations. */
+KPLVC_API KplStatus kpliMC2x2B_8u_C1(const Kpl8u* pSrcRefF, Kpl32s srcStepF, Kpl32s mcTypeF,
+                                     const Kpl8u* pSrcRefB, Kpl32s srcStepB, Kpl32s mcTypeB,
+                                     const Kpl16s* pSrcYData, Kpl32s srcYDataStep, Kpl8u* pDst,
+                                     Kpl32s dstStep, Kpl32s roundControl);
 /* @mc-end */
 
 /* ------------------------------------------------------------------------ */

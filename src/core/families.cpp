@@ -9,6 +9,8 @@
 #include "h264/pred.h"
 #include "dv/dv.h"
 #include "h264/transform.h"
+#include "mc/mc.h"
+#include "block/copy.h"
 
 namespace kplvc {
 
@@ -24,6 +26,8 @@ static const FamilyInfo kFamilies[] = {
     {"h264pred", h264::pred_level},
     {"h264deblock", h264::deblock_level},
     {"h264xform", h264::xform_level},
+    {"mc", mc::mc_level},
+    {"blockcopy", block::blockcopy_level},
 };
 
 const FamilyInfo* families(int* count) {

@@ -1,0 +1,482 @@
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "block/copy.h"
+#include "kplvc.h"
+#include "support/support.h"
+
+using kplvc::block::BlockCopyKernels;
+using kplvc::block::DiffBFn;
+using kplvc::block::DiffFn;
+using kplvc::test::GuardPages;
+using kplvc::test::Guarded;
+using kplvc::test::Rng;
+
+namespace {
+
+using DiffPub = KplStatus (*)(const Kpl8u*, Kpl32s, const Kpl8u*, Kpl32s, Kpl16s*, Kpl32s, Kpl16s*, Kpl32s,
+                              Kpl32s, Kpl32s);
+using DiffBPub = KplStatus (*)(const Kpl8u*, Kpl32s, const Kpl8u*, Kpl32s, Kpl32s, const Kpl8u*, Kpl32s, Kpl32s,
+                               Kpl16s*, Kpl32s, Kpl32s);
+
+struct DiffShapeInfo {
+    kplvc::block::DiffShape shape;
+    const char* name;
+    int w, h;
+    DiffPub single;
+    DiffBPub bidir;
+};
+
+const DiffShapeInfo kShapes[] = {
+    {kplvc::block::d16x16, "16x16", 16, 16, kpliGetDiff16x16_8u16s_C1, kpliGetDiff16x16B_8u16s_C1},
+    {kplvc::block::d16x8, "16x8", 16, 8, kpliGetDiff16x8_8u16s_C1, kpliGetDiff16x8B_8u16s_C1},
+    {kplvc::block::d8x16, "8x16", 8, 16, kpliGetDiff8x16_8u16s_C1, kpliGetDiff8x16B_8u16s_C1},
+    {kplvc::block::d8x8, "8x8", 8, 8, kpliGetDiff8x8_8u16s_C1, kpliGetDiff8x8B_8u16s_C1},
+    {kplvc::block::d8x4, "8x4", 8, 4, kpliGetDiff8x4_8u16s_C1, kpliGetDiff8x4B_8u16s_C1},
+};
+
+int px(const uint8_t* p, int step, int x, int y) { return p[static_cast<ptrdiff_t>(step) * y + x]; }
+
+// Per-sample model with the position chosen at run time.
+int model_pred(const uint8_t* r, int step, int x, int y, int mc_type, int rc) {
+    const int a = px(r, step, x, y);
+    switch (mc_type & 12) {
+        case 0: return a;
+        case 4: return (a + px(r, step, x, y + 1) + 1 - rc) / 2;
+        case 8: return (a + px(r, step, x + 1, y) + 1 - rc) / 2;
+        default: return (a + px(r, step, x + 1, y) + px(r, step, x, y + 1) + px(r, step, x + 1, y + 1) + 2 - rc) / 4;
+    }
+}
+
+int16_t cell(const uint8_t* base, int step, int x, int y) {
+    int16_t v;
+    std::memcpy(&v, base + static_cast<ptrdiff_t>(step) * y + 2 * x, 2);
+    return v;
+}
+
+// cur, two references and two 16-bit outputs with their own (possibly odd) steps.
+struct Bufs {
+    int w, h, cur_step, ref_step, diff_step, pred_step;
+    Guarded cur, ref, ref_b, diff, pred;
+    Bufs(Rng& rng, int w_, int h_)
+        : w(w_), h(h_), cur_step(w_ + rng.range(0, 7)), ref_step(w_ + 1 + rng.range(0, 7)),
+          diff_step(2 * w_ + rng.range(0, 5)), pred_step(2 * w_ + rng.range(0, 5)),
+          cur(static_cast<size_t>(cur_step) * h_, static_cast<size_t>(rng.range(0, 31))),
+          ref(static_cast<size_t>(ref_step) * (h_ + 1), static_cast<size_t>(rng.range(0, 31))),
+          ref_b(static_cast<size_t>(ref_step) * (h_ + 1), static_cast<size_t>(rng.range(0, 31))),
+          diff(static_cast<size_t>(diff_step) * h_, static_cast<size_t>(rng.range(0, 31))),
+          pred(static_cast<size_t>(pred_step) * h_, static_cast<size_t>(rng.range(0, 31))) {
+        const bool extreme = rng.coin();
+        for (Guarded* g : {&cur, &ref, &ref_b}) {
+            if (extreme) rng.fill_extreme(g->data(), g->size());
+            else rng.fill(g->data(), g->size());
+        }
+        rng.fill(diff.data(), diff.size());
+        rng.fill(pred.data(), pred.size());
+    }
+    int16_t* d16() { return diff.as<int16_t>(); }
+    int16_t* p16() { return pred.as<int16_t>(); }
+};
+
+std::vector<uint8_t> snapshot(const Guarded& g) { return {g.data(), g.data() + g.size()}; }
+
+// ---- Behaviour ----------------------------------------------------------------------
+
+TEST(GetDiff, HalfSampleWorkedExample) {
+    // Reference row 10, 11, 12, ...; current all 20. HF: (10 + 11 + 1) >> 1 = 11
+    // at rc 0 gives 9; (10 + 11) >> 1 = 10 at rc 1 gives 10.
+    struct Case {
+        int rc, want;
+    } cases[] = {{0, 9}, {1, 10}};
+    for (const auto& c : cases) {
+        std::vector<uint8_t> ref(16 * 9), cur(8 * 8, 20);
+        for (int y = 0; y < 9; ++y)
+            for (int x = 0; x < 16; ++x) ref[16 * y + x] = static_cast<uint8_t>(10 + x);
+        std::vector<int16_t> diff(64, 0x7777);
+        ASSERT_EQ(kpliGetDiff8x8_8u16s_C1(cur.data(), 8, ref.data(), 16, diff.data(), 16, nullptr, 0, 8, c.rc), 0);
+        for (int y = 0; y < 8; ++y) EXPECT_EQ(diff[8 * y], c.want);
+        EXPECT_EQ(diff[7], c.want - 7);
+    }
+}
+
+TEST(GetDiff, BidirAverageRoundsUp) {
+    // f = 10, b = 11, cur = 10: 10 - 11 = -1 at both rounding controls.
+    struct Case {
+        uint8_t cur, f, b;
+        int16_t want;
+    } cases[] = {{10, 10, 11, -1}, {0, 255, 254, -255}, {255, 0, 0, 255}, {0, 0, 1, -1}, {7, 8, 8, -1}};
+    for (const DiffShapeInfo& s : kShapes)
+        for (const auto& c : cases)
+            for (int rc : {0, 1}) {
+                std::vector<uint8_t> cur(16 * 16, c.cur), rf(17 * 17, c.f), rb(17 * 17, c.b);
+                std::vector<int16_t> diff(16 * 16, 0);
+                ASSERT_EQ(s.bidir(cur.data(), 16, rf.data(), 17, 12, rb.data(), 17, 4, diff.data(), 32, rc), 0);
+                EXPECT_EQ(diff[0], c.want) << s.name;
+                EXPECT_EQ(diff[16 * (s.h - 1) + s.w - 1], c.want) << s.name;
+            }
+}
+
+// Public functions against the model for every size, every mcType (pairs for
+// the B forms), both rounding controls, with and without the predictor.
+TEST(GetDiff, PublicFunctionsMatchModel) {
+    Rng rng(5150);
+    SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
+    for (const DiffShapeInfo& s : kShapes)
+        for (int rc : {0, 1})
+            for (int tf = 0; tf < 16; ++tf) {
+                for (bool with_pred : {false, true}) {
+                    Bufs b(rng, s.w, s.h);
+                    const std::vector<uint8_t> pred_before = snapshot(b.pred);
+                    ASSERT_EQ(s.single(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, b.d16(), b.diff_step,
+                                       with_pred ? b.p16() : nullptr, b.pred_step, tf, rc),
+                              kplStsNoErr);
+                    for (int y = 0; y < s.h; ++y)
+                        for (int x = 0; x < s.w; ++x) {
+                            const int p = model_pred(b.ref.data(), b.ref_step, x, y, tf, rc);
+                            ASSERT_EQ(cell(b.diff.data(), b.diff_step, x, y), px(b.cur.data(), b.cur_step, x, y) - p)
+                                << s.name << " mcType " << tf << " rc " << rc << " at " << x << "," << y;
+                            if (with_pred) {
+                                ASSERT_EQ(cell(b.pred.data(), b.pred_step, x, y), p);
+                                // prediction + difference is the current block
+                                ASSERT_EQ(cell(b.pred.data(), b.pred_step, x, y) + cell(b.diff.data(), b.diff_step, x, y),
+                                          px(b.cur.data(), b.cur_step, x, y));
+                            }
+                        }
+                    if (!with_pred) {
+                        ASSERT_EQ(snapshot(b.pred), pred_before);
+                    }
+                    ASSERT_TRUE(b.diff.intact() && b.pred.intact());
+                }
+                for (int tb = 0; tb < 16; ++tb) {
+                    Bufs b(rng, s.w, s.h);
+                    ASSERT_EQ(s.bidir(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, tf, b.ref_b.data(),
+                                      b.ref_step, tb, b.d16(), b.diff_step, rc),
+                              kplStsNoErr);
+                    for (int y = 0; y < s.h; ++y)
+                        for (int x = 0; x < s.w; ++x) {
+                            const int f = model_pred(b.ref.data(), b.ref_step, x, y, tf, rc);
+                            const int bb = model_pred(b.ref_b.data(), b.ref_step, x, y, tb, rc);
+                            ASSERT_EQ(cell(b.diff.data(), b.diff_step, x, y),
+                                      px(b.cur.data(), b.cur_step, x, y) - (f + bb + 1) / 2)
+                                << s.name << " B " << tf << "/" << tb << " rc " << rc;
+                        }
+                    ASSERT_TRUE(b.diff.intact());
+                }
+            }
+}
+
+TEST(GetDiff, FourByFourIsPlainDifference) {
+    Rng rng(44);
+    for (int iter = 0; iter < 200; ++iter) {
+        Bufs b(rng, 4, 4);
+        ASSERT_EQ(kpliGetDiff4x4_8u16s_C1(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, b.d16(), b.diff_step),
+                  0);
+        for (int y = 0; y < 4; ++y)
+            for (int x = 0; x < 4; ++x)
+                ASSERT_EQ(cell(b.diff.data(), b.diff_step, x, y),
+                          px(b.cur.data(), b.cur_step, x, y) - px(b.ref.data(), b.ref_step, x, y));
+        ASSERT_TRUE(b.diff.intact());
+    }
+}
+
+TEST(CopyBlock, CopiesRowsByTheirOwnSteps) {
+    struct Case {
+        int n, src_step, dst_step;
+    } cases[] = {{16, 16, 16}, {16, 17, 40}, {16, 33, 16}, {8, 8, 8}, {8, 9, 21}, {8, 64, 8}};
+    Rng rng(9);
+    for (const auto& c : cases) {
+        Guarded src(static_cast<size_t>(c.src_step * c.n)), dst(static_cast<size_t>(c.dst_step * c.n));
+        rng.fill(src.data(), src.size());
+        std::memset(dst.data(), 0xEE, dst.size());
+        const KplStatus st = c.n == 16 ? kpliCopyBlock_16x16_8u(src.data(), c.src_step, dst.data(), c.dst_step)
+                                       : kpliCopyBlock_8x8_8u(src.data(), c.src_step, dst.data(), c.dst_step);
+        ASSERT_EQ(st, kplStsNoErr);
+        for (int y = 0; y < c.n; ++y)
+            for (int x = 0; x < c.dst_step; ++x)
+                ASSERT_EQ(dst.data()[c.dst_step * y + x], x < c.n ? src.data()[c.src_step * y + x] : 0xEE);
+        ASSERT_TRUE(dst.intact());
+    }
+}
+
+TEST(MCBlock, RoundOnTruncatesRoundOffRoundsUp) {
+    // 2x2 neighbourhood 1, 1 / 2, 2 everywhere: HH RoundOn (6 + 2 - 1) >> 2 = 1,
+    // RoundOff (6 + 2) >> 2 = 2. predType 1 (FH): (1 + 2 + 1 - rc) >> 1 = 2 / 1;
+    // predType 2 (HF): 1; predType 0: the sample itself.
+    std::vector<uint8_t> ref(16 * 9);
+    for (int y = 0; y < 9; ++y)
+        for (int x = 0; x < 16; ++x) ref[16 * y + x] = static_cast<uint8_t>((y & 1) ? 2 : 1);
+    struct Case {
+        int pred_type, want_on, want_off;
+    } cases[] = {{3, 1, 2}, {7, 1, 2}, {-1, 1, 2}, {1, 1, 2}, {2, 1, 1}, {0, 1, 1}};
+    for (const auto& c : cases) {
+        std::vector<uint8_t> on(8 * 8, 9), off(8 * 8, 9);
+        ASSERT_EQ(kpliMCBlock_RoundOn_8u(ref.data(), 16, on.data(), 8, c.pred_type), 0);
+        ASSERT_EQ(kpliMCBlock_RoundOff_8u(ref.data(), 16, off.data(), 8, c.pred_type), 0);
+        EXPECT_EQ(on[0], c.want_on) << c.pred_type;
+        EXPECT_EQ(off[0], c.want_off) << c.pred_type;
+        EXPECT_EQ(on[63], (c.pred_type == 0 || c.pred_type == 2) ? 2 : c.want_on) << c.pred_type;
+    }
+}
+
+TEST(MCBlock, EqualsMotionCompensationWithZeroResidual) {
+    Rng rng(31);
+    for (int pred_type = -2; pred_type < 6; ++pred_type)
+        for (int rc : {0, 1}) {
+            std::vector<uint8_t> ref(24 * 9);
+            rng.fill(ref.data(), ref.size());
+            std::vector<uint8_t> a(10 * 8, 1), b(10 * 8, 1);
+            const std::vector<int16_t> zero(64, 0);
+            const int mc_type = pred_type == 0 ? 0 : pred_type == 1 ? 4 : pred_type == 2 ? 8 : 12;
+            ASSERT_EQ((rc ? kpliMCBlock_RoundOn_8u : kpliMCBlock_RoundOff_8u)(ref.data(), 24, a.data(), 10, pred_type), 0);
+            ASSERT_EQ(kpliMC8x8_8u_C1(ref.data(), 24, zero.data(), 16, b.data(), 10, mc_type, rc), 0);
+            EXPECT_EQ(a, b) << pred_type << " " << rc;
+        }
+}
+
+TEST(GetDiff, NonZeroRoundControlActsAsOne) {
+    Rng rng(4343);
+    for (const DiffShapeInfo& s : kShapes)
+        for (int rc : {2, -1, INT32_MIN, INT32_MAX}) {
+            Bufs b(rng, s.w, s.h);
+            std::vector<int16_t> one(256), other(256), p1(256), p2(256);
+            for (int t : {12, 8, 4}) {
+                s.single(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, one.data(), 32, p1.data(), 32, t, 1);
+                s.single(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, other.data(), 32, p2.data(), 32, t, rc);
+                ASSERT_EQ(one, other) << s.name << " rc " << rc;
+                ASSERT_EQ(p1, p2);
+                s.bidir(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, t, b.ref_b.data(), b.ref_step, 12,
+                        one.data(), 32, 1);
+                s.bidir(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, t, b.ref_b.data(), b.ref_step, 12,
+                        other.data(), 32, rc);
+                ASSERT_EQ(one, other) << s.name << " B rc " << rc;
+            }
+        }
+}
+
+// ---- Argument checks ------------------------------------------------------------------
+
+TEST(CopyArgs, NullThenStepWithOwnCodes) {
+    struct Case {
+        bool src_null, dst_null;
+        int src_step, dst_step;
+        KplStatus want8, want16;
+    } cases[] = {
+        {false, true, 7, 7, kplStsNullPtrErr, kplStsNullPtrErr},  // null beats a bad step
+        {true, false, 16, 16, kplStsNullPtrErr, kplStsNullPtrErr},
+        {false, false, 7, 16, kplStsStep8x8Err, kplStsStep16x16Err},
+        {false, false, 16, 7, kplStsStep8x8Err, kplStsStep16x16Err},
+        {false, false, 16, 15, kplStsNoErr, kplStsStep16x16Err},
+        {false, false, 15, 16, kplStsNoErr, kplStsStep16x16Err},
+        {false, false, 8, 8, kplStsNoErr, kplStsStep16x16Err},
+        {false, false, -16, 16, kplStsStep8x8Err, kplStsStep16x16Err},
+        {false, false, 16, 16, kplStsNoErr, kplStsNoErr},
+    };
+    std::vector<uint8_t> src(16 * 16, 3);
+    for (const auto& c : cases)
+        for (int n : {8, 16}) {
+            Guarded dst(16 * 16);
+            std::memset(dst.data(), 0x42, dst.size());
+            const Kpl8u* s = c.src_null ? nullptr : src.data();
+            Kpl8u* d = c.dst_null ? nullptr : dst.data();
+            const KplStatus st = n == 8 ? kpliCopyBlock_8x8_8u(s, c.src_step, d, c.dst_step)
+                                        : kpliCopyBlock_16x16_8u(s, c.src_step, d, c.dst_step);
+            EXPECT_EQ(st, n == 8 ? c.want8 : c.want16) << n << " " << c.src_step << " " << c.dst_step;
+            if (st != kplStsNoErr) {
+                for (size_t i = 0; i < dst.size(); ++i) ASSERT_EQ(dst.data()[i], 0x42);
+            }
+            EXPECT_TRUE(dst.intact());
+        }
+}
+
+TEST(MCBlockArgs, NullPointersComeFromTheMotionCompensation) {
+    std::vector<uint8_t> ref(16 * 9, 1), dst(64, 5);
+    for (auto f : {kpliMCBlock_RoundOn_8u, kpliMCBlock_RoundOff_8u}) {
+        EXPECT_EQ(f(nullptr, 16, dst.data(), 8, 0), kplStsNullPtrErr);
+        EXPECT_EQ(f(ref.data(), 16, nullptr, 8, 3), kplStsNullPtrErr);
+        // Steps are not checked here (no -169 from these).
+        EXPECT_EQ(f(ref.data(), 1, dst.data(), 8, 0), kplStsNoErr);
+    }
+    EXPECT_EQ(std::vector<uint8_t>(dst.begin(), dst.end()), std::vector<uint8_t>(64, 1));
+}
+
+TEST(GetDiffArgs, OnlyRequiredPointersAreChecked) {
+    std::vector<uint8_t> cur(17 * 17, 1), ref(17 * 17, 2);
+    for (const DiffShapeInfo& s : kShapes) {
+        Guarded diff(2 * 16 * 16), pred(2 * 16 * 16);
+        std::memset(diff.data(), 0x33, diff.size());
+        std::memset(pred.data(), 0x33, pred.size());
+        auto untouched = [&] {
+            for (size_t i = 0; i < diff.size(); ++i)
+                if (diff.data()[i] != 0x33 || pred.data()[i] != 0x33) return false;
+            return diff.intact() && pred.intact();
+        };
+        Kpl16s* d = diff.as<Kpl16s>();
+        Kpl16s* p = pred.as<Kpl16s>();
+        EXPECT_EQ(s.single(nullptr, 16, ref.data(), 17, d, 32, p, 32, 0, 0), kplStsNullPtrErr);
+        EXPECT_EQ(s.single(cur.data(), 16, nullptr, 17, d, 32, p, 32, 0, 0), kplStsNullPtrErr);
+        EXPECT_EQ(s.single(cur.data(), 16, ref.data(), 17, nullptr, 32, p, 32, 0, 0), kplStsNullPtrErr);
+        EXPECT_EQ(s.bidir(nullptr, 16, ref.data(), 17, 0, ref.data(), 17, 0, d, 32, 0), kplStsNullPtrErr);
+        EXPECT_EQ(s.bidir(cur.data(), 16, nullptr, 17, 0, ref.data(), 17, 0, d, 32, 0), kplStsNullPtrErr);
+        EXPECT_EQ(s.bidir(cur.data(), 16, ref.data(), 17, 0, nullptr, 17, 0, d, 32, 0), kplStsNullPtrErr);
+        EXPECT_EQ(s.bidir(cur.data(), 16, ref.data(), 17, 0, ref.data(), 17, 0, nullptr, 32, 0), kplStsNullPtrErr);
+        EXPECT_TRUE(untouched()) << s.name;
+        // A null predictor, wild mcType and roundControl are accepted.
+        EXPECT_EQ(s.single(cur.data(), 16, ref.data(), 17, d, 32, nullptr, -3, -1, 5), kplStsNoErr);
+        EXPECT_EQ(d[0], -1) << s.name;  // 1 - 2 at any position
+    }
+    Guarded diff(2 * 16);
+    EXPECT_EQ(kpliGetDiff4x4_8u16s_C1(nullptr, 4, ref.data(), 4, diff.as<Kpl16s>(), 8), kplStsNullPtrErr);
+    EXPECT_EQ(kpliGetDiff4x4_8u16s_C1(cur.data(), 4, nullptr, 4, diff.as<Kpl16s>(), 8), kplStsNullPtrErr);
+    EXPECT_EQ(kpliGetDiff4x4_8u16s_C1(cur.data(), 4, ref.data(), 4, nullptr, 8), kplStsNullPtrErr);
+    EXPECT_TRUE(diff.intact());
+}
+
+// ---- SIMD variants against the scalar reference -------------------------------------
+
+template <class Fn, class Get>
+std::vector<std::pair<kplvc::cpu::Isa, Fn>> changed(Get get) {
+    std::vector<std::pair<kplvc::cpu::Isa, Fn>> out;
+    Fn prev = get(kplvc::block::blockcopy_kernels_for(kplvc::cpu::Isa::c));
+    for (kplvc::cpu::Isa isa : kplvc::test::simd_levels()) {
+        const Fn f = get(kplvc::block::blockcopy_kernels_for(isa));
+        if (f != prev) out.emplace_back(isa, f);
+        prev = f;
+    }
+    return out;
+}
+
+TEST(BlockCopyVariants, TablesGroupFourEntriesPerPosition) {
+    std::vector<kplvc::cpu::Isa> levels{kplvc::cpu::Isa::c};
+    for (auto l : kplvc::test::simd_levels()) levels.push_back(l);
+    for (auto isa : levels) {
+        const BlockCopyKernels k = kplvc::block::blockcopy_kernels_for(isa);
+        for (int s = 0; s < kplvc::block::kDiffShapeCount; ++s)
+            for (int i = 0; i < 16; ++i) {
+                EXPECT_EQ(k.diff[s][i], k.diff[s][i & 12]);
+                if ((i & 3) == 0 && i > 0) {
+                    EXPECT_NE(k.diff[s][i], k.diff[s][i - 4]);
+                }
+            }
+    }
+}
+
+TEST(BlockCopyVariants, DiffMatchesReference) {
+    Rng rng(6060);
+    SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
+    const BlockCopyKernels c = kplvc::block::blockcopy_kernels_for(kplvc::cpu::Isa::c);
+    for (const DiffShapeInfo& s : kShapes) {
+        for (int pos = 0; pos < 4; ++pos)
+            for (auto [isa, fn] : changed<DiffFn>([&](const BlockCopyKernels& k) { return k.diff[s.shape][4 * pos]; }))
+                for (int iter = 0; iter < 40; ++iter) {
+                    const int rc = iter & 1;
+                    const bool with_pred = (iter & 2) != 0;
+                    Bufs b(rng, s.w, s.h);
+                    Guarded want_d(b.diff.size()), want_p(b.pred.size());
+                    std::memcpy(want_d.data(), b.diff.data(), b.diff.size());
+                    std::memcpy(want_p.data(), b.pred.data(), b.pred.size());
+                    c.diff[s.shape][4 * pos](b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, want_d.as<int16_t>(),
+                                             b.diff_step, with_pred ? want_p.as<int16_t>() : nullptr, b.pred_step, rc);
+                    fn(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, b.d16(), b.diff_step,
+                       with_pred ? b.p16() : nullptr, b.pred_step, rc);
+                    ASSERT_EQ(snapshot(b.diff), snapshot(want_d))
+                        << kplvc::cpu::isa_name(isa) << " " << s.name << " pos " << pos << " rc " << rc;
+                    ASSERT_EQ(snapshot(b.pred), snapshot(want_p)) << kplvc::cpu::isa_name(isa) << " " << s.name;
+                    ASSERT_TRUE(b.diff.intact() && b.pred.intact());
+                }
+        for (int idx = 0; idx < 16; ++idx)
+            for (auto [isa, fn] : changed<DiffBFn>([&](const BlockCopyKernels& k) { return k.diff_b[s.shape][idx]; }))
+                for (int iter = 0; iter < 16; ++iter) {
+                    const int rc = iter & 1;
+                    Bufs b(rng, s.w, s.h);
+                    Guarded want(b.diff.size());
+                    std::memcpy(want.data(), b.diff.data(), b.diff.size());
+                    c.diff_b[s.shape][idx](b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, b.ref_b.data(),
+                                           b.ref_step, want.as<int16_t>(), b.diff_step, rc);
+                    fn(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, b.ref_b.data(), b.ref_step, b.d16(),
+                       b.diff_step, rc);
+                    ASSERT_EQ(snapshot(b.diff), snapshot(want))
+                        << kplvc::cpu::isa_name(isa) << " " << s.name << " pair " << idx << " rc " << rc;
+                    ASSERT_TRUE(b.diff.intact());
+                }
+    }
+}
+
+TEST(BlockCopyVariants, CopiesAndFourByFourMatchReference) {
+    Rng rng(6061);
+    SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
+    const BlockCopyKernels c = kplvc::block::blockcopy_kernels_for(kplvc::cpu::Isa::c);
+    for (int n : {8, 16})
+        for (auto [isa, fn] : changed<kplvc::block::CopyFn>(
+                 [n](const BlockCopyKernels& k) { return n == 8 ? k.copy8x8 : k.copy16x16; }))
+            for (int iter = 0; iter < 100; ++iter) {
+                const int ss = n + rng.range(0, 9), ds = n + rng.range(0, 9);
+                Guarded src(static_cast<size_t>(ss * n), static_cast<size_t>(rng.range(0, 31)));
+                Guarded dst(static_cast<size_t>(ds * n), static_cast<size_t>(rng.range(0, 31)));
+                rng.fill(src.data(), src.size());
+                rng.fill(dst.data(), dst.size());
+                std::vector<uint8_t> want = snapshot(dst);
+                (n == 8 ? c.copy8x8 : c.copy16x16)(src.data(), ss, want.data(), ds);
+                fn(src.data(), ss, dst.data(), ds);
+                ASSERT_EQ(snapshot(dst), want) << kplvc::cpu::isa_name(isa) << " " << n;
+                ASSERT_TRUE(dst.intact());
+            }
+    for (auto [isa, fn] : changed<kplvc::block::Diff4x4Fn>([](const BlockCopyKernels& k) { return k.diff4x4; }))
+        for (int iter = 0; iter < 300; ++iter) {
+            Bufs b(rng, 4, 4);
+            Guarded want(b.diff.size());
+            std::memcpy(want.data(), b.diff.data(), b.diff.size());
+            c.diff4x4(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, want.as<int16_t>(), b.diff_step);
+            fn(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, b.d16(), b.diff_step);
+            ASSERT_EQ(snapshot(b.diff), snapshot(want)) << kplvc::cpu::isa_name(isa);
+            ASSERT_TRUE(b.diff.intact());
+        }
+}
+
+// No kernel reads past the samples its position needs (last needed byte just
+// before an unmapped page), at any level; results still match the reference.
+TEST(BlockCopyVariants, DiffReadsOnlyTheNeededArea) {
+    Rng rng(6062);
+    std::vector<kplvc::cpu::Isa> levels{kplvc::cpu::Isa::c};
+    for (auto l : kplvc::test::simd_levels()) levels.push_back(l);
+    const BlockCopyKernels c = kplvc::block::blockcopy_kernels_for(kplvc::cpu::Isa::c);
+    for (auto isa : levels) {
+        const BlockCopyKernels k = kplvc::block::blockcopy_kernels_for(isa);
+        for (const DiffShapeInfo& s : kShapes)
+            for (int pf = 0; pf < 4; ++pf)
+                for (int pb = 0; pb < 4; ++pb) {
+                    const int step = s.w + 5;
+                    auto area = [&](int pos) {
+                        return static_cast<size_t>(step * (s.h - 1 + ((pos & 1) ? 1 : 0)) + s.w + ((pos & 2) ? 1 : 0));
+                    };
+                    GuardPages gf(area(pf)), gb(area(pb)), gc(static_cast<size_t>(step * (s.h - 1) + s.w));
+                    rng.fill(gf.flush_end(), gf.size());
+                    rng.fill(gb.flush_end(), gb.size());
+                    rng.fill(gc.flush_end(), gc.size());
+                    std::vector<int16_t> d(256), p(256), wd(256), wp(256);
+                    k.diff[s.shape][4 * pf + 1](gc.flush_end(), step, gf.flush_end(), step, d.data(), 32, p.data(),
+                                                32, 1);
+                    c.diff[s.shape][4 * pf + 1](gc.flush_end(), step, gf.flush_end(), step, wd.data(), 32,
+                                                wp.data(), 32, 1);
+                    ASSERT_EQ(d, wd);
+                    ASSERT_EQ(p, wp);
+                    k.diff_b[s.shape][pf | (pb << 2)](gc.flush_end(), step, gf.flush_end(), step, gb.flush_end(),
+                                                      step, d.data(), 32, 0);
+                    c.diff_b[s.shape][pf | (pb << 2)](gc.flush_end(), step, gf.flush_end(), step, gb.flush_end(),
+                                                      step, wd.data(), 32, 0);
+                    ASSERT_EQ(d, wd) << kplvc::cpu::isa_name(isa) << " " << s.name;
+                }
+        GuardPages g(3 * 7 + 4);
+        rng.fill(g.flush_end(), g.size());
+        std::vector<int16_t> d(16), wd(16);
+        k.diff4x4(g.flush_end(), 7, g.flush_end(), 7, d.data(), 8);
+        c.diff4x4(g.flush_end(), 7, g.flush_end(), 7, wd.data(), 8);
+        ASSERT_EQ(d, wd);
+        GuardPages g8(7 * 9 + 8), g16(15 * 17 + 16);
+        std::vector<uint8_t> out(16 * 16);
+        k.copy8x8(g8.flush_end(), 9, out.data(), 8);
+        k.copy16x16(g16.flush_end(), 17, out.data(), 16);
+    }
+}
+
+}  // namespace
