@@ -76,6 +76,19 @@ void register_all() {
             benchmark::ClobberMemory();
         }
     });
+    for (auto [name, fn] : {std::pair<const char*, KplStatus (*)(const Kpl8u*, Kpl8u*, int)>{"kpliCopyMB_H263_8u", kpliCopyMB_H263_8u},
+                            {"kpliCopyApproxHMB_H263_8u", kpliCopyApproxHMB_H263_8u},
+                            {"kpliCopyApproxVMB_H263_8u", kpliCopyApproxVMB_H263_8u},
+                            {"kpliCopyApproxHVMB_H263_8u", kpliCopyApproxHVMB_H263_8u},
+                            {"kpliCopyApproxHVBlock_H263_8u", kpliCopyApproxHVBlock_H263_8u}}) {
+        benchmark::RegisterBenchmark((std::string("h263/") + name).c_str(), [fn = fn](benchmark::State& st) {
+            std::vector<uint8_t> src = smooth_plane(), dst(64 * 16);
+            for (auto _ : st) {
+                fn(src.data() + 8 * 64 + 8, dst.data(), 64);
+                benchmark::ClobberMemory();
+            }
+        });
+    }
     for (int E : {8, 16, 32}) {
         benchmark::RegisterBenchmark(("h263/kpliExpandFrame_H263_8u/176x144/E" + std::to_string(E)).c_str(), [E](benchmark::State& st) {
             const int S = 176 + 2 * E;

@@ -765,6 +765,20 @@ KPLVC_API KplStatus kpliQuantInvInter_Compact_H263_16s_I(Kpl16s* pSrcDst, int co
 KPLVC_API KplStatus kpliQuant_H263_C1I(Kpl16s* pSrcDst, int QP, int* pCount);
 KPLVC_API KplStatus kpliQuantIntra_H263_C1I(Kpl16s* pSrcDst, int QP, int* pCount);
 
+/* Block copies with one step for source and destination. The half-sample
+ * forms (rounding type 0) read one more column (H), row (V) or both (HV):
+ * H (a + b + 1) >> 1 with the right neighbour, V with the one below, HV
+ * (a + b + c + d + 2) >> 2. Statuses: -8 a pointer null; a step below 16
+ * (macroblock) or 8 (block): -81 for kpliCopyMB_H263_8u, -82 for all others. */
+KPLVC_API KplStatus kpliCopyMB_H263_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step);
+KPLVC_API KplStatus kpliCopyBlock_H263_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step);
+KPLVC_API KplStatus kpliCopyApproxHMB_H263_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step);
+KPLVC_API KplStatus kpliCopyApproxHBlock_H263_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step);
+KPLVC_API KplStatus kpliCopyApproxVMB_H263_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step);
+KPLVC_API KplStatus kpliCopyApproxVBlock_H263_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step);
+KPLVC_API KplStatus kpliCopyApproxHVMB_H263_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step);
+KPLVC_API KplStatus kpliCopyApproxHVBlock_H263_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step);
+
 /* Reconstruction: dst = saturate_0..255(pred + residual), the sum formed
  * as a wrapping 16-bit add. The residual holds 16 values per row (256) for a
  * macroblock, 8 per row (64) for a block; one step for prediction and
