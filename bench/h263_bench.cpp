@@ -45,6 +45,16 @@ void register_all() {
                                     }
                                 });
     }
+    per_level<ReconKernels>("h263/obmc", kplvc::h263::recon_kernels_for, [](const ReconKernels& k) { return k.obmc; },
+                            [](benchmark::State& st, const ReconKernels& k) {
+                                std::vector<uint8_t> ref = smooth_plane(), dst(64 * 8);
+                                const Kpl16s c[2] = {1, 1}, l[2] = {-3, 2}, r[2] = {4, 0}, a[2] = {0, -5}, b[2] = {2, 3};
+                                const kplvc::h263::ObmcVectors mv{c, l, r, a, b};
+                                for (auto _ : st) {
+                                    k.obmc(ref.data() + 24 * 64 + 24, dst.data(), 64, mv);
+                                    benchmark::ClobberMemory();
+                                }
+                            });
     // Public entry points (checks + the kernel in use).
     benchmark::RegisterBenchmark("h263/kpliReconMB_H263", [](benchmark::State& st) {
         std::vector<uint8_t> pred(32 * 16, 120), dst(32 * 16);

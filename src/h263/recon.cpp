@@ -57,23 +57,6 @@ void deblock_ver_c(uint8_t* p, int32_t step, int strength) {
     }
 }
 
-}  // namespace
-
-ReconKernels recon_kernels_for(cpu::Isa isa) {
-    ReconKernels k = {recon_c<16>, recon_c<8>, deblock_hor_c, deblock_ver_c};
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_recon(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
-
-const ReconKernels& recon_kernels() { return active_table<ReconKernels, recon_kernels_for>(); }
-cpu::Isa recon_level() { return level_in_use(cpu::Isa::sse2); }
-
-namespace {
-
 // Annex F weighting rows (the distinct rows of H0, H1 and H2).
 constexpr uint8_t OBMC_tab0_[8] = {4, 5, 5, 5, 5, 5, 5, 4};  // H0 row 0 (and 7)
 constexpr uint8_t OBMC_tab1_[8] = {5, 5, 5, 5, 5, 5, 5, 5};  // H0 rows 1, 6
@@ -83,10 +66,6 @@ constexpr uint8_t OBMC_tab4_[8] = {2, 2, 1, 1, 1, 1, 2, 2};  // H2 rows 1..6
 constexpr uint8_t OBMC_tab5_[8] = {1, 1, 2, 2, 2, 2, 1, 1};  // H1 rows 1, 6
 
 // H0 (own vector), H2 (left/right), H1 (above/below = 8 - H0 - H2).
-struct ObmcWeights {
-    uint8_t h0[8][8], h1[8][8], h2[8][8];
-};
-
 constexpr ObmcWeights make_weights() {
     ObmcWeights w{};
     const uint8_t* h0rows[8] = {OBMC_tab0_, OBMC_tab1_, OBMC_tab2_, OBMC_tab2_,
@@ -119,7 +98,35 @@ inline int predict_at(const uint8_t* ref, int32_t step, const Kpl16s* mv, int x,
     return s[0];
 }
 
+// Weights sum to 8 everywhere and predictions are 0..255, so the weighted
+// sum + 4 is at most 2044 and the result needs no clamp.
+void obmc_c(const uint8_t* ref, uint8_t* dst, int32_t step, const ObmcVectors& mv) {
+    for (int y = 0; y < 8; ++y)
+        for (int x = 0; x < 8; ++x) {
+            const int q = predict_at(ref, step, mv.cur, x, y);
+            const int r = predict_at(ref, step, y < 4 ? mv.above : mv.below, x, y);
+            const int s = predict_at(ref, step, x < 4 ? mv.left : mv.right, x, y);
+            dst[static_cast<intptr_t>(y) * step + x] =
+                static_cast<uint8_t>((q * kObmc.h0[y][x] + r * kObmc.h1[y][x] + s * kObmc.h2[y][x] + 4) >> 3);
+        }
+}
+
 }  // namespace
+
+ReconKernels recon_kernels_for(cpu::Isa isa) {
+    ReconKernels k = {recon_c<16>, recon_c<8>, deblock_hor_c, deblock_ver_c, obmc_c};
+#if defined(__i386__) || defined(__x86_64__)
+    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_recon(k);
+#else
+    (void)isa;
+#endif
+    return k;
+}
+
+const ReconKernels& recon_kernels() { return active_table<ReconKernels, recon_kernels_for>(); }
+cpu::Isa recon_level() { return level_in_use(cpu::Isa::sse2); }
+
+const ObmcWeights kObmcWeights = kObmc;
 
 }  // namespace kplvc::h263
 
@@ -163,17 +170,7 @@ KPLVC_API KplStatus kpliPredictBlock_OBMC_8u(const Kpl8u* pSrc, Kpl8u* pDst, int
     if (pMVRight == nullptr || pMVLeft == nullptr) return kplStsNullPtrErr;
     if (pMVBelow == nullptr || pMVAbove == nullptr) return kplStsNullPtrErr;
     if (step < 8) return kplStsBlockStepErr;
-    // Weights sum to 8 everywhere and predictions are 0..255, so the
-    // weighted sum + 4 is at most 2044 and the result needs no clamp.
-    uint8_t out[8][8];
-    for (int y = 0; y < 8; ++y)
-        for (int x = 0; x < 8; ++x) {
-            const int q = predict_at(pSrc, step, pMVCur, x, y);
-            const int r = predict_at(pSrc, step, y < 4 ? pMVAbove : pMVBelow, x, y);
-            const int s = predict_at(pSrc, step, x < 4 ? pMVLeft : pMVRight, x, y);
-            out[y][x] = static_cast<uint8_t>((q * kObmc.h0[y][x] + r * kObmc.h1[y][x] + s * kObmc.h2[y][x] + 4) >> 3);
-        }
-    for (int y = 0; y < 8; ++y) std::memcpy(pDst + static_cast<intptr_t>(y) * step, out[y], 8);
+    recon_kernels().obmc(pSrc, pDst, step, ObmcVectors{pMVCur, pMVLeft, pMVRight, pMVAbove, pMVBelow});
     return kplStsNoErr;
 }
 

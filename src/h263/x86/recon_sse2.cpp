@@ -111,9 +111,53 @@ void deblock_ver(uint8_t* p, int32_t step, int strength) {
     }
 }
 
+// ---- Overlapped block motion compensation --------------------------------------
+
+inline __m128i load4(const uint8_t* p) {
+    uint32_t w;
+    std::memcpy(&w, p, 4);
+    return _mm_cvtsi32_si128(static_cast<int>(w));
+}
+
+// The half-sample prediction of `n` (4 or 8) samples of row y for vector mv,
+// as 16-bit lanes; it reads exactly the samples the prediction needs.
+template <int N>
+inline __m128i predict_row(const uint8_t* ref, int32_t step, const int16_t* mv, int x0, int y) {
+    const int hx = mv[0] & 1, hy = mv[1] & 1;
+    const uint8_t* s = ref + static_cast<intptr_t>(y + (mv[1] >> 1)) * step + x0 + (mv[0] >> 1);
+    auto load = [](const uint8_t* p) { return _mm_unpacklo_epi8(N == 8 ? load8(p) : load4(p), _mm_setzero_si128()); };
+    const __m128i a = load(s);
+    if (!hx && !hy) return a;
+    if (hx && hy) {
+        const __m128i sum = _mm_add_epi16(_mm_add_epi16(a, load(s + 1)), _mm_add_epi16(load(s + step), load(s + step + 1)));
+        return _mm_srli_epi16(_mm_add_epi16(sum, _mm_set1_epi16(2)), 2);
+    }
+    const __m128i b = load(hx ? s + 1 : s + step);
+    return _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(a, b), _mm_set1_epi16(1)), 1);
+}
+
+inline __m128i weights(const uint8_t (&w)[8]) { return _mm_unpacklo_epi8(load8(w), _mm_setzero_si128()); }
+
+void obmc(const uint8_t* ref, uint8_t* dst, int32_t step, const ObmcVectors& mv) {
+    const ObmcWeights& w = kObmcWeights;
+    for (int y = 0; y < 8; ++y) {
+        const __m128i q = predict_row<8>(ref, step, mv.cur, 0, y);
+        const __m128i r = predict_row<8>(ref, step, y < 4 ? mv.above : mv.below, 0, y);
+        // Columns 0-3 from the left vector, 4-7 from the right one.
+        const __m128i s = _mm_unpacklo_epi64(predict_row<4>(ref, step, mv.left, 0, y),
+                                             predict_row<4>(ref, step, mv.right, 4, y));
+        __m128i acc = _mm_mullo_epi16(q, weights(w.h0[y]));
+        acc = _mm_add_epi16(acc, _mm_mullo_epi16(r, weights(w.h1[y])));
+        acc = _mm_add_epi16(acc, _mm_mullo_epi16(s, weights(w.h2[y])));
+        acc = _mm_srli_epi16(_mm_add_epi16(acc, _mm_set1_epi16(4)), 3);
+        store8(dst + static_cast<intptr_t>(y) * step, _mm_packus_epi16(acc, acc));
+    }
+}
+
 }  // namespace
 
 void upgrade_recon(ReconKernels& k) {
+    k.obmc = obmc;
     k.recon16 = recon16;
     k.recon8 = recon8;
     k.deblock_hor = deblock_hor;
