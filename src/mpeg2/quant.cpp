@@ -17,80 +17,14 @@
 
 #include "core/arith.h"
 #include "core/dispatch.h"
+#include "mpeg2/dequant_ref.h"
 #include "kplvc.h"
 
 namespace kplvc::mpeg2 {
 
 namespace {
 
-// ---- Scalar reference: inverse ------------------------------------------------
-
-int16_t clamp2048(int32_t v) { return static_cast<int16_t>(clip3(-2048, 2047, v)); }
-
-// Mismatch control: when the sum of the block is even, the last coefficient
-// moves by one toward the odd value beside it (odd - 1, even + 1). Only the
-// parity of the sum matters; |sum| <= 32768 + 64·2048 fits in int32.
-void mismatch(int16_t* block, int32_t sum) {
-    if ((sum & 1) != 0) return;
-    const int16_t v = block[63];
-    block[63] = static_cast<int16_t>((v & 1) != 0 ? v - 1 : v + 1);
-}
-
-// sgn(c) in -1, 0, +1.
-int32_t sgn(int16_t c) { return (c > 0) - (c < 0); }
-
-// Intra: p = low16(low16(c·q)·W); +15 when c <= 0; >> 4; clamp. The DC takes
-// part as 0 (giving 0) and is put back afterwards; it counts in the sum.
-void dequant_intra_c(int16_t* block, int32_t qp, const int16_t* w) {
-    const int16_t q = wrap16(qp);
-    const int16_t c0 = block[0];
-    int32_t sum = c0;
-    for (int i = 0; i < 64; ++i) {
-        const int16_t c = i == 0 ? int16_t{0} : block[i];
-        int16_t p = mullo16(mullo16(c, q), w[i]);
-        if (c <= 0) p = addw16(p, 15);
-        p = clamp2048(p >> 4);
-        block[i] = p;
-        sum += p;
-    }
-    block[0] = c0;
-    mismatch(block, sum);
-}
-
-// Non-intra with weights: t = low16(2c + sgn c); p = low16(low16(t·q)·W);
-// +31 when c < 0; >> 5; clamp.
-void dequant_inter_c(int16_t* block, int32_t qp, const int16_t* w) {
-    const int16_t q = wrap16(qp);
-    int32_t sum = 0;
-    for (int i = 0; i < 64; ++i) {
-        const int16_t c = block[i];
-        const int16_t t = wrap16(2 * int32_t{c} + sgn(c));
-        int16_t p = mullo16(mullo16(t, q), w[i]);
-        if (c < 0) p = addw16(p, 31);
-        p = clamp2048(p >> 5);
-        block[i] = p;
-        sum += p;
-    }
-    mismatch(block, sum);
-}
-
-// Non-intra without weights: p = low16(t·q); +1 when c < 0; >> 1; clamp.
-// This is a flat weight of 16 only while nothing wraps: here t·q wraps at
-// 16 bits, where the weighted form wraps t·q·16.
-void dequant_flat_c(int16_t* block, int32_t qp, const int16_t*) {
-    const int16_t q = wrap16(qp);
-    int32_t sum = 0;
-    for (int i = 0; i < 64; ++i) {
-        const int16_t c = block[i];
-        const int16_t t = wrap16(2 * int32_t{c} + sgn(c));
-        int16_t p = mullo16(t, q);
-        if (c < 0) p = addw16(p, 1);
-        p = clamp2048(p >> 1);
-        block[i] = p;
-        sum += p;
-    }
-    mismatch(block, sum);
-}
+// ---- Scalar reference: inverse (shifts 4 intra, 5 non-intra, 1 flat) ----------
 
 // ---- Scalar reference: forward ------------------------------------------------
 
@@ -136,7 +70,7 @@ int32_t quant_flat_c(int16_t* block, int32_t qp, const float*) {
 }
 
 constexpr QuantKernels kScalar = {
-    dequant_intra_c,   dequant_inter_c,   dequant_flat_c,
+    dequant_ref::intra<4>, dequant_ref::inter<5>, dequant_ref::flat<1>,
     quant_matrix_c<1>, quant_matrix_c<0>, quant_flat_c,
 };
 

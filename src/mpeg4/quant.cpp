@@ -10,75 +10,15 @@
 
 #include "core/arith.h"
 #include "core/dispatch.h"
+#include "mpeg2/dequant_ref.h"
 #include "kplvc.h"
 
 namespace kplvc::mpeg4 {
 
 namespace {
 
-int16_t clamp2048(int32_t v) { return static_cast<int16_t>(clip3(-2048, 2047, v)); }
-
-// When the block sum is even, block[63] moves to the odd neighbour (odd - 1,
-// even + 1). |sum| <= 32768 + 64·2048 fits in int32.
-void mismatch(int16_t* block, int32_t sum) {
-    if ((sum & 1) != 0) return;
-    const int16_t v = block[63];
-    block[63] = static_cast<int16_t>((v & 1) != 0 ? v - 1 : v + 1);
-}
-
-int32_t sgn(int16_t c) { return (c > 0) - (c < 0); }
-
-// Intra: p = low16(low16(c·q)·W); +7 when c <= 0; >> 3; clamp. The DC takes
-// part as 0 and is restored; the sum includes it as given.
-void dequant_intra_c(int16_t* block, int32_t qp, const int16_t* w) {
-    const int16_t q = wrap16(qp);
-    const int16_t c0 = block[0];
-    int32_t sum = c0;
-    for (int i = 0; i < 64; ++i) {
-        const int16_t c = i == 0 ? int16_t{0} : block[i];
-        int16_t p = mullo16(mullo16(c, q), w[i]);
-        if (c <= 0) p = addw16(p, 7);
-        p = clamp2048(p >> 3);
-        block[i] = p;
-        sum += p;
-    }
-    block[0] = c0;
-    mismatch(block, sum);
-}
-
-// Inter with weights: t = low16(2c + sgn c); p = low16(low16(t·q)·W); +15
-// when c < 0; >> 4; clamp.
-void dequant_inter_c(int16_t* block, int32_t qp, const int16_t* w) {
-    const int16_t q = wrap16(qp);
-    int32_t sum = 0;
-    for (int i = 0; i < 64; ++i) {
-        const int16_t c = block[i];
-        const int16_t t = wrap16(2 * int32_t{c} + sgn(c));
-        int16_t p = mullo16(mullo16(t, q), w[i]);
-        if (c < 0) p = addw16(p, 15);
-        p = clamp2048(p >> 4);
-        block[i] = p;
-        sum += p;
-    }
-    mismatch(block, sum);
-}
-
-// Inter without weights: p = low16(t·q), clamped; no offset, no shift. Equal
-// to a weight of 16 only while t·q·16 does not wrap.
-void dequant_flat_c(int16_t* block, int32_t qp, const int16_t*) {
-    const int16_t q = wrap16(qp);
-    int32_t sum = 0;
-    for (int i = 0; i < 64; ++i) {
-        const int16_t c = block[i];
-        const int16_t t = wrap16(2 * int32_t{c} + sgn(c));
-        const int16_t p = clamp2048(mullo16(t, q));
-        block[i] = p;
-        sum += p;
-    }
-    mismatch(block, sum);
-}
-
-constexpr QuantKernels kScalar = {dequant_intra_c, dequant_inter_c, dequant_flat_c};
+// The MPEG-2 method with shifts 3 (intra), 4 (inter) and none (flat).
+constexpr QuantKernels kScalar = {dequant_ref::intra<3>, dequant_ref::inter<4>, dequant_ref::flat<0>};
 
 }  // namespace
 
