@@ -181,12 +181,78 @@ KPLVC_API KplStatus kpliSet_8u_C1R(Kpl8u val, Kpl8u* pDst, Kpl32s dstStep, KpliS
 /* Bit-stream writers (word-oriented)                                        */
 /* ------------------------------------------------------------------------ */
 /* @bitstream-begin */
+/* Word-oriented writers. The position is *ppBitStream, the current 32-bit
+ * word (a native integer), and *pBitOffset, the bits still free in it (1..32,
+ * 32 = empty word). nBits (1..32) low bits of code are written; the position
+ * advances by nBits, moving to the next word when the current one fills.
+ * Nothing is checked (null pointers or nBits outside 1..32 are undefined);
+ * both always return kplStsNoErr.
+ *
+ * kpliPutBitsLeftMost: the word collects bits at its low end and shifts the
+ * earlier ones up (shift counts are taken modulo 32, so a 32-bit code written
+ * into an empty word is ORed into it unshifted); a completed word has its
+ * first bit at bit 31. Start from an empty, zeroed word. The word that
+ * receives the rest of a code that crosses a word end is overwritten. */
+KPLVC_API KplStatus kpliPutBitsLeftMost(Kpl32u** ppBitStream, Kpl32s* pBitOffset, Kpl32u code,
+                                        Kpl32s nBits);
+
+/* kpliPutBitsRightMost: bits are ORed in from bit 31 downwards. The current
+ * word must start at zero, and so must the next one when a code ends exactly
+ * at the word's end (it is not touched then); a code crossing the end
+ * overwrites the next word with its remaining bits. */
+KPLVC_API KplStatus kpliPutBitsRightMost(Kpl32u** ppBitStream, Kpl32s* pBitOffset, Kpl32u code,
+                                         Kpl32s nBits);
 /* @bitstream-end */
 
 /* ------------------------------------------------------------------------ */
 /* Generic VLC tables                                                        */
 /* ------------------------------------------------------------------------ */
 /* @vlc-begin */
+/* Generic VLC tables.
+ *
+ * Description (pInputTable): [0] not read; [1] L, the number of lookup levels;
+ * [2 .. L+1] the bits each level looks up; then, for code lengths 1, 2, 3, ...
+ * in turn, a count n (0 allowed) followed by n records (code, value) -- or
+ * (code, value1, value2) for the RL form -- with the code right-aligned; a
+ * negative count ends the list.
+ *
+ * The table is one kplsMalloc_8u block of 16384 words (RL form: 262144),
+ * every word first set to the invalid entry 0x00F0F101; word 0 holds the
+ * first level's bit count, then its entries; sub-tables (a bit-count word and
+ * 2^b entries) follow in the order they are first needed. Leaves are
+ * value << 8 | u (RL: value2 << 16 | (value1 & 0xFF) << 8 | u), u being the
+ * looked-up bits to give back; links are w << 8 | 0x80.
+ *
+ * Not detected (no status): a description that is not prefix-free (a longer
+ * code replaces the entries of the shorter one it extends), or one that needs
+ * more sub-table space than the block holds, more levels than L, or a level
+ * wider than the block. The parts that do not fit are left out of the table
+ * (those codes then decode as invalid, and a first level wider than the block
+ * gives a table that matches nothing); nothing is written outside the block.
+ *
+ * Statuses: -8 pInputTable or ppDstSpec null; -9 the allocation failed. */
+KPLVC_API KplStatus kpliVCHuffmanInitAlloc_32s(const Kpl32s* pInputTable, Kpl32s** ppDstSpec);
+
+/* As kpliVCHuffmanInitAlloc_32s, for three-value records (run-level codes);
+ * value1 is kept to 8 bits. Statuses: -8, -9. */
+KPLVC_API KplStatus kpliVCHuffmanInitAllocRL_32s(const Kpl32s* pInputTable, Kpl32s** ppDstSpec);
+
+/* Decodes one code word. Position: *ppBitStream, the current 32-bit word (a
+ * native integer read from bit 31 down), and *pOffset, the index of the next
+ * bit in it (31 = most significant; 0..31). Words are read only as far as the
+ * code needs, plus the rest of the last level looked up. On success stores
+ * the value (entry >> 8) in *pDst, leaves the position just after the code
+ * and returns 0. A bit pattern that begins no code stores 0xF0F1 in *pDst,
+ * returns -74 and leaves the position after the looked-up bits (save it
+ * beforehand to resynchronise). pOffset and pDst are not checked.
+ * Statuses: -8 ppBitStream, *ppBitStream or pDecodeTable null; -74. */
+KPLVC_API KplStatus kpliVCHuffmanDecodeOne_1u32s(Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl32s* pDst,
+                                                 const Kpl32s* pDecodeTable);
+
+/* Frees a table built above and sets *ppSpec to null; a null *ppSpec is left
+ * alone (freeing twice through the same pointer is harmless).
+ * Statuses: -8 ppSpec null. */
+KPLVC_API KplStatus kpliVCHuffmanFree_32s(Kpl32s** ppSpec);
 /* @vlc-end */
 
 /* ------------------------------------------------------------------------ */
@@ -211,6 +277,24 @@ KPLVC_API KplStatus kpliSet_8u_C1R(Kpl8u val, Kpl8u* pDst, Kpl32s dstStep, KpliS
 /* Scan orders and inverse zigzag                                            */
 /* ------------------------------------------------------------------------ */
 /* @scan-begin */
+/* Inverse scans: pDst[scan[i]] = pSrc[i]. pSrc holds coefficients in scan
+ * order; pDst is an 8x8 block in raster order. pSrc and pDst must not
+ * overlap. The full forms write all 64 positions.
+ * Statuses: -8 either pointer null. */
+/* Alternate-horizontal scan. */
+KPLVC_API KplStatus kpliZigzagInv_Horizontal_16s(const Kpl16s* pSrc, Kpl16s* pDst);
+/* Alternate-vertical scan (the MPEG-2 alternate scan). */
+KPLVC_API KplStatus kpliZigzagInv_Vertical_16s(const Kpl16s* pSrc, Kpl16s* pDst);
+
+/* Compact forms: only the first len coefficients of the scan (1..64) are
+ * placed; the other positions of pDst are not touched (clear it first).
+ * Statuses: -8 pSrc or pDst null; -72 len outside 1..64. */
+/* Classical zigzag. */
+KPLVC_API KplStatus kpliZigzagInvClassical_Compact_16s(const Kpl16s* pSrc, Kpl32s len, Kpl16s* pDst);
+/* Alternate-horizontal scan. */
+KPLVC_API KplStatus kpliZigzagInvHorizontal_Compact_16s(const Kpl16s* pSrc, Kpl32s len, Kpl16s* pDst);
+/* Alternate-vertical scan. */
+KPLVC_API KplStatus kpliZigzagInvVertical_Compact_16s(const Kpl16s* pSrc, Kpl32s len, Kpl16s* pDst);
 /* @scan-end */
 
 /* ------------------------------------------------------------------------ */
@@ -485,6 +569,30 @@ KPLVC_API KplStatus kpliFilterDeblockingChroma_HorEdge_H264_8u_C1IR(
 /* DV                                                                        */
 /* ------------------------------------------------------------------------ */
 /* @dv-begin */
+/* Builds the DV lookup table from two code tables (short codes, long codes)
+ * into one 4097-byte block from the system malloc, read as 32-bit words.
+ * An input table: [0] M, its longest code length; [1], [2] not read; then for
+ * L = 1..M a count n and n triples (code, value1, value2), code being the
+ * L-bit code word. Every code of the first table fills the 2^(M1-L) words
+ * from 1 + (code << (M1-L)); of the second, the 2^(M2-L) words from
+ * 513 + (code << (M2-L)). Entry: value2 << 22 | value1 << 8 | length, in
+ * 32-bit unsigned arithmetic without masking (length L, or L + 4 for the
+ * second table). Words no code covers keep what malloc returned; word 0 is
+ * never written. Codes must keep every word below 1024: words a malformed
+ * table would place beyond the block are not written (not detected).
+ * Free the table with kpliFreeHuffmanTable_DV_32u.
+ * Statuses: -8 any pointer null; -9 malloc failed (inputs not read). */
+KPLVC_API KplStatus kpliInitAllocHuffmanTable_DV_32u(const Kpl32s* pHuffTable1, const Kpl32s* pHuffTable2,
+                                                     Kpl32u** ppHuffTable);
+
+/* Releases a table from kpliInitAllocHuffmanTable_DV_32u (system free).
+ * Statuses: -8 pHuffTable null. */
+KPLVC_API KplStatus kpliFreeHuffmanTable_DV_32u(Kpl32u* pHuffTable);
+
+/* In place, for the 64 coefficients: x = low16((x * q[i]) >> 14) & ~3, the
+ * product in 32 bits, the shift arithmetic (q has 14 fractional bits).
+ * Statuses: -8 either pointer null. */
+KPLVC_API KplStatus kpliQuantInv_DV_16s_C1I(Kpl16s* pSrcDst, const Kpl16s* pDequantTable);
 /* @dv-end */
 
 #ifdef __cplusplus

@@ -6,6 +6,7 @@
 #include "mpeg4/quant.h"
 #include "h264/deblock.h"
 #include "h264/pred.h"
+#include "dv/dv.h"
 
 namespace kplvc {
 
@@ -18,6 +19,7 @@ static const FamilyInfo kFamilies[] = {
     {"mpeg4quant", mpeg4::quant_level},
     {"h264pred", h264::pred_level},
     {"h264deblock", h264::deblock_level},
+    {"dv", dv::dv_level},
 };
 
 const FamilyInfo* families(int* count) {

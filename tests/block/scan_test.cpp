@@ -1,0 +1,153 @@
+// Scan tables and inverse scans.
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "block/scan.h"
+#include "kplvc.h"
+#include "support/support.h"
+
+using kplvc::test::Guarded;
+using kplvc::test::Rng;
+namespace blk = kplvc::block;
+
+namespace {
+
+// The classical zigzag, walked along the anti-diagonals: even diagonals go
+// up and to the right, odd ones down and to the left.
+std::array<int, 64> walk_zigzag() {
+    std::array<int, 64> z{};
+    int i = 0;
+    for (int d = 0; d < 15; ++d) {
+        for (int k = 0; k <= d; ++k) {
+            const int row = (d % 2 == 0) ? d - k : k;
+            const int col = d - row;
+            if (row < 8 && col < 8) z[static_cast<size_t>(i++)] = row * 8 + col;
+        }
+    }
+    return z;
+}
+
+using FullFn = KplStatus (*)(const Kpl16s*, Kpl16s*);
+using CompactFn = KplStatus (*)(const Kpl16s*, Kpl32s, Kpl16s*);
+
+struct Compact {
+    const char* name;
+    CompactFn fn;
+    const uint8_t* scan;
+};
+const Compact kCompact[] = {
+    {"classical", kpliZigzagInvClassical_Compact_16s, blk::ZigzagC},
+    {"horizontal", kpliZigzagInvHorizontal_Compact_16s, blk::ZigzagH},
+    {"vertical", kpliZigzagInvVertical_Compact_16s, blk::ZigzagV},
+};
+
+}  // namespace
+
+TEST(ScanTables, PermutationsAndRelations) {
+    for (const uint8_t* s : {blk::ZigzagC, blk::ZigzagH, blk::ZigzagV}) {
+        std::vector<int> v(s, s + 64);
+        std::sort(v.begin(), v.end());
+        for (int i = 0; i < 64; ++i) ASSERT_EQ(v[static_cast<size_t>(i)], i);
+    }
+    const auto z = walk_zigzag();
+    for (int i = 0; i < 64; ++i) EXPECT_EQ(blk::ZigzagC[i], z[static_cast<size_t>(i)]) << i;
+    // The alternate-horizontal scan is the alternate-vertical one transposed.
+    for (int i = 0; i < 64; ++i) {
+        const int v = blk::ZigzagV[i];
+        EXPECT_EQ(blk::ZigzagH[i], (v % 8) * 8 + v / 8) << i;
+    }
+    for (int i = 0; i < 64; ++i) {
+        EXPECT_EQ(blk::ownZigZagC[static_cast<size_t>(i)], blk::ZigzagC[i]);
+        EXPECT_EQ(blk::ownZigZagH[static_cast<size_t>(i)], blk::ZigzagH[i]);
+        EXPECT_EQ(blk::ownZigZagV[static_cast<size_t>(i)], blk::ZigzagV[i]);
+    }
+    // The encoders' tables are the same tables, under swapped names.
+    EXPECT_EQ(&blk::_kplClassicalZigzag[0], &blk::ZigzagC[0]);
+    EXPECT_EQ(&blk::_kplVerticalZigzag[0], &blk::ZigzagH[0]);
+    EXPECT_EQ(&blk::_kplHorizontalZigzag[0], &blk::ZigzagV[0]);
+}
+
+TEST(InverseScan, FullFormsPlaceEveryCoefficient) {
+    struct Case {
+        const char* name;
+        FullFn fn;
+        const uint8_t* scan;
+    };
+    const Case cases[] = {
+        {"horizontal", kpliZigzagInv_Horizontal_16s, blk::ZigzagH},
+        {"vertical", kpliZigzagInv_Vertical_16s, blk::ZigzagV},
+    };
+    Rng rng(701);
+    for (const auto& c : cases) {
+        int16_t src[64], dst[64];
+        rng.fill(src, 64);
+        std::memset(dst, 0x7F, sizeof dst);
+        ASSERT_EQ(c.fn(src, dst), kplStsNoErr) << c.name;
+        for (int i = 0; i < 64; ++i) EXPECT_EQ(dst[c.scan[i]], src[i]) << c.name << " " << i;
+    }
+    // Source index 1 of the vertical scan lands on the second row, first column.
+    int16_t src[64] = {}, dst[64];
+    src[1] = 42;
+    ASSERT_EQ(kpliZigzagInv_Vertical_16s(src, dst), kplStsNoErr);
+    EXPECT_EQ(dst[8], 42);
+}
+
+TEST(InverseScan, CompactFormsTouchOnlyTheFirstLen) {
+    Rng rng(702);
+    for (const auto& c : kCompact) {
+        for (Kpl32s len : {1, 2, 3, 17, 63, 64}) {
+            int16_t src[64], dst[64];
+            rng.fill(src, 64);
+            for (auto& d : dst) d = -12345;
+            ASSERT_EQ(c.fn(src, len, dst), kplStsNoErr);
+            std::vector<bool> written(64, false);
+            for (int i = 0; i < len; ++i) {
+                EXPECT_EQ(dst[c.scan[i]], src[i]) << c.name << " len " << len;
+                written[c.scan[i]] = true;
+            }
+            for (int r = 0; r < 64; ++r) {
+                if (!written[static_cast<size_t>(r)]) {
+                    EXPECT_EQ(dst[r], -12345) << c.name << " len " << len << " pos " << r;
+                }
+            }
+        }
+    }
+    // Horizontal with len 3 writes raster positions 0, 1, 2.
+    int16_t src[3] = {5, 6, 7}, dst[64] = {};
+    ASSERT_EQ(kpliZigzagInvHorizontal_Compact_16s(src, 3, dst), kplStsNoErr);
+    EXPECT_EQ(dst[0], 5);
+    EXPECT_EQ(dst[1], 6);
+    EXPECT_EQ(dst[2], 7);
+    for (int r = 3; r < 64; ++r) EXPECT_EQ(dst[r], 0);
+}
+
+TEST(InverseScanArgs, FirstFailureAndNothingWritten) {
+    Guarded g(128);
+    std::memset(g.data(), 0x5C, 128);
+    Kpl16s* dst = g.as<Kpl16s>();
+    const Kpl16s src[64] = {1};
+    struct Case {
+        const char* what;
+        KplStatus got, want;
+    };
+    std::vector<Case> cases = {
+        {"H src", kpliZigzagInv_Horizontal_16s(nullptr, dst), kplStsNullPtrErr},
+        {"H dst", kpliZigzagInv_Horizontal_16s(src, nullptr), kplStsNullPtrErr},
+        {"V src", kpliZigzagInv_Vertical_16s(nullptr, dst), kplStsNullPtrErr},
+        {"V dst", kpliZigzagInv_Vertical_16s(src, nullptr), kplStsNullPtrErr},
+    };
+    for (const auto& c : kCompact) {
+        cases.push_back({c.name, c.fn(nullptr, 5, dst), kplStsNullPtrErr});
+        cases.push_back({c.name, c.fn(src, 5, nullptr), kplStsNullPtrErr});
+        cases.push_back({c.name, c.fn(nullptr, 0, dst), kplStsNullPtrErr});  // null before count
+        cases.push_back({c.name, c.fn(src, 0, dst), kplStsCoefCountErr});
+        cases.push_back({c.name, c.fn(src, 65, dst), kplStsCoefCountErr});
+        cases.push_back({c.name, c.fn(src, -1, dst), kplStsCoefCountErr});
+    }
+    for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
+    for (int i = 0; i < 128; ++i) ASSERT_EQ(g.data()[i], 0x5C);
+    EXPECT_TRUE(g.intact());
+}

@@ -1,0 +1,350 @@
+// Generic VLC tables: layout of built tables, decoding, argument checks and a
+// round trip of random prefix codes written with kpliPutBitsLeftMost.
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "core/vlc.h"
+#include "kplvc.h"
+#include "support/support.h"
+
+using kplvc::test::Rng;
+
+namespace {
+
+constexpr Kpl32s kInv = 0x00F0F101;
+
+struct Code {
+    uint32_t code;
+    int len;
+    int32_t v1, v2;
+};
+
+// Description: [0] unused, [1] L, level bits, then groups by length.
+std::vector<Kpl32s> describe(const std::vector<int>& level_bits, std::vector<Code> codes, bool rl) {
+    std::vector<Kpl32s> d = {0, static_cast<Kpl32s>(level_bits.size())};
+    d.insert(d.end(), level_bits.begin(), level_bits.end());
+    int maxlen = 0;
+    for (const auto& c : codes) maxlen = std::max(maxlen, c.len);
+    for (int len = 1; len <= maxlen; ++len) {
+        std::vector<Code> g;
+        for (const auto& c : codes)
+            if (c.len == len) g.push_back(c);
+        d.push_back(static_cast<Kpl32s>(g.size()));
+        for (const auto& c : g) {
+            d.push_back(static_cast<Kpl32s>(c.code));
+            d.push_back(c.v1);
+            if (rl) d.push_back(c.v2);
+        }
+    }
+    d.push_back(-1);
+    return d;
+}
+
+struct Table {
+    Kpl32s* t = nullptr;
+    explicit Table(const std::vector<Kpl32s>& d, bool rl = false) {
+        const KplStatus st = rl ? kpliVCHuffmanInitAllocRL_32s(d.data(), &t) : kpliVCHuffmanInitAlloc_32s(d.data(), &t);
+        EXPECT_EQ(st, kplStsNoErr);
+    }
+    ~Table() { kpliVCHuffmanFree_32s(&t); }
+};
+
+// Writes (code, len) pairs MSB-first into words with the first exported
+// writer, then pads with zero words for the decoder's look-ahead.
+std::vector<Kpl32u> encode(const std::vector<std::pair<uint32_t, int>>& syms) {
+    std::vector<Kpl32u> w(syms.size() + 4, 0);
+    Kpl32u* p = w.data();
+    Kpl32s f = 32;
+    for (const auto& [code, len] : syms) kpliPutBitsLeftMost(&p, &f, code, len);
+    if (f != 32) kpliPutBitsLeftMost(&p, &f, 0, f);
+    return w;
+}
+
+// Random prefix code: random lengths that keep the Kraft sum <= 1, then
+// canonical code words; the order within a length is shuffled.
+std::vector<Code> random_code(Rng& rng, int maxlen, bool complete) {
+    std::vector<int> lens;
+    uint64_t used = 0;
+    const uint64_t total = uint64_t{1} << maxlen;
+    for (int tries = 0; tries < 400 && used < total; ++tries) {
+        const int l = rng.range(1, maxlen);
+        const uint64_t share = uint64_t{1} << (maxlen - l);
+        if (used + share <= total) {
+            lens.push_back(l);
+            used += share;
+        }
+    }
+    if (complete)
+        while (used < total) {
+            lens.push_back(maxlen);
+            used += 1;
+        }
+    std::sort(lens.begin(), lens.end());
+    std::vector<Code> out;
+    uint32_t code = 0;
+    int prev = lens.empty() ? 0 : lens[0];
+    for (int l : lens) {
+        code <<= (l - prev);
+        prev = l;
+        out.push_back({code, l, rng.range(-100000, 100000), rng.range(-32768, 32767)});
+        ++code;
+    }
+    for (size_t i = out.size(); i > 1; --i) std::swap(out[i - 1], out[static_cast<size_t>(rng.range(0, static_cast<int32_t>(i - 1)))]);
+    return out;
+}
+
+}  // namespace
+
+// ---- Behaviour ------------------------------------------------------------------
+
+TEST(VlcBuild, OneLevelLayout) {
+    Table tb(describe({4}, {{1, 1, 7, 0}, {1, 2, 9, 0}}, false));
+    const Kpl32s* t = tb.t;
+    EXPECT_EQ(t[0], 4);
+    for (int i = 0; i < 16; ++i) {
+        const Kpl32s want = i >= 8 ? (7 << 8) | 3 : i >= 4 ? (9 << 8) | 2 : kInv;
+        EXPECT_EQ(t[1 + i], want) << i;
+    }
+    for (int i = 17; i < kplvc::kVlcWords; ++i) ASSERT_EQ(t[i], kInv) << i;
+}
+
+TEST(VlcBuild, SubTablesInFirstNeedOrder) {
+    // Level bits (1, 2). "11" comes first in the list, so the sub-table of
+    // prefix 1 is allocated before that of prefix 0.
+    Table tb(describe({1, 2}, {{3, 2, 10, 0}, {1, 2, 11, 0}, {4, 3, 12, 0}, {5, 3, 13, 0}}, false));
+    const Kpl32s* t = tb.t;
+    struct W {
+        int idx;
+        Kpl32s want;
+    };
+    const W words[] = {
+        {0, 1},
+        {1, (8 << 8) | 0x80},            // prefix 0 -> sub-table at word 8
+        {2, (3 << 8) | 0x80},            // prefix 1 -> sub-table at word 3
+        {3, 2}, {4, (12 << 8) | 0}, {5, (13 << 8) | 0}, {6, (10 << 8) | 1}, {7, (10 << 8) | 1},
+        {8, 2}, {9, kInv}, {10, kInv}, {11, (11 << 8) | 1}, {12, (11 << 8) | 1},
+        {13, kInv},
+    };
+    for (const auto& w : words) EXPECT_EQ(t[w.idx], w.want) << w.idx;
+}
+
+TEST(VlcBuild, RunLevelLeaves) {
+    // value1 keeps its low 8 bits; value2 goes to bits 16 and up unmasked.
+    Table tb(describe({2}, {{1, 1, 0x1FF, -3}, {0, 2, 5, 0x7FFF}}, true), true);
+    const Kpl32s* t = tb.t;
+    const Kpl32s a = static_cast<Kpl32s>((static_cast<uint32_t>(-3) << 16) | (0xFFu << 8) | 1u);
+    EXPECT_EQ(t[3], a);
+    EXPECT_EQ(t[4], a);
+    EXPECT_EQ(t[1], static_cast<Kpl32s>((0x7FFFu << 16) | (5u << 8)));
+    EXPECT_EQ(t[2], kInv);
+    EXPECT_EQ(t[kplvc::kVlcWordsRL - 1], kInv);  // the whole RL block is filled
+}
+
+TEST(VlcDecode, ValidInvalidAndPosition) {
+    Table tb(describe({4}, {{1, 1, 7, 0}, {1, 2, 9, 0}}, false));
+    struct Case {
+        uint32_t word;
+        int32_t off;
+        KplStatus st;
+        Kpl32s value;
+        int32_t off_after;
+    };
+    const Case cases[] = {
+        {0x40000000u, 31, kplStsNoErr, 9, 29},   // "01": exactly two bits
+        {0x80000000u, 31, kplStsNoErr, 7, 30},
+        {0x00000001u, 0, kplStsNoErr, 7, 31},    // "1" at the last bit, looks into the next word
+        {0x00000000u, 31, kplStsVLCErr, 0xF0F1, 27},  // four bits taken, none given back
+    };
+    for (const auto& c : cases) {
+        Kpl32u w[2] = {c.word, 0};
+        Kpl32u* p = w;
+        Kpl32s off = c.off, v = 0;
+        EXPECT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, tb.t), c.st);
+        EXPECT_EQ(v, c.value);
+        EXPECT_EQ(off, c.off_after);
+        EXPECT_EQ(p, w + (c.off == 0 ? 1 : 0));
+    }
+}
+
+TEST(VlcFree, TwiceAndNull) {
+    Kpl32s* t = nullptr;
+    const Kpl32s d[] = {0, 1, 2, 1, 0, 5, -1};
+    ASSERT_EQ(kpliVCHuffmanInitAlloc_32s(d, &t), kplStsNoErr);
+    EXPECT_EQ(kpliVCHuffmanFree_32s(&t), kplStsNoErr);
+    EXPECT_EQ(t, nullptr);
+    EXPECT_EQ(kpliVCHuffmanFree_32s(&t), kplStsNoErr);
+    EXPECT_EQ(kpliVCHuffmanFree_32s(nullptr), kplStsNullPtrErr);
+}
+
+TEST(VlcBuild, DescriptionsBeyondTheBlockStayInside) {
+    // A first level of 14 bits cannot fit 16384 words: the table matches nothing.
+    {
+        Table tb(describe({14}, {{1, 1, 7, 0}}, false));
+        EXPECT_EQ(tb.t[0], 0);
+        Kpl32u w[2] = {0xFFFFFFFF, 0};
+        Kpl32u* p = w;
+        Kpl32s off = 31, v = 0;
+        EXPECT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, tb.t), kplStsVLCErr);
+    }
+    // Two sub-tables of 2^13 + 1 words: only the first fits after the
+    // three-word first level.
+    {
+        Table tb(describe({1, 13}, {{0, 14, 1, 0}, {1u << 13, 14, 2, 0}}, false));
+        Kpl32u w[2] = {0, 0};
+        Kpl32u* p = w;
+        Kpl32s off = 31, v = 0;
+        EXPECT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, tb.t), kplStsNoErr);
+        EXPECT_EQ(v, 1);
+        w[0] = 0x80000000u;
+        p = w;
+        off = 31;
+        EXPECT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, tb.t), kplStsVLCErr);
+    }
+    // A code longer than the levels reach is left out.
+    {
+        Table tb(describe({2}, {{1, 1, 3, 0}, {0, 3, 4, 0}}, false));
+        EXPECT_EQ(tb.t[1], kInv);
+        EXPECT_EQ(tb.t[3], (3 << 8) | 1);
+    }
+}
+
+// ---- Argument checks --------------------------------------------------------------
+
+TEST(VlcArgs, NullChecksInOrderAndNothingWritten) {
+    const Kpl32s d[] = {0, 1, 1, 1, 1, 5, -1};
+    Kpl32s* sentinel = reinterpret_cast<Kpl32s*>(&sentinel);
+    Kpl32s* out = sentinel;
+    EXPECT_EQ(kpliVCHuffmanInitAlloc_32s(nullptr, &out), kplStsNullPtrErr);
+    EXPECT_EQ(kpliVCHuffmanInitAlloc_32s(d, nullptr), kplStsNullPtrErr);
+    EXPECT_EQ(kpliVCHuffmanInitAllocRL_32s(nullptr, &out), kplStsNullPtrErr);
+    EXPECT_EQ(kpliVCHuffmanInitAllocRL_32s(d, nullptr), kplStsNullPtrErr);
+    EXPECT_EQ(out, sentinel);
+
+    Table tb(std::vector<Kpl32s>(d, d + 7));
+    Kpl32u w[2] = {0xFFFFFFFF, 0};
+    Kpl32u* p = w;
+    Kpl32u* pnull = nullptr;
+    Kpl32s off = 31, v = 1234;
+    struct Case {
+        const char* what;
+        KplStatus got;
+    };
+    const Case cases[] = {
+        {"stream", kpliVCHuffmanDecodeOne_1u32s(nullptr, &off, &v, tb.t)},
+        {"stream+table", kpliVCHuffmanDecodeOne_1u32s(nullptr, &off, &v, nullptr)},
+        {"word", kpliVCHuffmanDecodeOne_1u32s(&pnull, &off, &v, tb.t)},
+        {"word+table", kpliVCHuffmanDecodeOne_1u32s(&pnull, &off, &v, nullptr)},
+        {"table", kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, nullptr)},
+    };
+    for (const auto& c : cases) EXPECT_EQ(c.got, kplStsNullPtrErr) << c.what;
+    EXPECT_EQ(p, w);
+    EXPECT_EQ(pnull, nullptr);
+    EXPECT_EQ(off, 31);
+    EXPECT_EQ(v, 1234);
+}
+
+// ---- Round trips ------------------------------------------------------------------
+
+TEST(VlcRoundTrip, RandomPrefixCodesOneToThreeLevels) {
+    Rng rng(601);
+    for (int rep = 0; rep < 120; ++rep) {
+        SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()) + " rep " + std::to_string(rep));
+        const bool rl = rep % 3 == 2;
+        const int levels = 1 + rep % 3;
+        const int maxlen = rng.range(levels, 11);
+        // Level bits summing to maxlen or maxlen + 1 (a look-ahead past the
+        // longest code), each at least 1.
+        std::vector<int> lb(static_cast<size_t>(levels), 1);
+        int left = maxlen + rng.range(0, 1) - levels;
+        while (left-- > 0) ++lb[static_cast<size_t>(rng.range(0, levels - 1))];
+        const auto codes = random_code(rng, maxlen, rep % 2 == 0);
+        Table tb(describe(lb, codes, rl), rl);
+
+        std::vector<std::pair<uint32_t, int>> syms;
+        std::vector<size_t> which;
+        for (int k = 0; k < 300; ++k) {
+            const size_t i = static_cast<size_t>(rng.range(0, static_cast<int32_t>(codes.size()) - 1));
+            which.push_back(i);
+            syms.emplace_back(codes[i].code, codes[i].len);
+        }
+        auto words = encode(syms);
+        Kpl32u* p = words.data();
+        Kpl32s off = 31;
+        int64_t pos = 0;
+        for (size_t k = 0; k < which.size(); ++k) {
+            const Code& c = codes[which[k]];
+            Kpl32s v = 0;
+            ASSERT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, tb.t), kplStsNoErr) << k;
+            const Kpl32s want = rl ? static_cast<Kpl32s>((static_cast<uint32_t>(c.v2) << 8) |
+                                                        (static_cast<uint32_t>(c.v1) & 0xFFu))
+                                   : c.v1;
+            ASSERT_EQ(v, want) << k;
+            pos += c.len;
+            ASSERT_EQ((p - words.data()) * 32 + (31 - off), pos) << k;
+        }
+    }
+}
+
+TEST(VlcRoundTrip, IncompleteCodeReportsInvalidPatterns) {
+    // Codes 1, 01 and 001 leave 000 unused: every 000... pattern is invalid,
+    // and the look-up of all levels is consumed.
+    Table tb(describe({2, 2}, {{1, 1, 1, 0}, {1, 2, 2, 0}, {1, 3, 3, 0}}, false));
+    Kpl32u w[2] = {0x0FFFFFFF, 0};
+    Kpl32u* p = w;
+    Kpl32s off = 31, v = 0;
+    EXPECT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, tb.t), kplStsVLCErr);
+    EXPECT_EQ(v, 0xF0F1);
+    EXPECT_EQ(off, 27);
+}
+
+TEST(VlcRoundTrip, Mpeg2CoefficientTable) {
+    // A real code: the MPEG-2 coefficient table zero (run, level) with the
+    // value run * 64 + level, EOB and ESCAPE, in three levels of 5, 5 and 6
+    // bits (codes up to 16 bits).
+    std::ifstream in(std::string(KPLVC_SHARED_DIR) + "/tables/mpeg2_dct_coef_b14.txt");
+    ASSERT_TRUE(in.good());
+    std::vector<Code> codes;
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream ls(line);
+        std::string idx, bits;
+        int run = 0, level = 0;
+        if (!(ls >> idx >> bits)) continue;
+        if (idx == "FIRST") continue;  // the first-coefficient form overlaps row 0
+        int32_t value;
+        if (idx == "EOB") {
+            value = -1;
+        } else if (idx == "ESCAPE") {
+            value = -2;
+        } else {
+            if (!(ls >> run >> level)) continue;
+            value = run * 64 + level;
+        }
+        uint32_t c = 0;
+        for (char ch : bits) c = (c << 1) | static_cast<uint32_t>(ch - '0');
+        codes.push_back({c, static_cast<int>(bits.size()), value, 0});
+    }
+    ASSERT_EQ(codes.size(), 113u);  // 111 rows, EOB, ESCAPE
+    Table tb(describe({5, 5, 6}, codes, false));
+    Rng rng(602);
+    std::vector<std::pair<uint32_t, int>> syms;
+    std::vector<size_t> which;
+    for (int k = 0; k < 2000; ++k) {
+        which.push_back(static_cast<size_t>(rng.range(0, static_cast<int32_t>(codes.size()) - 1)));
+        syms.emplace_back(codes[which.back()].code, codes[which.back()].len);
+    }
+    auto words = encode(syms);
+    Kpl32u* p = words.data();
+    Kpl32s off = 31;
+    for (size_t i : which) {
+        Kpl32s v = -1;
+        ASSERT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, tb.t), kplStsNoErr);
+        ASSERT_EQ(v, codes[i].v1);
+    }
+}

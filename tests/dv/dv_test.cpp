@@ -1,0 +1,169 @@
+// DV table construction and inverse quantisation.
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "dv/dv.h"
+#include "kplvc.h"
+#include "support/support.h"
+
+using kplvc::dv::DvKernels;
+using kplvc::test::Guarded;
+using kplvc::test::Rng;
+using kplvc::test::variants;
+
+namespace {
+
+// value2 << 22 | value1 << 8 | length, unmasked 32-bit arithmetic.
+Kpl32u entry(uint32_t v1, uint32_t v2, uint32_t len) { return (v2 << 22) | (v1 << 8) | len; }
+
+struct DvTable {
+    Kpl32u* t = nullptr;
+    DvTable(const std::vector<Kpl32s>& a, const std::vector<Kpl32s>& b) {
+        EXPECT_EQ(kpliInitAllocHuffmanTable_DV_32u(a.data(), b.data(), &t), kplStsNoErr);
+    }
+    ~DvTable() { kpliFreeHuffmanTable_DV_32u(t); }
+};
+
+const std::vector<Kpl32s> kEmpty = {0, 0, 0};
+
+}  // namespace
+
+// ---- Tables -------------------------------------------------------------------------
+
+TEST(DvTable, SingleShortCodeFillsUpperHalf) {
+    // M = 9, one 1-bit code "1" with value1 3, value2 5.
+    DvTable tb({9, 0, 0, 1, 1, 3, 5, 0, 0, 0, 0, 0, 0, 0, 0}, kEmpty);
+    for (int w = 257; w <= 512; ++w) ASSERT_EQ(tb.t[w], entry(3, 5, 1)) << w;
+}
+
+TEST(DvTable, CompleteFourBitCodeCoversEveryWord) {
+    // 0 | 10 | 110 | 1110 | 1111 with M = 4: words 1..16 all determined.
+    const std::vector<Kpl32s> a = {4, 0, 0, 1, 0, 10, 1, 1, 2, 20, 2, 1, 6, 30, 3, 2, 14, 40, 4, 15, 50, 5};
+    // The second table: M = 2, codes "01" and "1"; lengths are stored + 4.
+    const std::vector<Kpl32s> b = {2, 0, 0, 1, 1, 7, 8, 1, 1, 9, 10};
+    DvTable tb(a, b);
+    for (int w = 1; w <= 8; ++w) EXPECT_EQ(tb.t[w], entry(10, 1, 1)) << w;
+    for (int w = 9; w <= 12; ++w) EXPECT_EQ(tb.t[w], entry(20, 2, 2)) << w;
+    for (int w = 13; w <= 14; ++w) EXPECT_EQ(tb.t[w], entry(30, 3, 3)) << w;
+    EXPECT_EQ(tb.t[15], entry(40, 4, 4));  // a code of length M fills one word
+    EXPECT_EQ(tb.t[16], entry(50, 5, 4));
+    EXPECT_EQ(tb.t[513 + 2], entry(7, 8, 5));
+    EXPECT_EQ(tb.t[513 + 3], entry(7, 8, 5));
+    EXPECT_EQ(tb.t[513 + 1], entry(9, 10, 6));
+}
+
+TEST(DvTable, EntriesAreNotMasked) {
+    // value1 wider than 14 bits and value2 wider than 10 bits overlap the
+    // neighbouring fields; a negative value1 sets every bit above bit 7.
+    DvTable tb({1, 0, 0, 2, 0, 0x7FFFF, 0x7FF, 1, -1, 3}, kEmpty);
+    EXPECT_EQ(tb.t[1], entry(0x7FFFF, 0x7FF, 1));
+    EXPECT_EQ(tb.t[2], entry(0xFFFFFFFFu, 3, 1));
+    EXPECT_EQ(tb.t[2], 0xFFFFFF01u);
+}
+
+TEST(DvTable, CodesBeyondTheBlockAreNotWritten) {
+    // With M = 10 the second table's 1-bit code "0" spans words 513..1024
+    // and "11" starts at word 1281: only words below 1024 are written (the
+    // block holds 1024 words and one byte). ASan in the sanitizer build
+    // catches any write past the block.
+    std::vector<Kpl32s> b = {10, 0, 0, 1, 0, 6, 6, 1, 3, 7, 7};
+    b.resize(b.size() + 8, 0);  // no codes of lengths 3..10
+    DvTable tb(kEmpty, b);
+    for (int w = 513; w < 1024; ++w) ASSERT_EQ(tb.t[w], entry(6, 6, 5)) << w;
+}
+
+TEST(DvArgs, NullChecksAndUntouchedOutput) {
+    const std::vector<Kpl32s> a = {1, 0, 0, 1, 1, 1, 1};
+    Kpl32u* sentinel = reinterpret_cast<Kpl32u*>(&sentinel);
+    Kpl32u* out = sentinel;
+    EXPECT_EQ(kpliInitAllocHuffmanTable_DV_32u(nullptr, a.data(), &out), kplStsNullPtrErr);
+    EXPECT_EQ(kpliInitAllocHuffmanTable_DV_32u(a.data(), nullptr, &out), kplStsNullPtrErr);
+    EXPECT_EQ(kpliInitAllocHuffmanTable_DV_32u(a.data(), a.data(), nullptr), kplStsNullPtrErr);
+    EXPECT_EQ(out, sentinel);
+    EXPECT_EQ(kpliFreeHuffmanTable_DV_32u(nullptr), kplStsNullPtrErr);
+
+    Guarded blk(128), q(128);
+    std::memset(blk.data(), 0x11, 128);
+    std::memset(q.data(), 0x22, 128);
+    EXPECT_EQ(kpliQuantInv_DV_16s_C1I(nullptr, q.as<Kpl16s>()), kplStsNullPtrErr);
+    EXPECT_EQ(kpliQuantInv_DV_16s_C1I(blk.as<Kpl16s>(), nullptr), kplStsNullPtrErr);
+    EXPECT_EQ(kpliQuantInv_DV_16s_C1I(nullptr, nullptr), kplStsNullPtrErr);
+    for (int i = 0; i < 128; ++i) ASSERT_EQ(blk.data()[i], 0x11);
+    EXPECT_TRUE(blk.intact() && q.intact());
+}
+
+// ---- Inverse quantisation -------------------------------------------------------------
+
+TEST(DvQuantInv, WorkedValues) {
+    struct Case {
+        int16_t x, q, want;
+    };
+    const Case cases[] = {
+        {100, 16384, 100},       // q = 1.0
+        {3, 16384, 0},           // the two low bits are cleared
+        {-5, 16384, -8},         // ... also for negatives (towards minus infinity)
+        {-4, 16384, -4},
+        {-1, 1, -4},             // arithmetic shift: -1 >> 14 = -1
+        {1, 16383, 0},
+        {-32768, -32768, 0},     // 2^30 >> 14 = 65536 wraps to 0
+        {32767, 32767, -4},      // 65532 wraps to -4
+        {-32768, 32767, 0},      // -65534 wraps to 2, cleared to 0
+        {8191, 32767, 16380},
+        {12345, -16384, -12348},
+    };
+    for (int pass = 0; pass < 2; ++pass) {
+        // The entry point, then the reference kernel.
+        int16_t blk[64], q[64];
+        for (size_t i = 0; i < 64; ++i) {
+            const Case& c = cases[i % (sizeof cases / sizeof cases[0])];
+            blk[i] = c.x;
+            q[i] = c.q;
+        }
+        if (pass == 0)
+            ASSERT_EQ(kpliQuantInv_DV_16s_C1I(blk, q), kplStsNoErr);
+        else
+            kplvc::dv::dv_kernels_for(kplvc::cpu::Isa::c).quant_inv(blk, q);
+        for (size_t i = 0; i < 64; ++i) {
+            const Case& c = cases[i % (sizeof cases / sizeof cases[0])];
+            EXPECT_EQ(blk[i], c.want) << "pass " << pass << " x=" << c.x << " q=" << c.q;
+        }
+    }
+}
+
+TEST(DvQuantInv, VariantsMatchReference) {
+    const auto ref = kplvc::dv::dv_kernels_for(kplvc::cpu::Isa::c).quant_inv;
+    for (auto [isa, fn] : variants(kplvc::dv::dv_kernels_for, &DvKernels::quant_inv)) {
+        SCOPED_TRACE(kplvc::cpu::isa_name(isa));
+        Rng rng(901);
+        SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
+        for (int it = 0; it < 3000; ++it) {
+            const size_t mis = static_cast<size_t>(rng.range(0, 7)) * 2;
+            Guarded a(128, mis), b(128, mis), q(128, static_cast<size_t>(rng.range(0, 7)) * 2);
+            int16_t* pa = a.as<int16_t>();
+            int16_t* pb = b.as<int16_t>();
+            int16_t* pq = q.as<int16_t>();
+            switch (it % 3) {
+                case 0:
+                    rng.fill(pa, 64);
+                    rng.fill(pq, 64);
+                    break;
+                case 1:
+                    rng.fill_extreme(pa, 64);
+                    rng.fill_extreme(pq, 64);
+                    break;
+                default:  // real-looking: coefficients and multipliers of at most 2.0
+                    rng.fill(pa, 64, -2048, 2047);
+                    rng.fill(pq, 64, 0, 32767);
+                    break;
+            }
+            std::memcpy(pb, pa, 128);
+            std::vector<uint8_t> qcopy(q.data(), q.data() + 128);
+            ref(pa, pq);
+            fn(pb, pq);
+            ASSERT_EQ(std::memcmp(pa, pb, 128), 0) << "iteration " << it;
+            ASSERT_EQ(std::memcmp(q.data(), qcopy.data(), 128), 0);
+            ASSERT_TRUE(a.intact() && b.intact() && q.intact());
+        }
+    }
+}
