@@ -271,6 +271,58 @@ KPLVC_API KplStatus kpliVCHuffmanFree_32s(Kpl32s** ppSpec);
 /* 8x8 DCT family                                                            */
 /* ------------------------------------------------------------------------ */
 /* @dct-begin */
+/* Coefficient blocks are 64 Kpl16s, row-major (index 8*row + column, row =
+ * vertical frequency), except the AANTransposed inputs (index 8*column + row).
+ * All return kplStsNoErr on success. */
+
+/* Full 8x8 inverse transform, in place. kplStsNullPtrErr if pSrcDst is null. */
+KPLVC_API KplStatus kpliDCT8x8Inv_16s_C1I(Kpl16s* pSrcDst);
+/* Full 8x8 inverse transform from pSrc into pDst (they may be the same block).
+ * kplStsNullPtrErr if either pointer is null. */
+KPLVC_API KplStatus kpliDCT8x8Inv_16s_C1(const Kpl16s* pSrc, Kpl16s* pDst);
+/* Inverse of a block whose non-zero coefficients lie in rows 0..3, columns
+ * 0..3 (others are ignored), in place; equal to the full inverse on such
+ * blocks. kplStsNullPtrErr if pSrcDst is null. */
+KPLVC_API KplStatus kpliDCT8x8Inv_4x4_16s_C1I(Kpl16s* pSrcDst);
+/* The same for rows 0..1, columns 0..1. kplStsNullPtrErr if pSrcDst is null. */
+KPLVC_API KplStatus kpliDCT8x8Inv_2x2_16s_C1I(Kpl16s* pSrcDst);
+/* Full inverse, results saturated to 0..255, row k written to pDst + k*dstStep.
+ * kplStsNullPtrErr if a pointer is null; kplStsStepErr if dstStep < 1. */
+KPLVC_API KplStatus kpliDCT8x8Inv_16s8u_C1R(const Kpl16s* pSrc, Kpl8u* pDst, Kpl32s dstStep);
+/* Full inverse, then each value clamped to 0..255 (same bytes as above).
+ * Checks in this order: pDst null kplStsNullPtrErr; dstStep < 8
+ * kplStsBlockStepErr; pSrc null kplStsNullPtrErr. */
+KPLVC_API KplStatus kpliDCTInv_8x8_16s8u(const Kpl16s* pSrc, Kpl8u* pDst, Kpl32s dstStep);
+/* Forward transform of 8 rows of 8 samples at pSrc + k*srcStep (no level
+ * shift). kplStsNullPtrErr if a pointer is null; kplStsStepErr if srcStep < 1. */
+KPLVC_API KplStatus kpliDCT8x8Fwd_8u16s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl16s* pDst);
+/* Forward transform of 64 16-bit samples. kplStsNullPtrErr if a pointer is null. */
+KPLVC_API KplStatus kpliDCT8x8Fwd_16s_C1(const Kpl16s* pSrc, Kpl16s* pDst);
+/* Integer inverse of a transposed block, results clamped to -256..255, row i
+ * at pDst + i*dstStep bytes. count = scan index of the last non-zero
+ * coefficient + 1: 0 writes zeros, 1 uses the DC only (dc / 8 toward zero),
+ * 2..8 reads the top-left 4x4 corner, other values (negative ones included)
+ * the whole block. Step and count are not checked. kplStsNullPtrErr if a
+ * pointer is null. */
+KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s_C1R(const Kpl16s* pSrc, Kpl16s* pDst,
+                                                         Kpl32s dstStep, Kpl32s count);
+/* The same, results clamped to 0..255 and written as bytes. */
+KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s8u_C1R(const Kpl16s* pSrc, Kpl8u* pDst,
+                                                           Kpl32s dstStep, Kpl32s count);
+/* Two blocks written interleaved: pSrcU (countU) to the even elements of each
+ * output row, pSrcV (countV) to the odd ones. kplStsNullPtrErr if a pointer
+ * is null. */
+KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s_P2C2R(const Kpl16s* pSrcU, const Kpl16s* pSrcV,
+                                                           Kpl16s* pDst, Kpl32s dstStep,
+                                                           Kpl32s countU, Kpl32s countV);
+/* The same with bytes (0..255). */
+KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R(const Kpl16s* pSrcU, const Kpl16s* pSrcV,
+                                                             Kpl8u* pDst, Kpl32s dstStep,
+                                                             Kpl32s countU, Kpl32s countV);
+/* Forward 2-4-8 (field) transform, in place. kplStsNullPtrErr if null. */
+KPLVC_API KplStatus kpliDCT2x4x8Frw_16s_C1I(Kpl16s* pSrcDst);
+/* Inverse 2-4-8 (field) transform, in place. kplStsNullPtrErr if null. */
+KPLVC_API KplStatus kpliDCT2x4x8Inv_16s_C1I(Kpl16s* pSrcDst);
 /* @dct-end */
 
 /* ------------------------------------------------------------------------ */

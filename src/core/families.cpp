@@ -1,3 +1,4 @@
+#include "block/dct.h"
 #include "core/dispatch.h"
 #include "core/vector.h"
 #include "h263/quant.h"
@@ -20,6 +21,7 @@ static const FamilyInfo kFamilies[] = {
     {"h264pred", h264::pred_level},
     {"h264deblock", h264::deblock_level},
     {"dv", dv::dv_level},
+    {"dct", block::dct_level},
 };
 
 const FamilyInfo* families(int* count) {

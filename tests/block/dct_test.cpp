@@ -1,0 +1,390 @@
+// 8x8 transform family: worked examples, accuracy against a floating-point
+// transform, the count paths of the matrix engine, and argument checks.
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "block/dct_consts.h"
+#include "kplvc.h"
+#include "support/support.h"
+
+using kplvc::test::Guarded;
+using kplvc::test::Rng;
+
+namespace {
+
+using Block = std::vector<int16_t>;
+
+Block dc_block(int16_t dc) {
+    Block b(64, 0);
+    b[0] = dc;
+    return b;
+}
+
+// Orthonormal 8x8 inverse and forward transforms in double precision.
+double basis(int k, int n) {
+    const double c = k == 0 ? std::sqrt(0.125) : 0.5;
+    return c * std::cos((2 * n + 1) * k * M_PI / 16.0);
+}
+std::vector<double> idct_double(const Block& F) {  // F[8*u + v], u vertical
+    std::vector<double> f(64, 0.0);
+    for (int y = 0; y < 8; ++y)
+        for (int x = 0; x < 8; ++x)
+            for (int u = 0; u < 8; ++u)
+                for (int v = 0; v < 8; ++v) f[8 * y + x] += F[8 * u + v] * basis(u, y) * basis(v, x);
+    return f;
+}
+std::vector<double> fdct_double(const Block& f) {
+    std::vector<double> F(64, 0.0);
+    for (int u = 0; u < 8; ++u)
+        for (int v = 0; v < 8; ++v)
+            for (int y = 0; y < 8; ++y)
+                for (int x = 0; x < 8; ++x) F[8 * u + v] += f[8 * y + x] * basis(u, y) * basis(v, x);
+    return F;
+}
+
+Block transpose(const Block& b) {
+    Block t(64);
+    for (int i = 0; i < 8; ++i)
+        for (int j = 0; j < 8; ++j) t[8 * j + i] = b[8 * i + j];
+    return t;
+}
+
+}  // namespace
+
+// ---- Tables ----------------------------------------------------------------------
+
+TEST(DctTables, ForwardTablesFollowTheInverseWeights) {
+    using namespace kplvc::block::dct;
+    const int16_t f04[32] = {16384, 16384, 22725, 19266, 16384, 16384, 12873, 4520, 21407, 8867, 19266,
+                             -4520, -8867, -21407, -22725, -12873, 16384, -16384, 12873, -22725, -16384, 16384,
+                             4520, 19266, 8867, -21407, 4520, -12873, 21407, -8867, 19266, -22725};
+    for (int i = 0; i < 32; ++i) EXPECT_EQ(tab_f_04.v[i], f04[i]) << i;
+    const int16_t f17_head[10] = {22725, 22725, 31521, 26722, 22725, 22725, 17855, 6270, 29692, 12299};
+    for (int i = 0; i < 10; ++i) EXPECT_EQ(tab_f_17.v[i], f17_head[i]) << i;
+}
+
+// ---- Table-driven engine ------------------------------------------------------------
+
+TEST(DctInverse, EmptyAndDcBlocks) {
+    struct Case {
+        int16_t dc, want;
+    };
+    for (Case c : {Case{0, 0}, Case{8, 1}, Case{-8, -1}, Case{16, 2}, Case{2400, 300}, Case{-24, -3}}) {
+        Block full = dc_block(c.dc), quad = full, pair = full, out(64, 99);
+        ASSERT_EQ(kpliDCT8x8Inv_16s_C1(full.data(), out.data()), kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Inv_16s_C1I(full.data()), kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Inv_4x4_16s_C1I(quad.data()), kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Inv_2x2_16s_C1I(pair.data()), kplStsNoErr);
+        for (int i = 0; i < 64; ++i) {
+            ASSERT_EQ(out[i], c.want) << "dc " << c.dc << " at " << i;
+            ASSERT_EQ(full[i], c.want) << "dc " << c.dc << " at " << i;
+            ASSERT_EQ(quad[i], c.want) << "dc " << c.dc << " at " << i;
+            ASSERT_EQ(pair[i], c.want) << "dc " << c.dc << " at " << i;
+        }
+    }
+}
+
+TEST(DctInverse, BytesSaturateAndBothByteFormsAgree) {
+    struct Case {
+        int16_t dc;
+        uint8_t want;
+    };
+    for (Case c : {Case{-24, 0}, Case{2400, 255}, Case{800, 100}, Case{0, 0}}) {
+        const Block b = dc_block(c.dc);
+        uint8_t a[8 * 11], z[8 * 9];
+        std::memset(a, 7, sizeof a);
+        std::memset(z, 7, sizeof z);
+        ASSERT_EQ(kpliDCT8x8Inv_16s8u_C1R(b.data(), a, 11), kplStsNoErr);
+        ASSERT_EQ(kpliDCTInv_8x8_16s8u(b.data(), z, 9), kplStsNoErr);
+        for (int r = 0; r < 8; ++r)
+            for (int x = 0; x < 11; ++x) {
+                if (x < 8) {
+                    ASSERT_EQ(a[11 * r + x], c.want) << c.dc;
+                    ASSERT_EQ(z[9 * r + x], c.want) << c.dc;
+                } else {
+                    ASSERT_EQ(a[11 * r + x], 7) << "gap written";
+                }
+            }
+    }
+    // Random blocks: the saturating store and the clamped 16-bit inverse agree.
+    Rng rng(5);
+    for (int iter = 0; iter < 500; ++iter) {
+        Block b(64), v(64);
+        rng.fill(b.data(), 64, iter & 1 ? -32768 : -2048, iter & 1 ? 32767 : 2047);
+        uint8_t a[64], z[64];
+        ASSERT_EQ(kpliDCT8x8Inv_16s_C1(b.data(), v.data()), kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Inv_16s8u_C1R(b.data(), a, 8), kplStsNoErr);
+        ASSERT_EQ(kpliDCTInv_8x8_16s8u(b.data(), z, 8), kplStsNoErr);
+        for (int i = 0; i < 64; ++i) {
+            const uint8_t want = static_cast<uint8_t>(v[i] < 0 ? 0 : (v[i] > 255 ? 255 : v[i]));
+            ASSERT_EQ(a[i], want) << "iter " << iter << " at " << i;
+            ASSERT_EQ(z[i], want) << "iter " << iter << " at " << i;
+        }
+    }
+}
+
+TEST(DctInverse, OverlappingRowsAreWrittenInIncreasingOrder) {
+    // With a step of 3 each row overwrites the first five bytes written by
+    // the row before it: the last row wins.
+    Rng rng(17);
+    for (int iter = 0; iter < 50; ++iter) {
+        Block b(64), v(64);
+        rng.fill(b.data(), 64, -600, 600);
+        ASSERT_EQ(kpliDCT8x8Inv_16s_C1(b.data(), v.data()), kplStsNoErr);
+        uint8_t want[40] = {}, got[40] = {};
+        for (int r = 0; r < 8; ++r)
+            for (int c = 0; c < 8; ++c) want[3 * r + c] = static_cast<uint8_t>(v[8 * r + c] < 0 ? 0 : (v[8 * r + c] > 255 ? 255 : v[8 * r + c]));
+        ASSERT_EQ(kpliDCT8x8Inv_16s8u_C1R(b.data(), got, 3), kplStsNoErr);
+        ASSERT_EQ(std::memcmp(got, want, sizeof want), 0) << iter;
+    }
+}
+
+TEST(DctInverse, CloseToTheExactTransform) {
+    Rng rng(21);
+    int worst = 0;
+    for (int iter = 0; iter < 300; ++iter) {
+        Block F(64, 0);
+        const int n = rng.range(1, 64);
+        for (int k = 0; k < n; ++k) F[rng.range(0, 63)] = static_cast<int16_t>(rng.range(-300, 300));
+        Block out(64);
+        ASSERT_EQ(kpliDCT8x8Inv_16s_C1(F.data(), out.data()), kplStsNoErr);
+        const auto ref = idct_double(F);
+        for (int i = 0; i < 64; ++i) {
+            const int err = std::abs(out[i] - static_cast<int>(std::lround(ref[i])));
+            worst = std::max(worst, err);
+        }
+    }
+    EXPECT_LE(worst, 1);
+}
+
+TEST(DctForward, ConstantBlocksAndAccuracy) {
+    for (int v : {0, 1, 100, 255}) {
+        uint8_t px[8 * 10];
+        std::memset(px, v, sizeof px);
+        Block out(64, 123), out16(64, 123), in16(64, static_cast<int16_t>(v));
+        ASSERT_EQ(kpliDCT8x8Fwd_8u16s_C1R(px, 10, out.data()), kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Fwd_16s_C1(in16.data(), out16.data()), kplStsNoErr);
+        EXPECT_EQ(out[0], 8 * v);
+        for (int i = 1; i < 64; ++i) ASSERT_EQ(out[i], 0) << "v " << v << " at " << i;
+        EXPECT_EQ(out16, out);
+    }
+    Rng rng(8);
+    int worst = 0;
+    for (int iter = 0; iter < 300; ++iter) {
+        Block f(64);
+        rng.fill(f.data(), 64, iter & 1 ? -256 : 0, 255);
+        Block out(64);
+        ASSERT_EQ(kpliDCT8x8Fwd_16s_C1(f.data(), out.data()), kplStsNoErr);
+        const auto ref = fdct_double(f);
+        for (int i = 0; i < 64; ++i)
+            worst = std::max(worst, std::abs(out[i] - static_cast<int>(std::lround(ref[i]))));
+    }
+    EXPECT_LE(worst, 1);
+}
+
+TEST(DctForward, InPlaceEqualsSeparateBuffers) {
+    Rng rng(3);
+    for (int iter = 0; iter < 50; ++iter) {
+        Block a(64), out(64);
+        rng.fill_extreme(a.data(), 64);
+        Block b = a;
+        ASSERT_EQ(kpliDCT8x8Fwd_16s_C1(a.data(), out.data()), kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Fwd_16s_C1(b.data(), b.data()), kplStsNoErr);
+        ASSERT_EQ(b, out);
+        Block c = a;
+        ASSERT_EQ(kpliDCT8x8Inv_16s_C1(a.data(), out.data()), kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Inv_16s_C1(c.data(), c.data()), kplStsNoErr);
+        ASSERT_EQ(c, out);
+    }
+}
+
+// ---- Matrix engine ----------------------------------------------------------------
+
+TEST(DctAan, DcExamples) {
+    struct Case {
+        int16_t dc;
+        int32_t count;
+        int16_t want16;
+        uint8_t want8;
+    };
+    const Case cases[] = {
+        {12, 1, 1, 1},     {12, 9, 2, 2},      {-12, 1, -1, 0},  {-12, 9, -1, 0},  {-9, 1, -1, 0},
+        {-9, 9, -1, 0},    {12, 64, 2, 2},     {12, -1, 2, 2},   {12, 5, 2, 2},    {7, 1, 0, 0},
+        {-7, 1, 0, 0},     {4000, 1, 255, 255}, {-4000, 1, -256, 0}, {4000, 64, 255, 255},
+        {-4000, 64, -256, 0}, {32767, 1, 255, 255},
+    };
+    for (const auto& c : cases) {
+        Block b = dc_block(c.dc);
+        int16_t out16[64];
+        uint8_t out8[64];
+        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s_C1R(b.data(), out16, 16, c.count), kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(b.data(), out8, 8, c.count), kplStsNoErr);
+        for (int i = 0; i < 64; ++i) {
+            ASSERT_EQ(out16[i], c.want16) << "dc " << c.dc << " count " << c.count;
+            ASSERT_EQ(out8[i], c.want8) << "dc " << c.dc << " count " << c.count;
+        }
+    }
+}
+
+TEST(DctAan, CountZeroAndOneReadOnlyWhatTheyMay) {
+    Rng rng(4);
+    Block b(64);
+    rng.fill(b.data(), 64, -2048, 2047);
+    b[0] = 83;  // 83 / 8 = 10
+    int16_t out[64];
+    ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s_C1R(b.data(), out, 16, 0), kplStsNoErr);
+    for (int16_t v : out) ASSERT_EQ(v, 0);
+    ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s_C1R(b.data(), out, 16, 1), kplStsNoErr);
+    for (int16_t v : out) ASSERT_EQ(v, 10);
+    // Count 0 never reads the source: a source in an unmapped page is fine.
+    kplvc::test::GuardPages gp(64);
+    uint8_t* win = gp.flush_end();
+    std::memset(win, 9, 64);
+    const auto* past = reinterpret_cast<const Kpl16s*>(win + 64);
+    ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(past, win, 8, 0), kplStsNoErr);
+    for (int i = 0; i < 64; ++i) ASSERT_EQ(win[i], 0);
+}
+
+TEST(DctAan, CloseToTheExactTransformOfTheTransposedBlock) {
+    Rng rng(12);
+    int worst = 0;
+    for (int iter = 0; iter < 300; ++iter) {
+        Block F(64, 0);
+        const int n = rng.range(2, 64);
+        for (int k = 0; k < n; ++k) F[rng.range(0, 63)] = static_cast<int16_t>(rng.range(-400, 400));
+        int16_t out[64];
+        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s_C1R(transpose(F).data(), out, 16, 64), kplStsNoErr);
+        const auto ref = idct_double(F);
+        for (int i = 0; i < 64; ++i) {
+            // Rounded with 0.625 instead of 0.5: floor(x + 0.625).
+            const int want = static_cast<int>(std::floor(ref[i] + 0.625));
+            if (want < -256 || want > 255) continue;
+            worst = std::max(worst, std::abs(out[i] - want));
+        }
+    }
+    EXPECT_LE(worst, 1);
+}
+
+TEST(DctAan, InterleavedOutputTakesEvenFromUAndOddFromV) {
+    Rng rng(6);
+    for (int iter = 0; iter < 40; ++iter) {
+        Block u(64), v(64);
+        rng.fill(u.data(), 64, -1024, 1023);
+        rng.fill(v.data(), 64, -1024, 1023);
+        const int32_t cu = rng.range(0, 70), cv = rng.range(0, 70);
+        int16_t ou[64], ov[64];
+        uint8_t bu[64], bv[64];
+        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s_C1R(u.data(), ou, 16, cu), kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s_C1R(v.data(), ov, 16, cv), kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(u.data(), bu, 8, cu), kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(v.data(), bv, 8, cv), kplStsNoErr);
+        const int32_t step16 = 2 * 16 + 2 * rng.range(0, 3), step8 = 16 + rng.range(0, 5);
+        Guarded g16(static_cast<size_t>(7 * step16 + 32)), g8(static_cast<size_t>(7 * step8 + 16));
+        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s_P2C2R(u.data(), v.data(), g16.as<Kpl16s>(), step16, cu, cv),
+                  kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R(u.data(), v.data(), g8.data(), step8, cu, cv),
+                  kplStsNoErr);
+        for (int i = 0; i < 8; ++i)
+            for (int j = 0; j < 8; ++j) {
+                int16_t a, b;
+                std::memcpy(&a, g16.data() + i * step16 + 4 * j, 2);
+                std::memcpy(&b, g16.data() + i * step16 + 4 * j + 2, 2);
+                ASSERT_EQ(a, ou[8 * i + j]);
+                ASSERT_EQ(b, ov[8 * i + j]);
+                ASSERT_EQ(g8.data()[i * step8 + 2 * j], bu[8 * i + j]);
+                ASSERT_EQ(g8.data()[i * step8 + 2 * j + 1], bv[8 * i + j]);
+            }
+        ASSERT_TRUE(g16.intact() && g8.intact());
+    }
+}
+
+// ---- 2-4-8 engine ------------------------------------------------------------------
+
+TEST(DctField, EmptyBlocksAndRoundTrip) {
+    Block z(64, 0);
+    ASSERT_EQ(kpliDCT2x4x8Frw_16s_C1I(z.data()), kplStsNoErr);
+    EXPECT_EQ(z, Block(64, 0));
+    ASSERT_EQ(kpliDCT2x4x8Inv_16s_C1I(z.data()), kplStsNoErr);
+    EXPECT_EQ(z, Block(64, 0));
+    // Forward then inverse gives the samples back to within two units (the
+    // inverse weights are one below the forward ones and both round).
+    Rng rng(9);
+    int worst = 0;
+    for (int iter = 0; iter < 300; ++iter) {
+        Block a(64);
+        rng.fill(a.data(), 64, -255, 255);
+        Block b = a;
+        ASSERT_EQ(kpliDCT2x4x8Frw_16s_C1I(b.data()), kplStsNoErr);
+        ASSERT_EQ(kpliDCT2x4x8Inv_16s_C1I(b.data()), kplStsNoErr);
+        for (int i = 0; i < 64; ++i) worst = std::max(worst, std::abs(a[i] - b[i]));
+    }
+    EXPECT_LE(worst, 2);
+}
+
+TEST(DctField, FieldSumOnlyBlockGivesEqualLinePairs) {
+    // Coefficients only in the sum field (rows 0..3): the difference field is
+    // zero, so output rows 2k and 2k+1 are equal.
+    Rng rng(10);
+    for (int iter = 0; iter < 50; ++iter) {
+        Block b(64, 0);
+        rng.fill(b.data(), 32, -500, 500);
+        ASSERT_EQ(kpliDCT2x4x8Inv_16s_C1I(b.data()), kplStsNoErr);
+        for (int k = 0; k < 4; ++k)
+            for (int c = 0; c < 8; ++c) ASSERT_EQ(b[16 * k + c], b[16 * k + 8 + c]) << iter;
+    }
+}
+
+// ---- Argument checks ---------------------------------------------------------------
+
+TEST(DctArgs, FirstFailingCheckWinsAndNothingIsWritten) {
+    Guarded g(256);
+    auto* d16 = g.as<Kpl16s>();
+    auto* d8 = g.data();
+    std::memset(g.data(), 0x3C, 256);
+    const std::vector<uint8_t> before(g.data(), g.data() + 256);
+    Block src = dc_block(80);
+    const Kpl16s* s = src.data();
+    const uint8_t px[64] = {};
+    struct Case {
+        const char* what;
+        KplStatus got, want;
+    };
+    const Case cases[] = {
+        {"inv I", kpliDCT8x8Inv_16s_C1I(nullptr), kplStsNullPtrErr},
+        {"inv src", kpliDCT8x8Inv_16s_C1(nullptr, d16), kplStsNullPtrErr},
+        {"inv dst", kpliDCT8x8Inv_16s_C1(s, nullptr), kplStsNullPtrErr},
+        {"4x4", kpliDCT8x8Inv_4x4_16s_C1I(nullptr), kplStsNullPtrErr},
+        {"2x2", kpliDCT8x8Inv_2x2_16s_C1I(nullptr), kplStsNullPtrErr},
+        {"u8 src+step", kpliDCT8x8Inv_16s8u_C1R(nullptr, d8, 0), kplStsNullPtrErr},
+        {"u8 dst", kpliDCT8x8Inv_16s8u_C1R(s, nullptr, 8), kplStsNullPtrErr},
+        {"u8 step 0", kpliDCT8x8Inv_16s8u_C1R(s, d8, 0), kplStsStepErr},
+        {"u8 step -8", kpliDCT8x8Inv_16s8u_C1R(s, d8, -8), kplStsStepErr},
+        {"inv8 dst before step", kpliDCTInv_8x8_16s8u(nullptr, nullptr, 7), kplStsNullPtrErr},
+        {"inv8 step before src", kpliDCTInv_8x8_16s8u(nullptr, d8, 7), kplStsBlockStepErr},
+        {"inv8 step", kpliDCTInv_8x8_16s8u(s, d8, 7), kplStsBlockStepErr},
+        {"inv8 src", kpliDCTInv_8x8_16s8u(nullptr, d8, 8), kplStsNullPtrErr},
+        {"fwd8 src", kpliDCT8x8Fwd_8u16s_C1R(nullptr, 0, d16), kplStsNullPtrErr},
+        {"fwd8 dst", kpliDCT8x8Fwd_8u16s_C1R(px, 8, nullptr), kplStsNullPtrErr},
+        {"fwd8 step", kpliDCT8x8Fwd_8u16s_C1R(px, 0, d16), kplStsStepErr},
+        {"fwd src", kpliDCT8x8Fwd_16s_C1(nullptr, d16), kplStsNullPtrErr},
+        {"fwd dst", kpliDCT8x8Fwd_16s_C1(s, nullptr), kplStsNullPtrErr},
+        {"aan src", kpliDCT8x8Inv_AANTransposed_16s_C1R(nullptr, d16, 16, 64), kplStsNullPtrErr},
+        {"aan dst", kpliDCT8x8Inv_AANTransposed_16s_C1R(s, nullptr, 16, 64), kplStsNullPtrErr},
+        {"aan8 src", kpliDCT8x8Inv_AANTransposed_16s8u_C1R(nullptr, d8, 8, 0), kplStsNullPtrErr},
+        {"aan8 dst", kpliDCT8x8Inv_AANTransposed_16s8u_C1R(s, nullptr, 8, 1), kplStsNullPtrErr},
+        {"p2 u", kpliDCT8x8Inv_AANTransposed_16s_P2C2R(nullptr, s, d16, 32, 1, 1), kplStsNullPtrErr},
+        {"p2 v", kpliDCT8x8Inv_AANTransposed_16s_P2C2R(s, nullptr, d16, 32, 1, 1), kplStsNullPtrErr},
+        {"p2 dst", kpliDCT8x8Inv_AANTransposed_16s_P2C2R(s, s, nullptr, 32, 1, 1), kplStsNullPtrErr},
+        {"p2 8 u", kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R(nullptr, s, d8, 16, 0, 0), kplStsNullPtrErr},
+        {"p2 8 v", kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R(s, nullptr, d8, 16, 0, 0), kplStsNullPtrErr},
+        {"p2 8 dst", kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R(s, s, nullptr, 16, 0, 0), kplStsNullPtrErr},
+        {"field fwd", kpliDCT2x4x8Frw_16s_C1I(nullptr), kplStsNullPtrErr},
+        {"field inv", kpliDCT2x4x8Inv_16s_C1I(nullptr), kplStsNullPtrErr},
+    };
+    for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
+    EXPECT_EQ(std::vector<uint8_t>(g.data(), g.data() + 256), before);
+    EXPECT_TRUE(g.intact());
+    EXPECT_EQ(src, dc_block(80));
+}
