@@ -83,6 +83,7 @@ struct Args {
     int32_t qp;
     const Kpl16s* pQMatrix;
     int32_t dc_shift;  // DC multiplier 8 >> dc_shift
+    const BlockKernels* k;
 };
 
 template <Std S, bool Intra>
@@ -181,7 +182,7 @@ KplStatus decode_block(const Args& a) {
         }
     }
 
-    uint64_t m = block_kernels().scan_mask(nz, scan);
+    uint64_t m = a.k->scan_mask(nz, scan);
     // Scan index 0 of an intra block is always the DC position.
     if constexpr (Intra) m = (m & ~uint64_t{1}) | (nz & 1u);
 
@@ -205,7 +206,7 @@ KplStatus inter_entry(Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl16s* pDstBlock,
     if (*pOffset < 0 || *pOffset > 31) return kplStsBadArgErr;
     if (QP < 1 || QP > (S == Std::mpeg1 ? 31 : 112)) return kplStsBadArgErr;
     const Args a{ppBitStream, pOffset,    pDstBlock, pDstCount, nullptr, nullptr,
-                 pCoefTable,  pScanTable, QP,        pQMatrix,  0};
+                 pCoefTable,  pScanTable, QP,        pQMatrix,  0,        &block_kernels()};
     return decode_block<S, false>(a);
 }
 
@@ -224,11 +225,21 @@ KplStatus intra_entry(Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl16s* pDstBlock,
     if (QP < 1 || QP > (S == Std::mpeg1 ? 31 : 112)) return kplStsBadArgErr;
     if (intraDCPrecision < 0 || intraDCPrecision > 3) return kplStsBadArgErr;
     const Args a{ppBitStream, pOffset,    pDstBlock, pDstCount, pDCPred, pDCSizeTable,
-                 pCoefTable,  pScanTable, QP,        pQMatrix,  intraDCPrecision};
+                 pCoefTable,  pScanTable, QP,        pQMatrix,  intraDCPrecision, &block_kernels()};
     return decode_block<S, true>(a);
 }
 
 }  // namespace
+
+int32_t reconstruct_with(const BlockKernels& k, int32_t version, bool intra, uint32_t** pp,
+                         int32_t* off, int16_t* dst, int32_t* count, int16_t* pred,
+                         const int32_t* dc_table, const int32_t* coef, const int32_t* scan,
+                         int32_t qp, const int16_t* w, int32_t prec) {
+    const Args a{pp, off, dst, count, pred, dc_table, coef, scan, qp, w, prec, &k};
+    if (version == 1)
+        return intra ? decode_block<Std::mpeg1, true>(a) : decode_block<Std::mpeg1, false>(a);
+    return intra ? decode_block<Std::mpeg2, true>(a) : decode_block<Std::mpeg2, false>(a);
+}
 
 }  // namespace kplvc::mpeg2
 
