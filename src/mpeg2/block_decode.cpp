@@ -63,8 +63,10 @@ KPLVC_INLINE int32_t dequant(int32_t level, int32_t q, int32_t w) {
     const int64_t prod = twice * q * w;
     if constexpr (S == Std::mpeg1) {
         int64_t r = prod / 16;
-        // Oddification toward zero comes before the clamp; 0 stays 0.
-        if ((r & 1) == 0 && r != 0) r -= r > 0 ? 1 : -1;
+        // Oddification toward zero comes before the clamp: an even r moves
+        // by sgn(r) toward zero, and sgn(0) = 0 keeps 0 as it is.
+        const int64_t sr = (r > 0) - (r < 0);
+        r -= (~r & 1) * sr;
         return clamp2048(r);
     } else {
         return clamp2048(prod / 32);
@@ -120,7 +122,13 @@ KplStatus decode_block(const Args& a) {
     }
 
     const int32_t* scan = a.pScanTable;
-    const int16_t* wm = a.pQMatrix;
+    // A null non-intra matrix stands for 16 everywhere.
+    static constexpr int16_t kFlat16[64] = {16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
+                                            16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
+                                            16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
+                                            16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
+                                            16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16};
+    const int16_t* wm = a.pQMatrix != nullptr ? a.pQMatrix : kFlat16;
     const int32_t q = a.qp;
     for (;;) {
         int32_t run, level;
@@ -164,7 +172,7 @@ KplStatus decode_block(const Args& a) {
         i += run + 1;
         if (i > 63) return kplStsCoefCountErr;
         const uint32_t pos = static_cast<uint32_t>(scan[i]) & 63u;
-        const int32_t w = wm != nullptr ? int32_t{wm[pos]} : 16;
+        const int32_t w = wm[pos];
         const int32_t r = dequant<S, Intra>(level, q, w);
         const uint32_t t = ((pos & 7u) << 3) | (pos >> 3);
         parity ^= static_cast<uint32_t>(blk[t] ^ r) & 1u;
