@@ -73,6 +73,24 @@ KPLVC_INLINE int32_t dequant(int32_t level, int32_t q, int32_t w) {
     }
 }
 
+// Finds the entry of the next code word with a caller's table: the walk of
+// the generic decoder on the shared reader, stopping at the entry (leaf or
+// invalid marker) without giving back its look-up bits, which are left in
+// *looked (the bits taken at the last level) for the caller to use.
+KPLVC_INLINE uint32_t walk(const uint32_t*& p, int32_t& off, const int32_t* table,
+                           uint32_t* looked) {
+    const int32_t* sub = table;
+    uint32_t bits = vlc_get_bits(p, off, sub[0]);
+    uint32_t entry = static_cast<uint32_t>(sub[1 + bits]);
+    while ((entry & kVlcLinkFlag) != 0) {
+        sub = table + (entry >> 8);
+        bits = vlc_get_bits(p, off, sub[0]);
+        entry = static_cast<uint32_t>(sub[1 + bits]);
+    }
+    *looked = bits;
+    return entry;
+}
+
 struct Args {
     Kpl32u** ppBitStream;
     Kpl32s* pOffset;
@@ -138,17 +156,31 @@ KplStatus decode_block(const Args& a) {
             level = vlc_get_bits(p, off, 1) != 0 ? -1 : 1;
         } else {
             if (!Intra && first) vlc_unget_bits(p, off, 1);
-            int32_t v;
-            if (vlc_decode_one(p, off, a.pCoefTable, &v) != 0) return kplStsVLCErr;
-            const int32_t mag = v >> 8;  // value2, arithmetic
-            const int32_t sym = v & 0xFF;  // value1
+            uint32_t looked;
+            const uint32_t e = walk(p, off, a.pCoefTable, &looked);
+            if ((static_cast<int32_t>(e) >> 8) == kVlcInvalidValue) return kplStsVLCErr;
+            const int32_t u = static_cast<int32_t>(e & 0xFFu);  // look-up bits not in the code
+            const int32_t mag = static_cast<int32_t>(e) >> 16;  // value2, arithmetic
+            const int32_t sym = static_cast<int32_t>((e >> 8) & 0xFFu);  // value1
             if (mag >= 1) {
                 run = sym;
-                level = vlc_get_bits(p, off, 1) != 0 ? -mag : mag;
+                // The sign bit follows the code word: when the look-up went
+                // past the code it is the first of those u bits, and only
+                // u - 1 go back; otherwise it is read.
+                uint32_t sign;
+                if (u >= 1) {
+                    sign = (looked >> ((u - 1) & 31)) & 1u;
+                    vlc_unget_bits(p, off, u - 1);
+                } else {
+                    sign = vlc_get_bits(p, off, 1);
+                }
+                level = sign != 0 ? -mag : mag;
             } else if (mag == 0 && sym == KPLVC_RL_EOB) {
+                vlc_unget_bits(p, off, u);
                 if (!Intra && first) return kplStsVLCErr;
                 break;
             } else if (mag == 0 && sym == KPLVC_RL_ESCAPE) {
+                vlc_unget_bits(p, off, u);
                 run = static_cast<int32_t>(vlc_get_bits(p, off, 6));
                 if constexpr (S == Std::mpeg2) {
                     const int32_t f = static_cast<int32_t>(vlc_get_bits(p, off, 12));
