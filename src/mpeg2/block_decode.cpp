@@ -110,7 +110,15 @@ template <Std S, bool Intra>
 KplStatus decode_block(const Args& a) {
     const uint32_t* p = *a.ppBitStream;
     int32_t off = *a.pOffset;
-    alignas(32) int16_t blk[64] = {};
+    // Cleared with eight 16-byte stores: the compiler would otherwise use a
+    // string instruction whose start-up cost is a good part of a sparse block.
+    alignas(32) int16_t blk[64];
+    {
+        typedef int16_t Zero8 __attribute__((vector_size(16)));
+        Zero8 z = {};
+        __asm__("" : "+m"(z));  // an opaque zero: the stores are not merged into one fill
+        for (int k = 0; k < 8; ++k) __builtin_memcpy(blk + 8 * k, &z, sizeof z);
+    }
     uint64_t nz = 0;      // raster positions holding a non-zero value
     uint32_t parity = 0;  // low bit of the sum of the 64 values
     int32_t qf = 0;
