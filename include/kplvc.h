@@ -604,6 +604,85 @@ KPLVC_API KplStatus kpliMC2x2B_8u_C1(const Kpl8u* pSrcRefF, Kpl32s srcStepF, Kpl
 /* MPEG-1/MPEG-2 block decoding and encoding                                 */
 /* ------------------------------------------------------------------------ */
 /* @mpeg2block-begin */
+/* MPEG-1/MPEG-2 block decoding with reconstruction, and block encoding.
+ *
+ * Decoders read 32-bit native words from their most significant bit:
+ * *ppBitStream is the word holding the next bit, *pOffset (0..31) its index
+ * (31 = most significant). They may read up to the second word after the
+ * word of the last bit consumed. Tables are those built by
+ * kpliVCHuffmanInitAllocRL_32s (run-level codes: value1 = run, value2 =
+ * |level|, KPLVC_RL_EOB / KPLVC_RL_ESCAPE with value2 0) and
+ * kpliVCHuffmanInitAlloc_32s (dct_dc_size). The block is written transposed
+ * (raster position 8*row + column at index 8*column + row), with the count
+ * that the AANTransposed inverse DCTs take. Nothing is written on failure.
+ * Checks, in order: null ppBitStream, pOffset, *ppBitStream, then the other
+ * pointers in argument order (kplStsNullPtrErr; pQMatrix may be null for
+ * non-intra blocks: flat 16); *pOffset outside 0..31, QP outside 1..31
+ * (MPEG-1) or 1..112 (MPEG-2), intraDCPrecision outside 0..3
+ * (kplStsBadArgErr). Stream errors: kplStsVLCErr (no code word, DC size out
+ * of range, forbidden escape level, EOB first in a non-intra block, unknown
+ * leaf), kplStsCoefCountErr (a coefficient beyond scan index 63). */
+#define KPLVC_RL_EOB 64
+#define KPLVC_RL_ESCAPE 65
+#define KPLVC_RL_ENCODE_TABLE_SIZE 4098
+
+/* Non-intra MPEG-1 block: run-level codes (first-coefficient code 1s),
+ * 8/16-bit escapes, reconstruction with oddification. */
+KPLVC_API KplStatus kpliReconstructDCTBlock_MPEG1_32s(Kpl32u** ppBitStream, Kpl32s* pOffset,
+                                                      Kpl16s* pDstBlock, Kpl32s* pDstCount,
+                                                      const Kpl32s* pCoefTable,
+                                                      const Kpl32s* pScanTable, Kpl32s QP,
+                                                      const Kpl16s* pQMatrix);
+/* Intra MPEG-1 block: DC size and differential added to *pDCPred (the
+ * predictor in quantised units, left holding the block's DC level), DC
+ * multiplier 8, then the AC codes as above. */
+KPLVC_API KplStatus kpliReconstructDCTBlockIntra_MPEG1_32s(
+    Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl16s* pDstBlock, Kpl32s* pDstCount, Kpl16s* pDCPred,
+    const Kpl32s* pDCSizeTable, const Kpl32s* pCoefTable, const Kpl32s* pScanTable, Kpl32s QP,
+    const Kpl16s* pQMatrix);
+/* Non-intra MPEG-2 block: 12-bit escapes, saturation to -2048..2047 and
+ * mismatch control on coefficient (7, 7). */
+KPLVC_API KplStatus kpliReconstructDCTBlock_MPEG2_32s(Kpl32u** ppBitStream, Kpl32s* pOffset,
+                                                      Kpl16s* pDstBlock, Kpl32s* pDstCount,
+                                                      const Kpl32s* pCoefTable,
+                                                      const Kpl32s* pScanTable, Kpl32s QP,
+                                                      const Kpl16s* pQMatrix);
+/* Intra MPEG-2 block; DC multiplier 8 >> intraDCPrecision (0..3). */
+KPLVC_API KplStatus kpliReconstructDCTBlockIntra_MPEG2_32s(
+    Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl16s* pDstBlock, Kpl32s* pDstCount, Kpl16s* pDCPred,
+    const Kpl32s* pDCSizeTable, const Kpl32s* pCoefTable, const Kpl32s* pScanTable, Kpl32s QP,
+    const Kpl16s* pQMatrix, Kpl32s intraDCPrecision);
+
+/* Fills the KPLVC_RL_ENCODE_TABLE_SIZE words of pDstTable from a run-level
+ * code list (the format read by kpliVCHuffmanInitAllocRL_32s): word 0 EOB,
+ * word 1 ESCAPE, word 2 + 64*run + level - 1 (run 0..63, level 1..64) the
+ * code of that pair or 0; each word (code << 8) | length. Records longer
+ * than 24 bits are ignored. kplStsNullPtrErr for a null pointer;
+ * kplStsBadArgErr (nothing written) when EOB or ESCAPE is missing. */
+KPLVC_API KplStatus kpliCreateRLEncodeTable(const Kpl32s* pSrcTable, Kpl32s* pDstTable);
+
+/* Encoders write in the convention of kpliPutBitsLeftMost: *ppBitStream is
+ * the current word, *pBitOffset (1..32) its free bits. pSrcBlock holds 64
+ * levels in raster order; mpegVersion is 1 or 2 (escape format and level
+ * range). Checks, in order: null pSrcBlock, ppBitStream, pBitOffset,
+ * *ppBitStream, then the other pointers (kplStsNullPtrErr); *pBitOffset
+ * outside 1..32, mpegVersion not 1 or 2 (kplStsBadArgErr); a scanned level
+ * (or intra DC difference) outside -255..255 (version 1) or -2047..2047
+ * (version 2): kplStsLevelRangeErr. The block is checked whole before any
+ * bit is written. */
+
+/* Intra block: DC size code (pDCSizeCodes[size] = (code << 8) | length) and
+ * differential from *pDCPred, then scan indices 1..63 and EOB; *pDCPred
+ * becomes pSrcBlock[0]. */
+KPLVC_API KplStatus kpliPutIntraBlock(const Kpl16s* pSrcBlock, Kpl32u** ppBitStream,
+                                      Kpl32s* pBitOffset, Kpl16s* pDCPred,
+                                      const Kpl32s* pDCSizeCodes, const Kpl32s* pRLEncodeTable,
+                                      const Kpl32s* pScanTable, Kpl32s mpegVersion);
+/* Non-intra block: scan indices 0..63 (first coefficient +-1 as 1s), EOB. A
+ * block without a non-zero level writes nothing. */
+KPLVC_API KplStatus kpliPutNonIntraBlock(const Kpl16s* pSrcBlock, Kpl32u** ppBitStream,
+                                         Kpl32s* pBitOffset, const Kpl32s* pRLEncodeTable,
+                                         const Kpl32s* pScanTable, Kpl32s mpegVersion);
 /* @mpeg2block-end */
 
 /* ------------------------------------------------------------------------ */

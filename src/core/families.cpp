@@ -3,6 +3,7 @@
 #include "core/vector.h"
 #include "h263/quant.h"
 #include "h263/recon.h"
+#include "mpeg2/block.h"
 #include "mpeg2/quant.h"
 #include "mpeg4/quant.h"
 #include "h264/deblock.h"
@@ -28,6 +29,7 @@ static const FamilyInfo kFamilies[] = {
     {"h264xform", h264::xform_level},
     {"mc", mc::mc_level},
     {"blockcopy", block::blockcopy_level},
+    {"mpeg2block", mpeg2::block_level},
 };
 
 const FamilyInfo* families(int* count) {

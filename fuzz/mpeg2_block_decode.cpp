@@ -1,0 +1,203 @@
+// The four MPEG-1/MPEG-2 block decoders on fuzzed streams, with decoding
+// tables built from the standards' code lists (../shared/tables).
+//
+// Input: byte 0 picks the decoder (version, intra), the run-level table
+// (B-14 or B-15), the DC table (B-12 or B-13), the scan and whether the
+// non-intra matrix is null; byte 1 the quantiser scale, byte 2 the start
+// offset, byte 3 the DC precision and predictor; the rest is the stream.
+// The stream sits at the very end of its own heap block followed by
+// exactly two zero words, the decoders' look-ahead: a zero tail begins no
+// code word, so a decoder that reads further is reading past what it may.
+//
+// Checked: on error every output is as it was; on success the offset is in
+// 0..31, the position moved forward, every value is in -2048..2047, the
+// count is the one the block and scan define, an MPEG-2 block has an odd
+// sum (mismatch control) and an MPEG-1 AC value is odd, 0 or -2048.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kplvc.h"
+
+namespace {
+
+struct Rec {
+    std::string bits;
+    int32_t v1, v2;
+};
+
+std::string tables_dir() {
+    std::string f = __FILE__;  // <source>/fuzz/mpeg2_block_decode.cpp
+    f = f.substr(0, f.rfind('/'));
+    f = f.substr(0, f.rfind('/'));
+    return f + "/../shared/tables/";
+}
+
+std::vector<Rec> read_rl(const char* name) {
+    std::ifstream in(tables_dir() + name);
+    std::vector<Rec> out;
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream s(line);
+        std::string a, code;
+        s >> a >> code;
+        if (a == "EOB") out.push_back({code, KPLVC_RL_EOB, 0});
+        else if (a == "ESCAPE") out.push_back({code, KPLVC_RL_ESCAPE, 0});
+        else if (a != "FIRST") {
+            int32_t run, level;
+            s >> run >> level;
+            out.push_back({code, run, level});
+        }
+    }
+    return out;
+}
+
+std::vector<Rec> read_dc(const char* which) {
+    std::ifstream in(tables_dir() + "mpeg2_dc_size.txt");
+    std::vector<Rec> out;
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream s(line);
+        std::string t, code;
+        int32_t size;
+        s >> t >> code >> size;
+        if (t == which) out.push_back({code, size, 0});
+    }
+    return out;
+}
+
+Kpl32s* build(const std::vector<Rec>& recs, bool rl, std::vector<Kpl32s> levels) {
+    if (recs.empty()) abort();  // tables missing: nothing to fuzz
+    std::vector<Kpl32s> d = {0, static_cast<Kpl32s>(levels.size())};
+    d.insert(d.end(), levels.begin(), levels.end());
+    size_t maxlen = 0;
+    for (const Rec& r : recs) maxlen = std::max(maxlen, r.bits.size());
+    for (size_t len = 1; len <= maxlen; ++len) {
+        const size_t at = d.size();
+        d.push_back(0);
+        for (const Rec& r : recs) {
+            if (r.bits.size() != len) continue;
+            ++d[at];
+            d.push_back(static_cast<Kpl32s>(std::stoul(r.bits, nullptr, 2)));
+            d.push_back(r.v1);
+            if (rl) d.push_back(r.v2);
+        }
+    }
+    d.push_back(-1);
+    Kpl32s* t = nullptr;
+    const KplStatus st = rl ? kpliVCHuffmanInitAllocRL_32s(d.data(), &t)
+                            : kpliVCHuffmanInitAlloc_32s(d.data(), &t);
+    if (st != kplStsNoErr) abort();
+    return t;
+}
+
+struct Tables {
+    Kpl32s* rl[2];
+    Kpl32s* dc[2];
+    Kpl32s scan[2][64];
+    Kpl16s w[64];
+};
+
+const Tables& tables() {
+    static const Tables t = [] {
+        Tables x;
+        // Different level layouts: the results must not depend on them.
+        x.rl[0] = build(read_rl("mpeg2_dct_coef_b14.txt"), true, {8, 8});
+        x.rl[1] = build(read_rl("mpeg2_dct_coef_b15.txt"), true, {5, 6, 6});
+        x.dc[0] = build(read_dc("B12"), false, {9});
+        x.dc[1] = build(read_dc("B13"), false, {2, 4, 4});
+        static const uint8_t zz[64] = {
+            0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33, 40, 48,
+            41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23,
+            30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
+        static const uint8_t alt[64] = {
+            0,  8,  16, 24, 1,  9,  2,  10, 17, 25, 32, 40, 48, 56, 57, 49, 41, 33, 26, 18, 3,  11,
+            4,  12, 19, 27, 34, 42, 50, 58, 35, 43, 51, 59, 20, 28, 5,  13, 6,  14, 21, 29, 36, 44,
+            52, 60, 37, 45, 53, 61, 22, 30, 7,  15, 23, 31, 38, 46, 54, 62, 39, 47, 55, 63};
+        for (int i = 0; i < 64; ++i) {
+            x.scan[0][i] = zz[i];
+            x.scan[1][i] = alt[i];
+            x.w[i] = static_cast<Kpl16s>(1 + (i * 37) % 255);
+        }
+        return x;
+    }();
+    return t;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size < 4) return 0;
+    const Tables& t = tables();
+    const uint8_t sel = data[0];
+    const int version = 1 + (sel & 1);
+    const bool intra = (sel & 2) != 0;
+    const Kpl32s* coef = t.rl[(sel >> 2) & 1];
+    const Kpl32s* dct = t.dc[(sel >> 3) & 1];
+    const Kpl32s* scan = t.scan[(sel >> 4) & 1];
+    const Kpl16s* w = (!intra && (sel & 0x20)) ? nullptr : t.w;
+    const int32_t qp = 1 + data[1] % (version == 1 ? 31 : 112);
+    const Kpl32s start_off = data[2] & 31;
+    const int32_t prec = data[3] & 3;
+    Kpl16s pred = static_cast<Kpl16s>((data[3] >> 2) * 33);
+
+    // The stream words, then exactly the two words of look-ahead, at the end
+    // of a block of their own.
+    const size_t nbytes = size - 4;
+    const size_t nwords = (nbytes + 3) / 4;
+    Kpl32u* buf = static_cast<Kpl32u*>(std::malloc((nwords + 2) * sizeof(Kpl32u)));
+    if (buf == nullptr) return 0;
+    std::memset(buf, 0, (nwords + 2) * sizeof(Kpl32u));
+    if (nbytes != 0) std::memcpy(buf, data + 4, nbytes);
+
+    Kpl16s blk[64];
+    for (auto& v : blk) v = 0x7777;
+    Kpl32s count = -99;
+    const Kpl16s pred_in = pred;
+    Kpl32u* p = buf;
+    Kpl32s off = start_off;
+    KplStatus st;
+    if (version == 1)
+        st = intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(&p, &off, blk, &count, &pred, dct, coef,
+                                                            scan, qp, w)
+                   : kpliReconstructDCTBlock_MPEG1_32s(&p, &off, blk, &count, coef, scan, qp, w);
+    else
+        st = intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(&p, &off, blk, &count, &pred, dct, coef,
+                                                            scan, qp, w, prec)
+                   : kpliReconstructDCTBlock_MPEG2_32s(&p, &off, blk, &count, coef, scan, qp, w);
+
+    if (st != kplStsNoErr) {
+        if (st != kplStsVLCErr && st != kplStsCoefCountErr) abort();
+        if (p != buf || off != start_off || count != -99 || pred != pred_in) abort();
+        for (Kpl16s v : blk)
+            if (v != 0x7777) abort();
+        std::free(buf);
+        return 0;
+    }
+    if (off < 0 || off > 31) abort();
+    const int64_t consumed = (p - buf) * int64_t{32} + (start_off - off);
+    if (consumed <= 0 || p > buf + nwords + 1) abort();
+    int32_t sum = 0;
+    for (int i = 0; i < 64; ++i) {
+        if (blk[i] < -2048 || blk[i] > 2047) abort();
+        sum += blk[i];
+        // Transposed index i holds raster position 8 * (i & 7) + (i >> 3).
+        if (version == 1 && i != 0 && blk[i] != 0 && blk[i] != -2048 && (blk[i] & 1) == 0) abort();
+    }
+    if (version == 2 && (sum & 1) == 0) abort();
+    int32_t want = 0;
+    for (int i = 0; i < 64; ++i) {
+        const int pos = (intra && i == 0) ? 0 : (scan[i] & 63);
+        if (blk[8 * (pos & 7) + (pos >> 3)] != 0) want = i + 1;
+    }
+    if (count != want) abort();
+    std::free(buf);
+    return 0;
+}

@@ -1,0 +1,474 @@
+// MPEG-1/MPEG-2 block decoders: worked streams, stream errors that must
+// leave every output alone, argument checks, exact reconstruction with
+// extreme levels and weights, and the SIMD scan mask against its reference.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <map>
+#include <vector>
+
+#include "block_lists.h"
+#include "kplvc.h"
+#include "mpeg2/block.h"
+#include "support/support.h"
+
+namespace kplvc::test::mpeg2b {
+namespace {
+
+enum Tab { B14, B15 };
+enum Dc { B12, B13 };
+enum Mat { Null, Flat16, Flat8, Flat4, Flat255, Default };
+
+const Kpl16s* matrix(Mat m) {
+    static const std::vector<Kpl16s> f16(64, 16), f8(64, 8), f4(64, 4), f255(64, 255);
+    static const std::vector<Kpl16s> def = {
+        8,  16, 19, 22, 26, 27, 29, 34, 16, 16, 22, 24, 27, 29, 34, 37, 19, 22, 26, 27, 29, 34,
+        34, 38, 22, 22, 26, 27, 29, 34, 37, 40, 22, 26, 27, 29, 32, 35, 40, 48, 26, 27, 29, 32,
+        35, 40, 48, 58, 26, 27, 29, 34, 38, 46, 56, 69, 27, 29, 35, 38, 46, 56, 69, 83};
+    switch (m) {
+        case Null: return nullptr;
+        case Flat16: return f16.data();
+        case Flat8: return f8.data();
+        case Flat4: return f4.data();
+        case Flat255: return f255.data();
+        default: return def.data();
+    }
+}
+
+struct Dec {
+    int version;
+    bool intra;
+    Tab tab = B14;
+    Dc dc = B12;
+    Kpl16s pred = 0;
+    int prec = 0;
+    int qp = 1;
+    Mat mat = Null;
+    bool alternate = false;
+    const Kpl32s* coef_override = nullptr;
+    const Kpl32s* scan_override = nullptr;
+};
+
+struct Outcome {
+    KplStatus st;
+    Kpl16s block[64];
+    Kpl32s count;
+    Kpl16s pred;
+    int64_t consumed;  // bits from offset 31 of the first word
+};
+
+constexpr Kpl16s kFill = 0x5A5A;
+constexpr Kpl32s kCountFill = -77;
+
+Outcome decode(const Dec& s, std::vector<Kpl32u>& words) {
+    const Tables& t = tables();
+    static const std::vector<Kpl32s> zz = scan32(kZigzag), alt = scan32(kAlternate);
+    const Kpl32s* coef = s.coef_override ? s.coef_override : (s.tab == B14 ? t.b14.get() : t.b15.get());
+    const Kpl32s* dct = s.dc == B12 ? t.b12.get() : t.b13.get();
+    const Kpl32s* scan = s.scan_override ? s.scan_override : (s.alternate ? alt.data() : zz.data());
+    const Kpl16s* w = matrix(s.intra && s.mat == Null ? Default : s.mat);
+    Outcome o;
+    for (auto& v : o.block) v = kFill;
+    o.count = kCountFill;
+    o.pred = s.pred;
+    Kpl32u* p = words.data();
+    Kpl32s off = 31;
+    if (s.version == 1)
+        o.st = s.intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(&p, &off, o.block, &o.count, &o.pred,
+                                                                dct, coef, scan, s.qp, w)
+                       : kpliReconstructDCTBlock_MPEG1_32s(&p, &off, o.block, &o.count, coef, scan,
+                                                           s.qp, w);
+    else
+        o.st = s.intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(&p, &off, o.block, &o.count, &o.pred,
+                                                                dct, coef, scan, s.qp, w, s.prec)
+                       : kpliReconstructDCTBlock_MPEG2_32s(&p, &off, o.block, &o.count, coef, scan,
+                                                           s.qp, w);
+    o.consumed = (p - words.data()) * int64_t{32} + (31 - off);
+    return o;
+}
+
+struct Case {
+    const char* name;
+    Dec setup;
+    const char* bits;
+    KplStatus st;
+    std::map<int, int> values;  // index -> value, all others 0
+    int count;
+    int consumed;
+    int pred_out;  // intra only
+};
+
+void expect_untouched(const Outcome& o, const Dec& s) {
+    for (int i = 0; i < 64; ++i) ASSERT_EQ(o.block[i], kFill) << "index " << i;
+    EXPECT_EQ(o.count, kCountFill);
+    EXPECT_EQ(o.pred, s.pred);
+    EXPECT_EQ(o.consumed, 0);
+}
+
+std::string repeat(const char* s, int n) {
+    std::string r;
+    for (int i = 0; i < n; ++i) r += s;
+    return r;
+}
+
+TEST(Mpeg2BlockDecode, WorkedStreams) {
+    const std::string run63 = "1 0" + repeat("11 0", 63) + "10";
+    const std::string run64 = "1 0" + repeat("11 0", 64) + "10";
+    std::map<int, int> all3, all1;
+    for (int i = 0; i < 64; ++i) all3[i] = 3;
+    for (int i = 0; i < 63; ++i) all1[i] = 1;  // the even sum 64 clears (7, 7)
+    const Case cases[] = {
+        {"m2 intra dc +2, mismatch", {2, true, B14, B12, 128}, "01 10 10", kplStsNoErr,
+         {{0, 1040}, {63, 1}}, 64, 6, 130},
+        {"m2 intra B15 eob", {2, true, B15, B12, 128}, "01 10 0110", kplStsNoErr,
+         {{0, 1040}, {63, 1}}, 64, 8, 130},
+        {"m2 intra precision 3", {2, true, B14, B12, 1024, 3}, "00 1 10", kplStsNoErr,
+         {{0, 1025}}, 1, 5, 1025},
+        {"m1 intra no mismatch", {1, true, B14, B12, 128}, "01 10 10", kplStsNoErr, {{0, 1040}}, 1,
+         6, 130},
+        {"m1 intra chroma negative diff", {1, true, B14, B13, 128}, "11110 00011 10", kplStsNoErr,
+         {{0, 800}}, 1, 12, 100},
+        {"m1 intra dc to zero", {1, true, B14, B12, 1}, "00 0 10", kplStsNoErr, {}, 0, 5, 0},
+        {"m1 intra size 9 refused", {1, true, B14, B12, 128}, "1111 1110 0 0000 0000 10",
+         kplStsVLCErr, {}, 0, 0, 0},
+        {"m2 intra size 9", {2, true, B14, B12, 0, 1}, "1111 1110 1 0000 0000 10", kplStsNoErr,
+         {{0, 1024}, {63, 1}}, 64, 19, 256},
+        {"m2 intra dc clamps", {2, true, B14, B12, 2000, 0}, "1111 1111 1 111 1111 1111 10",
+         kplStsNoErr, {{0, 2047}}, 1, 22, 4047},
+        {"m2 escape -300", {2, false, B14, B12, 0, 0, 2}, "1 0 000001 000101 1110 1101 0100 10",
+         kplStsNoErr, {{0, 3}, {24, -601}, {63, 1}}, 64, 28, 0},
+        {"m2 escape -300 alternate", {2, false, B14, B12, 0, 0, 2, Null, true},
+         "1 0 000001 000101 1110 1101 0100 10", kplStsNoErr, {{0, 3}, {16, -601}, {63, 1}}, 64, 28,
+         0},
+        {"m1 escape -200", {1, false}, "000001 000000 1000 0000 0011 1000 10", kplStsNoErr,
+         {{0, -401}}, 1, 30, 0},
+        {"m1 escape +200", {1, false}, "000001 000000 0000 0000 1100 1000 10", kplStsNoErr,
+         {{0, 401}}, 1, 30, 0},
+        {"m1 escape 127", {1, false}, "000001 000000 0111 1111 10", kplStsNoErr, {{0, 255}}, 1, 22,
+         0},
+        {"m1 escape -127", {1, false}, "000001 000000 1000 0001 10", kplStsNoErr, {{0, -255}}, 1,
+         22, 0},
+        {"m1 long form of 5", {1, false}, "000001 000000 0000 0000 0000 0101 10", kplStsNoErr,
+         {{0, 11}}, 1, 30, 0},
+        {"m1 long form of -5", {1, false}, "000001 000000 1000 0000 1111 1011 10", kplStsNoErr,
+         {{0, -11}}, 1, 30, 0},
+        {"m1 oddify non-intra 2", {1, false}, "0100 0 10", kplStsNoErr, {{0, 5}}, 1, 7, 0},
+        {"m1 non-intra 1 weight 8", {1, false, B14, B12, 0, 0, 1, Flat8}, "1 0 10", kplStsNoErr,
+         {{0, 1}}, 1, 4, 0},
+        {"m1 oddify intra 2", {1, true, B14, B12, 0, 0, 1, Flat16}, "100 0100 0 10", kplStsNoErr,
+         {{8, 3}}, 2, 10, 0},
+        {"m1 intra -1", {1, true, B14, B12, 0, 0, 1, Flat16}, "100 11 1 10", kplStsNoErr,
+         {{8, -1}}, 2, 8, 0},
+        // (-511 * 30 * 16) / 16 = -15330 is even: -15329, then the clamp.
+        {"m1 oddify before clamp", {1, false, B14, B12, 0, 0, 30, Flat16},
+         "000001 000000 1000 0000 0000 0001 10", kplStsNoErr, {{0, -2048}}, 1, 30, 0},
+        {"first 1s negative", {2, false}, "1 1 10", kplStsNoErr, {{0, -1}}, 1, 4, 0},
+        {"m1 first then 11", {1, false}, "1 0 11 0 10", kplStsNoErr, {{0, 3}, {8, 3}}, 2, 7, 0},
+        {"m2 first then 11", {2, false}, "1 0 11 0 10", kplStsNoErr, {{0, 1}, {8, 1}, {63, 1}},
+         64, 7, 0},
+        {"intra 11 is (0,1)", {2, true, B14, B12, 0, 0, 1, Flat16}, "100 11 0 10", kplStsNoErr,
+         {{8, 1}}, 2, 8, 0},
+        {"m2 level to zero", {2, false, B14, B12, 0, 0, 1, Flat8}, "1 0 10", kplStsNoErr,
+         {{63, 1}}, 64, 4, 0},
+        {"m1 level to zero", {1, false, B14, B12, 0, 0, 1, Flat4}, "1 0 10", kplStsNoErr, {}, 0, 4,
+         0},
+        {"m2 saturate 2047", {2, false, B14, B12, 0, 0, 112, Flat255},
+         "000001 000000 0111 1111 1111 10", kplStsNoErr, {{0, 2047}}, 1, 26, 0},
+        {"m2 saturate -2047", {2, false, B14, B12, 0, 0, 112, Flat255},
+         "000001 000000 1000 0000 0001 10", kplStsNoErr, {{0, -2048}, {63, 1}}, 64, 26, 0},
+        {"mismatch clears (7,7)", {2, false}, "1 0 000001 111110 0000 0000 0001 10", kplStsNoErr,
+         {{0, 1}}, 1, 28, 0},
+        {"64 coefficients", {1, false}, run63.c_str(), kplStsNoErr, all3, 64, 2 + 63 * 3 + 2, 0},
+        {"64 coefficients, mismatch", {2, false}, run63.c_str(), kplStsNoErr, all1, 63,
+         2 + 63 * 3 + 2, 0},
+        {"B14 reads 0000 0001 0000", {2, true, B14, B12, 0, 0, 1, Flat16},
+         "100 0000 0001 0000 0 10", kplStsNoErr, {{8, 11}}, 2, 18, 0},
+        // Errors: nothing written.
+        {"twelve zeros", {2, false}, "0000 0000 0000 0000", kplStsVLCErr, {}, 0, 0, 0},
+        {"twelve zeros after dc", {2, true, B14, B12, 5}, "100 0000 0000 0000", kplStsVLCErr, {},
+         0, 0, 0},
+        {"m2 escape 0", {2, false}, "000001 000000 0000 0000 0000 10", kplStsVLCErr, {}, 0, 0, 0},
+        {"m2 escape -2048", {2, false}, "000001 000000 1000 0000 0000 10", kplStsVLCErr, {}, 0, 0,
+         0},
+        {"m1 escape 0", {1, false}, "000001 000000 0000 0000 0000 0000 10", kplStsVLCErr, {}, 0, 0,
+         0},
+        {"m1 escape -256", {1, false}, "000001 000000 1000 0000 0000 0000 10", kplStsVLCErr, {}, 0,
+         0, 0},
+        {"escape run past 63", {2, false}, "1 0 000001 111111 0000 0000 0001 10",
+         kplStsCoefCountErr, {}, 0, 0, 0},
+        {"forbidden level before run test", {2, false}, "1 0 000001 111111 0000 0000 0000 10",
+         kplStsVLCErr, {}, 0, 0, 0},
+        {"65th coefficient", {2, false}, run64.c_str(), kplStsCoefCountErr, {}, 0, 0, 0},
+        {"B15 rejects B14-only code", {2, true, B15, B12, 0, 0, 1, Flat16},
+         "100 0000 0001 0000 0 0110", kplStsVLCErr, {}, 0, 0, 0},
+        {"EOB first in non-intra", {2, false, B15}, "0110", kplStsVLCErr, {}, 0, 0, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::vector<Kpl32u> w = words_of(c.bits);
+        const Outcome o = decode(c.setup, w);
+        ASSERT_EQ(o.st, c.st);
+        if (c.st != kplStsNoErr) {
+            expect_untouched(o, c.setup);
+            continue;
+        }
+        for (int i = 0; i < 64; ++i) {
+            const auto it = c.values.find(i);
+            EXPECT_EQ(o.block[i], it == c.values.end() ? 0 : it->second) << "index " << i;
+        }
+        EXPECT_EQ(o.count, c.count);
+        EXPECT_EQ(o.consumed, c.consumed);
+        if (c.setup.intra) {
+            EXPECT_EQ(o.pred, c.pred_out);
+        }
+    }
+}
+
+// A caller's table whose leaves are not the standard ones: a level of 32767,
+// a marker of no known form and a negative level.
+TEST(Mpeg2BlockDecode, CallerTableLeaves) {
+    const std::vector<Code> codes = {{"1", 0, 32767}, {"01", 64, 0},  {"001", 65, 0},
+                                     {"0001", 7, 0},  {"00001", 3, -5}, {"000001", 241, 240}};
+    const std::vector<Kpl32s> list = make_list(codes, true, {4, 4});
+    Table t = build(list, true);
+    struct L {
+        const char* bits;
+        KplStatus st;
+    } cases[] = {{"0001", kplStsVLCErr},
+                 {"00001 0", kplStsVLCErr},
+                 // value2 240 with run 241 is the invalid marker's own bit
+                 // pattern (e >> 8 == 0xF0F1): no code word, not a run.
+                 {"000001 0", kplStsVLCErr},
+                 {"0000001", kplStsVLCErr},
+                 {"001 000000 0000 0000 0001 01", kplStsNoErr}};
+    for (const L& c : cases) {
+        SCOPED_TRACE(c.bits);
+        std::vector<Kpl32u> w = words_of(c.bits);
+        Dec s{2, false};
+        s.coef_override = t.get();
+        const Outcome o = decode(s, w);
+        EXPECT_EQ(o.st, c.st);
+        if (c.st != kplStsNoErr) expect_untouched(o, s);
+    }
+}
+
+// Levels and weights far beyond the standards' ranges: the products need
+// more than 32 bits and the result must still be the exact quotient.
+TEST(Mpeg2BlockDecode, ExactReconstructionAtExtremes) {
+    const std::vector<Code> codes = {{"1", 0, 32767}, {"01", 64, 0}, {"001", 65, 0}, {"0001", 0, 1}};
+    const std::vector<Kpl32s> list = make_list(codes, true, {8});
+    Table t = build(list, true);
+    Rng rng(20240610);
+    SCOPED_TRACE(seed_trace(rng.seed()));
+    const std::vector<Kpl32s> zz = scan32(kZigzag);
+    for (int n = 0; n < 3000; ++n) {
+        const int version = rng.coin() ? 1 : 2;
+        const bool intra = rng.coin();
+        const int qp = rng.range(1, version == 1 ? 31 : 112);
+        std::vector<Kpl16s> w(64);
+        rng.fill_extreme(w.data(), 64);
+        const bool neg = rng.coin();
+        const bool big = rng.coin();
+        // Intra: DC size 0 (B-12 "100"); non-intra: (0, 1) "0001 0" at scan
+        // index 0. Then the level under test at scan index 1 (raster 1,
+        // index 8 of the transposed block), then EOB "01".
+        std::string bits = intra ? "100" : "0001 0";
+        bits += big ? (neg ? "1 1" : "1 0") : (neg ? "0001 1" : "0001 0");
+        bits += "01";
+        std::vector<Kpl32u> words = words_of(bits);
+        Kpl16s blk[64];
+        Kpl32s count = -1, off = 31;
+        Kpl16s pred = 0;
+        Kpl32u* p = words.data();
+        const Kpl16s* wp = w.data();
+        KplStatus st;
+        if (version == 1)
+            st = intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(&p, &off, blk, &count, &pred,
+                                                                tables().b12.get(), t.get(),
+                                                                zz.data(), qp, wp)
+                       : kpliReconstructDCTBlock_MPEG1_32s(&p, &off, blk, &count, t.get(),
+                                                           zz.data(), qp, wp);
+        else
+            st = intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(&p, &off, blk, &count, &pred,
+                                                                tables().b12.get(), t.get(),
+                                                                zz.data(), qp, wp, 0)
+                       : kpliReconstructDCTBlock_MPEG2_32s(&p, &off, blk, &count, t.get(),
+                                                           zz.data(), qp, wp);
+        ASSERT_EQ(st, kplStsNoErr);
+        const int level = (big ? 32767 : 1) * (neg ? -1 : 1);
+        const int32_t r0 = intra ? 0 : model_dequant(version, false, 1, qp, w[0]);
+        const int32_t r1 = model_dequant(version, intra, level, qp, w[1]);
+        const int32_t m63 = version == 2 && ((r0 + r1) & 1) == 0 ? 1 : 0;
+        ASSERT_EQ(blk[0], r0) << "v" << version << " qp " << qp << " w " << w[0];
+        ASSERT_EQ(blk[8], r1) << "v" << version << " intra " << intra << " qp " << qp << " w "
+                              << w[1] << " level " << level;
+        ASSERT_EQ(blk[63], m63);
+        const int expect_count = m63 != 0 ? 64 : (r1 != 0 ? 2 : (r0 != 0 ? 1 : 0));
+        ASSERT_EQ(count, expect_count);
+    }
+}
+
+TEST(Mpeg2BlockDecode, CountFollowsScanEntries) {
+    // Every scan entry names raster position 5 (or 5 + 64: only the low six
+    // bits count): the one coefficient is seen at every scan index.
+    std::vector<Kpl32s> all5(64, 5);
+    all5[63] = 5 + 64 * 3;
+    Dec s{1, false};
+    s.scan_override = all5.data();
+    std::vector<Kpl32u> w = words_of("1 0 10");
+    Outcome o = decode(s, w);
+    ASSERT_EQ(o.st, kplStsNoErr);
+    EXPECT_EQ(o.block[40], 3);
+    EXPECT_EQ(o.count, 64);
+
+    // A later coefficient that reconstructs to 0 on the same position
+    // replaces the earlier one: the count sees the final block.
+    std::vector<Kpl32s> rep = scan32(kZigzag);
+    rep[1] = 0;
+    s = Dec{1, false, B14, B12, 0, 0, 1, Flat4};
+    s.scan_override = rep.data();
+    w = words_of("0100 0 11 0 10");  // (0,2) at index 0, then (0,1) at index 1 -> 0
+    o = decode(s, w);
+    ASSERT_EQ(o.st, kplStsNoErr);
+    EXPECT_EQ(o.block[0], 0);
+    EXPECT_EQ(o.count, 0);
+}
+
+// ---- Argument checks ------------------------------------------------------------
+
+TEST(Mpeg2BlockDecode, ArgumentOrder) {
+    const Tables& t = tables();
+    const std::vector<Kpl32s> zz = scan32(kZigzag);
+    const Kpl16s* W = matrix(Default);
+    std::vector<Kpl32u> words = words_of("01 10 10");
+    enum Field { None, PP, Off, P, Blk, Cnt, Pred, DcT, Coef, Scan, Mat, OffVal, Qp, Prec };
+    struct A {
+        const char* name;
+        Field a, b;
+        int offv, qp, prec;
+        KplStatus st;
+    } cases[] = {
+        {"pp null", PP, None, 31, 1, 0, kplStsNullPtrErr},
+        {"offset ptr null", Off, None, 31, 1, 0, kplStsNullPtrErr},
+        {"stream null", P, None, 31, 1, 0, kplStsNullPtrErr},
+        {"block null", Blk, None, 31, 1, 0, kplStsNullPtrErr},
+        {"count null", Cnt, None, 31, 1, 0, kplStsNullPtrErr},
+        {"pred null", Pred, None, 31, 1, 0, kplStsNullPtrErr},
+        {"dc table null", DcT, None, 31, 1, 0, kplStsNullPtrErr},
+        {"coef null", Coef, None, 31, 1, 0, kplStsNullPtrErr},
+        {"scan null", Scan, None, 31, 1, 0, kplStsNullPtrErr},
+        {"matrix null", Mat, None, 31, 1, 0, kplStsNullPtrErr},
+        {"offset 32", None, None, 32, 1, 0, kplStsBadArgErr},
+        {"offset -1", None, None, -1, 1, 0, kplStsBadArgErr},
+        {"qp 0", None, None, 31, 0, 0, kplStsBadArgErr},
+        {"precision 4", None, None, 31, 1, 4, kplStsBadArgErr},
+        {"precision -1", None, None, 31, 1, -1, kplStsBadArgErr},
+        {"null before bad offset", Scan, None, 32, 1, 0, kplStsNullPtrErr},
+        {"null before bad qp", Mat, None, 31, 0, 4, kplStsNullPtrErr},
+        {"stream null before block null", P, Blk, 31, 1, 0, kplStsNullPtrErr},
+    };
+    for (int version = 1; version <= 2; ++version) {
+        for (int intra = 0; intra <= 1; ++intra) {
+            for (const A& c : cases) {
+                const bool intra_only = c.a == Pred || c.a == DcT || c.a == Mat || c.a == Prec ||
+                                        (c.prec != 0 && c.a == None);
+                if (!intra && intra_only) continue;
+                if (version == 1 && c.prec != 0 && c.a == None) continue;
+                SCOPED_TRACE(std::string(c.name) + (intra ? " intra" : " inter") + " v" +
+                             std::to_string(version));
+                Kpl32u* p = words.data();
+                Kpl32s off = c.offv;
+                Kpl16s blk[64];
+                for (auto& v : blk) v = kFill;
+                Kpl32s count = kCountFill;
+                Kpl16s pred = 77;
+                auto has = [&](Field f) { return c.a == f || c.b == f; };
+                Kpl32u** pp = has(PP) ? nullptr : &p;
+                if (has(P)) p = nullptr;
+                Kpl32s* po = has(Off) ? nullptr : &off;
+                Kpl16s* pb = has(Blk) ? nullptr : blk;
+                Kpl32s* pc = has(Cnt) ? nullptr : &count;
+                Kpl16s* ppred = has(Pred) ? nullptr : &pred;
+                const Kpl32s* dct = has(DcT) ? nullptr : t.b12.get();
+                const Kpl32s* coef = has(Coef) ? nullptr : t.b14.get();
+                const Kpl32s* scan = has(Scan) ? nullptr : zz.data();
+                const Kpl16s* mat = has(Mat) ? nullptr : W;
+                KplStatus st;
+                if (version == 1)
+                    st = intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(pp, po, pb, pc, ppred, dct,
+                                                                        coef, scan, c.qp, mat)
+                               : kpliReconstructDCTBlock_MPEG1_32s(pp, po, pb, pc, coef, scan, c.qp,
+                                                                   mat);
+                else
+                    st = intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(
+                                     pp, po, pb, pc, ppred, dct, coef, scan, c.qp, mat, c.prec)
+                               : kpliReconstructDCTBlock_MPEG2_32s(pp, po, pb, pc, coef, scan, c.qp,
+                                                                   mat);
+                EXPECT_EQ(st, c.st);
+                EXPECT_EQ(off, c.offv);
+                if (!has(P)) {
+                    EXPECT_EQ(p, words.data());
+                }
+                EXPECT_EQ(count, kCountFill);
+                EXPECT_EQ(pred, 77);
+                for (int i = 0; i < 64; ++i) ASSERT_EQ(blk[i], kFill);
+            }
+        }
+    }
+}
+
+TEST(Mpeg2BlockDecode, QuantiserScaleLimits) {
+    struct Q {
+        int version, qp;
+        KplStatus st;
+    } cases[] = {{1, 31, kplStsNoErr},      {1, 32, kplStsBadArgErr}, {2, 112, kplStsNoErr},
+                 {2, 113, kplStsBadArgErr}, {2, 0, kplStsBadArgErr},  {1, -1, kplStsBadArgErr}};
+    for (const Q& c : cases) {
+        for (int intra = 0; intra <= 1; ++intra) {
+            SCOPED_TRACE(std::to_string(c.version) + " qp " + std::to_string(c.qp));
+            std::vector<Kpl32u> w = words_of(intra ? "100 11 0 10" : "1 0 10");
+            Dec s{c.version, intra != 0, B14, B12, 0, 0, c.qp, Flat16};
+            const Outcome o = decode(s, w);
+            EXPECT_EQ(o.st, c.st);
+            if (c.st != kplStsNoErr) expect_untouched(o, s);
+        }
+    }
+    // The non-intra decoders take a null matrix as flat 16.
+    std::vector<Kpl32u> w = words_of("0100 0 10");
+    for (int v = 1; v <= 2; ++v) {
+        const Outcome a = decode(Dec{v, false, B14, B12, 0, 0, 3, Null}, w);
+        const Outcome b = decode(Dec{v, false, B14, B12, 0, 0, 3, Flat16}, w);
+        ASSERT_EQ(a.st, kplStsNoErr);
+        EXPECT_EQ(0, std::memcmp(a.block, b.block, sizeof a.block));
+        EXPECT_EQ(a.block[0], v == 1 ? 15 : 7);
+    }
+}
+
+// ---- The SIMD scan mask against its reference ------------------------------------
+
+TEST(Mpeg2BlockDecode, ScanMaskVariants) {
+    const auto ref = mpeg2::block_kernels_for(cpu::Isa::c).scan_mask;
+    Rng rng(77001);
+    SCOPED_TRACE(seed_trace(rng.seed()));
+    for (const auto& [isa, fn] : variants(mpeg2::block_kernels_for, &mpeg2::BlockKernels::scan_mask)) {
+        SCOPED_TRACE(cpu::isa_name(isa));
+        for (int n = 0; n < 4000; ++n) {
+            Kpl32s scan[64 + 1];
+            const int kind = n % 4;
+            for (int i = 0; i < 64; ++i) {
+                if (kind == 0) scan[i] = kZigzag[i];
+                else if (kind == 1) scan[i] = kAlternate[i];
+                else if (kind == 2) scan[i] = rng.range(0, 63);
+                else scan[i] = static_cast<Kpl32s>(rng.u32());  // high bits ignored
+            }
+            uint64_t nz = rng.u64();
+            if (n % 3 == 0) nz &= rng.u64() & rng.u64();  // sparse
+            if (n % 7 == 0) nz = uint64_t{1} << rng.range(0, 63);
+            if (n == 1) nz = ~uint64_t{0};
+            ASSERT_EQ(fn(nz, scan), ref(nz, scan)) << "n " << n;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace kplvc::test::mpeg2b
