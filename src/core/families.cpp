@@ -1,4 +1,5 @@
 #include "core/dispatch.h"
+#include "block/metrics.h"
 #include "core/vector.h"
 
 namespace kplvc {
@@ -6,6 +7,7 @@ namespace kplvc {
 // One line per kernel family; a new family adds its own line here.
 static const FamilyInfo kFamilies[] = {
     {"vector", vector_level},
+    {"metrics", block::metrics_level},
 };
 
 const FamilyInfo* families(int* count) {
