@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "block/metrics.h"
+#include "block/metrics_table.h"
 #include "core/arith.h"
 #include "core/dispatch.h"
 #include "kplvc.h"
@@ -107,14 +107,14 @@ MetricsKernels metrics_kernels_for(cpu::Isa isa) {
 }
 
 const MetricsKernels& metrics_kernels() {
-    return active_table<MetricsKernels, metrics_kernels_for>();
+    return metrics_table();
 }
 
 cpu::Isa metrics_level() { return level_in_use(cpu::Isa::avx2); }
 
 }  // namespace kplvc::block
 
-using kplvc::block::metrics_kernels;
+using kplvc::block::metrics_table;
 
 extern "C" {
 
@@ -122,7 +122,7 @@ KPLVC_API KplStatus kpliEdgesDetect16x16_8u_C1R(const Kpl8u* pSrc, Kpl32s srcSte
                                                 Kpl8u EdgePelDifference, Kpl8u EdgePelCount,
                                                 Kpl8u* pRes) {
     if (pSrc == nullptr || pRes == nullptr) return kplStsNullPtrErr;
-    *pRes = metrics_kernels().edges16x16(pSrc, srcStep, EdgePelDifference, EdgePelCount);
+    *pRes = metrics_table().edges16x16(pSrc, srcStep, EdgePelDifference, EdgePelCount);
     return kplStsNoErr;
 }
 
@@ -130,7 +130,7 @@ KPLVC_API KplStatus kpliSumsDiff16x16Blocks4x4_8u16s_C1(const Kpl8u* pSrc, Kpl32
                                                         const Kpl8u* pPred, Kpl32s predStep,
                                                         Kpl16s* pSums, Kpl16s* pDiff) {
     if (pSrc == nullptr || pPred == nullptr || pSums == nullptr) return kplStsNullPtrErr;
-    metrics_kernels().sumsdiff16x16(pSrc, srcStep, pPred, predStep, pSums, pDiff);
+    metrics_table().sumsdiff16x16(pSrc, srcStep, pPred, predStep, pSums, pDiff);
     return kplStsNoErr;
 }
 
@@ -138,13 +138,13 @@ KPLVC_API KplStatus kpliSumsDiff8x8Blocks4x4_8u16s_C1(const Kpl8u* pSrc, Kpl32s 
                                                       const Kpl8u* pPred, Kpl32s predStep,
                                                       Kpl16s* pSums, Kpl16s* pDiff) {
     if (pSrc == nullptr || pPred == nullptr || pSums == nullptr) return kplStsNullPtrErr;
-    metrics_kernels().sumsdiff8x8(pSrc, srcStep, pPred, predStep, pSums, pDiff);
+    metrics_table().sumsdiff8x8(pSrc, srcStep, pPred, predStep, pSums, pDiff);
     return kplStsNoErr;
 }
 
 KPLVC_API KplStatus kpliCountZeros8x8_16s_C1(const Kpl16s* pSrc, Kpl32s* pCount) {
     if (pSrc == nullptr || pCount == nullptr) return kplStsNullPtrErr;
-    *pCount = metrics_kernels().countzeros8x8(pSrc);
+    *pCount = metrics_table().countzeros8x8(pSrc);
     return kplStsNoErr;
 }
 
@@ -153,14 +153,14 @@ KPLVC_API KplStatus kpliComputeTextureErrorBlock_SAD_8u16s(const Kpl8u* pSrc, Kp
                                                            Kpl32s* pDstSAD) {
     if (pSrc == nullptr || pRef == nullptr || pDst == nullptr || pDstSAD == nullptr)
         return kplStsBadArgErr;
-    *pDstSAD = metrics_kernels().texture_error8x8(pSrc, srcStep, pRef, pDst);
+    *pDstSAD = metrics_table().texture_error8x8(pSrc, srcStep, pRef, pDst);
     return kplStsNoErr;
 }
 
 KPLVC_API KplStatus kpliComputeTextureErrorBlock_8u16s(const Kpl8u* pSrc, Kpl32s srcStep,
                                                        const Kpl8u* pRef, Kpl16s* pDst) {
     if (pSrc == nullptr || pRef == nullptr || pDst == nullptr) return kplStsBadArgErr;
-    metrics_kernels().texture_error8x8(pSrc, srcStep, pRef, pDst);
+    metrics_table().texture_error8x8(pSrc, srcStep, pRef, pDst);
     return kplStsNoErr;
 }
 

@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <utility>
 
-#include "block/metrics.h"
+#include "block/metrics_table.h"
 #include "core/arith.h"
 #include "kplvc.h"
 
@@ -132,7 +132,7 @@ void scalar_sad_kernels(MetricsKernels& k) {
 
 }  // namespace kplvc::block
 
-using kplvc::block::metrics_kernels;
+using kplvc::block::metrics_table;
 
 namespace {
 
@@ -155,7 +155,7 @@ KPLVC_API KplStatus kpliSAD16x16_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const 
     if (pSAD == nullptr) return kplStsNoErr;  // not checked: nothing to write to
     // The table is indexed by mcType >> 2; the mask keeps values outside
     // 0..15 (which callers must not pass) inside the four entries.
-    *pSAD = metrics_kernels().sad16x16[(mcType >> 2) & 3](pSrc, srcStep, pRef, refStep);
+    *pSAD = metrics_table().sad16x16[(mcType >> 2) & 3](pSrc, srcStep, pRef, refStep);
     return kplStsNoErr;
 }
 
@@ -163,14 +163,14 @@ KPLVC_API KplStatus kpliSAD8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, cons
                                          Kpl32s refStep, Kpl32s* pSAD, Kpl32s mcType) {
     if (pSrc == nullptr || pRef == nullptr) return kplStsNullPtrErr;
     if (pSAD == nullptr) return kplStsNoErr;  // not checked: nothing to write to
-    *pSAD = metrics_kernels().sad8x8[sad8x8_pos(mcType)](pSrc, srcStep, pRef, refStep);
+    *pSAD = metrics_table().sad8x8[sad8x8_pos(mcType)](pSrc, srcStep, pRef, refStep);
     return kplStsNoErr;
 }
 
 KPLVC_API KplStatus kpliSAD4x4_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
                                      Kpl32s refStep, Kpl32s* pSAD) {
     if (pSrc == nullptr || pRef == nullptr || pSAD == nullptr) return kplStsNullPtrErr;
-    *pSAD = metrics_kernels().sad4x4(pSrc, srcStep, pRef, refStep);
+    *pSAD = metrics_table().sad4x4(pSrc, srcStep, pRef, refStep);
     return kplStsNoErr;
 }
 
@@ -178,7 +178,7 @@ KPLVC_API KplStatus kpliSAD16x16Blocks8x8_8u16u(const Kpl8u* pSrc, Kpl32s srcSte
                                                 const Kpl8u* pRef, Kpl32s refStep,
                                                 Kpl16u* pDstSAD) {
     if (pSrc == nullptr || pRef == nullptr || pDstSAD == nullptr) return kplStsNullPtrErr;
-    metrics_kernels().sad16x16_blocks8x8(pSrc, srcStep, pRef, refStep, pDstSAD);
+    metrics_table().sad16x16_blocks8x8(pSrc, srcStep, pRef, refStep, pDstSAD);
     return kplStsNoErr;
 }
 
@@ -186,14 +186,14 @@ KPLVC_API KplStatus kpliSAD16x16Blocks4x4_8u16u(const Kpl8u* pSrc, Kpl32s srcSte
                                                 const Kpl8u* pRef, Kpl32s refStep,
                                                 Kpl16u* pDstSAD) {
     if (pSrc == nullptr || pRef == nullptr || pDstSAD == nullptr) return kplStsNullPtrErr;
-    metrics_kernels().sad16x16_blocks4x4(pSrc, srcStep, pRef, refStep, pDstSAD);
+    metrics_table().sad16x16_blocks4x4(pSrc, srcStep, pRef, refStep, pDstSAD);
     return kplStsNoErr;
 }
 
 KPLVC_API KplStatus kpliSqrDiff16x16_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
                                            Kpl32s refStep, Kpl32s mcType, Kpl32s* pSqrDiff) {
     if (pSrc == nullptr || pRef == nullptr || pSqrDiff == nullptr) return kplStsNullPtrErr;
-    *pSqrDiff = metrics_kernels().sqr16x16[(mcType & 12) >> 2](pSrc, srcStep, pRef, refStep);
+    *pSqrDiff = metrics_table().sqr16x16[(mcType & 12) >> 2](pSrc, srcStep, pRef, refStep);
     return kplStsNoErr;
 }
 
@@ -203,7 +203,7 @@ KPLVC_API KplStatus kpliSqrDiff16x16B_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, c
     if (pSrc == nullptr || pRefF == nullptr || pRefB == nullptr || pSqrDiff == nullptr)
         return kplStsNullPtrErr;
     const int idx = ((mcTypeF & 12) >> 2) | (mcTypeB & 12);
-    *pSqrDiff = metrics_kernels().sqr16x16_bi[idx](pSrc, srcStep, pRefF, refFStep, pRefB, refBStep);
+    *pSqrDiff = metrics_table().sqr16x16_bi[idx](pSrc, srcStep, pRefF, refFStep, pRefB, refBStep);
     return kplStsNoErr;
 }
 

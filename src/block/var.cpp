@@ -2,7 +2,7 @@
 // absolute deviation: scalar reference kernels and the exported entry points.
 #include <cstdlib>
 
-#include "block/metrics.h"
+#include "block/metrics_table.h"
 #include "core/arith.h"
 #include "kplvc.h"
 
@@ -136,27 +136,27 @@ void scalar_var_kernels(MetricsKernels& k) {
 
 }  // namespace kplvc::block
 
-using kplvc::block::metrics_kernels;
+using kplvc::block::metrics_table;
 
 extern "C" {
 
 KPLVC_API KplStatus kpliVariance16x16_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, Kpl32s* pVar) {
     if (pSrc == nullptr || pVar == nullptr) return kplStsNullPtrErr;
-    *pVar = metrics_kernels().variance16x16(pSrc, srcStep);
+    *pVar = metrics_table().variance16x16(pSrc, srcStep);
     return kplStsNoErr;
 }
 
 KPLVC_API KplStatus kpliVarMean8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl32s* pVar,
                                              Kpl32s* pMean) {
     if (pSrc == nullptr || pVar == nullptr || pMean == nullptr) return kplStsNullPtrErr;
-    metrics_kernels().varmean8x8_8u(pSrc, srcStep, pVar, pMean);
+    metrics_table().varmean8x8_8u(pSrc, srcStep, pVar, pMean);
     return kplStsNoErr;
 }
 
 KPLVC_API KplStatus kpliVarMean8x8_16s32s_C1R(const Kpl16s* pSrc, Kpl32s srcStep, Kpl32s* pVar,
                                               Kpl32s* pMean) {
     if (pSrc == nullptr || pVar == nullptr || pMean == nullptr) return kplStsNullPtrErr;
-    metrics_kernels().varmean8x8_16s(pSrc, srcStep, pVar, pMean);
+    metrics_table().varmean8x8_16s(pSrc, srcStep, pVar, pMean);
     return kplStsNoErr;
 }
 
@@ -167,7 +167,7 @@ KPLVC_API KplStatus kpliVarMeanDiff16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s src
     if (pSrc == nullptr || pRef == nullptr || pSrcSum == nullptr || pVar == nullptr ||
         pMean == nullptr)
         return kplStsNullPtrErr;
-    metrics_kernels().varmeandiff16x16[(mcType & 12) >> 2](pSrc, srcStep, pRef, refStep, pSrcSum,
+    metrics_table().varmeandiff16x16[(mcType & 12) >> 2](pSrc, srcStep, pRef, refStep, pSrcSum,
                                                            pVar, pMean);
     return kplStsNoErr;
 }
@@ -179,7 +179,7 @@ KPLVC_API KplStatus kpliVarMeanDiff16x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcS
     if (pSrc == nullptr || pRef == nullptr || pSrcSum == nullptr || pVar == nullptr ||
         pMean == nullptr)
         return kplStsNullPtrErr;
-    metrics_kernels().varmeandiff16x8[(mcType & 12) >> 2](pSrc, srcStep, pRef, refStep, pSrcSum,
+    metrics_table().varmeandiff16x8[(mcType & 12) >> 2](pSrc, srcStep, pRef, refStep, pSrcSum,
                                                           pVar, pMean);
     return kplStsNoErr;
 }
@@ -187,7 +187,7 @@ KPLVC_API KplStatus kpliVarMeanDiff16x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcS
 KPLVC_API KplStatus kpliMeanAbsDev16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl32s* pDst) {
     if (pSrc == nullptr) return kplStsNullPtrErr;
     if (pDst == nullptr) return kplStsNoErr;  // not checked: nothing to write to
-    *pDst = metrics_kernels().meanabsdev16x16(pSrc, srcStep);
+    *pDst = metrics_table().meanabsdev16x16(pSrc, srcStep);
     return kplStsNoErr;
 }
 

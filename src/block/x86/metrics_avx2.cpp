@@ -90,10 +90,34 @@ inline __m256i sqr_row(__m128i s, __m128i p) {
     return _mm256_madd_epi16(d, d);
 }
 
-int32_t sad16x16_ff(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs) {
+// Two rows per register, each prediction formed from its own loads (three
+// loads a cycle make reloading cheaper than shuffling rows across lanes).
+inline __m256i hh_fix2(__m256i a, __m256i b, __m256i c, __m256i d) {
+    const __m256i h0 = _mm256_avg_epu8(a, b), h1 = _mm256_avg_epu8(c, d);
+    const __m256i lost = _mm256_or_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(c, d));
+    const __m256i err = _mm256_and_si256(_mm256_and_si256(lost, _mm256_xor_si256(h0, h1)), _mm256_set1_epi8(1));
+    return _mm256_sub_epi8(_mm256_avg_epu8(h0, h1), err);
+}
+
+template <int P>
+inline __m256i pred_rows2(const uint8_t* r, int32_t rs) {
+    if constexpr (P == kFF) {
+        return ld16x2(r, rs);
+    } else if constexpr (P == kFH) {
+        return _mm256_avg_epu8(ld16x2(r, rs), ld16x2(next(r, rs), rs));
+    } else if constexpr (P == kHF) {
+        return _mm256_avg_epu8(ld16x2(r, rs), ld16x2(r + 1, rs));
+    } else {
+        const uint8_t* r1 = next(r, rs);
+        return hh_fix2(ld16x2(r, rs), ld16x2(r + 1, rs), ld16x2(r1, rs), ld16x2(r1 + 1, rs));
+    }
+}
+
+template <int P>
+int32_t sad16x16(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs) {
     __m256i acc = _mm256_setzero_si256();
     for (int y = 0; y < 16; y += 2) {
-        acc = _mm256_add_epi64(acc, _mm256_sad_epu8(ld16x2(row_at(s, ss, y), ss), ld16x2(row_at(r, rs, y), rs)));
+        acc = _mm256_add_epi64(acc, _mm256_sad_epu8(ld16x2(row_at(s, ss, y), ss), pred_rows2<P>(row_at(r, rs, y), rs)));
     }
     return hsum32(acc);
 }
@@ -137,7 +161,10 @@ int32_t variance16x16(const uint8_t* p, int32_t ps) {
 }  // namespace
 
 void upgrade_metrics(block::MetricsKernels& k) {
-    k.sad16x16[kFF] = sad16x16_ff;
+    k.sad16x16[kFF] = sad16x16<kFF>;
+    k.sad16x16[kFH] = sad16x16<kFH>;
+    k.sad16x16[kHF] = sad16x16<kHF>;
+    k.sad16x16[kHH] = sad16x16<kHH>;
     k.sqr16x16[kFF] = sqr16x16<kFF>;
     k.sqr16x16[kFH] = sqr16x16<kFH>;
     k.sqr16x16[kHF] = sqr16x16<kHF>;
