@@ -144,17 +144,21 @@ void fill_bi(block::BiMetricFn* t, std::integer_sequence<int, PB...>) {
     ((t[PF | (PB << 2)] = sqr16x16_bi<PF, PB>), ...);
 }
 
-// S by psadbw against zero on row pairs, Q by pmaddwd of widened rows.
+// One row widened to sixteen 16-bit lanes: S accumulates in those lanes
+// (16 rows of at most 255: 4080), Q through pmaddwd in eight 32-bit lanes
+// (at most 16 * 2 * 255^2 = 2 080 800 each). Two Q accumulators keep the
+// dependency chains short.
 int32_t variance16x16(const uint8_t* p, int32_t ps) {
-    const __m256i z = _mm256_setzero_si256();
-    __m256i s = z, q = z;
+    __m256i s = _mm256_setzero_si256(), q0 = s, q1 = s;
     for (int y = 0; y < 16; y += 2) {
-        const __m256i v = ld16x2(row_at(p, ps, y), ps);
-        s = _mm256_add_epi64(s, _mm256_sad_epu8(v, z));
-        const __m256i lo = _mm256_unpacklo_epi8(v, z), hi = _mm256_unpackhi_epi8(v, z);
-        q = _mm256_add_epi32(q, _mm256_add_epi32(_mm256_madd_epi16(lo, lo), _mm256_madd_epi16(hi, hi)));
+        const __m256i a = _mm256_cvtepu8_epi16(ld16(row_at(p, ps, y)));
+        const __m256i b = _mm256_cvtepu8_epi16(ld16(row_at(p, ps, y + 1)));
+        s = _mm256_add_epi16(s, _mm256_add_epi16(a, b));
+        q0 = _mm256_add_epi32(q0, _mm256_madd_epi16(a, a));
+        q1 = _mm256_add_epi32(q1, _mm256_madd_epi16(b, b));
     }
-    const int32_t S = hsum32(s), Q = hsum32(q);
+    const int32_t S = hsum32(_mm256_madd_epi16(s, _mm256_set1_epi16(1)));
+    const int32_t Q = hsum32(_mm256_add_epi32(q0, q1));
     return Q - mul32w(S, S) / 256;
 }
 
