@@ -70,7 +70,9 @@ struct Block {
     }
 };
 
-std::string what(Rng& rng, int iter) { return kplvc::test::seed_trace(rng.seed()) + " iter " + std::to_string(iter); }
+std::string what(Rng& rng, int iter) {
+    return (testing::Message() << kplvc::test::seed_trace(rng.seed()) << " iter " << iter).GetString();
+}
 
 void check_block_metric(kplvc::block::BlockMetricFn ref, kplvc::block::BlockMetricFn fn, int width) {
     Rng rng(0x5AD0 + static_cast<uint64_t>(width));
@@ -85,7 +87,7 @@ void check_block_metric(kplvc::block::BlockMetricFn ref, kplvc::block::BlockMetr
 TEST(MetricsVariants, SadAndSqrEveryPosition) {
     int tested = 0;
     for (int pos = 0; pos < 4; ++pos) {
-        SCOPED_TRACE("position " + std::to_string(pos));
+        SCOPED_TRACE(testing::Message() << "position " << pos);
         tested += each_variant([pos](const MetricsKernels& k) { return k.sad16x16[pos]; },
                                [](auto ref, auto fn) { check_block_metric(ref, fn, 16); });
         tested += each_variant([pos](const MetricsKernels& k) { return k.sad8x8[pos]; },
@@ -95,12 +97,14 @@ TEST(MetricsVariants, SadAndSqrEveryPosition) {
     }
     tested += each_variant([](const MetricsKernels& k) { return k.sad4x4; },
                            [](auto ref, auto fn) { check_block_metric(ref, fn, 4); });
-    if (kplvc::cpu::supports(Isa::sse2)) EXPECT_GE(tested, 13);
+    if (kplvc::cpu::supports(Isa::sse2)) {
+        EXPECT_GE(tested, 13);
+    }
 }
 
 TEST(MetricsVariants, BidirectionalEveryPair) {
     for (int idx = 0; idx < 16; ++idx) {
-        SCOPED_TRACE("pair " + std::to_string(idx));
+        SCOPED_TRACE(testing::Message() << "pair " << idx);
         each_variant([idx](const MetricsKernels& k) { return k.sqr16x16_bi[idx]; }, [idx](auto ref, auto fn) {
             Rng rng(0xB1D0 + static_cast<uint64_t>(idx));
             for (int i = 0; i < kIters / 2; ++i) {
@@ -179,7 +183,7 @@ TEST(MetricsVariants, VariancesAndMeans) {
 TEST(MetricsVariants, VarMeanDiffEveryPosition) {
     for (int quarters : {4, 2}) {
         for (int pos = 0; pos < 4; ++pos) {
-            SCOPED_TRACE("quarters " + std::to_string(quarters) + " position " + std::to_string(pos));
+            SCOPED_TRACE(testing::Message() << "quarters " << quarters << " position " << pos);
             each_variant(
                 [pos, quarters](const MetricsKernels& k) {
                     return quarters == 4 ? k.varmeandiff16x16[pos] : k.varmeandiff16x8[pos];
