@@ -280,6 +280,33 @@ int32_t meanabsdev16x16(const uint8_t* p, int32_t ps) {
     return hsum64(d);
 }
 
+// ---- Edge detection ------------------------------------------------------------
+
+// One row at a time, as the reference: byte absolute differences with the
+// right neighbour (the row shifted by one byte, so nothing past column 15 is
+// read) and with the row below, clamped to 127 so that the signed byte
+// compare against the threshold matches; column 15 is masked off. The
+// decision after each row is the reference's byte arithmetic on the count.
+uint8_t edges16x16(const uint8_t* p, int32_t ps, uint8_t pel_diff, uint8_t pel_count) {
+    const __m128i thr = _mm_set1_epi8(static_cast<char>(pel_diff));
+    const __m128i cap = _mm_set1_epi8(127);
+    const uint8_t c = static_cast<uint8_t>(0u - pel_count);
+    uint32_t n = 0;
+    __m128i a = ld16(p);
+    for (int y = 0; y < 15; ++y) {
+        p = next(p, ps);
+        const __m128i below = ld16(p);
+        const __m128i right = _mm_srli_si128(a, 1);
+        const __m128i dh = _mm_min_epu8(_mm_or_si128(_mm_subs_epu8(a, right), _mm_subs_epu8(right, a)), cap);
+        const __m128i dv = _mm_min_epu8(_mm_or_si128(_mm_subs_epu8(a, below), _mm_subs_epu8(below, a)), cap);
+        const __m128i edge = _mm_or_si128(_mm_cmpgt_epi8(dh, thr), _mm_cmpgt_epi8(dv, thr));
+        n += static_cast<uint32_t>(__builtin_popcount(static_cast<unsigned>(_mm_movemask_epi8(edge)) & 0x7FFFu));
+        if (static_cast<uint8_t>(255u * n) < c) return 1;
+        a = below;
+    }
+    return 0;
+}
+
 // ---- Sums of differences, zero count, texture error ----------------------------
 
 // Per band of four rows: the 16-bit differences of each row (columns 0-7 and
@@ -383,6 +410,7 @@ void upgrade_metrics(block::MetricsKernels& k) {
     k.varmeandiff16x8[kHF] = varmeandiff<8, kHF>;
     k.varmeandiff16x8[kHH] = varmeandiff<8, kHH>;
     k.meanabsdev16x16 = meanabsdev16x16;
+    k.edges16x16 = edges16x16;
     k.sumsdiff16x16 = sumsdiff<16>;
     k.sumsdiff8x8 = sumsdiff<8>;
     k.countzeros8x8 = countzeros8x8;
