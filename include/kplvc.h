@@ -366,6 +366,131 @@ KPLVC_API KplStatus kpliGetDiff4x4_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurS
 /* Block matching metrics                                                    */
 /* ------------------------------------------------------------------------ */
 /* @metrics-begin */
+/* Block-matching metrics. Sub-sample positions take the KPLVC_MC_APX_*
+ * values; a half position predicts (a + b + 1) >> 1 and the centre of four
+ * (a + b + c + d + 2) >> 2 (no rounding control). A half position reads one
+ * more column and/or row of the reference than the block. Steps and mcType
+ * are never checked. Every function returns 0 after its work. */
+
+/* *pSAD = sum of |cur - pred| over 16x16, pred at position mcType >> 2
+ * (mcType 0..15; larger values are a caller error and are reduced modulo 4).
+ * Statuses: -8 pSrc or pRef null. pSAD is not checked: when it is null
+ * nothing is written and 0 is returned. */
+KPLVC_API KplStatus kpliSAD16x16_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                       Kpl32s refStep, Kpl32s* pSAD, Kpl32s mcType);
+
+/* As kpliSAD16x16_8u32s over 8x8, with the position chosen by exact value:
+ * 0 full, 8 horizontal half, 4 vertical half, any other value (1, 2, 12,
+ * ...) the centre of four. Statuses: -8 pSrc or pRef null; a null pSAD is
+ * not checked (nothing written, 0 returned). */
+KPLVC_API KplStatus kpliSAD8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                         Kpl32s refStep, Kpl32s* pSAD, Kpl32s mcType);
+
+/* *pSAD = full-sample SAD over 4x4. Statuses: -8 pSrc, pRef or pSAD null. */
+KPLVC_API KplStatus kpliSAD4x4_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                     Kpl32s refStep, Kpl32s* pSAD);
+
+/* pDstSAD[0..3] = full-sample SADs of the four 8x8 quarters of a 16x16
+ * block, raster order. Statuses: -8 any pointer null. */
+KPLVC_API KplStatus kpliSAD16x16Blocks8x8_8u16u(const Kpl8u* pSrc, Kpl32s srcStep,
+                                                const Kpl8u* pRef, Kpl32s refStep,
+                                                Kpl16u* pDstSAD);
+
+/* pDstSAD[0..15] = full-sample SADs of the sixteen 4x4 sub-blocks of a
+ * 16x16 block, raster order. Statuses: -8 any pointer null. */
+KPLVC_API KplStatus kpliSAD16x16Blocks4x4_8u16u(const Kpl8u* pSrc, Kpl32s srcStep,
+                                                const Kpl8u* pRef, Kpl32s refStep,
+                                                Kpl16u* pDstSAD);
+
+/* *pSqrDiff = sum of (cur - pred)^2 over 16x16, pred at position mcType & 12.
+ * Statuses: -8 pSrc, pRef or pSqrDiff null. */
+KPLVC_API KplStatus kpliSqrDiff16x16_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                           Kpl32s refStep, Kpl32s mcType, Kpl32s* pSqrDiff);
+
+/* *pSqrDiff = sum of ((pF + pB + 1) >> 1 - cur)^2 over 16x16, pF from pRefF
+ * at mcTypeF & 12, pB from pRefB at mcTypeB & 12.
+ * Statuses: -8 pSrc, pRefF, pRefB or pSqrDiff null. */
+KPLVC_API KplStatus kpliSqrDiff16x16B_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRefF,
+                                            Kpl32s refFStep, Kpl32s mcTypeF, const Kpl8u* pRefB,
+                                            Kpl32s refBStep, Kpl32s mcTypeB, Kpl32s* pSqrDiff);
+
+/* With S = sum x and Q = sum x^2 over 16x16: *pVar = Q - (S * S) / 256, the
+ * product taken modulo 2^32 as a signed value (it wraps for bright blocks)
+ * and the quotient truncated toward zero. 256 times the variance.
+ * Statuses: -8 pSrc or pVar null. */
+KPLVC_API KplStatus kpliVariance16x16_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, Kpl32s* pVar);
+
+/* Over 8x8: *pVar = (64 Q - S * S) / 4096 truncated toward zero (the
+ * variance), *pMean = S (the plain sum). Statuses: -8 any pointer null. */
+KPLVC_API KplStatus kpliVarMean8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl32s* pVar,
+                                             Kpl32s* pMean);
+
+/* As kpliVarMean8x8_8u32s_C1R on signed 16-bit samples (srcStep in bytes):
+ * S and Q are 32-bit sums (Q wraps modulo 2^32 and is read as signed), the
+ * variance is formed in 64 bits. Statuses: -8 any pointer null. */
+KPLVC_API KplStatus kpliVarMean8x8_16s32s_C1R(const Kpl16s* pSrc, Kpl32s srcStep, Kpl32s* pVar,
+                                              Kpl32s* pMean);
+
+/* Per 8x8 quarter k (raster order) of the prediction error d = cur - pred,
+ * pred at mcType & 12: pMean[k] = (pSrcSum[k] - sum pred) / 8 and
+ * pVar[k] = (sum d^2 - pMean[k]^2) / 64, or 0 when that is not positive
+ * (divisions truncate toward zero). pSrcSum[k] is the caller's sum of the
+ * current samples of quarter k. Four quarters. Statuses: -8 any pointer null. */
+KPLVC_API KplStatus kpliVarMeanDiff16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep,
+                                                   const Kpl8u* pRef, Kpl32s refStep,
+                                                   const Kpl32s* pSrcSum, Kpl32s* pVar,
+                                                   Kpl32s* pMean, Kpl32s mcType);
+
+/* As kpliVarMeanDiff16x16_8u32s_C1R for a 16x8 block (two quarters). */
+KPLVC_API KplStatus kpliVarMeanDiff16x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep,
+                                                  const Kpl8u* pRef, Kpl32s refStep,
+                                                  const Kpl32s* pSrcSum, Kpl32s* pVar,
+                                                  Kpl32s* pMean, Kpl32s mcType);
+
+/* *pDst = sum over 16x16 of |x - m|, m = (sum x + 128) >> 8.
+ * Statuses: -8 pSrc null. pDst is not checked: when it is null nothing is
+ * written and 0 is returned. */
+KPLVC_API KplStatus kpliMeanAbsDev16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl32s* pDst);
+
+/* *pRes = 1 when the block has more edge samples than EdgePelCount, else 0.
+ * Rows 0..14 are scanned in order; sample (x, y), x < 15, is an edge sample
+ * when min(|p(x,y) - p(x+1,y)|, 127) or min(|p(x,y) - p(x,y+1)|, 127)
+ * exceeds EdgePelDifference compared as signed bytes (128..255 count every
+ * sample). After each row, with n the edges so far, the scan stops with 1
+ * when (255 n) mod 256 < (-EdgePelCount) mod 256 as unsigned bytes, so a
+ * first row without edges yields 1 for any non-zero EdgePelCount.
+ * Statuses: -8 pSrc or pRes null. */
+KPLVC_API KplStatus kpliEdgesDetect16x16_8u_C1R(const Kpl8u* pSrc, Kpl32s srcStep,
+                                                Kpl8u EdgePelDifference, Kpl8u EdgePelCount,
+                                                Kpl8u* pRes);
+
+/* pSums[k] = sum of pSrc - pPred over 4x4 sub-block k (raster order, 16
+ * sub-blocks). When pDiff is not null it receives the differences sub-block
+ * by sub-block: pDiff[16k + 4 row + column]. Statuses: -8 pSrc, pPred or
+ * pSums null. */
+KPLVC_API KplStatus kpliSumsDiff16x16Blocks4x4_8u16s_C1(const Kpl8u* pSrc, Kpl32s srcStep,
+                                                        const Kpl8u* pPred, Kpl32s predStep,
+                                                        Kpl16s* pSums, Kpl16s* pDiff);
+
+/* As kpliSumsDiff16x16Blocks4x4_8u16s_C1 for an 8x8 block (4 sub-blocks). */
+KPLVC_API KplStatus kpliSumsDiff8x8Blocks4x4_8u16s_C1(const Kpl8u* pSrc, Kpl32s srcStep,
+                                                      const Kpl8u* pPred, Kpl32s predStep,
+                                                      Kpl16s* pSums, Kpl16s* pDiff);
+
+/* *pCount = number of the 64 coefficients equal to 0.
+ * Statuses: -8 pSrc or pCount null. */
+KPLVC_API KplStatus kpliCountZeros8x8_16s_C1(const Kpl16s* pSrc, Kpl32s* pCount);
+
+/* pDst[8y + x] = src(x, y) - pRef[8y + x] over 8x8 (pRef packed, 8 bytes a
+ * row), *pDstSAD = sum of |pDst[i]|. Statuses: -5 (not -8) any pointer null. */
+KPLVC_API KplStatus kpliComputeTextureErrorBlock_SAD_8u16s(const Kpl8u* pSrc, Kpl32s srcStep,
+                                                           const Kpl8u* pRef, Kpl16s* pDst,
+                                                           Kpl32s* pDstSAD);
+
+/* As kpliComputeTextureErrorBlock_SAD_8u16s without the SAD.
+ * Statuses: -5 (not -8) any pointer null. */
+KPLVC_API KplStatus kpliComputeTextureErrorBlock_8u16s(const Kpl8u* pSrc, Kpl32s srcStep,
+                                                       const Kpl8u* pRef, Kpl16s* pDst);
 /* @metrics-end */
 
 /* ------------------------------------------------------------------------ */

@@ -1,5 +1,6 @@
 #include "block/dct.h"
 #include "core/dispatch.h"
+#include "block/metrics.h"
 #include "core/vector.h"
 #include "h263/quant.h"
 #include "h263/recon.h"
@@ -30,6 +31,7 @@ static const FamilyInfo kFamilies[] = {
     {"mc", mc::mc_level},
     {"blockcopy", block::blockcopy_level},
     {"mpeg2block", mpeg2::block_level},
+    {"metrics", block::metrics_level},
 };
 
 const FamilyInfo* families(int* count) {

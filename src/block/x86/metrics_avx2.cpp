@@ -1,0 +1,205 @@
+// AVX2 block-matching metrics for 16-wide blocks: two rows per 256-bit
+// register for byte SADs, and one widened row (16 x 16-bit) per register for
+// squares and variances. Half-sample rows are formed in 128-bit registers
+// with the same pavgb construction as the SSE2 kernels (see metrics_sse2.cpp
+// for why the centre-of-four correction is exact).
+#include <immintrin.h>
+
+#include <utility>
+
+#include "block/metrics.h"
+#include "core/arith.h"
+
+namespace kplvc::x86::avx2 {
+namespace {
+
+using block::kFF;
+using block::kFH;
+using block::kHF;
+using block::kHH;
+
+inline __m128i ld16(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+inline const uint8_t* next(const uint8_t* p, int32_t step) { return row_at(p, step, 1); }
+// Row p in the low lane, row p + step in the high lane.
+inline __m256i ld16x2(const uint8_t* p, int32_t step) {
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(ld16(p)), ld16(next(p, step)), 1);
+}
+
+inline __m128i hh_fix(__m128i h0, __m128i x0, __m128i h1, __m128i x1) {
+    const __m128i one = _mm_set1_epi8(1);
+    const __m128i err = _mm_and_si128(_mm_and_si128(_mm_or_si128(x0, x1), _mm_xor_si128(h0, h1)), one);
+    return _mm_sub_epi8(_mm_avg_epu8(h0, h1), err);
+}
+
+template <int P>
+inline __m128i pred_row(const uint8_t* r, int32_t rs) {
+    if constexpr (P == kFF) {
+        return ld16(r);
+    } else if constexpr (P == kFH) {
+        return _mm_avg_epu8(ld16(r), ld16(next(r, rs)));
+    } else if constexpr (P == kHF) {
+        return _mm_avg_epu8(ld16(r), ld16(r + 1));
+    } else {
+        const uint8_t* r1 = next(r, rs);
+        const __m128i a = ld16(r), b = ld16(r + 1), c = ld16(r1), d = ld16(r1 + 1);
+        return hh_fix(_mm_avg_epu8(a, b), _mm_xor_si128(a, b), _mm_avg_epu8(c, d), _mm_xor_si128(c, d));
+    }
+}
+
+// The prediction of a 16-wide block row by row, carrying the vertical
+// neighbour (and for the centre of four its row average and lost bits), so
+// each reference row is loaded once.
+template <int P>
+struct RowPredictor {
+    const uint8_t* r;
+    int32_t rs;
+    __m128i h, x;
+
+    RowPredictor(const uint8_t* ref, int32_t step) : r(ref), rs(step), h(_mm_setzero_si128()), x(h) {
+        if constexpr (P == kFH) {
+            h = ld16(r);
+        } else if constexpr (P == kHH) {
+            const __m128i a = ld16(r), b = ld16(r + 1);
+            h = _mm_avg_epu8(a, b);
+            x = _mm_xor_si128(a, b);
+        }
+    }
+    inline __attribute__((always_inline)) __m128i row() {
+        if constexpr (P == kFF || P == kHF) {
+            const __m128i v = pred_row<P>(r, rs);
+            r = next(r, rs);
+            return v;
+        } else if constexpr (P == kFH) {
+            r = next(r, rs);
+            const __m128i bot = ld16(r);
+            const __m128i v = _mm_avg_epu8(h, bot);
+            h = bot;
+            return v;
+        } else {
+            r = next(r, rs);
+            const __m128i a = ld16(r), b = ld16(r + 1);
+            const __m128i h1 = _mm_avg_epu8(a, b), x1 = _mm_xor_si128(a, b);
+            const __m128i v = hh_fix(h, x, h1, x1);
+            h = h1;
+            x = x1;
+            return v;
+        }
+    }
+};
+
+template <int P, class Acc>
+inline __attribute__((always_inline)) void walk16(const uint8_t* s, int32_t ss, const uint8_t* r,
+                                                  int32_t rs, Acc&& acc) {
+    RowPredictor<P> pr(r, rs);
+    for (int y = 0; y < 16; ++y, s = next(s, ss)) acc(ld16(s), pr.row());
+}
+
+inline int32_t hsum32(__m256i v) {
+    __m128i x = _mm_add_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    x = _mm_add_epi32(x, _mm_unpackhi_epi64(x, x));
+    x = _mm_add_epi32(x, _mm_shuffle_epi32(x, 0x55));
+    return _mm_cvtsi128_si32(x);
+}
+
+// Eight int32 lanes of squared differences of one 16-byte row pair; each
+// lane takes two squares (at most 130050).
+inline __m256i sqr_row(__m128i s, __m128i p) {
+    const __m256i d = _mm256_sub_epi16(_mm256_cvtepu8_epi16(s), _mm256_cvtepu8_epi16(p));
+    return _mm256_madd_epi16(d, d);
+}
+
+// Two rows per register, each prediction formed from its own loads (three
+// loads a cycle make reloading cheaper than shuffling rows across lanes).
+inline __m256i hh_fix2(__m256i a, __m256i b, __m256i c, __m256i d) {
+    const __m256i h0 = _mm256_avg_epu8(a, b), h1 = _mm256_avg_epu8(c, d);
+    const __m256i lost = _mm256_or_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(c, d));
+    const __m256i err = _mm256_and_si256(_mm256_and_si256(lost, _mm256_xor_si256(h0, h1)), _mm256_set1_epi8(1));
+    return _mm256_sub_epi8(_mm256_avg_epu8(h0, h1), err);
+}
+
+template <int P>
+inline __m256i pred_rows2(const uint8_t* r, int32_t rs) {
+    if constexpr (P == kFF) {
+        return ld16x2(r, rs);
+    } else if constexpr (P == kFH) {
+        return _mm256_avg_epu8(ld16x2(r, rs), ld16x2(next(r, rs), rs));
+    } else if constexpr (P == kHF) {
+        return _mm256_avg_epu8(ld16x2(r, rs), ld16x2(r + 1, rs));
+    } else {
+        const uint8_t* r1 = next(r, rs);
+        return hh_fix2(ld16x2(r, rs), ld16x2(r + 1, rs), ld16x2(r1, rs), ld16x2(r1 + 1, rs));
+    }
+}
+
+template <int P>
+int32_t sad16x16(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs) {
+    __m256i acc = _mm256_setzero_si256();
+    for (int y = 0; y < 16; y += 2) {
+        acc = _mm256_add_epi64(acc, _mm256_sad_epu8(ld16x2(row_at(s, ss, y), ss), pred_rows2<P>(row_at(r, rs, y), rs)));
+    }
+    return hsum32(acc);
+}
+
+template <int P>
+int32_t sqr16x16(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs) {
+    __m256i acc = _mm256_setzero_si256();
+    walk16<P>(s, ss, r, rs, [&](__m128i a, __m128i p) { acc = _mm256_add_epi32(acc, sqr_row(a, p)); });
+    return hsum32(acc);
+}
+
+template <int PF, int PB>
+int32_t sqr16x16_bi(const uint8_t* s, int32_t ss, const uint8_t* f, int32_t fs, const uint8_t* b, int32_t bs) {
+    __m256i acc = _mm256_setzero_si256();
+    RowPredictor<PF> pf(f, fs);
+    RowPredictor<PB> pb(b, bs);
+    for (int y = 0; y < 16; ++y, s = next(s, ss)) {
+        const __m128i p = _mm_avg_epu8(pf.row(), pb.row());
+        acc = _mm256_add_epi32(acc, sqr_row(ld16(s), p));
+    }
+    return hsum32(acc);
+}
+
+template <int PF, int... PB>
+void fill_bi(block::BiMetricFn* t, std::integer_sequence<int, PB...>) {
+    ((t[PF | (PB << 2)] = sqr16x16_bi<PF, PB>), ...);
+}
+
+// One row widened to sixteen 16-bit lanes: S accumulates in those lanes
+// (16 rows of at most 255: 4080), Q through pmaddwd in eight 32-bit lanes
+// (at most 16 * 2 * 255^2 = 2 080 800 each). Two Q accumulators keep the
+// dependency chains short.
+int32_t variance16x16(const uint8_t* p, int32_t ps) {
+    __m256i s = _mm256_setzero_si256(), q0 = s, q1 = s;
+    for (int y = 0; y < 16; y += 2) {
+        const __m256i a = _mm256_cvtepu8_epi16(ld16(row_at(p, ps, y)));
+        const __m256i b = _mm256_cvtepu8_epi16(ld16(row_at(p, ps, y + 1)));
+        s = _mm256_add_epi16(s, _mm256_add_epi16(a, b));
+        q0 = _mm256_add_epi32(q0, _mm256_madd_epi16(a, a));
+        q1 = _mm256_add_epi32(q1, _mm256_madd_epi16(b, b));
+    }
+    const int32_t S = hsum32(_mm256_madd_epi16(s, _mm256_set1_epi16(1)));
+    const int32_t Q = hsum32(_mm256_add_epi32(q0, q1));
+    return Q - mul32w(S, S) / 256;
+}
+
+}  // namespace
+
+void upgrade_metrics(block::MetricsKernels& k) {
+    // Full and vertical-half 16x16 SADs: no gain over the reference, which
+    // the compiler already turns into psadbw / pavgb code; the block is
+    // bound by its 32 row loads either way.
+    k.sad16x16[kHF] = sad16x16<kHF>;
+    k.sad16x16[kHH] = sad16x16<kHH>;
+    k.sqr16x16[kFF] = sqr16x16<kFF>;
+    k.sqr16x16[kFH] = sqr16x16<kFH>;
+    k.sqr16x16[kHF] = sqr16x16<kHF>;
+    k.sqr16x16[kHH] = sqr16x16<kHH>;
+    constexpr std::integer_sequence<int, 0, 1, 2, 3> all{};
+    fill_bi<kFF>(k.sqr16x16_bi, all);
+    fill_bi<kFH>(k.sqr16x16_bi, all);
+    fill_bi<kHF>(k.sqr16x16_bi, all);
+    fill_bi<kHH>(k.sqr16x16_bi, all);
+    k.variance16x16 = variance16x16;
+}
+
+}  // namespace kplvc::x86::avx2
