@@ -265,10 +265,11 @@ constexpr Edge4Fn kModes4x4[9] = {p4_vertical_c,       p4_horizontal_c,     p4_d
                                   p4_horizontal_down_c, p4_vertical_left_c,  p4_horizontal_up_c};
 
 template <int M>
-void pred4x4_c(uint8_t* d, int32_t step, int32_t avail) {
+int32_t pred4x4_c(uint8_t* d, int32_t step, int32_t avail) {
     alignas(16) uint8_t e[kEdge4Size] = {};
     gather4x4(d, step, M, avail, e);
     kModes4x4[M](d, step, e, avail);
+    return status4x4(M, avail);
 }
 
 constexpr PredKernels kScalar = {
@@ -277,13 +278,6 @@ constexpr PredKernels kScalar = {
     {vertical_c<16>, horizontal_c<16>, dc16_c, plane16_c},
     {dc_chroma_c, horizontal_c<8>, vertical_c<8>, plane_chroma_c},
 };
-
-// The neighbours each 4x4 mode needs present to predict without the warning.
-constexpr int32_t needed4x4(int m) {
-    return (kUsesTop[m] ? kAvailTop : 0) | (kUsesLeft[m] ? kAvailLeft : 0) | (kUsesCorner[m] ? kAvailCorner : 0);
-}
-constexpr int32_t kNeeded4x4[9] = {needed4x4(0), needed4x4(1), needed4x4(2), needed4x4(3), needed4x4(4),
-                                   needed4x4(5), needed4x4(6), needed4x4(7), needed4x4(8)};
 
 }  // namespace
 
@@ -314,11 +308,8 @@ KPLVC_API KplStatus kpliPredictIntra_4x4_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s src
     if (srcDstStep < 4) return kplStsStepErr;
     if (static_cast<uint32_t>(predMode) > 8) return kplStsOutOfRangeErr;
 
-    // A missing top, left or corner that the mode reads is replaced by 128
-    // with the warning; a missing above-right run is replaced silently.
-    const int32_t need = kNeeded4x4[predMode];
-    pred_kernels().pred4x4[predMode](pSrcDst, srcDstStep, availability);
-    return (availability & need) == need ? kplStsNoErr : kplStsNoNeighbourWrn;
+    static_assert(kNoNeighbourWarning == kplStsNoNeighbourWrn && kplStsNoErr == 0);
+    return pred_kernels().pred4x4[predMode](pSrcDst, srcDstStep, availability);
 }
 
 KPLVC_API KplStatus kpliPredictIntra_16x16_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,

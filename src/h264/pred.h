@@ -35,7 +35,19 @@ constexpr bool kUsesTopRight[9] = {false, false, false, true, false, false, fals
 // neighbours its mode uses, only those avail marks present, and substitutes
 // the others: 128 for a missing top, left or corner, T[3] for a missing
 // above-right run. DC averages what is present (128 if nothing is).
-using Pred4x4Fn = void (*)(uint8_t* dst, int32_t step, int32_t avail);
+// Returns the entry point's status: kNoNeighbourWarning when a top, left or
+// corner sample the mode reads was substituted, else 0. (Returning it from
+// the kernel lets the entry point end in a plain jump to it.)
+using Pred4x4Fn = int32_t (*)(uint8_t* dst, int32_t step, int32_t avail);
+constexpr int32_t kNoNeighbourWarning = 11;
+
+// The neighbours each 4x4 mode needs present to predict without the warning.
+constexpr int32_t needed4x4(int m) {
+    return (kUsesTop[m] ? kAvailTop : 0) | (kUsesLeft[m] ? kAvailLeft : 0) | (kUsesCorner[m] ? kAvailCorner : 0);
+}
+constexpr int32_t status4x4(int m, int32_t avail) {
+    return (avail & needed4x4(m)) == needed4x4(m) ? 0 : kNoNeighbourWarning;
+}
 // Fills the 16x16 (or 8x8 chroma) block in place, reading the neighbours from
 // the frame around it. DC looks at avail; the entry point has already checked
 // that the mode's neighbours are present.

@@ -256,8 +256,14 @@ void compare_block(Fn PredKernels::*member, int modes) {
                 const int32_t avail = rng.range(0, 127);
                 uint8_t* pa = a.data() + 8 * step + 8;
                 uint8_t* pb = b.data() + 8 * step + 8;
-                (ref().*member)[m](pa, step, avail);
-                fn(pb, step, avail);
+                if constexpr (std::is_same_v<F, kplvc::h264::Pred4x4Fn>) {
+                    // The 4x4 kernels also report the substitution warning.
+                    const int32_t sa = (ref().*member)[m](pa, step, avail);
+                    ASSERT_EQ(fn(pb, step, avail), sa) << kplvc::cpu::isa_name(isa) << " mode " << m << " avail " << avail;
+                } else {
+                    (ref().*member)[m](pa, step, avail);
+                    fn(pb, step, avail);
+                }
                 ASSERT_EQ(std::memcmp(a.data(), b.data(), n), 0)
                     << kplvc::cpu::isa_name(isa) << " mode " << m << " iter " << iter << " step " << step;
                 ASSERT_TRUE(b.intact());

@@ -117,7 +117,7 @@ inline __m128i gather(const uint8_t* d, int32_t step, int32_t avail) {
 }
 
 template <int M, const Pick& P>
-void directional(uint8_t* d, int32_t step, int32_t avail) {
+int32_t directional(uint8_t* d, int32_t step, int32_t avail) {
     const __m128i e = gather<M>(d, step, avail);
     const __m128i el = _mm_slli_si128(e, 1), er = _mm_srli_si128(e, 1);
     const __m128i f2 = _mm_avg_epu8(e, er);
@@ -126,24 +126,27 @@ void directional(uint8_t* d, int32_t step, int32_t avail) {
     const __m128i half = _mm_sub_epi8(_mm_avg_epu8(el, er), _mm_and_si128(_mm_xor_si128(el, er), _mm_set1_epi8(1)));
     const __m128i f3 = _mm_avg_epu8(e, half);
     store4x4(d, step, _mm_or_si128(_mm_shuffle_epi8(f2, load_table(P.f2)), _mm_shuffle_epi8(f3, load_table(P.f3))));
+    return status4x4(M, avail);
 }
 
-void vertical(uint8_t* d, int32_t step, int32_t avail) {
+int32_t vertical(uint8_t* d, int32_t step, int32_t avail) {
     fill4(d, step, (avail & kAvailTop) ? load32u(row_at(d, step, -1)) : kFill128);
+    return status4x4(0, avail);
 }
 
-void horizontal(uint8_t* d, int32_t step, int32_t avail) {
+int32_t horizontal(uint8_t* d, int32_t step, int32_t avail) {
     if (!(avail & kAvailLeft)) {
         fill4(d, step, kFill128);
-        return;
+        return kNoNeighbourWarning;
     }
     for (int y = 0; y < 4; ++y) {
         uint8_t* r = row_at(d, step, y);
         store32u(r, 0x01010101u * r[-1]);
     }
+    return 0;
 }
 
-void dc(uint8_t* d, int32_t step, int32_t avail) {
+int32_t dc(uint8_t* d, int32_t step, int32_t avail) {
     const bool t = (avail & kAvailTop) != 0, l = (avail & kAvailLeft) != 0;
     uint32_t v = 128;
     if (t || l) {
@@ -156,6 +159,7 @@ void dc(uint8_t* d, int32_t step, int32_t avail) {
         v = t && l ? (sum + 4) >> 3 : (sum + 2) >> 2;
     }
     fill4(d, step, 0x01010101u * v);
+    return 0;
 }
 
 }  // namespace
