@@ -286,6 +286,7 @@ PredKernels pred_kernels_for(cpu::Isa isa) {
 #if defined(__i386__) || defined(__x86_64__)
     if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_pred(k);
     if (isa >= cpu::Isa::ssse3) x86::ssse3::upgrade_pred(k);
+    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_pred(k);
 #else
     (void)isa;
 #endif
@@ -294,7 +295,7 @@ PredKernels pred_kernels_for(cpu::Isa isa) {
 
 const PredKernels& pred_kernels() { return active_table<PredKernels, pred_kernels_for>(); }
 
-cpu::Isa pred_level() { return level_in_use(cpu::Isa::ssse3); }
+cpu::Isa pred_level() { return level_in_use(cpu::Isa::avx2); }
 
 }  // namespace kplvc::h264
 

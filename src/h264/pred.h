@@ -69,5 +69,8 @@ void upgrade_pred(PredKernels& k);
 namespace x86::ssse3 {
 void upgrade_pred(PredKernels& k);
 }
+namespace x86::avx2 {
+void upgrade_pred(PredKernels& k);
+}
 
 }  // namespace kplvc::h264
