@@ -32,7 +32,7 @@ inline __m128i narrow(__m256i v) {
     return _mm_packus_epi16(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
 }
 
-inline void luma_strong_edge(__m128i* c, __m128i bs, int alpha, int beta) {
+KPLVC_INLINE void luma_strong_edge(__m128i* c, __m128i bs, int alpha, int beta) {
     const __m256i on = _mm256_cvtepi8_epi16(_mm_xor_si128(_mm_cmpeq_epi8(bs, _mm_setzero_si128()), _mm_set1_epi8(-1)));
     LumaLines<O> l{widen(c[0]), widen(c[1]), widen(c[2]), widen(c[3]),
                    widen(c[4]), widen(c[5]), widen(c[6]), widen(c[7])};

@@ -31,7 +31,7 @@ struct O {
 inline __m128i lo16(__m128i v) { return _mm_unpacklo_epi8(v, _mm_setzero_si128()); }
 inline __m128i hi16(__m128i v) { return _mm_unpackhi_epi8(v, _mm_setzero_si128()); }
 
-inline void luma_strong_edge(__m128i* c, __m128i bs, int alpha, int beta) {
+KPLVC_INLINE void luma_strong_edge(__m128i* c, __m128i bs, int alpha, int beta) {
     const __m128i on = _mm_xor_si128(_mm_cmpeq_epi8(bs, _mm_setzero_si128()), _mm_set1_epi8(-1));
     LumaLines<O> lo{lo16(c[0]), lo16(c[1]), lo16(c[2]), lo16(c[3]), lo16(c[4]), lo16(c[5]), lo16(c[6]), lo16(c[7])};
     LumaLines<O> hi{hi16(c[0]), hi16(c[1]), hi16(c[2]), hi16(c[3]), hi16(c[4]), hi16(c[5]), hi16(c[6]), hi16(c[7])};
