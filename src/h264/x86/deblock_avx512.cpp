@@ -27,6 +27,8 @@ struct O {
     static V sel(V m, V a, V b) { return _mm256_blendv_epi8(b, a, m); }
 };
 
+KPLVC_INLINE __m128i blend8(__m128i m, __m128i a, __m128i b) { return _mm_blendv_epi8(b, a, m); }
+
 #include "h264/x86/deblock_core.inc"
 
 inline __m256i widen(__m128i v) { return _mm256_cvtepu8_epi16(v); }
