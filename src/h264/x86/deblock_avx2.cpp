@@ -1,7 +1,6 @@
-// AVX2 H.264 deblocking: the byte-lane filters of the SSE2 file, but the luma
-// strong filter takes a whole 16-sample line in one register of 16-bit lanes,
-// and the 16x16 transpose of the vertical edges works on two rows per
-// register.
+// AVX2 H.264 deblocking: the byte-lane filters of the SSE2 file (with a
+// one-instruction blend), but the luma strong filter takes a whole 16-sample
+// line in one register of 16-bit lanes.
 #include <immintrin.h>
 
 #include "core/arith.h"
