@@ -150,12 +150,14 @@ int32_t dc(uint8_t* d, int32_t step, int32_t avail) {
     const bool t = (avail & kAvailTop) != 0, l = (avail & kAvailLeft) != 0;
     uint32_t v = 128;
     if (t || l) {
-        // psadbw against zero sums the four bytes of each word.
-        const uint32_t tw = t ? load32u(row_at(d, step, -1)) : 0, lw = l ? left_word(d, step) : 0;
-        const __m128i s = _mm_sad_epu8(_mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(tw)),
-                                                          _mm_cvtsi32_si128(static_cast<int>(lw))),
-                                       _mm_setzero_si128());
-        const uint32_t sum = static_cast<uint32_t>(_mm_cvtsi128_si32(s));
+        uint32_t sum = 0;
+        if (t) {  // the four bytes of the top word, summed in two halving steps
+            const uint32_t w = load32u(row_at(d, step, -1));
+            const uint32_t pairs = (w & 0x00FF00FFu) + ((w >> 8) & 0x00FF00FFu);
+            sum = (pairs & 0xFFFFu) + (pairs >> 16);
+        }
+        if (l)
+            for (int y = 0; y < 4; ++y) sum += row_at(d, step, y)[-1];
         v = t && l ? (sum + 4) >> 3 : (sum + 2) >> 2;
     }
     fill4(d, step, 0x01010101u * v);
