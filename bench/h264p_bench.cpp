@@ -44,6 +44,8 @@ std::vector<uint8_t> smooth_frame() {
     return f;
 }
 
+// The 4x4 kernels gather their neighbours from the frame themselves, so the
+// per-kernel figures include that gathering; the entry point adds the checks.
 void register_pred() {
     static const char* const k4[9] = {"v", "h", "dc", "ddl", "ddr", "vr", "hd", "vl", "hu"};
     for (int m = 0; m < 9; ++m) {
