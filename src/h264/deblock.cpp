@@ -157,6 +157,7 @@ DeblockKernels deblock_kernels_for(cpu::Isa isa) {
 #if defined(__i386__) || defined(__x86_64__)
     if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_deblock(k);
     if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_deblock(k);
+    if (isa >= cpu::Isa::avx512) x86::avx512::upgrade_deblock(k);
 #else
     (void)isa;
 #endif
@@ -167,7 +168,7 @@ const DeblockKernels& deblock_kernels() {
     return active_table<DeblockKernels, deblock_kernels_for>();
 }
 
-cpu::Isa deblock_level() { return level_in_use(cpu::Isa::avx2); }
+cpu::Isa deblock_level() { return level_in_use(cpu::Isa::avx512); }
 
 }  // namespace kplvc::h264
 

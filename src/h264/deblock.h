@@ -30,5 +30,8 @@ void upgrade_deblock(DeblockKernels& k);
 namespace x86::avx2 {
 void upgrade_deblock(DeblockKernels& k);
 }
+namespace x86::avx512 {
+void upgrade_deblock(DeblockKernels& k);
+}
 
 }  // namespace kplvc::h264

@@ -28,6 +28,8 @@ struct Edge4 {
 inline int f3(int a, int b, int c) { return (a + 2 * b + c + 2) >> 2; }
 inline int f2(int a, int b) { return (a + b + 1) >> 1; }
 
+using Edge4Fn = void (*)(uint8_t* dst, int32_t step, const uint8_t* edge, int32_t avail);
+
 template <class F>
 inline void fill4(uint8_t* dst, int32_t step, F f) {
     for (int y = 0; y < 4; ++y)
@@ -229,18 +231,53 @@ void plane_chroma_c(uint8_t* p, int32_t step, int32_t) {
     }
 }
 
+// Gathers the neighbours mode m reads into the edge run (layout in pred.h),
+// substituting the missing ones; nothing else around the block is read.
+void gather4x4(const uint8_t* p, int32_t step, int m, int32_t avail, uint8_t* e) {
+    const uint8_t* above = row_at(p, step, -1);
+    const bool dc = m == 2;
+    const bool top = (avail & kAvailTop) != 0, left = (avail & kAvailLeft) != 0;
+    if (kUsesTop[m] || (dc && top)) {
+        if (top)
+            std::memcpy(e + kEdge4C + 1, above, 4);
+        else
+            std::memset(e + kEdge4C + 1, 128, 4);
+    }
+    if (kUsesTopRight[m]) {
+        if (avail & kAvailTopRight)
+            std::memcpy(e + kEdge4C + 5, above + 4, 4);
+        else
+            std::memset(e + kEdge4C + 5, e[kEdge4C + 4], 4);
+    }
+    if (kUsesLeft[m] || (dc && left)) {
+        if (left)
+            for (int y = 0; y < 4; ++y) e[kEdge4C - 1 - y] = row_at(p, step, y)[-1];
+        else
+            std::memset(e + 1, 128, 4);
+    }
+    if (kUsesCorner[m]) e[kEdge4C] = (avail & kAvailCorner) ? above[-1] : 128;
+    e[0] = e[1];
+    e[14] = e[13];
+}
+
+constexpr Edge4Fn kModes4x4[9] = {p4_vertical_c,       p4_horizontal_c,     p4_dc_c,
+                                  p4_diag_down_left_c, p4_diag_down_right_c, p4_vertical_right_c,
+                                  p4_horizontal_down_c, p4_vertical_left_c,  p4_horizontal_up_c};
+
+template <int M>
+int32_t pred4x4_c(uint8_t* d, int32_t step, int32_t avail) {
+    alignas(16) uint8_t e[kEdge4Size] = {};
+    gather4x4(d, step, M, avail, e);
+    kModes4x4[M](d, step, e, avail);
+    return status4x4(M, avail);
+}
+
 constexpr PredKernels kScalar = {
-    {p4_vertical_c, p4_horizontal_c, p4_dc_c, p4_diag_down_left_c, p4_diag_down_right_c,
-     p4_vertical_right_c, p4_horizontal_down_c, p4_vertical_left_c, p4_horizontal_up_c},
+    {pred4x4_c<0>, pred4x4_c<1>, pred4x4_c<2>, pred4x4_c<3>, pred4x4_c<4>, pred4x4_c<5>, pred4x4_c<6>,
+     pred4x4_c<7>, pred4x4_c<8>},
     {vertical_c<16>, horizontal_c<16>, dc16_c, plane16_c},
     {dc_chroma_c, horizontal_c<8>, vertical_c<8>, plane_chroma_c},
 };
-
-// Which neighbours each 4x4 mode reads (DC reads what is available).
-constexpr bool kUsesTop[9] = {true, false, false, true, true, true, true, true, false};
-constexpr bool kUsesLeft[9] = {false, true, false, false, true, true, true, false, true};
-constexpr bool kUsesCorner[9] = {false, false, false, false, true, true, true, false, false};
-constexpr bool kUsesTopRight[9] = {false, false, false, true, false, false, false, true, false};
 
 }  // namespace
 
@@ -249,6 +286,7 @@ PredKernels pred_kernels_for(cpu::Isa isa) {
 #if defined(__i386__) || defined(__x86_64__)
     if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_pred(k);
     if (isa >= cpu::Isa::ssse3) x86::ssse3::upgrade_pred(k);
+    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_pred(k);
 #else
     (void)isa;
 #endif
@@ -257,7 +295,7 @@ PredKernels pred_kernels_for(cpu::Isa isa) {
 
 const PredKernels& pred_kernels() { return active_table<PredKernels, pred_kernels_for>(); }
 
-cpu::Isa pred_level() { return level_in_use(cpu::Isa::ssse3); }
+cpu::Isa pred_level() { return level_in_use(cpu::Isa::avx2); }
 
 }  // namespace kplvc::h264
 
@@ -271,47 +309,8 @@ KPLVC_API KplStatus kpliPredictIntra_4x4_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s src
     if (srcDstStep < 4) return kplStsStepErr;
     if (static_cast<uint32_t>(predMode) > 8) return kplStsOutOfRangeErr;
 
-    // Only the neighbours the mode reads are touched; an absent one is
-    // replaced by 128 (with the warning), an absent above-right run by T[3].
-    alignas(16) uint8_t e[kEdge4Size] = {};
-    KplStatus sts = kplStsNoErr;
-    const uint8_t* above = pSrcDst - srcDstStep;
-    const bool dc = predMode == 2;
-    const bool top = (availability & kAvailTop) != 0, left = (availability & kAvailLeft) != 0;
-    if (kUsesTop[predMode] || (dc && top)) {
-        if (top)
-            std::memcpy(e + kEdge4C + 1, above, 4);
-        else {
-            std::memset(e + kEdge4C + 1, 128, 4);
-            sts = kplStsNoNeighbourWrn;
-        }
-    }
-    if (kUsesTopRight[predMode]) {
-        if (availability & kAvailTopRight)
-            std::memcpy(e + kEdge4C + 5, above + 4, 4);
-        else
-            std::memset(e + kEdge4C + 5, e[kEdge4C + 4], 4);
-    }
-    if (kUsesLeft[predMode] || (dc && left)) {
-        if (left) {
-            for (int y = 0; y < 4; ++y) e[kEdge4C - 1 - y] = kplvc::row_at(pSrcDst, srcDstStep, y)[-1];
-        } else {
-            std::memset(e + 1, 128, 4);
-            sts = kplStsNoNeighbourWrn;
-        }
-    }
-    if (kUsesCorner[predMode]) {
-        if (availability & kAvailCorner)
-            e[kEdge4C] = above[-1];
-        else {
-            e[kEdge4C] = 128;
-            sts = kplStsNoNeighbourWrn;
-        }
-    }
-    e[0] = e[1];
-    e[14] = e[13];
-    pred_kernels().pred4x4[predMode](pSrcDst, srcDstStep, e, availability);
-    return sts;
+    static_assert(kNoNeighbourWarning == kplStsNoNeighbourWrn && kplStsNoErr == 0);
+    return pred_kernels().pred4x4[predMode](pSrcDst, srcDstStep, availability);
 }
 
 KPLVC_API KplStatus kpliPredictIntra_16x16_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,

@@ -303,3 +303,64 @@ TEST(DeblockVariants, MatchReferenceOnFramesWhereFiltersFire) {
         }
     }
 }
+
+// Callers may pass any bytes as thresholds: the byte-lane kernels cap tc0
+// internally and treat a zero alpha or beta as "never", which must not differ
+// from the reference anywhere in the parameter range.
+TEST(DeblockVariants, MatchReferenceWithAnyParameters) {
+    struct Regime {
+        const char* what;
+        int alpha_lo, alpha_hi, beta_lo, beta_hi, tc_lo, tc_hi, bs_hi;
+    };
+    // Strengths above 4 are not meaningful, but the reference gives them the
+    // normal filter, and so must every kernel.
+    const Regime regimes[] = {
+        {"large tc0", 20, 120, 4, 40, 150, 255, 4},
+        {"tc0 at the cap", 60, 255, 10, 255, 158, 163, 4},
+        {"zero thresholds", 0, 1, 0, 2, 0, 30, 4},
+        {"anything", 0, 255, 0, 255, 0, 255, 255},
+    };
+    struct Entry {
+        const char* name;
+        DeblockFn DeblockKernels::*m;
+        bool vertical;
+    };
+    const Entry entries[] = {
+        {"luma_ver", &DeblockKernels::luma_ver, true},
+        {"luma_hor", &DeblockKernels::luma_hor, false},
+        {"chroma_ver", &DeblockKernels::chroma_ver, true},
+        {"chroma_hor", &DeblockKernels::chroma_hor, false},
+    };
+    const DeblockKernels c = kplvc::h264::deblock_kernels_for(kplvc::cpu::Isa::c);
+    for (const auto& en : entries)
+        for (auto [isa, fn] : variants(kplvc::h264::deblock_kernels_for, en.m))
+            for (const auto& rg : regimes) {
+                SCOPED_TRACE(std::string(en.name) + " " + kplvc::cpu::isa_name(isa) + " " + rg.what);
+                Rng rng(99);
+                for (int iter = 0; iter < 400; ++iter) {
+                    Kpl8u alpha[2], beta[2], tc0[16], bs[16];
+                    for (int i = 0; i < 2; ++i) {
+                        alpha[i] = static_cast<Kpl8u>(rng.range(rg.alpha_lo, rg.alpha_hi));
+                        beta[i] = static_cast<Kpl8u>(rng.range(rg.beta_lo, rg.beta_hi));
+                    }
+                    for (int i = 0; i < 16; ++i) {
+                        tc0[i] = static_cast<Kpl8u>(rng.range(rg.tc_lo, rg.tc_hi));
+                        bs[i] = static_cast<Kpl8u>(rng.range(0, 4) == 0 ? 0 : rng.range(1, rg.bs_hi));
+                    }
+                    if (rng.coin()) bs[0] = 4;
+                    const int32_t step = 40;
+                    const size_t n = static_cast<size_t>(step) * 28;
+                    Guarded a(n), b(n);
+                    if (rng.range(0, 3) == 0)
+                        rng.fill_extreme(a.data(), n);
+                    else
+                        smooth(rng, a.data(), step, step, 28, alpha[rng.range(0, 1)] | 1, beta[rng.range(0, 1)] | 1,
+                               en.vertical);
+                    std::memcpy(b.data(), a.data(), n);
+                    (c.*en.m)(a.data() + 6 * step + 6, step, alpha, beta, tc0, bs);
+                    fn(b.data() + 6 * step + 6, step, alpha, beta, tc0, bs);
+                    ASSERT_EQ(std::memcmp(a.data(), b.data(), n), 0) << "iter " << iter;
+                    ASSERT_TRUE(a.intact() && b.intact());
+                }
+            }
+}

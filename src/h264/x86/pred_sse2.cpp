@@ -67,14 +67,17 @@ inline int gradient8(const uint8_t* q) {
 }
 
 // Plane rows: the unshifted value stays within -11472..19648 (see the scalar
-// kernel), so 16-bit lanes hold it; srai then packus clips to 0..255.
+// kernel), so 16-bit lanes hold it; srai then packus clips to 0..255. The
+// vertical gradient is summed in scalar registers straight from the frame
+// (collecting the left column into a vector through memory would stall on
+// store forwarding).
 void plane16(uint8_t* p, int32_t step, int32_t) {
-    alignas(16) uint8_t left[24];
-    left[0] = row_at(p, step, -1)[-1];
-    for (int y = 0; y < 16; ++y) left[1 + y] = row_at(p, step, y)[-1];
-    const uint8_t* above = row_at(p, step, -1) - 1;
-    const int h = gradient8(above), v = gradient8(left);
-    const int a = 16 * (left[16] + above[16]);
+    const uint8_t* above = row_at(p, step, -1);
+    auto L = [&](int y) { return int{row_at(p, step, y)[-1]}; };  // L(-1) is the corner
+    int v = 0;
+    for (int i = 0; i < 8; ++i) v += (i + 1) * (L(8 + i) - L(6 - i));
+    const int h = gradient8(above - 1);
+    const int a = 16 * (L(15) + above[15]);
     const int b = (5 * h + 32) >> 6, c = (5 * v + 32) >> 6;
     const int base = a - 7 * b - 7 * c + 16;  // value at x = 0, y = 0
     const __m128i vb = _mm_set1_epi16(static_cast<int16_t>(b));

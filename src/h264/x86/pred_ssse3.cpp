@@ -1,7 +1,8 @@
 // SSSE3 H.264 4x4 predictors. Every sample of a directional mode is either
 // the 2-tap value f2[i] = (e[i] + e[i+1] + 1) >> 1 or the 3-tap value
 // f3[i] = (e[i-1] + 2e[i] + e[i+1] + 2) >> 2 of the gathered edge run (layout
-// in h264/pred.h), so a mode is two filtered vectors and two pshufb.
+// in h264/pred.h), so a mode is two filtered vectors and two pshufb. The
+// kernels gather that run from the frame straight into a register.
 #include <tmmintrin.h>
 
 #include <array>
@@ -73,15 +74,51 @@ inline __m128i load_table(const std::array<uint8_t, 16>& t) {
 }
 
 inline void store4x4(uint8_t* d, int32_t step, __m128i v) {
-    for (int y = 0; y < 4; ++y) {
-        store32u(row_at(d, step, y), static_cast<uint32_t>(_mm_cvtsi128_si32(v)));
-        v = _mm_srli_si128(v, 4);
-    }
+    store32u(row_at(d, step, 0), static_cast<uint32_t>(_mm_cvtsi128_si32(v)));
+    store32u(row_at(d, step, 1), static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(v, 4))));
+    store32u(row_at(d, step, 2), static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(v, 8))));
+    store32u(row_at(d, step, 3), static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_srli_si128(v, 12))));
 }
 
-template <const Pick& P>
-void directional(uint8_t* d, int32_t step, const uint8_t* edge, int32_t) {
-    const __m128i e = _mm_load_si128(reinterpret_cast<const __m128i*>(edge));
+inline void fill4(uint8_t* d, int32_t step, uint32_t w) {
+    for (int y = 0; y < 4; ++y) store32u(row_at(d, step, y), w);
+}
+
+constexpr uint32_t kFill128 = 0x80808080u;
+
+// The left column as one little-endian word in edge order: L3, L2, L1, L0.
+inline uint32_t left_word(const uint8_t* d, int32_t step) {
+    return uint32_t{row_at(d, step, 3)[-1]} | uint32_t{row_at(d, step, 2)[-1]} << 8 |
+           uint32_t{row_at(d, step, 1)[-1]} << 16 | uint32_t{row_at(d, step, 0)[-1]} << 24;
+}
+
+// Gathers the edge run of mode M straight into a register, substituting as
+// the scalar gather does. Only neighbours the mode reads and avail marks
+// present are loaded. The pieces meet in one register as
+// [left word, C, 0, 0, 0, T0..T7] and one pshufb lays out the run.
+template <int M>
+inline __m128i gather(const uint8_t* d, int32_t step, int32_t avail) {
+    const uint8_t* above = row_at(d, step, -1);
+    uint32_t left = 0, corner = 0;
+    __m128i top = _mm_setzero_si128();
+    if constexpr (kUsesTop[M]) {
+        const uint32_t t = (avail & kAvailTop) ? load32u(above) : kFill128;
+        uint32_t tr = 0;
+        if constexpr (kUsesTopRight[M])
+            tr = (avail & kAvailTopRight) ? load32u(above + 4) : (t >> 24) * 0x01010101u;
+        top = _mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(t)), _mm_cvtsi32_si128(static_cast<int>(tr)));
+    }
+    if constexpr (kUsesLeft[M]) left = (avail & kAvailLeft) ? left_word(d, step) : kFill128;
+    if constexpr (kUsesCorner[M]) corner = (avail & kAvailCorner) ? above[-1] : 128u;
+    const __m128i lc = _mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(left)),
+                                          _mm_cvtsi32_si128(static_cast<int>(corner)));
+    return _mm_shuffle_epi8(_mm_unpacklo_epi64(lc, top),
+                            _mm_setr_epi8(0, 0, 1, 2, 3, 4, 8, 9, 10, 11, 12, 13, 14, 15, 15, -128));
+}
+
+template <int M, const Pick& P>
+int32_t directional(uint8_t* d, int32_t step, int32_t avail) {
+    const __m128i e = gather<M>(d, step, avail);
     const __m128i el = _mm_slli_si128(e, 1), er = _mm_srli_si128(e, 1);
     const __m128i f2 = _mm_avg_epu8(e, er);
     // floor((a + c) / 2) = pavgb(a, c) - ((a ^ c) & 1), and
@@ -89,28 +126,42 @@ void directional(uint8_t* d, int32_t step, const uint8_t* edge, int32_t) {
     const __m128i half = _mm_sub_epi8(_mm_avg_epu8(el, er), _mm_and_si128(_mm_xor_si128(el, er), _mm_set1_epi8(1)));
     const __m128i f3 = _mm_avg_epu8(e, half);
     store4x4(d, step, _mm_or_si128(_mm_shuffle_epi8(f2, load_table(P.f2)), _mm_shuffle_epi8(f3, load_table(P.f3))));
+    return status4x4(M, avail);
 }
 
-void vertical(uint8_t* d, int32_t step, const uint8_t* edge, int32_t) {
-    const uint32_t t = load32u(edge + kEdge4C + 1);
-    for (int y = 0; y < 4; ++y) store32u(row_at(d, step, y), t);
+int32_t vertical(uint8_t* d, int32_t step, int32_t avail) {
+    fill4(d, step, (avail & kAvailTop) ? load32u(row_at(d, step, -1)) : kFill128);
+    return status4x4(0, avail);
 }
 
-void horizontal(uint8_t* d, int32_t step, const uint8_t* edge, int32_t) {
-    const __m128i e = _mm_load_si128(reinterpret_cast<const __m128i*>(edge));
-    store4x4(d, step, _mm_shuffle_epi8(e, _mm_setr_epi8(4, 4, 4, 4, 3, 3, 3, 3, 2, 2, 2, 2, 1, 1, 1, 1)));
-}
-
-void dc(uint8_t* d, int32_t step, const uint8_t* edge, int32_t avail) {
-    const bool t = (avail & kAvailTop) != 0, l = (avail & kAvailLeft) != 0;
-    int v = 128;
-    if (t || l) {
-        const int st = t ? edge[6] + edge[7] + edge[8] + edge[9] : 0;
-        const int sl = l ? edge[1] + edge[2] + edge[3] + edge[4] : 0;
-        v = t && l ? (st + sl + 4) >> 3 : (st + sl + 2) >> 2;
+int32_t horizontal(uint8_t* d, int32_t step, int32_t avail) {
+    if (!(avail & kAvailLeft)) {
+        fill4(d, step, kFill128);
+        return kNoNeighbourWarning;
     }
-    const uint32_t w = 0x01010101u * static_cast<uint32_t>(v);
-    for (int y = 0; y < 4; ++y) store32u(row_at(d, step, y), w);
+    for (int y = 0; y < 4; ++y) {
+        uint8_t* r = row_at(d, step, y);
+        store32u(r, 0x01010101u * r[-1]);
+    }
+    return 0;
+}
+
+int32_t dc(uint8_t* d, int32_t step, int32_t avail) {
+    const bool t = (avail & kAvailTop) != 0, l = (avail & kAvailLeft) != 0;
+    uint32_t v = 128;
+    if (t || l) {
+        uint32_t sum = 0;
+        if (t) {  // the four bytes of the top word, summed in two halving steps
+            const uint32_t w = load32u(row_at(d, step, -1));
+            const uint32_t pairs = (w & 0x00FF00FFu) + ((w >> 8) & 0x00FF00FFu);
+            sum = (pairs & 0xFFFFu) + (pairs >> 16);
+        }
+        if (l)
+            for (int y = 0; y < 4; ++y) sum += row_at(d, step, y)[-1];
+        v = t && l ? (sum + 4) >> 3 : (sum + 2) >> 2;
+    }
+    fill4(d, step, 0x01010101u * v);
+    return 0;
 }
 
 }  // namespace
@@ -119,12 +170,12 @@ void upgrade_pred(PredKernels& k) {
     k.pred4x4[0] = vertical;
     k.pred4x4[1] = horizontal;
     k.pred4x4[2] = dc;
-    k.pred4x4[3] = directional<kDiagDownLeft>;
-    k.pred4x4[4] = directional<kDiagDownRight>;
-    k.pred4x4[5] = directional<kVerticalRight>;
-    k.pred4x4[6] = directional<kHorizontalDown>;
-    k.pred4x4[7] = directional<kVerticalLeft>;
-    k.pred4x4[8] = directional<kHorizontalUp>;
+    k.pred4x4[3] = directional<3, kDiagDownLeft>;
+    k.pred4x4[4] = directional<4, kDiagDownRight>;
+    k.pred4x4[5] = directional<5, kVerticalRight>;
+    k.pred4x4[6] = directional<6, kHorizontalDown>;
+    k.pred4x4[7] = directional<7, kVerticalLeft>;
+    k.pred4x4[8] = directional<8, kHorizontalUp>;
 }
 
 }  // namespace kplvc::h264::x86::ssse3
