@@ -1,0 +1,28 @@
+// H.264 inter prediction kernels, AVX2: 16-wide luma blocks in one 256-bit
+// register per row, and the 16-wide weighting. Narrower kernels keep the
+// SSSE3 ones.
+#include <immintrin.h>
+
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+#include "h264/inter.h"
+
+#define KPLVC_INTER_SSSE3 1
+#define KPLVC_INTER_AVX2 1
+
+namespace kplvc::h264::x86::avx2 {
+
+#include "h264/x86/inter_kernels.inc"
+
+void upgrade_inter(InterKernels& k) {
+    InterKernels t{};
+    fill_table(t);
+    for (int s = 0; s < kLumaSizes; ++s)
+        if (kLumaW[s] == 16)
+            for (int p = 0; p < 16; ++p) k.luma[s][p] = t.luma[s][p];
+    k.weight[0] = t.weight[0];
+}
+
+}  // namespace kplvc::h264::x86::avx2
