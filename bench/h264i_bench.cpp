@@ -1,6 +1,7 @@
 // H.264 inter prediction: every luma position at 16x16 and 8x8, chroma 8x8
 // and 4x4, weighted averaging 16x16 (the default average and explicit
-// weights). Hot caches: one reference window and one destination reused.
+// weights, byte-sized and wide). Hot caches: one reference window and one
+// destination reused.
 #include <string>
 #include <vector>
 
@@ -67,16 +68,26 @@ void register_all() {
                                     benchmark::ClobberMemory();
                                 }
                             });
-    per_level<InterKernels>("h264inter/weight16x16_explicit", kplvc::h264::inter_kernels_for,
-                            [](const InterKernels& k) { return k.weight[0]; },
-                            [](benchmark::State& st, const InterKernels& k) {
-                                std::vector<uint8_t> a = reference_plane(), b = reference_plane();
-                                const auto fn = k.weight[0];
-                                for (auto _ : st) {
-                                    fn(a.data(), kStep, b.data() + 1, kStep, 16, 40, 24, 5, 1);
-                                    benchmark::ClobberMemory();
-                                }
-                            });
+    // Explicit weights 40 and 24 (logWD 5): the byte-weight kernel, which the
+    // entry point takes whenever |w0| + |w1| <= 128; weights 128 and -64 need
+    // the general one.
+    struct Explicit {
+        const char* name;
+        bool small;
+        int w0, w1;
+    };
+    for (Explicit e : {Explicit{"explicit", true, 40, 24}, Explicit{"explicit_wide", false, 128, -64}}) {
+        auto pick = [e](const InterKernels& k) { return e.small ? k.weight_small[0] : k.weight[0]; };
+        per_level<InterKernels>(std::string("h264inter/weight16x16_") + e.name, kplvc::h264::inter_kernels_for, pick,
+                                [e, pick](benchmark::State& st, const InterKernels& k) {
+                                    std::vector<uint8_t> a = reference_plane(), b = reference_plane();
+                                    const auto fn = pick(k);
+                                    for (auto _ : st) {
+                                        fn(a.data(), kStep, b.data() + 1, kStep, 16, e.w0, e.w1, 5, 1);
+                                        benchmark::ClobberMemory();
+                                    }
+                                });
+    }
 }
 
 KPLVC_BENCH_REGISTER(register_all);

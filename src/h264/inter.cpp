@@ -172,6 +172,7 @@ constexpr InterKernels make_scalar() {
     k.chroma_copy[6] = copy_c<2, 2>;
     k.weight[0] = weight_c<16>, k.weight[1] = weight_c<8>, k.weight[2] = weight_c<4>;
     k.weight[3] = weight_c<2>;
+    for (int i = 0; i < kAvgWidths; ++i) k.weight_small[i] = k.weight[i];
     k.average[0] = average_c<16>, k.average[1] = average_c<8>, k.average[2] = average_c<4>;
     k.average[3] = average_c<2>;
     return k;
@@ -250,6 +251,8 @@ KPLVC_API KplStatus kpliWeightedAverage_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcD
     const auto& k = inter_kernels();
     if (logWD == 0 && w0 == 1 && w1 == 1 && o0 == 0 && o1 == 0)
         k.average[wi](pSrcDst, srcDstStep, pSrc, srcStep, roiSize.height);
+    else if (kplvc::h264::weights_fit_bytes(w0, w1))
+        k.weight_small[wi](pSrcDst, srcDstStep, pSrc, srcStep, roiSize.height, w0, w1, logWD, (o0 + o1 + 1) >> 1);
     else
         k.weight[wi](pSrcDst, srcDstStep, pSrc, srcStep, roiSize.height, w0, w1, logWD, (o0 + o1 + 1) >> 1);
     return kplStsNoErr;

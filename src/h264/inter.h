@@ -39,6 +39,12 @@ using CopyFn = void (*)(const uint8_t* src, int32_t src_step, uint8_t* dst, int3
 // offset = (o0 + o1 + 1) >> 1.
 using WeightFn = void (*)(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step,
                           int32_t rows, int32_t w0, int32_t w1, int32_t log_wd, int32_t offset);
+// The same formula for weights that fit signed bytes (-128..127) with
+// |w0| + |w1| <= 128: the weighted sum then fits 16 bits, which the SIMD
+// kernels use. The entry point checks the condition.
+constexpr bool weights_fit_bytes(int32_t w0, int32_t w1) {
+    return w0 <= 127 && w1 <= 127 && (w0 < 0 ? -w0 : w0) + (w1 < 0 ? -w1 : w1) <= 128;
+}
 // The default average (p0 + p1 + 1) >> 1 of one width.
 using AverageFn = void (*)(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step,
                            int32_t rows);
@@ -48,6 +54,7 @@ struct InterKernels {
     ChromaFn chroma[kChromaSizes];
     CopyFn chroma_copy[kChromaSizes];
     WeightFn weight[kAvgWidths];
+    WeightFn weight_small[kAvgWidths];  // only when weights_fit_bytes(w0, w1)
     AverageFn average[kAvgWidths];
 };
 

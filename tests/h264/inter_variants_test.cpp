@@ -2,6 +2,7 @@
 // reads confined to the window (guard pages, samples outside the window
 // changed), and the caller's two ways of providing the window.
 #include <algorithm>
+#include <cstdlib>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -173,6 +174,41 @@ TEST(InterVariants, WeightingEveryWidth) {
                 ASSERT_TRUE(b.intact() && src.intact());
             }
         }
+        // Weights that fit bytes with |w0| + |w1| <= 128, limits first.
+        const Params small_extremes[] = {{7, 64, 64, 127, 127},   {0, 127, 1, 127, 127},  {0, -128, 0, -128, -128},
+                                         {7, -128, 0, 127, 127},  {0, 127, -1, -128, 0},  {7, 0, 127, -128, -128},
+                                         {0, -64, -64, 127, -128}, {6, 1, 127, 0, 0}};
+        for (const auto& [isa, fn] :
+             changed<kplvc::h264::WeightFn>([&](const InterKernels& k) { return k.weight_small[wi]; })) {
+            Rng rng(3200 + wi);
+            for (int t = 0; t < 600; ++t) {
+                SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
+                const int h = kHeights[wi][t % 3];
+                Params p = small_extremes[t % 8];
+                if (t >= 8) {
+                    p.log_wd = rng.range(0, 7);
+                    p.w0 = rng.range(-128, 127);
+                    const int room = 128 - std::abs(p.w0);
+                    p.w1 = std::min(127, rng.range(-room, room));
+                    p.o0 = rng.range(-128, 127);
+                    p.o1 = rng.range(-128, 127);
+                }
+                ASSERT_TRUE(kplvc::h264::weights_fit_bytes(p.w0, p.w1));
+                const int32_t s0 = w + rng.range(0, 7), s1 = w + rng.range(0, 7);
+                Guarded a(static_cast<size_t>(s0) * h, static_cast<size_t>(rng.range(0, 15)));
+                Guarded b(static_cast<size_t>(s0) * h, 2), src(static_cast<size_t>(s1) * h, 1);
+                fill_window(rng, a.data(), s0, s0, h, t % kKinds);
+                fill_window(rng, src.data(), s1, s1, h, (t + 3) % kKinds);
+                std::memcpy(b.data(), a.data(), a.size());
+                const int off = (p.o0 + p.o1 + 1) >> 1;
+                ref.weight[wi](a.data(), s0, src.data(), s1, h, p.w0, p.w1, p.log_wd, off);
+                fn(b.data(), s0, src.data(), s1, h, p.w0, p.w1, p.log_wd, off);
+                ASSERT_EQ(0, std::memcmp(a.data(), b.data(), a.size()))
+                    << "small weights " << kplvc::cpu::isa_name(isa) << " width " << w << " logWD " << p.log_wd
+                    << " w " << p.w0 << "," << p.w1 << " o " << p.o0 << "," << p.o1;
+                ASSERT_TRUE(b.intact() && src.intact());
+            }
+        }
         for (const auto& [isa, fn] :
              changed<kplvc::h264::AverageFn>([&](const InterKernels& k) { return k.average[wi]; })) {
             Rng rng(3100 + wi);
@@ -255,6 +291,7 @@ TEST(InterWindow, GuardPagesAroundChromaWindowAndWeighting) {
                 k.chroma_copy[s](base, w, out, w);
                 const int wi = w == 8 ? 1 : w == 4 ? 2 : 3;
                 k.weight[wi](base2, w, base, w, h, 20, -3, 4, 7);
+                k.weight_small[wi](base2, w, base, w, h, 20, -3, 4, 7);
                 k.average[wi](base2, w, base, w, h);
             }
         }
@@ -264,6 +301,7 @@ TEST(InterWindow, GuardPagesAroundChromaWindowAndWeighting) {
                 uint8_t* pa = end ? a.flush_end() : a.flush_start();
                 uint8_t* pb = end ? b.flush_end() : b.flush_start();
                 k.weight[0](pa, 16, pb, 16, h, 1, 2, 1, 0);
+                k.weight_small[0](pa, 16, pb, 16, h, 1, 2, 1, 0);
                 k.average[0](pa, 16, pb, 16, h);
             }
         }

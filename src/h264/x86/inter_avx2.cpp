@@ -1,6 +1,6 @@
 // H.264 inter prediction kernels, AVX2: 16-wide luma blocks in one 256-bit
-// register per row, and the 16-wide weighting. Narrower kernels keep the
-// SSSE3 ones.
+// register per row, 8-wide ones two rows per register, and the 16-wide
+// weighting. The 4-wide and chroma kernels keep the SSSE3 ones.
 #include <immintrin.h>
 
 #include <cstdint>
@@ -20,9 +20,10 @@ void upgrade_inter(InterKernels& k) {
     InterKernels t{};
     fill_table(t);
     for (int s = 0; s < kLumaSizes; ++s)
-        if (kLumaW[s] == 16)
-            for (int p = 0; p < 16; ++p) k.luma[s][p] = t.luma[s][p];
+        for (int p = 0; p < 16; ++p)
+            if (kLumaW[s] == 16 || (kLumaW[s] == 8 && p != 0)) k.luma[s][p] = t.luma[s][p];
     k.weight[0] = t.weight[0];
+    k.weight_small[0] = t.weight_small[0];
 }
 
 }  // namespace kplvc::h264::x86::avx2

@@ -22,6 +22,7 @@ void upgrade_inter(InterKernels& k) {
         for (int p = 0; p < 16; ++p)
             if (p % 4 != 0) k.luma[s][p] = t.luma[s][p];  // every position with a horizontal tap
     for (int s = 0; s < kChromaSizes; ++s) k.chroma[s] = t.chroma[s];
+    for (int i = 0; i < kAvgWidths; ++i) k.weight_small[i] = t.weight_small[i];
 }
 
 }  // namespace kplvc::h264::x86::ssse3
