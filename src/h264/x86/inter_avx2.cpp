@@ -1,6 +1,6 @@
 // H.264 inter prediction kernels, AVX2: 16-wide luma blocks in one 256-bit
-// register per row, 8-wide ones two rows per register, and the 16-wide
-// weighting. The 4-wide and chroma kernels keep the SSSE3 ones.
+// register per row, 8-wide luma and chroma two rows per register, and the
+// 16-wide weighting. Narrower kernels keep the SSSE3 ones.
 #include <immintrin.h>
 
 #include <cstdint>
@@ -22,6 +22,8 @@ void upgrade_inter(InterKernels& k) {
     for (int s = 0; s < kLumaSizes; ++s)
         for (int p = 0; p < 16; ++p)
             if (kLumaW[s] == 16 || (kLumaW[s] == 8 && p != 0)) k.luma[s][p] = t.luma[s][p];
+    for (int s = 0; s < kChromaSizes; ++s)
+        if (kChromaW[s] == 8) k.chroma[s] = t.chroma[s];
     k.weight[0] = t.weight[0];
     k.weight_small[0] = t.weight_small[0];
 }
