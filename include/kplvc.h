@@ -1223,6 +1223,41 @@ KPLVC_API KplStatus kpliFilterDeblockingChroma_HorEdge_H264_8u_C1IR(
 /* H.264 inter prediction                                                    */
 /* ------------------------------------------------------------------------ */
 /* @h264inter-begin */
+
+/* Luma prediction of one H.264 partition at a quarter-sample position.
+ * pSrc points at the reference sample of the vector's integer part (the
+ * block's top-left); xFrac, yFrac (0..3) are the vector's fractions. Reads
+ * only columns -2..W+2 and rows -2..H+2 around pSrc (only the block when both
+ * fractions are 0); the caller provides that window, edges replicated.
+ * roiSize: 16x16, 16x8, 8x16, 8x8, 8x4, 4x8 or 4x4.
+ * Statuses: -8 a pointer null; -6 width or height < 1; -95 another size;
+ * -14 srcStep or dstStep below the width; -5 a fraction outside 0..3. */
+KPLVC_API KplStatus kpliInterpolateLuma_H264_8u_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
+                                                    Kpl32s dstStep, Kpl32s xFrac, Kpl32s yFrac,
+                                                    KpliSize roiSize);
+
+/* Chroma prediction (bilinear) at an eighth-sample position, xFrac and yFrac
+ * in 0..7. Reads columns 0..W and rows 0..H from pSrc (only the block when
+ * both fractions are 0). roiSize: 8x8, 8x4, 4x8, 4x4, 4x2, 2x4 or 2x2.
+ * Statuses: -8 a pointer null; -6 width or height < 1; -95 another size;
+ * -14 a step below the width; -5 a fraction outside 0..7. */
+KPLVC_API KplStatus kpliInterpolateChroma_H264_8u_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
+                                                      Kpl32s dstStep, Kpl32s xFrac, Kpl32s yFrac,
+                                                      KpliSize roiSize);
+
+/* Weighted sample prediction, in place:
+ * pSrcDst = clip(((pSrcDst*w0 + pSrc*w1 + 2^logWD) >> (logWD+1)) + ((o0+o1+1) >> 1)).
+ * (0, 1, 1, 0, 0) is the default bi-predictive average; single-list explicit
+ * weighting passes pSrc = pSrcDst with w1 = w0 and o1 = o0. pSrc may equal
+ * pSrcDst (same step); no other overlap. roiSize: one of the seven luma or
+ * seven chroma sizes above.
+ * Statuses: -8 a pointer null; -6 width or height < 1; -95 another size;
+ * -14 a step below the width; -11 logWD outside 0..7, w0 or w1 outside
+ * -128..128, o0 or o1 outside -128..127. */
+KPLVC_API KplStatus kpliWeightedAverage_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep, const Kpl8u* pSrc,
+                                                     Kpl32s srcStep, Kpl32s logWD, Kpl32s w0, Kpl32s w1,
+                                                     Kpl32s o0, Kpl32s o1, KpliSize roiSize);
+
 /* @h264inter-end */
 
 /* ------------------------------------------------------------------------ */

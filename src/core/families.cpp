@@ -13,6 +13,7 @@
 #include "h264/transform.h"
 #include "mc/mc.h"
 #include "block/copy.h"
+#include "h264/inter.h"
 
 namespace kplvc {
 
@@ -32,6 +33,7 @@ static const FamilyInfo kFamilies[] = {
     {"blockcopy", block::blockcopy_level},
     {"mpeg2block", mpeg2::block_level},
     {"metrics", block::metrics_level},
+    {"h264inter", h264::inter_level},
 };
 
 const FamilyInfo* families(int* count) {
