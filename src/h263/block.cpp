@@ -26,15 +26,16 @@ const TcoefTables kAdvanced = {advDCTtab0, advDCTtab1, advDCTtab2};
 // Reads run-level codes through a private look-ahead until the code with
 // LAST = 1. The scan index i advances by RUN + 1 per code from `start` (0 for
 // intra blocks, whose DC sits at scan position 0; -1 for inter blocks), and
-// each level lands at out[i] (Scan = nullptr: a compact block in scan order)
-// or straight at its raster position out[Scan[i]] of a cleared block. On
+// each level lands at out[i] (a compact block in scan order) or, for Raster,
+// straight at its raster position out[scan[i]] of a cleared block. On
 // success the last scan index is returned through *last; the caller writes
 // the position back only then.
 //
 // One 22-bit look per code covers both a normal code with its sign (at most
 // 13 bits) and a whole escape (7 + 1 + 6 + 8 bits).
-template <const uint8_t* Scan>
-KplStatus decode_tcoef(BitCache64& position, const TcoefTables& t, int start, int16_t* out, int* last) {
+template <bool Raster>
+KplStatus decode_tcoef(BitCache64& position, const TcoefTables& t, int start, int16_t* out, int* last,
+                       const uint8_t* scan = nullptr) {
     BitCache64 bc = position;  // a local copy stays in registers
     int i = start;
     for (;;) {
@@ -62,10 +63,10 @@ KplStatus decode_tcoef(BitCache64& position, const TcoefTables& t, int start, in
         }
         i += static_cast<int>(run) + 1;
         if (i > 63) return kplStsCoefCountErr;
-        if constexpr (Scan == nullptr)
-            out[i] = static_cast<int16_t>(level);
+        if constexpr (Raster)
+            out[scan[i]] = static_cast<int16_t>(level);
         else
-            out[Scan[i]] = static_cast<int16_t>(level);
+            out[i] = static_cast<int16_t>(level);
         if (is_last) break;
     }
     *last = i;
@@ -119,7 +120,7 @@ KPLVC_API KplStatus kpliDecodeBlockCoef_Intra_H263_1u8u(Kpl8u** ppBitStream, int
     // 16-bit full-block kernel gives exactly the compact rule's values.
     alignas(16) int16_t blk[64] = {};
     int last;
-    st = decode_tcoef<block::ZigzagC>(bc, kNormal, 0, blk, &last);
+    st = decode_tcoef<true>(bc, kNormal, 0, blk, &last, block::ZigzagC);
     if (st != kplStsNoErr) return st;
     quant_kernels().quant_inv16(blk, 1, QP);
     blk[0] = static_cast<int16_t>(dc == 255 ? 1024 : 8 * dc);
@@ -136,7 +137,7 @@ KPLVC_API KplStatus kpliDecodeBlockCoef_Inter_H263_1u16s(Kpl8u** ppBitStream, in
     int last;
     // Levels land at their raster positions in the cleared destination (see
     // the intra decoder for why the 16-bit dequantiser is exact here).
-    const KplStatus st = decode_tcoef<block::ZigzagC>(bc, kNormal, -1, pDst, &last);
+    const KplStatus st = decode_tcoef<true>(bc, kNormal, -1, pDst, &last, block::ZigzagC);
     if (st != kplStsNoErr) {
         std::memset(pDst, 0, 64 * sizeof(Kpl16s));
         return st;
@@ -192,7 +193,7 @@ KPLVC_API KplStatus kpliDecodeBlockCoef_AdvIntra_H263_1u8u(Kpl8u** ppBitStream, 
     KplStatus st = read_intradc(bc, &compact[0]);
     if (st != kplStsNoErr) return st;
     int last;
-    st = decode_tcoef<nullptr>(bc, kAdvanced, 0, compact, &last);
+    st = decode_tcoef<false>(bc, kAdvanced, 0, compact, &last);
     if (st != kplStsNoErr) return st;
     // AC levels times 2QP, no offset; |level| <= 255 keeps the product in
     // 16 bits, and the clamp bounds it to -2048..2047.
