@@ -6,6 +6,7 @@
 // The largest possible level, (32768 * 13107 + round) >> 15, is about 13107,
 // so the 16-bit saturation is written down for fidelity but never bites; the
 // 2063 limit is the one that matters.
+#include <array>
 #include <climits>
 #include <cstddef>
 
@@ -19,6 +20,26 @@ namespace kplvc::h264 {
 namespace {
 
 constexpr int32_t kMaxLevel = 2063;
+
+// What the residual quantiser needs for one QP, looked up once instead of a
+// division by 6 and one by 3 or 6 per call: the multiplier row of QP mod 6,
+// the rounding floor(2^shift / 6) (inter) and floor(2^shift / 3) (intra), and
+// shift = QP div 6 + 15.
+struct ResidualQuant {
+    const int16_t* mf;
+    int32_t round[2];
+    int32_t shift;
+};
+
+constexpr auto kResidualQuant = [] {
+    std::array<ResidualQuant, 52> t{};
+    for (int qp = 0; qp < 52; ++qp) {
+        const int32_t shift = qp / 6 + 15;
+        t[static_cast<std::size_t>(qp)] = {kQuant16[static_cast<std::size_t>(qp % 6)].data(),
+                                           {(int32_t{1} << shift) / 6, (int32_t{1} << shift) / 3}, shift};
+    }
+    return t;
+}();
 
 // L = sat16((|c| * mf + round) >> shift).
 inline int32_t level_mag(int16_t c, int32_t mf, int32_t round, int32_t shift) {
@@ -150,10 +171,9 @@ KPLVC_API KplStatus kpliTransformQuantResidual_H264_16s_C1I(Kpl16s* pSrcDst, Kpl
     if (pSrcDst == nullptr || pNumLevels == nullptr || pScanMatrix == nullptr || pLastCoeff == nullptr)
         return kplStsNullPtrErr;
     if (QP < 0 || QP > 51) return kplStsOutOfRangeErr;
-    const int32_t shift = QP / 6 + 15;
-    const int32_t round = (int32_t{1} << shift) / (intra != 0 ? 3 : 6);
-    return xform_kernels().transform_quant_residual(pSrcDst, kQuant16[static_cast<std::size_t>(QP % 6)].data(),
-                                                    round, shift, pScanMatrix, pNumLevels, pLastCoeff);
+    const ResidualQuant& q = kResidualQuant[static_cast<std::size_t>(QP)];
+    return xform_kernels().transform_quant_residual(pSrcDst, q.mf, q.round[intra != 0 ? 1 : 0], q.shift,
+                                                    pScanMatrix, pNumLevels, pLastCoeff);
 }
 
 }  // extern "C"

@@ -132,7 +132,9 @@ void dequant_luma_dc(int16_t* b, int32_t m, int32_t r, int32_t s) {
 
 }  // namespace ref
 
-XformKernels xform_kernels_for(cpu::Isa isa) {
+// Kept out of line: the entry points inline xform_kernels(), and the one-time
+// build of the table must not bring its setup into their fast path.
+[[gnu::noinline, gnu::cold]] XformKernels xform_kernels_for(cpu::Isa isa) {
     XformKernels k = {ref::dequant_residual,          ref::dequant_residual_add,  ref::add_dc,
                       ref::dequant_luma_dc,           ref::forward4x4,                ref::transform_quant_residual, ref::transform_quant_luma_dc,
                       ref::transform_quant_chroma_dc};
