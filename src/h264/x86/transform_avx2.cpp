@@ -62,13 +62,13 @@ inline void store_leading_rows(int16_t* dst, __m256i lv, unsigned over) {
     std::memcpy(dst, l, static_cast<size_t>(row) * 8);
 }
 
-int32_t transform_quant_residual_256(int16_t* blk, const int16_t* mf, int32_t round, int32_t shift,
-                                 const int16_t* scan, uint8_t* count, uint8_t* last) {
+int32_t transform_quant_residual_256(int16_t* blk, const int16_t* mf, Rounding rs, const int16_t* scan,
+                                     uint8_t* count, uint8_t* last) {
     __m128i c01, c23;
     forward_rows(blk, c01, c23);
     const __m256i c = _mm256_set_m128i(c23, c01);
     __m256i mag;
-    const __m256i lv = quant16(c, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(mf)), round, shift, mag);
+    const __m256i lv = quant16(c, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(mf)), rs.round, rs.shift, mag);
     const unsigned over = over_mask(mag);
     if (over != 0) {
         // The failing row and later ones keep the transform coefficients.

@@ -123,8 +123,9 @@ inline void store_row(uint8_t* d, __m128i v) {
     std::memcpy(d, &x, 4);
 }
 
-void dequant_residual_add(const uint8_t* pred, int32_t pred_step, int16_t* coef, const int16_t* dc,
-                          uint8_t* dst, int32_t dst_step, const int16_t* scale) {
+int32_t dequant_residual_add(const uint8_t* pred, int16_t* coef, const int16_t* dc, uint8_t* dst, Steps steps,
+                             const int16_t* scale) {
+    const int32_t pred_step = steps.pred, dst_step = steps.dst;
     __m128i o01, o32;
     dequant_inverse(_mm_loadu_si128(reinterpret_cast<const __m128i*>(coef)),
                     _mm_loadu_si128(reinterpret_cast<const __m128i*>(coef + 8)), dc, scale, o01, o32);
@@ -152,6 +153,7 @@ void dequant_residual_add(const uint8_t* pred, int32_t pred_step, int16_t* coef,
     store_row(at(dst, dst_step, 3), _mm_srli_si128(out, 8));
     store_row(at(dst, dst_step, 2), _mm_srli_si128(out, 12));
 #endif
+    return kplStsNoErr;
 }
 
 // The limit of the residual to -256..256 is replaced by the saturating add,
@@ -235,8 +237,9 @@ inline int32_t store_levels(int16_t* dst, __m128i l01, __m128i l23, const int16_
     return kplStsNoErr;
 }
 
-[[maybe_unused]] int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, int32_t round, int32_t shift,
-                                 const int16_t* scan, uint8_t* count, uint8_t* last) {
+[[maybe_unused]] int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, Rounding rs, const int16_t* scan,
+                                                  uint8_t* count, uint8_t* last) {
+    const int32_t round = rs.round, shift = rs.shift;
     __m128i c01, c23;
     forward_rows(blk, c01, c23);
     const __m128i rnd = _mm_set1_epi32(round), sh = _mm_cvtsi32_si128(shift);
