@@ -15,6 +15,14 @@ namespace {
 
 #include "h264/x86/transform_x86.h"
 
+// Sixteen-lane constants, loaded from memory: built in registers they cost a
+// general-register move and a broadcast each.
+alignas(32) constexpr int16_t kLimit[16] = {2063, 2063, 2063, 2063, 2063, 2063, 2063, 2063,
+                                            2063, 2063, 2063, 2063, 2063, 2063, 2063, 2063};
+alignas(32) constexpr int16_t kLow15[16] = {0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF,
+                                            0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF};
+inline __m256i load_const(const int16_t* c) { return _mm256_load_si256(reinterpret_cast<const __m256i*>(c)); }
+
 // Quantises sixteen values; returns the sign-restored levels and the
 // magnitudes. |c| as unsigned 16 bits (|-32768| = 0x8000) times mf < 2^14 is
 // an exact 30-bit product, + round < 2^23. Unpacking and packing both stay
@@ -32,7 +40,7 @@ inline __m256i quant16(__m256i c, __m256i m, int32_t round, int32_t shift, __m25
 
 // Two mask bits per position: non-zero when some magnitude exceeds 2063.
 inline unsigned over_mask(__m256i mag) {
-    return static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpgt_epi16(mag, _mm256_set1_epi16(2063))));
+    return static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpgt_epi16(mag, load_const(kLimit))));
 }
 
 // Stores the levels, then the signed count and the largest scan entry among
@@ -48,7 +56,7 @@ inline int32_t store_levels(int16_t* dst, __m256i lv, const int16_t* scan, uint8
     const int n = __builtin_popcount(nz) / 2;
     *count = static_cast<uint8_t>((nz & 1u) != 0 ? -n : n);
     const __m256i k = _mm256_or_si256(
-        _mm256_xor_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(scan)), _mm256_set1_epi16(0x7FFF)), z);
+        _mm256_xor_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(scan)), load_const(kLow15)), z);
     const __m128i m = _mm_minpos_epu16(_mm_min_epu16(_mm256_castsi256_si128(k), _mm256_extracti128_si256(k, 1)));
     *last = static_cast<uint8_t>(~_mm_cvtsi128_si32(m) & 0x7F);
     return kplStsNoErr;
