@@ -44,7 +44,7 @@ void register_all() {
                                 const int16_t* scale = kplvc::h264::kDequant16[kQp].data();
                                 for (auto _ : st) {
                                     std::memcpy(c, kLevels, sizeof c);
-                                    k.dequant_residual_add(pred, 16, c, nullptr, dst, 16, scale);
+                                    benchmark::DoNotOptimize(k.dequant_residual_add(pred, c, nullptr, dst, {16, 16}, scale));
                                     benchmark::ClobberMemory();
                                 }
                             });
@@ -99,7 +99,7 @@ void register_all() {
                                 for (auto _ : st) {
                                     std::memcpy(c, kResidual, sizeof c);
                                     benchmark::DoNotOptimize(
-                                        k.transform_quant_residual(c, mf, round, shift, kZigzagIndex, &count, &last));
+                                        k.transform_quant_residual(c, mf, {round, shift}, kZigzagIndex, &count, &last));
                                     benchmark::ClobberMemory();
                                 }
                             });

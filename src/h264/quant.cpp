@@ -6,10 +6,12 @@
 // The largest possible level, (32768 * 13107 + round) >> 15, is about 13107,
 // so the 16-bit saturation is written down for fidelity but never bites; the
 // 2063 limit is the one that matters.
+#include <array>
 #include <climits>
 #include <cstddef>
 
 #include "core/arith.h"
+#include "core/dispatch.h"
 #include "h264/transform.h"
 #include "h264/transform_tables.h"
 #include "kplvc.h"
@@ -19,6 +21,26 @@ namespace kplvc::h264 {
 namespace {
 
 constexpr int32_t kMaxLevel = 2063;
+
+// What the residual quantiser needs for one QP, looked up once instead of a
+// division by 6 and one by 3 or 6 per call: the multiplier row of QP mod 6,
+// the rounding floor(2^shift / 6) (inter) and floor(2^shift / 3) (intra), and
+// shift = QP div 6 + 15.
+struct ResidualQuant {
+    const int16_t* mf;
+    Rounding rs[2];
+};
+
+constexpr auto kResidualQuant = [] {
+    std::array<ResidualQuant, 52> t{};
+    for (int qp = 0; qp < 52; ++qp) {
+        const int32_t shift = qp / 6 + 15;
+        t[static_cast<std::size_t>(qp)] = {kQuant16[static_cast<std::size_t>(qp % 6)].data(),
+                                           {Rounding{(int32_t{1} << shift) / 6, shift},
+                                            Rounding{(int32_t{1} << shift) / 3, shift}}};
+    }
+    return t;
+}();
 
 // L = sat16((|c| * mf + round) >> shift).
 inline int32_t level_mag(int16_t c, int32_t mf, int32_t round, int32_t shift) {
@@ -42,19 +64,23 @@ void count_and_last(const int16_t* lv, const int16_t* scan, uint8_t* count, uint
     if (last != nullptr) *last = static_cast<uint8_t>(n == 0 ? 0 : (mx & 0x7F));
 }
 
+// The kernel table. The same object as xform_kernels() returns, reached
+// here without a call: only its first-use check is inlined.
+inline const XformKernels& kernels() { return active_table<XformKernels, xform_kernels_for>(); }
+
 }  // namespace
 
 namespace ref {
 
-int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, int32_t round, int32_t shift,
-                                 const int16_t* scan, uint8_t* count, uint8_t* last) {
+int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, Rounding rs, const int16_t* scan,
+                                 uint8_t* count, uint8_t* last) {
     forward4x4(blk);
     for (int r = 0; r < 4; ++r) {
         int16_t lv[4];
         bool over = false;
         for (int c = 0; c < 4; ++c) {
             const int p = 4 * r + c;
-            const int32_t L = level_mag(blk[p], mf[p], round, shift);
+            const int32_t L = level_mag(blk[p], mf[p], rs.round, rs.shift);
             over |= L > kMaxLevel;
             lv[c] = with_sign(blk[p], L);
         }
@@ -126,7 +152,7 @@ KPLVC_API KplStatus kpliTransformQuantChromaDC_H264_16s_C1I(Kpl16s* pSrcDst, Kpl
     const int32_t per = dc_q[static_cast<std::size_t>(QP)];
     const int32_t mf = FwdQuantTable[static_cast<std::size_t>(3 * dc_rems[static_cast<std::size_t>(QP)])];
     const int32_t round = dc_rounds[static_cast<std::size_t>((intra != 0 ? 9 : 0) + per)];
-    return xform_kernels().transform_quant_chroma_dc(pSrcDst, pTBlock, needTransform != 0, mf, round, per + 16,
+    return kernels().transform_quant_chroma_dc(pSrcDst, pTBlock, needTransform != 0, mf, round, per + 16,
                                                      pNumLevels);
 }
 
@@ -140,7 +166,7 @@ KPLVC_API KplStatus kpliTransformQuantLumaDC_H264_16s_C1I(Kpl16s* pSrcDst, Kpl16
     const int32_t per = QP / 6;
     const int32_t mf = FwdQuantTable[static_cast<std::size_t>(3 * (QP % 6))];
     const int32_t round = dc_rounds[static_cast<std::size_t>(9 + per)];  // always the intra rounding
-    return xform_kernels().transform_quant_luma_dc(pSrcDst, pTBlock, needTransform != 0, mf, round, per + 16,
+    return kernels().transform_quant_luma_dc(pSrcDst, pTBlock, needTransform != 0, mf, round, per + 16,
                                                    pScanMatrix, pNumLevels, pLastCoeff);
 }
 
@@ -150,10 +176,9 @@ KPLVC_API KplStatus kpliTransformQuantResidual_H264_16s_C1I(Kpl16s* pSrcDst, Kpl
     if (pSrcDst == nullptr || pNumLevels == nullptr || pScanMatrix == nullptr || pLastCoeff == nullptr)
         return kplStsNullPtrErr;
     if (QP < 0 || QP > 51) return kplStsOutOfRangeErr;
-    const int32_t shift = QP / 6 + 15;
-    const int32_t round = (int32_t{1} << shift) / (intra != 0 ? 3 : 6);
-    return xform_kernels().transform_quant_residual(pSrcDst, kQuant16[static_cast<std::size_t>(QP % 6)].data(),
-                                                    round, shift, pScanMatrix, pNumLevels, pLastCoeff);
+    const ResidualQuant& q = kResidualQuant[static_cast<std::size_t>(QP)];
+    return kernels().transform_quant_residual(pSrcDst, q.mf, q.rs[intra != 0 ? 1 : 0], pScanMatrix,
+                                                    pNumLevels, pLastCoeff);
 }
 
 }  // extern "C"

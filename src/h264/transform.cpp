@@ -102,17 +102,18 @@ void dequant_residual(int16_t* coef, int32_t step, const int16_t* dc, const int1
         for (int c = 0; c < 4; ++c) store16(row_at(coef, step, r) + c, b[4 * r + c]);
 }
 
-void dequant_residual_add(const uint8_t* pred, int32_t pred_step, int16_t* coef, const int16_t* dc,
-                          uint8_t* dst, int32_t dst_step, const int16_t* scale) {
+int32_t dequant_residual_add(const uint8_t* pred, int16_t* coef, const int16_t* dc, uint8_t* dst, Steps steps,
+                             const int16_t* scale) {
     dequant_residual(coef, 8, dc, scale);
     for (int r = 0; r < 4; ++r) {
-        const uint8_t* p = pred + static_cast<intptr_t>(pred_step) * r;
-        uint8_t* d = dst + static_cast<intptr_t>(dst_step) * r;
+        const uint8_t* p = pred + static_cast<intptr_t>(steps.pred) * r;
+        uint8_t* d = dst + static_cast<intptr_t>(steps.dst) * r;
         for (int c = 0; c < 4; ++c) {
             const int32_t res = clip3(-256, 256, coef[4 * r + c]);
             d[c] = ClampTbl[static_cast<std::size_t>(256 + p[c] + res)];
         }
     }
+    return kplStsNoErr;
 }
 
 void add_dc(const uint8_t* pred, int32_t pred_step, uint8_t* dst, int32_t dst_step, int16_t r) {
@@ -132,7 +133,9 @@ void dequant_luma_dc(int16_t* b, int32_t m, int32_t r, int32_t s) {
 
 }  // namespace ref
 
-XformKernels xform_kernels_for(cpu::Isa isa) {
+// Kept out of line: the entry points inline xform_kernels(), and the one-time
+// build of the table must not bring its setup into their fast path.
+[[gnu::noinline, gnu::cold]] XformKernels xform_kernels_for(cpu::Isa isa) {
     XformKernels k = {ref::dequant_residual,          ref::dequant_residual_add,  ref::add_dc,
                       ref::dequant_luma_dc,           ref::forward4x4,                ref::transform_quant_residual, ref::transform_quant_luma_dc,
                       ref::transform_quant_chroma_dc};
@@ -153,6 +156,18 @@ cpu::Isa xform_level() { return level_in_use(cpu::Isa::avx2); }
 static void fill_strided(int16_t* coef, int32_t step, int16_t v) {
     for (int r = 0; r < 4; ++r)
         for (int c = 0; c < 4; ++c) store16(row_at(coef, step, r) + c, v);
+}
+
+// The AC-free path of kpliDequantTransformResidualAndAdd_H264_16s_C1I: one DC
+// residual for the whole block. Out of line, so that the AC path of the entry
+// point needs no stack frame and hands over to its kernel with a jump.
+[[gnu::noinline]] static KplStatus add_dc_only(const uint8_t* pred, int16_t* coef, const int16_t* dc,
+                                               uint8_t* dst, Steps steps, const int16_t* scale) {
+    const int16_t res = round6(dc != nullptr ? *dc : mullo16(coef[0], scale[0]));
+    if (coef != nullptr)
+        for (int i = 0; i < 16; ++i) coef[i] = res;
+    xform_kernels().add_dc(pred, steps.pred, dst, steps.dst, res);
+    return kplStsNoErr;
 }
 
 // SP/SI requantisation of one transform-domain value c at a position of class
@@ -215,16 +230,8 @@ KPLVC_API KplStatus kpliDequantTransformResidualAndAdd_H264_16s_C1I(
     if (QP < 0 || QP > 51) return kplStsOutOfRangeErr;
     if (pSrcDst == nullptr && pDC == nullptr) return kplStsNullPtrErr;
     const int16_t* scale = kDequant16[static_cast<std::size_t>(QP)].data();
-    if (AC == 0 || pSrcDst == nullptr) {
-        const int16_t dc = pDC != nullptr ? *pDC : mullo16(pSrcDst[0], scale[0]);
-        const int16_t res = round6(dc);
-        if (pSrcDst != nullptr)
-            for (int i = 0; i < 16; ++i) pSrcDst[i] = res;
-        xform_kernels().add_dc(pPred, PredStep, pDst, DstStep, res);
-        return kplStsNoErr;
-    }
-    xform_kernels().dequant_residual_add(pPred, PredStep, pSrcDst, pDC, pDst, DstStep, scale);
-    return kplStsNoErr;
+    if (AC == 0 || pSrcDst == nullptr) return add_dc_only(pPred, pSrcDst, pDC, pDst, Steps{PredStep, DstStep}, scale);
+    return xform_kernels().dequant_residual_add(pPred, pSrcDst, pDC, pDst, Steps{PredStep, DstStep}, scale);
 }
 
 KPLVC_API KplStatus kpliTransformPrediction_H264_8u16s_C1(const Kpl8u* pSrc, Kpl32s step, Kpl16s* pDst) {

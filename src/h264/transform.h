@@ -12,6 +12,19 @@
 
 namespace kplvc::h264 {
 
+// The row steps of a prediction and of a destination block, and the rounding
+// offset and right shift of a quantiser: small pairs passed by value so that
+// the kernels below take all their arguments in registers and the entry
+// points can hand over to them with a jump.
+struct Steps {
+    int32_t pred;
+    int32_t dst;
+};
+struct Rounding {
+    int32_t round;
+    int32_t shift;
+};
+
 struct XformKernels {
     // Dequantise a 4x4 block (coefficient 0 replaced by *dc when dc is not
     // null, else scaled like the others; every product wraps to 16 bits), run
@@ -19,10 +32,10 @@ struct XformKernels {
     // rows lie `step` bytes apart (any alignment).
     void (*dequant_residual)(int16_t* coef, int32_t step, const int16_t* dc, const int16_t* scale);
     // The same on a packed block; then dst = clamp(pred + residual) with the
-    // residual limited to -256..256. coef receives the residuals.
-    void (*dequant_residual_add)(const uint8_t* pred, int32_t pred_step, int16_t* coef,
-                                 const int16_t* dc, uint8_t* dst, int32_t dst_step,
-                                 const int16_t* scale);
+    // residual limited to -256..256. coef receives the residuals. Returns
+    // kplStsNoErr (it cannot fail), which the entry point passes on.
+    int32_t (*dequant_residual_add)(const uint8_t* pred, int16_t* coef, const int16_t* dc, uint8_t* dst,
+                                    Steps steps, const int16_t* scale);
     // dst = clamp(pred + r) for a 4x4 block, r limited to -256..256 first:
     // the residual of a block without AC levels.
     void (*add_dc)(const uint8_t* pred, int32_t pred_step, uint8_t* dst, int32_t dst_step, int16_t r);
@@ -35,9 +48,8 @@ struct XformKernels {
     // >> shift. Returns 0 with *count and *last written, or -13 at the first
     // row holding a magnitude above 2063 (earlier rows levels, that row and
     // later ones transform coefficients, count and last untouched).
-    int32_t (*transform_quant_residual)(int16_t* blk, const int16_t* mf, int32_t round,
-                                        int32_t shift, const int16_t* scan, uint8_t* count,
-                                        uint8_t* last);
+    int32_t (*transform_quant_residual)(int16_t* blk, const int16_t* mf, Rounding rs, const int16_t* scan,
+                                        uint8_t* count, uint8_t* last);
     // Luma DC: when `transform` is set, tblock = (4x4 Hadamard of src) >> 1.
     // Then the levels of tblock with one multiplier replace src row by row,
     // with the early exit of the residual quantiser (failing and later rows
@@ -66,13 +78,13 @@ void hadamard2(int16_t* c);
 // that have no table entry.
 namespace ref {
 void dequant_residual(int16_t* coef, int32_t step, const int16_t* dc, const int16_t* scale);
-void dequant_residual_add(const uint8_t* pred, int32_t pred_step, int16_t* coef, const int16_t* dc,
-                          uint8_t* dst, int32_t dst_step, const int16_t* scale);
+int32_t dequant_residual_add(const uint8_t* pred, int16_t* coef, const int16_t* dc, uint8_t* dst, Steps steps,
+                             const int16_t* scale);
 void add_dc(const uint8_t* pred, int32_t pred_step, uint8_t* dst, int32_t dst_step, int16_t r);
 void dequant_luma_dc(int16_t* b, int32_t m, int32_t r, int32_t s);
 void forward4x4(int16_t* blk);
-int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, int32_t round, int32_t shift,
-                                 const int16_t* scan, uint8_t* count, uint8_t* last);
+int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, Rounding rs, const int16_t* scan,
+                                 uint8_t* count, uint8_t* last);
 int32_t transform_quant_luma_dc(int16_t* src, int16_t* tblock, bool transform, int32_t mf, int32_t round,
                                 int32_t shift, const int16_t* scan, uint8_t* count, uint8_t* last);
 int32_t transform_quant_chroma_dc(int16_t* src, int16_t* tblock, bool transform, int32_t mf, int32_t round,

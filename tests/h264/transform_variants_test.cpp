@@ -91,8 +91,8 @@ TEST(H264XformVariants, DequantResidualAdd) {
             const auto scale = scale_for(rng, iter);
             const int16_t dcv = rng.s16();
             const int16_t* dc = rng.coin() ? &dcv : nullptr;
-            ref(pred.data(), ps, c1.as<int16_t>(), dc, d1.data(), ds, scale.data());
-            fn(pred.data(), ps, c2.as<int16_t>(), dc, d2.data(), ds, scale.data());
+            ASSERT_EQ(ref(pred.data(), c1.as<int16_t>(), dc, d1.data(), {ps, ds}, scale.data()), 0);
+            ASSERT_EQ(fn(pred.data(), c2.as<int16_t>(), dc, d2.data(), {ps, ds}, scale.data()), 0);
             ASSERT_EQ(std::memcmp(c1.data(), c2.data(), 32), 0) << "iter " << iter;
             ASSERT_EQ(std::memcmp(d1.data(), d2.data(), dsize), 0) << "iter " << iter;
             ASSERT_TRUE(c2.intact() && d2.intact() && pred.intact());
@@ -183,8 +183,8 @@ TEST(H264XformVariants, TransformQuantResidual) {
             fill_block(rng, a.as<int16_t>(), iter);
             std::memcpy(b.data(), a.data(), 32);
             uint8_t ca = 0x3C, la = 0xC3, cb = 0x3C, lb = 0xC3;
-            const int32_t sa = ref(a.as<int16_t>(), mf, round, shift, scan, &ca, &la);
-            const int32_t sb = fn(b.as<int16_t>(), mf, round, shift, scan, &cb, &lb);
+            const int32_t sa = ref(a.as<int16_t>(), mf, {round, shift}, scan, &ca, &la);
+            const int32_t sb = fn(b.as<int16_t>(), mf, {round, shift}, scan, &cb, &lb);
             failures += sa != 0;
             ASSERT_EQ(sa, sb) << "iter " << iter;
             ASSERT_EQ(std::memcmp(a.data(), b.data(), 32), 0) << "iter " << iter;
@@ -214,8 +214,8 @@ TEST(H264XformVariants, TransformQuantResidualLevelLimit) {
                     int16_t a[16] = {}, b[16] = {};
                     a[(x & 0x300) >> 6] = b[(x & 0x300) >> 6] = static_cast<int16_t>(x);  // rows 0..3 in turn
                     uint8_t ca = 1, la = 2, cb = 1, lb = 2;
-                    const int32_t sa = ref(a, mf, round, shift, scan, &ca, &la);
-                    const int32_t sb = fn(b, mf, round, shift, scan, &cb, &lb);
+                    const int32_t sa = ref(a, mf, {round, shift}, scan, &ca, &la);
+                    const int32_t sb = fn(b, mf, {round, shift}, scan, &cb, &lb);
                     ASSERT_EQ(sa, sb) << "qp " << qp << " x " << x;
                     ASSERT_EQ(std::memcmp(a, b, sizeof a), 0) << "qp " << qp << " x " << x;
                     ASSERT_EQ(ca, cb);

@@ -15,6 +15,14 @@ namespace {
 
 #include "h264/x86/transform_x86.h"
 
+// Sixteen-lane constants, loaded from memory: built in registers they cost a
+// general-register move and a broadcast each.
+alignas(32) constexpr int16_t kLimit[16] = {2063, 2063, 2063, 2063, 2063, 2063, 2063, 2063,
+                                            2063, 2063, 2063, 2063, 2063, 2063, 2063, 2063};
+alignas(32) constexpr int16_t kLow15[16] = {0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF,
+                                            0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF, 0x7FFF};
+inline __m256i load_const(const int16_t* c) { return _mm256_load_si256(reinterpret_cast<const __m256i*>(c)); }
+
 // Quantises sixteen values; returns the sign-restored levels and the
 // magnitudes. |c| as unsigned 16 bits (|-32768| = 0x8000) times mf < 2^14 is
 // an exact 30-bit product, + round < 2^23. Unpacking and packing both stay
@@ -32,29 +40,25 @@ inline __m256i quant16(__m256i c, __m256i m, int32_t round, int32_t shift, __m25
 
 // Two mask bits per position: non-zero when some magnitude exceeds 2063.
 inline unsigned over_mask(__m256i mag) {
-    return static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpgt_epi16(mag, _mm256_set1_epi16(2063))));
+    return static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpgt_epi16(mag, load_const(kLimit))));
 }
 
 // Stores the levels, then the signed count and the largest scan entry among
-// the non-zero levels (the others become -32768).
+// the non-zero levels. For the latter, x ^ 0x7FFF maps signed 16-bit order
+// onto reversed unsigned order (32767 -> 0, -32768 -> 0xFFFF) and zero levels
+// become 0xFFFF, so one unsigned minimum finds it; its low seven bits are
+// those of the complement. No non-zero level gives 0xFFFF and so 0, the
+// result the reference gives then (as it does for a largest entry of -32768).
 inline int32_t store_levels(int16_t* dst, __m256i lv, const int16_t* scan, uint8_t* count, uint8_t* last) {
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst), lv);
     const __m256i z = _mm256_cmpeq_epi16(lv, _mm256_setzero_si256());
     const unsigned nz = ~static_cast<unsigned>(_mm256_movemask_epi8(z));  // two bits per position
-    if (nz == 0) {
-        *count = 0;
-        *last = 0;
-        return kplStsNoErr;
-    }
     const int n = __builtin_popcount(nz) / 2;
     *count = static_cast<uint8_t>((nz & 1u) != 0 ? -n : n);
-    const __m256i s = _mm256_blendv_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(scan)),
-                                         _mm256_set1_epi16(-32768), z);
-    __m128i x = _mm_max_epi16(_mm256_castsi256_si128(s), _mm256_extracti128_si256(s, 1));
-    x = _mm_max_epi16(x, _mm_shuffle_epi32(x, _MM_SHUFFLE(1, 0, 3, 2)));
-    x = _mm_max_epi16(x, _mm_shuffle_epi32(x, _MM_SHUFFLE(2, 3, 0, 1)));
-    x = _mm_max_epi16(x, _mm_srli_epi32(x, 16));
-    *last = static_cast<uint8_t>(_mm_cvtsi128_si32(x) & 0x7F);
+    const __m256i k = _mm256_or_si256(
+        _mm256_xor_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(scan)), load_const(kLow15)), z);
+    const __m128i m = _mm_minpos_epu16(_mm_min_epu16(_mm256_castsi256_si128(k), _mm256_extracti128_si256(k, 1)));
+    *last = static_cast<uint8_t>(~_mm_cvtsi128_si32(m) & 0x7F);
     return kplStsNoErr;
 }
 
@@ -66,13 +70,13 @@ inline void store_leading_rows(int16_t* dst, __m256i lv, unsigned over) {
     std::memcpy(dst, l, static_cast<size_t>(row) * 8);
 }
 
-int32_t transform_quant_residual_256(int16_t* blk, const int16_t* mf, int32_t round, int32_t shift,
-                                 const int16_t* scan, uint8_t* count, uint8_t* last) {
-    __m128i r0, r1, r2, r3;
-    forward_rows(blk, r0, r1, r2, r3);
-    const __m256i c = _mm256_set_m128i(_mm_unpacklo_epi64(r2, r3), _mm_unpacklo_epi64(r0, r1));
+int32_t transform_quant_residual_256(int16_t* blk, const int16_t* mf, Rounding rs, const int16_t* scan,
+                                     uint8_t* count, uint8_t* last) {
+    __m128i c01, c23;
+    forward_rows(blk, c01, c23);
+    const __m256i c = _mm256_set_m128i(c23, c01);
     __m256i mag;
-    const __m256i lv = quant16(c, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(mf)), round, shift, mag);
+    const __m256i lv = quant16(c, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(mf)), rs.round, rs.shift, mag);
     const unsigned over = over_mask(mag);
     if (over != 0) {
         // The failing row and later ones keep the transform coefficients.

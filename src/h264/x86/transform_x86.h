@@ -7,10 +7,10 @@
 // <emmintrin.h> (or <immintrin.h>), <cstring>, "h264/transform.h" and
 // "kplvc.h".
 //
-// A block is held as four registers of four 16-bit lanes (the low halves).
-// A pass of butterflies works on "one element of each of four lines", so the
-// row pass runs on the transposed block and the column pass on the block
-// itself: transpose, row pass, transpose back, column pass. paddw/psubw/psraw
+// A block is held either as four registers of four 16-bit lanes (the low
+// halves) or as two registers of two rows each. A pass of butterflies works
+// on "one element of each of four lines", so a row pass runs on the
+// transposed block and a column pass on the block itself. paddw/psubw/psraw
 // give exactly the 16-bit wrap and arithmetic shifts of the scalar reference.
 
 inline __m128i load4x16(const void* p) { return _mm_loadl_epi64(static_cast<const __m128i*>(p)); }
@@ -34,17 +34,6 @@ inline void transpose4(__m128i& a0, __m128i& a1, __m128i& a2, __m128i& a3) {
     a3 = _mm_unpackhi_epi64(c23, c23);
 }
 
-// Inverse core butterfly on four lines at once.
-inline void inv_pass(__m128i& x0, __m128i& x1, __m128i& x2, __m128i& x3) {
-    const __m128i e = _mm_add_epi16(x0, x2), f = _mm_sub_epi16(x0, x2);
-    const __m128i g = _mm_sub_epi16(_mm_srai_epi16(x1, 1), x3);
-    const __m128i h = _mm_add_epi16(x1, _mm_srai_epi16(x3, 1));
-    x0 = _mm_add_epi16(e, h);
-    x1 = _mm_add_epi16(f, g);
-    x2 = _mm_sub_epi16(f, g);
-    x3 = _mm_sub_epi16(e, h);
-}
-
 // Forward core butterfly on four lines at once.
 inline void fwd_pass(__m128i& x0, __m128i& x1, __m128i& x2, __m128i& x3) {
     const __m128i s = _mm_add_epi16(x0, x3), t = _mm_add_epi16(x1, x2);
@@ -55,40 +44,71 @@ inline void fwd_pass(__m128i& x0, __m128i& x1, __m128i& x2, __m128i& x3) {
     x3 = _mm_sub_epi16(d, _mm_add_epi16(u, u));
 }
 
-// Dequantise rows r0..r3 with the scale rows, override the DC, transform and
-// round; results come back as two registers of two rows each.
+// The low half of a and the high half of b (one blend where SSE4.1 is there,
+// a movsd otherwise).
+inline __m128i lo_hi(__m128i a, __m128i b) {
+#ifdef __SSE4_1__
+    return _mm_blend_epi16(a, b, 0xF0);
+#else
+    return _mm_castpd_si128(_mm_move_sd(_mm_castsi128_pd(b), _mm_castsi128_pd(a)));
+#endif
+}
+
+// 4x4 transpose of a block held as two rows per register: [a0|a1], [a2|a3]
+// become [column 0|column 1], [column 2|column 3].
+inline void transpose2(__m128i& x, __m128i& y) {
+    const __m128i t0 = _mm_unpacklo_epi16(x, y);  // a0 and a2 interleaved
+    const __m128i t1 = _mm_unpackhi_epi16(x, y);  // a1 and a3 interleaved
+    x = _mm_unpacklo_epi16(t0, t1);
+    y = _mm_unpackhi_epi16(t0, t1);
+}
+
+// Inverse core butterfly on four lines held two elements per register,
+// u = [x0|x1], v = [x2|x3]; returns [y0|y1] and [y3|y2]. The halved terms are
+// made by shifting a whole register and keeping the half that needs it:
+// e|h = [x0|x1] + [x2|x3>>1], f|g = [x0|x1>>1] - [x2|x3], then one sum and one
+// difference of [e|f] and [h|g] give all four outputs.
+inline void inv_pass2(__m128i u, __m128i v, __m128i& y01, __m128i& y32) {
+    const __m128i eh = _mm_add_epi16(u, lo_hi(v, _mm_srai_epi16(v, 1)));
+    const __m128i fg = _mm_sub_epi16(lo_hi(u, _mm_srai_epi16(u, 1)), v);
+    const __m128i ef = _mm_unpacklo_epi64(eh, fg), hg = _mm_unpackhi_epi64(eh, fg);
+    y01 = _mm_add_epi16(ef, hg);
+    y32 = _mm_sub_epi16(ef, hg);
+}
+
+// Dequantise the rows [r0|r1], [r2|r3] with the scale rows, override the DC,
+// transform and round; the results come back as rows [o0|o1] and [o3|o2].
 //
 // The rounding +32 is added to coefficient 0 before the transforms instead of
 // to each output: coefficient 0 reaches every output with weight +1 and is
 // never one of the halved terms, and every other step is a wrapping add or
 // subtract, so each output receives exactly +32 modulo 2^16, as the reference
 // does at the end. It takes one add off the critical path.
-inline void dequant_inverse(__m128i r0, __m128i r1, __m128i r2, __m128i r3, const int16_t* dc,
-                            const int16_t* scale, __m128i& r01, __m128i& r23) {
-    const __m128i s01 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(scale));
-    const __m128i s23 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(scale + 8));
-    r0 = _mm_mullo_epi16(r0, s01);
-    r1 = _mm_mullo_epi16(r1, _mm_unpackhi_epi64(s01, s01));
-    r2 = _mm_mullo_epi16(r2, s23);
-    r3 = _mm_mullo_epi16(r3, _mm_unpackhi_epi64(s23, s23));
-    if (dc != nullptr) r0 = _mm_insert_epi16(r0, *dc, 0);
-    r0 = _mm_add_epi16(r0, _mm_cvtsi32_si128(32));
-    transpose4(r0, r1, r2, r3);
-    inv_pass(r0, r1, r2, r3);
-    transpose4(r0, r1, r2, r3);
-    inv_pass(r0, r1, r2, r3);
-    r01 = _mm_srai_epi16(_mm_unpacklo_epi64(r0, r1), 6);
-    r23 = _mm_srai_epi16(_mm_unpacklo_epi64(r2, r3), 6);
+inline void dequant_inverse(__m128i c01, __m128i c23, const int16_t* dc, const int16_t* scale, __m128i& o01,
+                            __m128i& o32) {
+    c01 = _mm_mullo_epi16(c01, _mm_loadu_si128(reinterpret_cast<const __m128i*>(scale)));
+    c23 = _mm_mullo_epi16(c23, _mm_loadu_si128(reinterpret_cast<const __m128i*>(scale + 8)));
+    if (dc != nullptr) c01 = _mm_insert_epi16(c01, *dc, 0);
+    c01 = _mm_add_epi16(c01, _mm_cvtsi32_si128(32));
+    transpose2(c01, c23);  // lane r of each half: row r
+    __m128i y01, y32;
+    inv_pass2(c01, c23, y01, y32);  // the row pass: columns 0, 1 and 3, 2 of the intermediate
+    __m128i y23 = _mm_shuffle_epi32(y32, _MM_SHUFFLE(1, 0, 3, 2));
+    transpose2(y01, y23);  // back to rows
+    inv_pass2(y01, y23, o01, o32);  // the column pass
+    o01 = _mm_srai_epi16(o01, 6);
+    o32 = _mm_srai_epi16(o32, 6);
 }
 
 void dequant_residual(int16_t* coef, int32_t step, const int16_t* dc, const int16_t* scale) {
-    __m128i r01, r23;
-    dequant_inverse(load4x16(at(coef, step, 0)), load4x16(at(coef, step, 1)), load4x16(at(coef, step, 2)),
-                    load4x16(at(coef, step, 3)), dc, scale, r01, r23);
-    store4x16(at(coef, step, 0), r01);
-    store4x16(at(coef, step, 1), _mm_unpackhi_epi64(r01, r01));
-    store4x16(at(coef, step, 2), r23);
-    store4x16(at(coef, step, 3), _mm_unpackhi_epi64(r23, r23));
+    __m128i o01, o32;
+    dequant_inverse(_mm_unpacklo_epi64(load4x16(at(coef, step, 0)), load4x16(at(coef, step, 1))),
+                    _mm_unpacklo_epi64(load4x16(at(coef, step, 2)), load4x16(at(coef, step, 3))), dc, scale,
+                    o01, o32);
+    store4x16(at(coef, step, 0), o01);
+    store4x16(at(coef, step, 1), _mm_unpackhi_epi64(o01, o01));
+    store4x16(at(coef, step, 3), o32);
+    store4x16(at(coef, step, 2), _mm_unpackhi_epi64(o32, o32));
 }
 
 inline __m128i load_pred_rows(const uint8_t* p0, const uint8_t* p1) {
@@ -103,26 +123,37 @@ inline void store_row(uint8_t* d, __m128i v) {
     std::memcpy(d, &x, 4);
 }
 
-void dequant_residual_add(const uint8_t* pred, int32_t pred_step, int16_t* coef, const int16_t* dc,
-                          uint8_t* dst, int32_t dst_step, const int16_t* scale) {
-    __m128i r01, r23;
-    const __m128i c01 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(coef));
-    const __m128i c23 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(coef + 8));
-    dequant_inverse(c01, _mm_unpackhi_epi64(c01, c01), c23, _mm_unpackhi_epi64(c23, c23), dc, scale, r01, r23);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(coef), r01);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(coef + 8), r23);
+int32_t dequant_residual_add(const uint8_t* pred, int16_t* coef, const int16_t* dc, uint8_t* dst, Steps steps,
+                             const int16_t* scale) {
+    const int32_t pred_step = steps.pred, dst_step = steps.dst;
+    __m128i o01, o32;
+    dequant_inverse(_mm_loadu_si128(reinterpret_cast<const __m128i*>(coef)),
+                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(coef + 8)), dc, scale, o01, o32);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(coef), o01);
+    store4x16(coef + 12, o32);
+    _mm_storeh_pd(reinterpret_cast<double*>(coef + 8), _mm_castsi128_pd(o32));
     // The reference limits the residual to -256..256 before adding it to the
     // prediction (0..255) and clamping to 0..255. A saturating add followed by
     // the unsigned pack gives the same bytes without the limit: whenever the
     // limit changes r, the sum is already below 0 or above 255 either way.
     const __m128i zero = _mm_setzero_si128();
     const __m128i p01 = _mm_unpacklo_epi8(load_pred_rows(at(pred, pred_step, 0), at(pred, pred_step, 1)), zero);
-    const __m128i p23 = _mm_unpacklo_epi8(load_pred_rows(at(pred, pred_step, 2), at(pred, pred_step, 3)), zero);
-    const __m128i out = _mm_packus_epi16(_mm_adds_epi16(p01, r01), _mm_adds_epi16(p23, r23));
+    const __m128i p32 = _mm_unpacklo_epi8(load_pred_rows(at(pred, pred_step, 3), at(pred, pred_step, 2)), zero);
+    const __m128i out = _mm_packus_epi16(_mm_adds_epi16(p01, o01), _mm_adds_epi16(p32, o32));  // rows 0 1 3 2
     store_row(at(dst, dst_step, 0), out);
+#ifdef __SSE4_1__
+    const uint32_t r1 = static_cast<uint32_t>(_mm_extract_epi32(out, 1));
+    const uint32_t r3 = static_cast<uint32_t>(_mm_extract_epi32(out, 2));
+    const uint32_t r2 = static_cast<uint32_t>(_mm_extract_epi32(out, 3));
+    std::memcpy(at(dst, dst_step, 1), &r1, 4);
+    std::memcpy(at(dst, dst_step, 3), &r3, 4);
+    std::memcpy(at(dst, dst_step, 2), &r2, 4);
+#else
     store_row(at(dst, dst_step, 1), _mm_srli_si128(out, 4));
-    store_row(at(dst, dst_step, 2), _mm_srli_si128(out, 8));
-    store_row(at(dst, dst_step, 3), _mm_srli_si128(out, 12));
+    store_row(at(dst, dst_step, 3), _mm_srli_si128(out, 8));
+    store_row(at(dst, dst_step, 2), _mm_srli_si128(out, 12));
+#endif
+    return kplStsNoErr;
 }
 
 // The limit of the residual to -256..256 is replaced by the saturating add,
@@ -138,25 +169,31 @@ void dequant_residual_add(const uint8_t* pred, int32_t pred_step, int16_t* coef,
     store_row(at(dst, dst_step, 3), _mm_srli_si128(out, 12));
 }
 
-// Forward transform of the packed block; rows come back in r0..r3.
-inline void forward_rows(const int16_t* blk, __m128i& r0, __m128i& r1, __m128i& r2, __m128i& r3) {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(blk));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(blk + 8));
-    r0 = a;
-    r1 = _mm_unpackhi_epi64(a, a);
-    r2 = b;
-    r3 = _mm_unpackhi_epi64(b, b);
-    transpose4(r0, r1, r2, r3);
-    fwd_pass(r0, r1, r2, r3);
-    transpose4(r0, r1, r2, r3);
-    fwd_pass(r0, r1, r2, r3);
+// Forward transform of the packed block; rows come back as [o0|o1], [o2|o3].
+// The transform has no halving, so it is a product of integer matrices taken
+// modulo 2^16 and the two passes can run in either order with the same
+// result: the column pass runs first, on the rows as loaded, which saves the
+// first transpose.
+inline void forward_rows(const int16_t* blk, __m128i& o01, __m128i& o23) {
+    __m128i x0 = load4x16(blk), x1 = load4x16(blk + 4), x2 = load4x16(blk + 8), x3 = load4x16(blk + 12);
+    fwd_pass(x0, x1, x2, x3);  // columns: lane c of x_k is element (k, c)
+    const __m128i t0 = _mm_unpacklo_epi16(x0, x1), t1 = _mm_unpacklo_epi16(x2, x3);
+    const __m128i c01 = _mm_unpacklo_epi32(t0, t1), c23 = _mm_unpackhi_epi32(t0, t1);  // columns 0|1, 2|3
+    x0 = c01;
+    x1 = _mm_unpackhi_epi64(c01, c01);
+    x2 = c23;
+    x3 = _mm_unpackhi_epi64(c23, c23);
+    fwd_pass(x0, x1, x2, x3);  // rows: lane r of x_k is element (r, k)
+    const __m128i u0 = _mm_unpacklo_epi16(x0, x1), u1 = _mm_unpacklo_epi16(x2, x3);
+    o01 = _mm_unpacklo_epi32(u0, u1);
+    o23 = _mm_unpackhi_epi32(u0, u1);
 }
 
 void forward4x4(int16_t* blk) {
-    __m128i r0, r1, r2, r3;
-    forward_rows(blk, r0, r1, r2, r3);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(blk), _mm_unpacklo_epi64(r0, r1));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(blk + 8), _mm_unpacklo_epi64(r2, r3));
+    __m128i o01, o23;
+    forward_rows(blk, o01, o23);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(blk), o01);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(blk + 8), o23);
 }
 
 // Levels of eight coefficients: sign-restored sat16((|c| * mf + round) >> shift).
@@ -200,11 +237,11 @@ inline int32_t store_levels(int16_t* dst, __m128i l01, __m128i l23, const int16_
     return kplStsNoErr;
 }
 
-[[maybe_unused]] int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, int32_t round, int32_t shift,
-                                 const int16_t* scan, uint8_t* count, uint8_t* last) {
-    __m128i r0, r1, r2, r3;
-    forward_rows(blk, r0, r1, r2, r3);
-    const __m128i c01 = _mm_unpacklo_epi64(r0, r1), c23 = _mm_unpacklo_epi64(r2, r3);
+[[maybe_unused]] int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, Rounding rs, const int16_t* scan,
+                                                  uint8_t* count, uint8_t* last) {
+    const int32_t round = rs.round, shift = rs.shift;
+    __m128i c01, c23;
+    forward_rows(blk, c01, c23);
     const __m128i rnd = _mm_set1_epi32(round), sh = _mm_cvtsi32_si128(shift);
     __m128i m01, m23;
     const __m128i l01 = quant8(c01, _mm_loadu_si128(reinterpret_cast<const __m128i*>(mf)), rnd, sh, m01);
