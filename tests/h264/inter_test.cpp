@@ -142,19 +142,16 @@ TEST(InterLuma, CentreSumAtItsLimits) {
         // The sign pattern of the taps of output (0, 0), repeated with period 6
         // so that every output whose column and row are multiples of 6 sees it.
         auto wrap = [](int v) { return ((v + 2) % 6 + 6) % 6 - 2; };
-        Plane hi(sz.width, sz.height, [&](int x, int y) { return tap_sign(wrap(x), wrap(y)) > 0 ? 255 : 0; });
-        Plane lo(sz.width, sz.height, [&](int x, int y) { return tap_sign(wrap(x), wrap(y)) > 0 ? 0 : 255; });
         std::vector<uint8_t> out(static_cast<size_t>(sz.width * sz.height));
         const int si = kplvc::h264::luma_size_index(sz.width, sz.height);
-        for (const auto& [isa, k] : all_tables()) {
-            k.luma[si][10](hi.origin(), hi.step, out.data(), sz.width);
-            for (int y = 0; y < sz.height; y += 6)
-                for (int x = 0; x < sz.width; x += 6)
-                    EXPECT_EQ(out[static_cast<size_t>(y * sz.width + x)], 255) << kplvc::cpu::isa_name(isa);
-            k.luma[si][10](lo.origin(), lo.step, out.data(), sz.width);
-            for (int y = 0; y < sz.height; y += 6)
-                for (int x = 0; x < sz.width; x += 6)
-                    EXPECT_EQ(out[static_cast<size_t>(y * sz.width + x)], 0) << kplvc::cpu::isa_name(isa);
+        for (int want : {255, 0}) {
+            Plane pl(sz.width, sz.height, [&](int x, int y) { return (tap_sign(wrap(x), wrap(y)) > 0) == (want == 255) ? 255 : 0; });
+            for (const auto& [isa, k] : all_tables()) {
+                k.luma[si][10](pl.origin(), pl.step, out.data(), sz.width);
+                for (int y = 0; y < sz.height; y += 6)
+                    for (int x = 0; x < sz.width; x += 6)
+                        EXPECT_EQ(out[static_cast<size_t>(y * sz.width + x)], want) << kplvc::cpu::isa_name(isa);
+            }
         }
     }
 }
@@ -266,92 +263,67 @@ TEST(InterWeight, SingleListInPlace) {
 
 // ---- Argument checks ------------------------------------------------------------------------
 
+// One call per case, a null pointer where `null_src` or `null_dst` is set.
+// Luma and chroma interpolation share a signature; the weighting takes its
+// log_wd from `xf`, w0 from `yf` and srcDst's step from `step`.
+enum Api { aLuma, aChroma, aWeight };
 struct ArgCase {
     const char* what;
     KplStatus want;
-    std::function<KplStatus(const uint8_t*, uint8_t*)> call;
+    Api fn;
+    bool null_src, null_dst;
+    int32_t step, step2, xf, yf, w, h, w1 = 1, o0 = 0, o1 = 0;
 };
 
 TEST(InterArgs, FirstFailingCheckWinsAndNothingIsWritten) {
     const ArgCase cases[] = {
-        {"luma null dst, bad size and fraction", kplStsNullPtrErr,
-         [](const uint8_t* s, uint8_t*) { return kpliInterpolateLuma_H264_8u_C1R(s, 32, nullptr, 16, 9, 9, {3, 3}); }},
-        {"luma null src", kplStsNullPtrErr,
-         [](const uint8_t*, uint8_t* d) { return kpliInterpolateLuma_H264_8u_C1R(nullptr, 32, d, 16, 0, 0, {16, 16}); }},
-        {"luma 0x16", kplStsSizeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliInterpolateLuma_H264_8u_C1R(s, 32, d, 16, 9, 0, {0, 16}); }},
-        {"luma 16x-1", kplStsSizeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliInterpolateLuma_H264_8u_C1R(s, 0, d, 16, 0, 0, {16, -1}); }},
-        {"luma 16x4", kplStsBlockSizeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliInterpolateLuma_H264_8u_C1R(s, 1, d, 1, 9, 0, {16, 4}); }},
-        {"luma 2x2", kplStsBlockSizeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliInterpolateLuma_H264_8u_C1R(s, 32, d, 16, 0, 0, {2, 2}); }},
-        {"luma 4x16", kplStsBlockSizeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliInterpolateLuma_H264_8u_C1R(s, 32, d, 16, 0, 0, {4, 16}); }},
-        {"luma src step 15, xFrac 4", kplStsStepErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliInterpolateLuma_H264_8u_C1R(s, 15, d, 16, 4, 0, {16, 16}); }},
-        {"luma dst step 7", kplStsStepErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliInterpolateLuma_H264_8u_C1R(s, 32, d, 7, 0, 0, {8, 4}); }},
-        {"luma xFrac 4", kplStsBadArgErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliInterpolateLuma_H264_8u_C1R(s, 32, d, 16, 4, 0, {16, 16}); }},
-        {"luma yFrac -1", kplStsBadArgErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliInterpolateLuma_H264_8u_C1R(s, 32, d, 16, 0, -1, {4, 4}); }},
-        {"chroma null dst", kplStsNullPtrErr,
-         [](const uint8_t* s, uint8_t*) { return kpliInterpolateChroma_H264_8u_C1R(s, 32, nullptr, 8, 8, 0, {0, 0}); }},
-        {"chroma 2x0", kplStsSizeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliInterpolateChroma_H264_8u_C1R(s, 32, d, 8, 0, 0, {2, 0}); }},
-        {"chroma 16x16", kplStsBlockSizeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliInterpolateChroma_H264_8u_C1R(s, 32, d, 16, 0, 0, {16, 16}); }},
-        {"chroma 2x8", kplStsBlockSizeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliInterpolateChroma_H264_8u_C1R(s, 32, d, 16, 0, 0, {2, 8}); }},
-        {"chroma src step 3, xFrac 8", kplStsStepErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliInterpolateChroma_H264_8u_C1R(s, 3, d, 8, 8, 0, {4, 4}); }},
-        {"chroma xFrac 8", kplStsBadArgErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliInterpolateChroma_H264_8u_C1R(s, 32, d, 8, 8, 0, {8, 8}); }},
-        {"chroma yFrac -1", kplStsBadArgErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliInterpolateChroma_H264_8u_C1R(s, 32, d, 8, 1, -1, {2, 2}); }},
-        {"weight null src", kplStsNullPtrErr,
-         [](const uint8_t*, uint8_t* d) {
-             return kpliWeightedAverage_H264_8u_C1IR(d, 16, nullptr, 16, 8, 0, 0, 0, 0, {0, 0});
-         }},
-        {"weight null srcdst", kplStsNullPtrErr,
-         [](const uint8_t* s, uint8_t*) {
-             return kpliWeightedAverage_H264_8u_C1IR(nullptr, 16, s, 16, 0, 1, 1, 0, 0, {16, 16});
-         }},
-        {"weight -3x4", kplStsSizeErr,
-         [](const uint8_t* s, uint8_t* d) {
-             return kpliWeightedAverage_H264_8u_C1IR(d, 16, s, 16, 8, 1, 1, 0, 0, {-3, 4});
-         }},
-        {"weight 2x8", kplStsBlockSizeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliWeightedAverage_H264_8u_C1IR(d, 1, s, 16, 8, 1, 1, 0, 0, {2, 8}); }},
-        {"weight 16x4", kplStsBlockSizeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliWeightedAverage_H264_8u_C1IR(d, 16, s, 16, 0, 1, 1, 0, 0, {16, 4}); }},
-        {"weight step 15, logWD 8", kplStsStepErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliWeightedAverage_H264_8u_C1IR(d, 15, s, 16, 8, 1, 1, 0, 0, {16, 8}); }},
-        {"weight src step 3", kplStsStepErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliWeightedAverage_H264_8u_C1IR(d, 16, s, 3, 0, 1, 1, 0, 0, {4, 2}); }},
-        {"weight logWD 8", kplStsOutOfRangeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliWeightedAverage_H264_8u_C1IR(d, 16, s, 16, 8, 1, 1, 0, 0, {8, 8}); }},
-        {"weight logWD -1", kplStsOutOfRangeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliWeightedAverage_H264_8u_C1IR(d, 16, s, 16, -1, 1, 1, 0, 0, {8, 8}); }},
-        {"weight w0 129", kplStsOutOfRangeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliWeightedAverage_H264_8u_C1IR(d, 16, s, 16, 0, 129, 1, 0, 0, {8, 8}); }},
-        {"weight w1 -129", kplStsOutOfRangeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliWeightedAverage_H264_8u_C1IR(d, 16, s, 16, 0, 1, -129, 0, 0, {8, 8}); }},
-        {"weight o0 128", kplStsOutOfRangeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliWeightedAverage_H264_8u_C1IR(d, 16, s, 16, 0, 1, 1, 128, 0, {8, 8}); }},
-        {"weight o1 -129", kplStsOutOfRangeErr,
-         [](const uint8_t* s, uint8_t* d) { return kpliWeightedAverage_H264_8u_C1IR(d, 16, s, 16, 0, 1, 1, 0, -129, {2, 2}); }},
+        {"luma null dst, bad size and fraction", kplStsNullPtrErr, aLuma, false, true, 32, 16, 9, 9, 3, 3},
+        {"luma null src", kplStsNullPtrErr, aLuma, true, false, 32, 16, 0, 0, 16, 16},
+        {"luma 0x16", kplStsSizeErr, aLuma, false, false, 32, 16, 9, 0, 0, 16},
+        {"luma 16x-1", kplStsSizeErr, aLuma, false, false, 0, 16, 0, 0, 16, -1},
+        {"luma 16x4", kplStsBlockSizeErr, aLuma, false, false, 1, 1, 9, 0, 16, 4},
+        {"luma 2x2", kplStsBlockSizeErr, aLuma, false, false, 32, 16, 0, 0, 2, 2},
+        {"luma 4x16", kplStsBlockSizeErr, aLuma, false, false, 32, 16, 0, 0, 4, 16},
+        {"luma src step 15, xFrac 4", kplStsStepErr, aLuma, false, false, 15, 16, 4, 0, 16, 16},
+        {"luma dst step 7", kplStsStepErr, aLuma, false, false, 32, 7, 0, 0, 8, 4},
+        {"luma xFrac 4", kplStsBadArgErr, aLuma, false, false, 32, 16, 4, 0, 16, 16},
+        {"luma yFrac -1", kplStsBadArgErr, aLuma, false, false, 32, 16, 0, -1, 4, 4},
+        {"chroma null dst", kplStsNullPtrErr, aChroma, false, true, 32, 8, 8, 0, 0, 0},
+        {"chroma 2x0", kplStsSizeErr, aChroma, false, false, 32, 8, 0, 0, 2, 0},
+        {"chroma 16x16", kplStsBlockSizeErr, aChroma, false, false, 32, 16, 0, 0, 16, 16},
+        {"chroma 2x8", kplStsBlockSizeErr, aChroma, false, false, 32, 16, 0, 0, 2, 8},
+        {"chroma src step 3, xFrac 8", kplStsStepErr, aChroma, false, false, 3, 8, 8, 0, 4, 4},
+        {"chroma xFrac 8", kplStsBadArgErr, aChroma, false, false, 32, 8, 8, 0, 8, 8},
+        {"chroma yFrac -1", kplStsBadArgErr, aChroma, false, false, 32, 8, 1, -1, 2, 2},
+        {"weight null src", kplStsNullPtrErr, aWeight, true, false, 16, 16, 8, 0, 0, 0, 0},
+        {"weight null srcdst", kplStsNullPtrErr, aWeight, false, true, 16, 16, 0, 1, 16, 16},
+        {"weight -3x4", kplStsSizeErr, aWeight, false, false, 16, 16, 8, 1, -3, 4},
+        {"weight 2x8", kplStsBlockSizeErr, aWeight, false, false, 1, 16, 8, 1, 2, 8},
+        {"weight 16x4", kplStsBlockSizeErr, aWeight, false, false, 16, 16, 0, 1, 16, 4},
+        {"weight step 15, logWD 8", kplStsStepErr, aWeight, false, false, 15, 16, 8, 1, 16, 8},
+        {"weight src step 3", kplStsStepErr, aWeight, false, false, 16, 3, 0, 1, 4, 2},
+        {"weight logWD 8", kplStsOutOfRangeErr, aWeight, false, false, 16, 16, 8, 1, 8, 8},
+        {"weight logWD -1", kplStsOutOfRangeErr, aWeight, false, false, 16, 16, -1, 1, 8, 8},
+        {"weight w0 129", kplStsOutOfRangeErr, aWeight, false, false, 16, 16, 0, 129, 8, 8},
+        {"weight w1 -129", kplStsOutOfRangeErr, aWeight, false, false, 16, 16, 0, 1, 8, 8, -129},
+        {"weight o0 128", kplStsOutOfRangeErr, aWeight, false, false, 16, 16, 0, 1, 8, 8, 1, 128},
+        {"weight o1 -129", kplStsOutOfRangeErr, aWeight, false, false, 16, 16, 0, 1, 2, 2, 1, 0, -129},
     };
     Guarded src(64 * 64), dst(32 * 32);
     Rng rng(5);
     rng.fill(src.data(), src.size());
     rng.fill(dst.data(), dst.size());
     const std::vector<uint8_t> s0(src.data(), src.data() + src.size()), d0(dst.data(), dst.data() + dst.size());
-    // The source pointer leaves room for the window's two rows and columns before it.
-    const uint8_t* s = src.data() + 2 * 32 + 2;
     for (const auto& c : cases) {
-        EXPECT_EQ(c.call(s, dst.data()), c.want) << c.what;
+        // The source pointer leaves room for the window's two rows and columns before it.
+        const uint8_t* s = c.null_src ? nullptr : src.data() + 2 * 32 + 2;
+        uint8_t* d = c.null_dst ? nullptr : dst.data();
+        const KpliSize sz{c.w, c.h};
+        const KplStatus got =
+            c.fn == aLuma     ? kpliInterpolateLuma_H264_8u_C1R(s, c.step, d, c.step2, c.xf, c.yf, sz)
+            : c.fn == aChroma ? kpliInterpolateChroma_H264_8u_C1R(s, c.step, d, c.step2, c.xf, c.yf, sz)
+                              : kpliWeightedAverage_H264_8u_C1IR(d, c.step, s, c.step2, c.xf, c.yf, c.w1, c.o0, c.o1, sz);
+        EXPECT_EQ(got, c.want) << c.what;
         EXPECT_TRUE(std::equal(d0.begin(), d0.end(), dst.data())) << c.what << ": output touched";
         EXPECT_TRUE(std::equal(s0.begin(), s0.end(), src.data())) << c.what << ": source touched";
     }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "h264/inter.h"
@@ -61,6 +62,12 @@ void fill_window(Rng& rng, uint8_t* p, int32_t step, int w, int h, int kind) {
         }
 }
 constexpr int kKinds = 7;
+
+std::vector<Isa> all_levels() {
+    std::vector<Isa> levels{Isa::c};
+    for (Isa isa : kplvc::test::simd_levels()) levels.push_back(isa);
+    return levels;
+}
 
 // ---- Variants against the reference ---------------------------------------------------
 
@@ -142,89 +149,69 @@ struct Params {
     int log_wd, w0, w1, o0, o1;
 };
 
+// Every weighting and averaging kernel against the reference at each width
+// and height, both predictions at their own step and misalignment. The
+// byte-weight kernels get only weights with |w0| + |w1| <= 128, limits first.
 TEST(InterVariants, WeightingEveryWidth) {
     const InterKernels ref = inter_kernels_for(Isa::c);
     static constexpr int kHeights[4][3] = {{16, 8, 8}, {16, 8, 4}, {8, 4, 2}, {4, 2, 2}};
     const Params extremes[] = {{0, 128, 128, 127, 127},   {0, -128, -128, -128, -128}, {7, 128, 128, -128, -128},
                                {7, -128, 128, 127, -128}, {5, -64, 128, 0, 0},         {0, 1, 1, 0, 0},
                                {1, 0, 0, 127, 127},       {6, 127, -128, -1, -2}};
+    const Params small_extremes[] = {{7, 64, 64, 127, 127},   {0, 127, 1, 127, 127},  {0, -128, 0, -128, -128},
+                                     {7, -128, 0, 127, 127},  {0, 127, -1, -128, 0},  {7, 0, 127, -128, -128},
+                                     {0, -64, -64, 127, -128}, {6, 1, 127, 0, 0}};
+    auto random_params = [](Rng& rng, bool small) {
+        Params p{rng.range(0, 7), rng.range(-128, small ? 127 : 128), rng.range(-128, 128), rng.range(-128, 127),
+                 rng.range(-128, 127)};
+        if (small) p.w1 = std::min(127, std::clamp(p.w1, std::abs(p.w0) - 128, 128 - std::abs(p.w0)));
+        return p;
+    };
     for (int wi = 0; wi < 4; ++wi) {
         const int w = 16 >> wi;
-        for (const auto& [isa, fn] :
-             changed<kplvc::h264::WeightFn>([&](const InterKernels& k) { return k.weight[wi]; })) {
-            Rng rng(3000 + wi);
-            for (int t = 0; t < 600; ++t) {
+        // call(fn or reference, destination, s0, source, s1, h, t, rng) runs one kernel.
+        auto compare = [&](Isa isa, uint64_t seed, int count, auto pick, auto call) {
+            Rng rng(seed);
+            for (int t = 0; t < count; ++t) {
                 SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
                 const int h = kHeights[wi][t % 3];
-                Params p = t < 8 ? extremes[t]
-                                 : Params{rng.range(0, 7), rng.range(-128, 128), rng.range(-128, 128),
-                                          rng.range(-128, 127), rng.range(-128, 127)};
-                const int32_t s0 = w + rng.range(0, 7), s1 = w + rng.range(0, 7);
-                Guarded a(static_cast<size_t>(s0) * h, static_cast<size_t>(rng.range(0, 15)));
-                Guarded b(static_cast<size_t>(s0) * h, 0), src(static_cast<size_t>(s1) * h, 1);
-                fill_window(rng, a.data(), s0, s0, h, t % kKinds);
-                fill_window(rng, src.data(), s1, s1, h, (t + 3) % kKinds);
-                std::memcpy(b.data(), a.data(), a.size());
-                const int off = (p.o0 + p.o1 + 1) >> 1;
-                ref.weight[wi](a.data(), s0, src.data(), s1, h, p.w0, p.w1, p.log_wd, off);
-                fn(b.data(), s0, src.data(), s1, h, p.w0, p.w1, p.log_wd, off);
-                ASSERT_EQ(0, std::memcmp(a.data(), b.data(), a.size()))
-                    << kplvc::cpu::isa_name(isa) << " width " << w << " logWD " << p.log_wd << " w " << p.w0 << ","
-                    << p.w1 << " o " << p.o0 << "," << p.o1;
-                ASSERT_TRUE(b.intact() && src.intact());
-            }
-        }
-        // Weights that fit bytes with |w0| + |w1| <= 128, limits first.
-        const Params small_extremes[] = {{7, 64, 64, 127, 127},   {0, 127, 1, 127, 127},  {0, -128, 0, -128, -128},
-                                         {7, -128, 0, 127, 127},  {0, 127, -1, -128, 0},  {7, 0, 127, -128, -128},
-                                         {0, -64, -64, 127, -128}, {6, 1, 127, 0, 0}};
-        for (const auto& [isa, fn] :
-             changed<kplvc::h264::WeightFn>([&](const InterKernels& k) { return k.weight_small[wi]; })) {
-            Rng rng(3200 + wi);
-            for (int t = 0; t < 600; ++t) {
-                SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
-                const int h = kHeights[wi][t % 3];
-                Params p = small_extremes[t % 8];
-                if (t >= 8) {
-                    p.log_wd = rng.range(0, 7);
-                    p.w0 = rng.range(-128, 127);
-                    const int room = 128 - std::abs(p.w0);
-                    p.w1 = std::min(127, rng.range(-room, room));
-                    p.o0 = rng.range(-128, 127);
-                    p.o1 = rng.range(-128, 127);
-                }
-                ASSERT_TRUE(kplvc::h264::weights_fit_bytes(p.w0, p.w1));
                 const int32_t s0 = w + rng.range(0, 7), s1 = w + rng.range(0, 7);
                 Guarded a(static_cast<size_t>(s0) * h, static_cast<size_t>(rng.range(0, 15)));
                 Guarded b(static_cast<size_t>(s0) * h, 2), src(static_cast<size_t>(s1) * h, 1);
                 fill_window(rng, a.data(), s0, s0, h, t % kKinds);
                 fill_window(rng, src.data(), s1, s1, h, (t + 3) % kKinds);
                 std::memcpy(b.data(), a.data(), a.size());
-                const int off = (p.o0 + p.o1 + 1) >> 1;
-                ref.weight[wi](a.data(), s0, src.data(), s1, h, p.w0, p.w1, p.log_wd, off);
-                fn(b.data(), s0, src.data(), s1, h, p.w0, p.w1, p.log_wd, off);
+                const std::string what = call(rng, t, pick(ref), a.data(), s0, src.data(), s1, h);
+                call(rng, -1, pick(inter_kernels_for(isa)), b.data(), s0, src.data(), s1, h);
                 ASSERT_EQ(0, std::memcmp(a.data(), b.data(), a.size()))
-                    << "small weights " << kplvc::cpu::isa_name(isa) << " width " << w << " logWD " << p.log_wd
-                    << " w " << p.w0 << "," << p.w1 << " o " << p.o0 << "," << p.o1;
+                    << kplvc::cpu::isa_name(isa) << " width " << w << " " << what;
                 ASSERT_TRUE(b.intact() && src.intact());
             }
+        };
+        // The parameters are drawn on the reference call (t >= 0) and reused.
+        for (bool small : {false, true}) {
+            Params p{};
+            auto weighted = [&](Rng& rng, int t, kplvc::h264::WeightFn f, uint8_t* d, int32_t s0, const uint8_t* s,
+                                int32_t s1, int h) {
+                if (t >= 0) p = t < 8 ? (small ? small_extremes : extremes)[t] : random_params(rng, small);
+                EXPECT_TRUE(!small || kplvc::h264::weights_fit_bytes(p.w0, p.w1));
+                f(d, s0, s, s1, h, p.w0, p.w1, p.log_wd, (p.o0 + p.o1 + 1) >> 1);
+                return std::string(small ? "small " : "") + "logWD " + std::to_string(p.log_wd) + " w " +
+                       std::to_string(p.w0) + "," + std::to_string(p.w1) + " o " + std::to_string(p.o0) + "," +
+                       std::to_string(p.o1);
+            };
+            auto pick = [&](const InterKernels& k) { return small ? k.weight_small[wi] : k.weight[wi]; };
+            for (const auto& [isa, fn] : changed<kplvc::h264::WeightFn>(pick))
+                compare(isa, (small ? 3200 : 3000) + wi, 600, pick, weighted);
         }
-        for (const auto& [isa, fn] :
-             changed<kplvc::h264::AverageFn>([&](const InterKernels& k) { return k.average[wi]; })) {
-            Rng rng(3100 + wi);
-            for (int t = 0; t < 200; ++t) {
-                const int h = kHeights[wi][t % 3];
-                const int32_t s0 = w + rng.range(0, 7), s1 = w + rng.range(0, 7);
-                Guarded a(static_cast<size_t>(s0) * h, 5), b(static_cast<size_t>(s0) * h, 0), src(static_cast<size_t>(s1) * h);
-                fill_window(rng, a.data(), s0, s0, h, t % kKinds);
-                fill_window(rng, src.data(), s1, s1, h, (t + 1) % kKinds);
-                std::memcpy(b.data(), a.data(), a.size());
-                ref.average[wi](a.data(), s0, src.data(), s1, h);
-                fn(b.data(), s0, src.data(), s1, h);
-                ASSERT_EQ(0, std::memcmp(a.data(), b.data(), a.size())) << kplvc::cpu::isa_name(isa) << " width " << w;
-                ASSERT_TRUE(b.intact() && src.intact());
-            }
-        }
+        auto pick = [&](const InterKernels& k) { return k.average[wi]; };
+        for (const auto& [isa, fn] : changed<kplvc::h264::AverageFn>(pick))
+            compare(isa, 3100 + wi, 200, pick,
+                    [](Rng&, int, kplvc::h264::AverageFn f, uint8_t* d, int32_t s0, const uint8_t* s, int32_t s1,
+                       int h) {
+                        f(d, s0, s, s1, h);
+                        return std::string("average");
+                    });
     }
 }
 
@@ -234,10 +221,8 @@ TEST(InterVariants, WeightingEveryWidth) {
 // page right before its first sample and right after its last. Steps equal
 // the window's width, so a read past either end faults.
 TEST(InterWindow, GuardPagesAroundLumaWindow) {
-    std::vector<Isa> levels{Isa::c};
-    for (Isa isa : kplvc::test::simd_levels()) levels.push_back(isa);
     Rng rng(77);
-    for (Isa isa : levels) {
+    for (Isa isa : all_levels()) {
         const InterKernels k = inter_kernels_for(isa);
         for (int s = 0; s < kLumaSizes; ++s)
             for (int pos = 0; pos < 16; ++pos) {
@@ -263,10 +248,8 @@ TEST(InterWindow, GuardPagesAroundLumaWindow) {
 }
 
 TEST(InterWindow, GuardPagesAroundChromaWindowAndWeighting) {
-    std::vector<Isa> levels{Isa::c};
-    for (Isa isa : kplvc::test::simd_levels()) levels.push_back(isa);
     Rng rng(78);
-    for (Isa isa : levels) {
+    for (Isa isa : all_levels()) {
         const InterKernels k = inter_kernels_for(isa);
         for (int s = 0; s < kChromaSizes; ++s) {
             const int w = kChromaW[s], h = kChromaH[s];
@@ -311,10 +294,8 @@ TEST(InterWindow, GuardPagesAroundChromaWindowAndWeighting) {
 // Samples outside the window never change the result, and samples outside
 // columns 0..W and rows 0..H at once never change e, g, p or r.
 TEST(InterWindow, OutsideSamplesDoNotMatter) {
-    std::vector<Isa> levels{Isa::c};
-    for (Isa isa : kplvc::test::simd_levels()) levels.push_back(isa);
     Rng rng(79);
-    for (Isa isa : levels) {
+    for (Isa isa : all_levels()) {
         const InterKernels k = inter_kernels_for(isa);
         for (int s = 0; s < kLumaSizes; ++s)
             for (int pos = 0; pos < 16; ++pos) {
@@ -374,43 +355,32 @@ struct Picture {
     }
 };
 
+// The window read from a picture with a replicated border equals the window
+// built by clamping coordinates, for every block size, far outside the picture.
 TEST(InterRecipes, BorderExpansionMatchesEdgeEmulation) {
     Rng rng(91);
-    const int pw = 32, ph = 24;
     std::vector<uint8_t> scratch;
-    for (int s = 0; s < kLumaSizes; ++s) {
-        const int w = kLumaW[s], h = kLumaH[s];
-        const int b = std::max(w, h) + 4;
+    auto check = [&](bool luma, int w, int h) {
+        // Luma reads 2 samples before and 3 after the block, chroma 0 and 1.
+        const int lead = luma ? 2 : 0, ext = luma ? 5 : 1, pw = luma ? 32 : 16, ph = luma ? 24 : 12;
+        const int b = std::max(w, h) + (luma ? 4 : 0), reach = luma ? 60 : 30, fmax = luma ? 3 : 7;
+        const auto api = luma ? kpliInterpolateLuma_H264_8u_C1R : kpliInterpolateChroma_H264_8u_C1R;
         Picture pic(rng, pw, ph, b);
         for (int t = 0; t < 200; ++t) {
-            const int xi = rng.range(-60 - w, pw + 60), yi = rng.range(-60 - h, ph + 60);
-            const int xf = rng.range(0, 3), yf = rng.range(0, 3);
-            const uint8_t* e = pic.emulate(scratch, xi, yi, 2, w + 5, h + 5);
+            const int xi = rng.range(-reach - w, pw + reach), yi = rng.range(-reach - h, ph + reach);
+            const int xf = rng.range(0, fmax), yf = rng.range(0, fmax);
+            const uint8_t* e = pic.emulate(scratch, xi, yi, lead, w + ext, h + ext);
             uint8_t want[256], got[256];
-            ASSERT_EQ(kpliInterpolateLuma_H264_8u_C1R(e, w + 5, want, w, xf, yf, {w, h}), kplStsNoErr);
-            const int cx = std::clamp(xi, 2 - b, pw + b - w - 3), cy = std::clamp(yi, 2 - b, ph + b - h - 3);
-            ASSERT_EQ(kpliInterpolateLuma_H264_8u_C1R(pic.at(cx, cy), pic.step, got, w, xf, yf, {w, h}), kplStsNoErr);
+            ASSERT_EQ(api(e, w + ext, want, w, xf, yf, {w, h}), kplStsNoErr);
+            const int cx = std::clamp(xi, lead - b, pw + b - w - (ext - lead));
+            const int cy = std::clamp(yi, lead - b, ph + b - h - (ext - lead));
+            ASSERT_EQ(api(pic.at(cx, cy), pic.step, got, w, xf, yf, {w, h}), kplStsNoErr);
             ASSERT_EQ(0, std::memcmp(want, got, static_cast<size_t>(w * h)))
                 << w << "x" << h << " at " << xi << "," << yi << " frac " << xf << "," << yf;
         }
-    }
-    for (int s = 0; s < kChromaSizes; ++s) {
-        const int w = kChromaW[s], h = kChromaH[s];
-        const int b = std::max(w, h);
-        Picture pic(rng, pw / 2, ph / 2, b);
-        for (int t = 0; t < 200; ++t) {
-            const int xi = rng.range(-30 - w, pw / 2 + 30), yi = rng.range(-30 - h, ph / 2 + 30);
-            const int xf = rng.range(0, 7), yf = rng.range(0, 7);
-            const uint8_t* e = pic.emulate(scratch, xi, yi, 0, w + 1, h + 1);
-            uint8_t want[64], got[64];
-            ASSERT_EQ(kpliInterpolateChroma_H264_8u_C1R(e, w + 1, want, w, xf, yf, {w, h}), kplStsNoErr);
-            const int cx = std::clamp(xi, -b, pw / 2 - 1 + b - w), cy = std::clamp(yi, -b, ph / 2 - 1 + b - h);
-            ASSERT_EQ(kpliInterpolateChroma_H264_8u_C1R(pic.at(cx, cy), pic.step, got, w, xf, yf, {w, h}),
-                      kplStsNoErr);
-            ASSERT_EQ(0, std::memcmp(want, got, static_cast<size_t>(w * h)))
-                << w << "x" << h << " at " << xi << "," << yi << " frac " << xf << "," << yf;
-        }
-    }
+    };
+    for (int s = 0; s < kLumaSizes; ++s) check(true, kLumaW[s], kLumaH[s]);
+    for (int s = 0; s < kChromaSizes; ++s) check(false, kChromaW[s], kChromaH[s]);
 }
 
 // A border one sample too narrow (W + 3) moves a 16x16 block at integer
