@@ -150,54 +150,36 @@ TEST(ByteWriter, RoundTripThroughReader) {
 
 // ---- Exported word-oriented writers ---------------------------------------------
 
-TEST(WordWriters, WorkedExamples) {
-    Kpl32u w[3] = {0, 0, 0};
-    Kpl32u* p = w;
-    Kpl32s f = 32;
-    EXPECT_EQ(kpliPutBitsLeftMost(&p, &f, 0xAB, 8), kplStsNoErr);
-    EXPECT_EQ(kpliPutBitsLeftMost(&p, &f, 0xFFCDEF01, 24), kplStsNoErr);
-    EXPECT_EQ(w[0], 0xABCDEF01u);
-    EXPECT_EQ(p, w + 1);
-    EXPECT_EQ(f, 32);
-
-    w[0] = w[1] = 0;
-    p = w;
-    f = 32;
-    EXPECT_EQ(kpliPutBitsRightMost(&p, &f, 0x89ABCDEF, 32), kplStsNoErr);
-    EXPECT_EQ(w[0], 0x89ABCDEFu);
-    EXPECT_EQ(p, w + 1);
-    EXPECT_EQ(f, 32);
-}
-
-TEST(WordWriters, ShiftCountModulo32AndNextWord) {
-    // A 32-bit code into an "empty" word: the shift by 32 keeps the old
-    // contents, which are ORed with the code.
-    Kpl32u w[2] = {0x0000FFFF, 0x5555};
-    Kpl32u* p = w;
-    Kpl32s f = 32;
-    kpliPutBitsLeftMost(&p, &f, 0x12340000, 32);
-    EXPECT_EQ(w[0], 0x1234FFFFu);
-    EXPECT_EQ(w[1], 0x5555u);  // not touched when the code ends on the word's end
-
-    // A code crossing the word end overwrites the next word with its rest.
-    w[0] = 0;
-    w[1] = 0xDEADBEEF;
-    p = w;
-    f = 4;
-    kpliPutBitsLeftMost(&p, &f, 0x3F, 6);  // 4 bits close this word, 2 start the next
-    EXPECT_EQ(w[0], 0xFu);
-    EXPECT_EQ(w[1], 0x3u);
-    EXPECT_EQ(f, 30);
-
-    w[0] = 0;
-    w[1] = 0xDEADBEEF;
-    p = w;
-    f = 4;
-    kpliPutBitsRightMost(&p, &f, 0x2D, 6);  // 1011 | 01
-    EXPECT_EQ(w[0], 0xBu);
-    EXPECT_EQ(w[1], 0x40000000u);
-    EXPECT_EQ(p, w + 1);
-    EXPECT_EQ(f, 30);
+// What the random test below cannot see: earlier contents of the words.
+TEST(WordWriters, ExistingContentsAndNextWord) {
+    const struct {
+        const char* what;
+        bool left;
+        Kpl32u w0, w1;
+        Kpl32s f;
+        Kpl32u code;
+        Kpl32s n;
+        Kpl32u want0, want1;
+        Kpl32s want_f;
+    } cases[] = {
+        // The shift by 32 keeps the old contents, which are ORed with the
+        // code; the next word is not touched when the code ends on the word's end.
+        {"32 bits into an empty word", true, 0x0000FFFF, 0x5555, 32, 0x12340000, 32, 0x1234FFFF, 0x5555, 32},
+        // A code crossing the word end overwrites the next word with its rest.
+        {"4 bits close the word, 2 start the next", true, 0, 0xDEADBEEF, 4, 0x3F, 6, 0xF, 0x3, 30},
+        {"1011 | 01 from the top", false, 0, 0xDEADBEEF, 4, 0x2D, 6, 0xB, 0x40000000, 30},
+    };
+    for (const auto& c : cases) {
+        Kpl32u w[2] = {c.w0, c.w1};
+        Kpl32u* p = w;
+        Kpl32s f = c.f;
+        const KplStatus st = c.left ? kpliPutBitsLeftMost(&p, &f, c.code, c.n) : kpliPutBitsRightMost(&p, &f, c.code, c.n);
+        EXPECT_EQ(st, kplStsNoErr) << c.what;
+        EXPECT_EQ(w[0], c.want0) << c.what;
+        EXPECT_EQ(w[1], c.want1) << c.what;
+        EXPECT_EQ(p, w + 1) << c.what;
+        EXPECT_EQ(f, c.want_f) << c.what;
+    }
 }
 
 TEST(WordWriters, RandomSequencesMatchBitModel) {

@@ -13,7 +13,7 @@ using kplvc::test::variants;
 
 // ---- Behaviour ------------------------------------------------------------------
 
-TEST(Malloc, AlignedWithBackPointer) {
+TEST(Malloc, AlignedWithBackPointerAndNullForNonPositive) {
     for (Kpl32s len : {1, 2, 31, 32, 33, 1000, 1 << 20}) {
         Kpl8u* p = kplsMalloc_8u(len);
         ASSERT_NE(p, nullptr);
@@ -26,70 +26,45 @@ TEST(Malloc, AlignedWithBackPointer) {
         std::memset(p, 0x5A, static_cast<size_t>(len));  // the whole block is usable (ASan checks)
         kplsFree(p);
     }
-}
-
-TEST(Malloc, NonPositiveLengthGivesNull) {
-    EXPECT_EQ(kplsMalloc_8u(0), nullptr);
-    EXPECT_EQ(kplsMalloc_8u(-1), nullptr);
-    EXPECT_EQ(kplsMalloc_8u(INT32_MIN), nullptr);
+    for (Kpl32s len : {0, -1, INT32_MIN}) EXPECT_EQ(kplsMalloc_8u(len), nullptr) << len;
     kplsFree(nullptr);  // does nothing
 }
 
-struct MulCase {
-    int16_t x, val;
-    int32_t sf;
-    int16_t want;
-};
-
 TEST(MulC, RoundingAndSaturation) {
-    const MulCase cases[] = {
-        {3, 1, 1, 2},            // 1.5 -> 2 (ties to even)
-        {5, 1, 1, 2},            // 2.5 -> 2
-        {7, 1, 1, 4},            // 3.5 -> 4
-        {-3, 1, 1, -2},          // -1.5 -> -2
-        {-5, 1, 1, -2},          // -2.5 -> -2
-        {6, 1, 2, 2},            // 1.5 -> 2
-        {10, 1, 2, 2},           // 2.5 -> 2
-        {11, 1, 2, 3},           // 2.75 -> 3
+    const struct {
+        int16_t x, val;
+        int32_t sf;
+        int16_t want;
+    } cases[] = {
+        // Right shifts round ties to even, for both signs.
+        {3, 1, 1, 2}, {5, 1, 1, 2}, {-3, 1, 1, -2}, {-5, 1, 1, -2},  // +-1.5, +-2.5
+        {10, 1, 2, 2}, {11, 1, 2, 3},                                // 2.5, 2.75
         {-32768, -32768, 15, 32767},  // 2^30 / 2^15 = 32768 saturates
         {-32768, -32768, 16, 16384},
-        {-32768, 32767, 30, -1}, // -0.99997 -> -1
-        {16384, -32768, 30, 0},  // -0.5 -> 0 (even)
-        {-3, 1, -16, -32768},
-        {3, -1, -16, -32768},
-        {-3, -1, -20, 32767},
-        {0, 5, -20, 0},
-        {1000, 1000, 0, 32767},
-        {-1000, 1000, 0, -32768},
-        {123, 1, 0, 123},
-        {300, 300, -1, 32767},   // clamped before the shift as well as after
+        {-32768, 32767, 30, -1},      // -0.99997 -> -1
+        {16384, -32768, 30, 0},       // -0.5 -> 0 (even)
+        {5, 7, 31, 0}, {5, 7, 1000, 0},  // shifts past the product's width
+        // Left shifts (negative sf) saturate, no shift saturates the product.
+        {-3, 1, -16, -32768}, {3, -1, -16, -32768}, {-3, -1, -20, 32767}, {0, 5, -20, 0}, {5, 0, -3, 0},
+        {1000, 1000, 0, 32767}, {-1000, 1000, 0, -32768}, {123, 1, 0, 123}, {-1, 0, 0, 0},
+        {300, 300, -1, 32767},        // clamped before the shift as well as after
         {-2, 3, -2, -24},
-        {4096, 4, -1, 32767},    // 16384 << 1 saturates
-        {5, 7, 31, 0},
-        {5, 7, 1000, 0},
-        {5, 0, -3, 0},
-        {-1, 0, 0, 0},
+        {4096, 4, -1, 32767},         // 16384 << 1 saturates
     };
     for (const auto& c : cases) {
         int16_t v[3] = {c.x, c.x, c.x};
         ASSERT_EQ(kplsMulC_16s_ISfs(c.val, v, 3, c.sf), kplStsNoErr);
-        for (int16_t got : v)
-            EXPECT_EQ(got, c.want) << "x=" << c.x << " val=" << c.val << " sf=" << c.sf;
+        for (int16_t got : v) EXPECT_EQ(got, c.want) << "x=" << c.x << " val=" << c.val << " sf=" << c.sf;
     }
 }
 
+// Operation 4 clips values above the level; every other code clips below it.
 TEST(Threshold, GreaterAndLess) {
-    int16_t v[3] = {12, 7, 10};
-    ASSERT_EQ(kplsThreshold_16s_I(v, 3, 10, 4), kplStsNoErr);
-    EXPECT_EQ(v[0], 10);
-    EXPECT_EQ(v[1], 7);
-    EXPECT_EQ(v[2], 10);
-    for (int32_t op : {1, 0, -1, 5}) {
-        int16_t u[3] = {12, 7, 10};
-        ASSERT_EQ(kplsThreshold_16s_I(u, 3, 10, op), kplStsNoErr);
-        EXPECT_EQ(u[0], 12);
-        EXPECT_EQ(u[1], 10);
-        EXPECT_EQ(u[2], 10);
+    for (int32_t op : {4, 1, 0, -1, 5}) {
+        int16_t v[3] = {12, 7, 10};
+        ASSERT_EQ(kplsThreshold_16s_I(v, 3, 10, op), kplStsNoErr);
+        const int16_t want[3] = {int16_t(op == 4 ? 10 : 12), int16_t(op == 4 ? 7 : 10), 10};
+        EXPECT_EQ(std::memcmp(v, want, sizeof v), 0) << "op " << op << ": " << v[0] << "," << v[1] << "," << v[2];
     }
 }
 
@@ -214,42 +189,34 @@ void compare_16s(Fn VectorKernels::*member, int s_lo, int s_hi, Call call) {
 
 }  // namespace
 
+// Fills of both widths and every copy kernel at random lengths and misalignments.
 TEST(VectorVariants, FillsAndCopiesMatchReference) {
-    using Fill8 = void (*)(uint8_t*, uint8_t, size_t);
-    using Fill16 = void (*)(int16_t*, int16_t, size_t);
     using Copy = void (*)(const uint8_t*, uint8_t*, size_t);
     Rng rng(99);
-    for (Fill8 VectorKernels::*m : {&VectorKernels::set8, &VectorKernels::set8_stream}) {
-        for (auto [isa, fn] : variants(kplvc::vector_kernels_for, m)) {
+    auto fills = [&rng](auto member, auto value) {
+        using T = decltype(value);
+        for (auto [isa, fn] : variants(kplvc::vector_kernels_for, member)) {
+            SCOPED_TRACE(kplvc::cpu::isa_name(isa));
             for (int iter = 0; iter < 300; ++iter) {
-                const size_t len = random_len(rng), mis = static_cast<size_t>(rng.range(0, 31));
-                Guarded g(len, mis);
-                const uint8_t v = rng.u8();
-                fn(g.data(), v, len);
-                for (size_t i = 0; i < len; ++i) ASSERT_EQ(g.data()[i], v) << kplvc::cpu::isa_name(isa);
-                ASSERT_TRUE(g.intact()) << kplvc::cpu::isa_name(isa) << " len " << len << " mis " << mis;
+                const size_t len = random_len(rng), mis = sizeof(T) * static_cast<size_t>(rng.range(0, 32 / sizeof(T) - 1));
+                Guarded g(sizeof(T) * len, mis);
+                const T v = static_cast<T>(rng.u32());
+                fn(g.as<T>(), v, len);
+                for (size_t i = 0; i < len; ++i) ASSERT_EQ(g.as<T>()[i], v) << "len " << len << " mis " << mis;
+                ASSERT_TRUE(g.intact()) << "len " << len << " mis " << mis;
             }
         }
-    }
-    for (Fill16 VectorKernels::*m : {&VectorKernels::set16, &VectorKernels::set16_stream}) {
-        for (auto [isa, fn] : variants(kplvc::vector_kernels_for, m)) {
-            for (int iter = 0; iter < 300; ++iter) {
-                const size_t len = random_len(rng), mis = 2 * static_cast<size_t>(rng.range(0, 15));
-                Guarded g(2 * len, mis);
-                const int16_t v = rng.s16();
-                fn(g.as<int16_t>(), v, len);
-                for (size_t i = 0; i < len; ++i) ASSERT_EQ(g.as<int16_t>()[i], v) << kplvc::cpu::isa_name(isa);
-                ASSERT_TRUE(g.intact()) << kplvc::cpu::isa_name(isa) << " len " << len;
-            }
-        }
-    }
+    };
+    fills(&VectorKernels::set8, uint8_t{});
+    fills(&VectorKernels::set8_stream, uint8_t{});
+    fills(&VectorKernels::set16, int16_t{});
+    fills(&VectorKernels::set16_stream, int16_t{});
     for (Copy VectorKernels::*m : {&VectorKernels::copy8, &VectorKernels::copy8_stream,
                                    &VectorKernels::copy8_stream_prefetch}) {
         for (auto [isa, fn] : variants(kplvc::vector_kernels_for, m)) {
             for (int iter = 0; iter < 300; ++iter) {
                 const size_t len = random_len(rng);
-                Guarded s(len, static_cast<size_t>(rng.range(0, 31)));
-                Guarded d(len, static_cast<size_t>(rng.range(0, 31)));
+                Guarded s(len, static_cast<size_t>(rng.range(0, 31))), d(len, static_cast<size_t>(rng.range(0, 31)));
                 rng.fill(s.data(), len);
                 fn(s.data(), d.data(), len);
                 ASSERT_EQ(std::memcmp(s.data(), d.data(), len), 0) << kplvc::cpu::isa_name(isa) << " len " << len;

@@ -31,46 +31,48 @@ const std::vector<Kpl32s> kEmpty = {0, 0, 0};
 
 // ---- Tables -------------------------------------------------------------------------
 
-TEST(DvTable, SingleShortCodeFillsUpperHalf) {
-    // M = 9, one 1-bit code "1" with value1 3, value2 5.
-    DvTable tb({9, 0, 0, 1, 1, 3, 5, 0, 0, 0, 0, 0, 0, 0, 0}, kEmpty);
-    for (int w = 257; w <= 512; ++w) ASSERT_EQ(tb.t[w], entry(3, 5, 1)) << w;
-}
-
-TEST(DvTable, CompleteFourBitCodeCoversEveryWord) {
-    // 0 | 10 | 110 | 1110 | 1111 with M = 4: words 1..16 all determined.
-    const std::vector<Kpl32s> a = {4, 0, 0, 1, 0, 10, 1, 1, 2, 20, 2, 1, 6, 30, 3, 2, 14, 40, 4, 15, 50, 5};
-    // The second table: M = 2, codes "01" and "1"; lengths are stored + 4.
-    const std::vector<Kpl32s> b = {2, 0, 0, 1, 1, 7, 8, 1, 1, 9, 10};
-    DvTable tb(a, b);
-    for (int w = 1; w <= 8; ++w) EXPECT_EQ(tb.t[w], entry(10, 1, 1)) << w;
-    for (int w = 9; w <= 12; ++w) EXPECT_EQ(tb.t[w], entry(20, 2, 2)) << w;
-    for (int w = 13; w <= 14; ++w) EXPECT_EQ(tb.t[w], entry(30, 3, 3)) << w;
-    EXPECT_EQ(tb.t[15], entry(40, 4, 4));  // a code of length M fills one word
-    EXPECT_EQ(tb.t[16], entry(50, 5, 4));
-    EXPECT_EQ(tb.t[513 + 2], entry(7, 8, 5));
-    EXPECT_EQ(tb.t[513 + 3], entry(7, 8, 5));
-    EXPECT_EQ(tb.t[513 + 1], entry(9, 10, 6));
-}
-
-TEST(DvTable, EntriesAreNotMasked) {
-    // value1 wider than 14 bits and value2 wider than 10 bits overlap the
-    // neighbouring fields; a negative value1 sets every bit above bit 7.
-    DvTable tb({1, 0, 0, 2, 0, 0x7FFFF, 0x7FF, 1, -1, 3}, kEmpty);
-    EXPECT_EQ(tb.t[1], entry(0x7FFFF, 0x7FF, 1));
-    EXPECT_EQ(tb.t[2], entry(0xFFFFFFFFu, 3, 1));
-    EXPECT_EQ(tb.t[2], 0xFFFFFF01u);
-}
-
-TEST(DvTable, CodesBeyondTheBlockAreNotWritten) {
-    // With M = 10 the second table's 1-bit code "0" spans words 513..1024
-    // and "11" starts at word 1281: only words below 1024 are written (the
-    // block holds 1024 words and one byte). ASan in the sanitizer build
-    // catches any write past the block.
-    std::vector<Kpl32s> b = {10, 0, 0, 1, 0, 6, 6, 1, 3, 7, 7};
-    b.resize(b.size() + 8, 0);  // no codes of lengths 3..10
-    DvTable tb(kEmpty, b);
-    for (int w = 513; w < 1024; ++w) ASSERT_EQ(tb.t[w], entry(6, 6, 5)) << w;
+// Each case builds a table from two code lists and checks ranges of words.
+// The first list fills words 1..2^M, the second starts at word 513 with its
+// lengths stored + 4; entries are not masked to their fields.
+TEST(DvTable, Construction) {
+    struct Range {
+        int lo, hi;
+        Kpl32u want;
+    };
+    const struct {
+        const char* what;
+        std::vector<Kpl32s> a, b;
+        std::vector<Range> words;
+    } cases[] = {
+        {"M 9, one 1-bit code \"1\" fills the upper half", {9, 0, 0, 1, 1, 3, 5, 0, 0, 0, 0, 0, 0, 0, 0}, kEmpty,
+         {{257, 512, entry(3, 5, 1)}}},
+        // 0 | 10 | 110 | 1110 | 1111 with M = 4; second table M = 2, "01" and "1".
+        {"complete 4-bit code covers every word",
+         {4, 0, 0, 1, 0, 10, 1, 1, 2, 20, 2, 1, 6, 30, 3, 2, 14, 40, 4, 15, 50, 5},
+         {2, 0, 0, 1, 1, 7, 8, 1, 1, 9, 10},
+         {{1, 8, entry(10, 1, 1)},
+          {9, 12, entry(20, 2, 2)},
+          {13, 14, entry(30, 3, 3)},
+          {15, 15, entry(40, 4, 4)},  // a code of length M fills one word
+          {16, 16, entry(50, 5, 4)},
+          {513 + 2, 513 + 3, entry(7, 8, 5)},
+          {513 + 1, 513 + 1, entry(9, 10, 6)}}},
+        // value1 wider than 14 bits and value2 wider than 10 bits overlap the
+        // neighbouring fields; a negative value1 sets every bit above bit 7.
+        {"entries are not masked", {1, 0, 0, 2, 0, 0x7FFFF, 0x7FF, 1, -1, 3}, kEmpty,
+         {{1, 1, entry(0x7FFFF, 0x7FF, 1)}, {2, 2, 0xFFFFFF01u}}},
+        // With M = 10 the second table's "0" spans words 513..1024 and "11"
+        // starts at word 1281: only words below 1024 are written (the block
+        // holds 1024 words and one byte; ASan catches a write past it).
+        {"codes beyond the block are not written", kEmpty,
+         {10, 0, 0, 1, 0, 6, 6, 1, 3, 7, 7, 0, 0, 0, 0, 0, 0, 0, 0},
+         {{513, 1023, entry(6, 6, 5)}}},
+    };
+    for (const auto& c : cases) {
+        DvTable tb(c.a, c.b);
+        for (const Range& r : c.words)
+            for (int w = r.lo; w <= r.hi; ++w) ASSERT_EQ(tb.t[w], r.want) << c.what << " word " << w;
+    }
 }
 
 TEST(DvArgs, NullChecksAndUntouchedOutput) {
@@ -112,22 +114,17 @@ TEST(DvQuantInv, WorkedValues) {
         {8191, 32767, 16380},
         {12345, -16384, -12348},
     };
+    constexpr size_t n = sizeof cases / sizeof cases[0];
+    // The entry point, then the reference kernel.
     for (int pass = 0; pass < 2; ++pass) {
-        // The entry point, then the reference kernel.
         int16_t blk[64], q[64];
-        for (size_t i = 0; i < 64; ++i) {
-            const Case& c = cases[i % (sizeof cases / sizeof cases[0])];
-            blk[i] = c.x;
-            q[i] = c.q;
-        }
+        for (size_t i = 0; i < 64; ++i) blk[i] = cases[i % n].x, q[i] = cases[i % n].q;
         if (pass == 0)
             ASSERT_EQ(kpliQuantInv_DV_16s_C1I(blk, q), kplStsNoErr);
         else
             kplvc::dv::dv_kernels_for(kplvc::cpu::Isa::c).quant_inv(blk, q);
-        for (size_t i = 0; i < 64; ++i) {
-            const Case& c = cases[i % (sizeof cases / sizeof cases[0])];
-            EXPECT_EQ(blk[i], c.want) << "pass " << pass << " x=" << c.x << " q=" << c.q;
-        }
+        for (size_t i = 0; i < 64; ++i)
+            EXPECT_EQ(blk[i], cases[i % n].want) << "pass " << pass << " x=" << cases[i % n].x << " q=" << cases[i % n].q;
     }
 }
 
@@ -140,9 +137,7 @@ TEST(DvQuantInv, VariantsMatchReference) {
         for (int it = 0; it < 3000; ++it) {
             const size_t mis = static_cast<size_t>(rng.range(0, 7)) * 2;
             Guarded a(128, mis), b(128, mis), q(128, static_cast<size_t>(rng.range(0, 7)) * 2);
-            int16_t* pa = a.as<int16_t>();
-            int16_t* pb = b.as<int16_t>();
-            int16_t* pq = q.as<int16_t>();
+            int16_t *pa = a.as<int16_t>(), *pb = b.as<int16_t>(), *pq = q.as<int16_t>();
             switch (it % 3) {
                 case 0:
                     rng.fill(pa, 64);
@@ -158,7 +153,7 @@ TEST(DvQuantInv, VariantsMatchReference) {
                     break;
             }
             std::memcpy(pb, pa, 128);
-            std::vector<uint8_t> qcopy(q.data(), q.data() + 128);
+            const std::vector<uint8_t> qcopy(q.data(), q.data() + 128);
             ref(pa, pq);
             fn(pb, pq);
             ASSERT_EQ(std::memcmp(pa, pb, 128), 0) << "iteration " << it;

@@ -50,49 +50,41 @@ KplStatus run(Form f, int16_t* b, int32_t qp, const int16_t* w) {
 
 // ---- Behaviour --------------------------------------------------------------------
 
-struct Case {
-    const char* what;
-    Form form;
-    int16_t dc;      // block[0] before
-    int pos;         // one more coefficient at pos (0: none)
-    int16_t c;
-    int32_t qp;
-    int16_t w;
-    int16_t want_dc, want_pos, want_last;
-};
-
+// One coefficient at `pos` (0: none) besides the DC: wraps, clamps, QP outside
+// 1..31 and mismatch control (the random test below covers the plain
+// truncating division).
 TEST(Mpeg4QuantInv, WorkedCases) {
+    struct Case {
+        const char* what;
+        Form form;
+        int16_t dc;
+        int pos;
+        int16_t c;
+        int32_t qp;
+        int16_t w, want_dc, want_pos, want_last;
+    };
     const Case cases[] = {
         {"intra zeros, DC 0: last becomes 1", kIntra, 0, 0, 0, 5, 16, 0, 0, 1},
         {"intra DC 5 alone: odd, unchanged", kIntra, 5, 0, 0, 5, 16, 5, 0, 0},
         {"intra -1 QP 1 W 8: (-8 + 7) >> 3", kIntra, 1, 9, -1, 1, 8, 1, -1, 1},
-        {"intra 3 QP 2 W 8: 48/8", kIntra, 1, 9, 3, 2, 8, 1, 6, 0},
-        {"intra -3 QP 2 W 9: -54/8 toward zero", kIntra, 0, 9, -3, 2, 9, 0, -6, 1},
         {"intra 2047 QP 31 W 16 wraps to 4034, clamped", kIntra, 1, 9, 2047, 31, 16, 1, 2047, 1},
         {"intra DC never scaled", kIntra, -32768, 9, 0, 31, 16, -32768, 0, 1},
-        {"inter flat DC 1 QP 5: 15, odd", kInterFlat, 1, 0, 0, 5, 0, 15, 0, 0},
-        {"inter flat DC -1 QP 5: -15, odd", kInterFlat, -1, 0, 0, 5, 0, -15, 0, 0},
         {"inter flat no shift: 2 QP 4 -> 20, even", kInterFlat, 2, 0, 0, 4, 0, 20, 0, 1},
         {"inter flat 1000 QP 31 wraps to -3505 -> -2048", kInterFlat, 0, 9, 1000, 31, 0, 0, -2048, 1},
         {"inter flat 2047 QP 31 wraps", kInterFlat, 0, 9, 2047, 31, 0, 0, -2048, 1},
         {"inter W16 2047 QP 31 wraps to -31 (flat: -2048)", kInterW, 0, 9, 2047, 31, 16, 0, -31, 0},
-        {"inter flat -37 QP 7 = weight 16 without wrap", kInterFlat, 0, 9, -37, 7, 0, 0, -525, 0},
-        {"inter W16 -37 QP 7", kInterW, 0, 9, -37, 7, 16, 0, -525, 0},
         {"inter W16 -5 QP 3: (-33·16 + 15) >> 4", kInterW, 0, 9, -5, 3, 16, 0, -33, 0},
-        {"inter W16 5 QP 3", kInterW, 0, 9, 5, 3, 16, 0, 33, 0},
         {"inter W16 QP 65536+3 uses low bits", kInterW, 0, 9, 5, 65536 + 3, 16, 0, 33, 0},
         {"inter W16 QP 0", kInterW, 0, 9, 5, 0, 16, 0, 0, 1},
     };
     for (const auto& c : cases) {
         Block b;
         b.v[0] = c.dc;
-        if (c.pos != 0) b.v[c.pos] = c.c;
+        b.v[c.pos] = c.pos != 0 ? c.c : c.dc;
         const Block w = flat_weights(c.w);
         ASSERT_EQ(run(c.form, b.v, c.qp, w.v), kplStsNoErr);
         EXPECT_EQ(b.v[0], c.want_dc) << c.what;
-        if (c.pos != 0) {
-            EXPECT_EQ(b.v[c.pos], c.want_pos) << c.what;
-        }
+        for (int i = 1; i < 63; ++i) EXPECT_EQ(b.v[i], i == c.pos ? c.want_pos : 0) << c.what << " at " << i;
         EXPECT_EQ(b.v[63], c.want_last) << c.what;
         EXPECT_EQ(block_sum(b.v) & 1, 1) << c.what;
     }
@@ -104,15 +96,12 @@ TEST(Mpeg4QuantInv, WithoutWrapIsTruncatingDivision) {
         SCOPED_TRACE(iter);
         const Form form = static_cast<Form>(iter % 3);
         const int32_t qp = rng.range(1, 31);
-        Block c, w;
+        Block c, w, want;
         for (int i = 0; i < 64; ++i) {
             w.v[i] = static_cast<int16_t>(rng.range(1, 255));
             const int32_t wt = form == kInterFlat ? 1 : w.v[i];
             const int32_t lim = form == kIntra ? 32767 / (qp * wt) : (32767 / (qp * wt) - 1) / 2;
             c.v[i] = static_cast<int16_t>(rng.range(-lim, lim));
-        }
-        Block want, b = c;
-        for (int i = 0; i < 64; ++i) {
             const int64_t x = c.v[i];
             if (form == kIntra)
                 want.v[i] = i == 0 ? c.v[0] : div_clamp(x * qp * w.v[i], 8);
@@ -121,6 +110,7 @@ TEST(Mpeg4QuantInv, WithoutWrapIsTruncatingDivision) {
             else
                 want.v[i] = div_clamp((2 * x + sgn(c.v[i])) * qp, 1);
         }
+        Block b = c;
         ASSERT_EQ(run(form, b.v, qp, w.v), kplStsNoErr);
         for (int i = 0; i < 63; ++i) ASSERT_EQ(b.v[i], want.v[i]) << "form " << form << " i " << i;
         const bool even = (block_sum(want.v) & 1) == 0;
@@ -161,16 +151,20 @@ using DequantFn = kplvc::mpeg4::DequantFn;
 
 int32_t pick_qp(Rng& rng) {
     const int32_t odd[] = {0, -1, 32, 63, 255, 4095, 32767, 32768, 65536 + 31, -65536 - 5, INT32_MAX, INT32_MIN};
-    switch (rng.range(0, 3)) {
-        case 0: return odd[rng.range(0, 11)];
-        case 1: return static_cast<int32_t>(rng.u32());
-        default: return rng.range(1, 31);
-    }
+    const int k = rng.range(0, 3);
+    return k == 0 ? odd[rng.range(0, 11)] : k == 1 ? static_cast<int32_t>(rng.u32()) : rng.range(1, 31);
 }
 
+// Every SIMD version of `member` against the c table's, on misaligned guarded
+// blocks; the weights must stay unchanged. Each SIMD level the CPU has (SSE2,
+// AVX2) must bring its own version, so that the comparison reaches them all.
 void compare(DequantFn QuantKernels::*member, bool uses_weights) {
     const QuantKernels ref = kplvc::mpeg4::quant_kernels_for(kplvc::cpu::Isa::c);
-    for (auto [isa, fn] : variants(kplvc::mpeg4::quant_kernels_for, member)) {
+    size_t levels = 0;
+    for (auto isa : kplvc::test::simd_levels()) levels += isa == kplvc::cpu::Isa::sse2 || isa == kplvc::cpu::Isa::avx2;
+    const auto vs = variants(kplvc::mpeg4::quant_kernels_for, member);
+    EXPECT_EQ(vs.size(), levels);
+    for (auto [isa, fn] : vs) {
         SCOPED_TRACE(kplvc::cpu::isa_name(isa));
         Rng rng(4100 + static_cast<int>(isa));
         for (int iter = 0; iter < 3000; ++iter) {
@@ -185,13 +179,12 @@ void compare(DequantFn QuantKernels::*member, bool uses_weights) {
             }
             std::memcpy(b.data(), a.data(), 128);
             int16_t* w = wg.as<int16_t>();
-            if (iter < 255) {
+            if (iter < 255)
                 for (int i = 0; i < 64; ++i) w[i] = static_cast<int16_t>(iter + 1);  // every weight 1..255
-            } else if (rng.coin()) {
+            else if (rng.coin())
                 rng.fill(w, 64, 1, 255);
-            } else {
+            else
                 rng.fill_extreme(w, 64);
-            }
             const std::vector<uint8_t> w_before(wg.data(), wg.data() + 128);
             const int32_t qp = pick_qp(rng);
             (ref.*member)(a.as<int16_t>(), qp, uses_weights ? w : nullptr);
@@ -209,13 +202,4 @@ TEST(Mpeg4QuantVariants, MatchReference) {
     compare(&QuantKernels::dequant_intra, true);
     compare(&QuantKernels::dequant_inter, true);
     compare(&QuantKernels::dequant_flat, false);
-}
-
-TEST(Mpeg4QuantVariants, EveryKernelHasItsSimdVersions) {
-    size_t levels = 0;
-    for (auto isa : kplvc::test::simd_levels())
-        levels += isa == kplvc::cpu::Isa::sse2 || isa == kplvc::cpu::Isa::avx2;
-    EXPECT_EQ(variants(kplvc::mpeg4::quant_kernels_for, &QuantKernels::dequant_intra).size(), levels);
-    EXPECT_EQ(variants(kplvc::mpeg4::quant_kernels_for, &QuantKernels::dequant_inter).size(), levels);
-    EXPECT_EQ(variants(kplvc::mpeg4::quant_kernels_for, &QuantKernels::dequant_flat).size(), levels);
 }
