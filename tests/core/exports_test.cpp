@@ -1,7 +1,7 @@
 // The shared object exports exactly the functions the public header declares.
 #include <cstdio>
 #include <fstream>
-#include <regex>
+#include <cctype>
 #include <set>
 #include <sstream>
 #include <string>
@@ -16,10 +16,19 @@ std::set<std::string> header_functions() {
     ss << in.rdbuf();
     const std::string text = ss.str();
     std::set<std::string> names;
-    // A declaration: KPLVC_API <return type> name(
-    const std::regex decl(R"(KPLVC_API[^;(]*?\b(kpl[A-Za-z0-9_]+)\s*\()");
-    for (auto it = std::sregex_iterator(text.begin(), text.end(), decl); it != std::sregex_iterator(); ++it)
-        names.insert((*it)[1]);
+    // A declaration: KPLVC_API <return type> name( -- the name is the
+    // identifier right before the first parenthesis after the macro.
+    const std::string macro = "KPLVC_API";
+    for (size_t at = text.find(macro); at != std::string::npos; at = text.find(macro, at + macro.size())) {
+        const size_t paren = text.find('(', at);
+        if (paren == std::string::npos) break;
+        size_t end = paren;
+        while (end > at && std::isspace(static_cast<unsigned char>(text[end - 1]))) --end;
+        size_t begin = end;
+        while (begin > at && (std::isalnum(static_cast<unsigned char>(text[begin - 1])) || text[begin - 1] == '_')) --begin;
+        const std::string name = text.substr(begin, end - begin);
+        if (name.rfind("kpl", 0) == 0) names.insert(name);
+    }
     return names;
 }
 
