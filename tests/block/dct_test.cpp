@@ -5,7 +5,6 @@
 #include <cstring>
 #include <vector>
 
-#include "block/dct_consts.h"
 #include "kplvc.h"
 #include "support/support.h"
 
@@ -52,18 +51,6 @@ Block transpose(const Block& b) {
 }
 
 }  // namespace
-
-// ---- Tables ----------------------------------------------------------------------
-
-TEST(DctTables, ForwardTablesFollowTheInverseWeights) {
-    using namespace kplvc::block::dct;
-    const int16_t f04[32] = {16384, 16384, 22725, 19266, 16384, 16384, 12873, 4520, 21407, 8867, 19266,
-                             -4520, -8867, -21407, -22725, -12873, 16384, -16384, 12873, -22725, -16384, 16384,
-                             4520, 19266, 8867, -21407, 4520, -12873, 21407, -8867, 19266, -22725};
-    for (int i = 0; i < 32; ++i) EXPECT_EQ(tab_f_04.v[i], f04[i]) << i;
-    const int16_t f17_head[10] = {22725, 22725, 31521, 26722, 22725, 22725, 17855, 6270, 29692, 12299};
-    for (int i = 0; i < 10; ++i) EXPECT_EQ(tab_f_17.v[i], f17_head[i]) << i;
-}
 
 // ---- Table-driven engine ------------------------------------------------------------
 
