@@ -306,39 +306,35 @@ TEST(MetricsEdges, ByteArithmeticOfTheDecision) {
     }
 }
 
+// Block k's sixteen differences go to cells 16k..16k+15 in raster order, its
+// sum to cell k; nothing beyond the blocks is written, and a null difference
+// pointer leaves the sums unchanged.
 TEST(MetricsSumsDiff, LayoutSumsAndNullDiff) {
-    const Plane src([](int x, int y) { return x * 16 + y; });
-    const Plane pred([](int x, int y) { return (x + y) % 3 == 0 ? 255 : 0; });
+    auto sv = [](int x, int y) { return x * 16 + y; };
+    auto pv = [](int x, int y) { return (x + y) % 3 == 0 ? 255 : 0; };
+    const Plane src(sv), pred(pv);
+    auto bytes = [](const Guarded& g) { return std::vector<uint8_t>(g.data(), g.data() + g.size()); };
     for (int n : {16, 8}) {
-        const int blocks = (n / 4) * (n / 4);
-        Guarded sums(2 * 16), diff(2 * 256);
-        auto* s = sums.as<Kpl16s>();
-        auto* d = diff.as<Kpl16s>();
+        const int per_row = n / 4;
         const auto fn = n == 16 ? kpliSumsDiff16x16Blocks4x4_8u16s_C1 : kpliSumsDiff8x8Blocks4x4_8u16s_C1;
-        ASSERT_EQ(fn(src.data(), 32, pred.data(), 32, s, d), kplStsNoErr);
-        for (int k = 0; k < blocks; ++k) {
-            int want = 0;
-            for (int r = 0; r < 4; ++r)
-                for (int c = 0; c < 4; ++c) {
-                    const int x = 4 * (k % (n / 4)) + c, y = 4 * (k / (n / 4)) + r;
-                    const int dv = (x * 16 + y) - ((x + y) % 3 == 0 ? 255 : 0);
-                    want += dv;
-                    int16_t got;
-                    std::memcpy(&got, diff.data() + 2 * (16 * k + 4 * r + c), 2);
-                    ASSERT_EQ(got, dv) << n << " block " << k;
-                }
-            int16_t got;
-            std::memcpy(&got, sums.data() + 2 * k, 2);
-            EXPECT_EQ(got, want) << n << " block " << k;
-        }
-        // Nothing beyond the block's cells.
-        for (size_t i = 2 * static_cast<size_t>(blocks); i < 32; ++i) EXPECT_EQ(sums.data()[i], Guarded::kCanary) << i;
-        for (size_t i = 32 * static_cast<size_t>(blocks); i < 512; ++i) EXPECT_EQ(diff.data()[i], Guarded::kCanary) << i;
-        EXPECT_TRUE(sums.intact() && diff.intact());
-
-        Guarded sums2(2 * 16);
+        Guarded sums(2 * 16), sums2(2 * 16), diff(2 * 256);
+        ASSERT_EQ(fn(src.data(), 32, pred.data(), 32, sums.as<Kpl16s>(), diff.as<Kpl16s>()), kplStsNoErr);
         ASSERT_EQ(fn(src.data(), 32, pred.data(), 32, sums2.as<Kpl16s>(), nullptr), kplStsNoErr);
-        EXPECT_EQ(std::memcmp(sums2.data(), sums.data(), 32), 0);
+        std::vector<uint8_t> want_sums(32, Guarded::kCanary), want_diff(512, Guarded::kCanary);
+        for (int k = 0; k < per_row * per_row; ++k) {
+            int16_t sum = 0;
+            for (int i = 0; i < 16; ++i) {
+                const int x = 4 * (k % per_row) + i % 4, y = 4 * (k / per_row) + i / 4;
+                const auto d = static_cast<int16_t>(sv(x, y) - pv(x, y));
+                sum = static_cast<int16_t>(sum + d);
+                std::memcpy(&want_diff[static_cast<size_t>(2 * (16 * k + i))], &d, 2);
+            }
+            std::memcpy(&want_sums[static_cast<size_t>(2 * k)], &sum, 2);
+        }
+        EXPECT_EQ(bytes(sums), want_sums) << n;
+        EXPECT_EQ(bytes(sums2), want_sums) << n;
+        EXPECT_EQ(bytes(diff), want_diff) << n;
+        EXPECT_TRUE(sums.intact() && sums2.intact() && diff.intact());
     }
     // Sums reach -4080 without saturation or wrap.
     const Plane black([](int, int) { return 0; }), white([](int, int) { return 255; });
@@ -390,16 +386,14 @@ TEST(MetricsTextureError, DifferencesAgainstPackedReference) {
     EXPECT_TRUE(d1.intact() && d2.intact());
 }
 
-TEST(MetricsSteps, NegativeAndOddStepsAreTrusted) {
+TEST(MetricsSteps, NegativeStepsAreTrusted) {
     // Bottom-up addressing with a negative step gives the same SAD as the
     // rows read top-down in reverse.
     const Plane& g = gradient();
-    Kpl32s up = -1, down = -1;
     const Plane flipped([](int x, int y) { return 2 * x + 8 * (15 - y); });
+    Kpl32s up = -1;
     ASSERT_EQ(kpliSAD16x16_8u32s(flipped.data(), 32, g.data() + 15 * 32, -32, &up, 0), kplStsNoErr);
     EXPECT_EQ(up, 0);
-    ASSERT_EQ(kpliSAD16x16_8u32s(g.data(), 32, g.data(), 32, &down, 0), kplStsNoErr);
-    EXPECT_EQ(down, 0);
 }
 
 // ---- Argument checks --------------------------------------------------------------
