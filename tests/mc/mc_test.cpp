@@ -200,63 +200,43 @@ TEST(MC, ResidualSaturationAndBidirRounding) {
                 }
 }
 
-// The byte-average forms (and, for the other shapes, the exact four-sample
-// average): a = 1, b = c = d = 0 gives a forward HH prediction of 1 where the
-// four-sample sum gives 0; FH and HF at rc 1 are the truncating averages, so
-// a = 1, c = 0 predicts 0 (a decrement-based construction would give 1).
+// Two references: the byte-average forms against the exact averages of the
+// other shapes. a = 1, b = c = d = 0 gives a forward HH prediction of 1 where
+// the four-sample sum gives 0; FH and HF at rc 1 are the truncating averages,
+// so a = 1, c = 0 predicts 0 (a decrement-based construction would give 1).
+// On flat 1s at rc 1 the forward HH half is avg(dec 1, dec 1) = 0 and the
+// backward one avg(1, dec 1) = 1: each half has its own decrement placement.
 TEST(MC, ByteAverageConstruction) {
     const struct {
         const char* what;
         uint8_t a, b, c, d;  // forward reference's neighbourhood
-        int type_f, rc;
-        uint8_t back;  // backward reference, flat, FF
+        int tf;
+        uint8_t back;  // backward reference, flat
+        int tb, rc;
+        int16_t r;
         uint8_t want_bytes, want_exact;
     } cases[] = {
-        {"HH a=1 rc0", 1, 0, 0, 0, 12, 0, 0, 1, 0},
-        {"HH a=1 rc1", 1, 0, 0, 0, 12, 1, 0, 0, 0},
-        {"HH 1,1,2,2 rc0 back 1", 1, 1, 2, 2, 12, 0, 1, 1, 2},
-        {"HH 1,1,2,2 rc1 back 1", 1, 1, 2, 2, 12, 1, 1, 1, 1},
-        {"FH a=1 c=0 rc1", 1, 0, 0, 0, 4, 1, 0, 0, 0},
-        {"HF a=1 b=0 rc1", 1, 0, 0, 0, 8, 1, 0, 0, 0},
-        {"FH a=1 c=0 rc0", 1, 0, 0, 0, 4, 0, 0, 1, 1},
-        {"HF 5,6 rc1 back 5", 5, 6, 0, 0, 8, 1, 5, 5, 5},
+        {"HH a=1 rc0", 1, 0, 0, 0, 12, 0, 0, 0, 0, 1, 0},
+        {"HH a=1 rc1", 1, 0, 0, 0, 12, 0, 0, 1, 0, 0, 0},
+        {"HH 1,1,2,2 rc0 back 1", 1, 1, 2, 2, 12, 1, 0, 0, 0, 1, 2},
+        {"HH 1,1,2,2 rc1 back 1", 1, 1, 2, 2, 12, 1, 0, 1, 0, 1, 1},
+        {"FH a=1 c=0 rc1", 1, 0, 0, 0, 4, 0, 0, 1, 0, 0, 0},
+        {"HF a=1 b=0 rc1", 1, 0, 0, 0, 8, 0, 0, 1, 0, 0, 0},
+        {"FH a=1 c=0 rc0", 1, 0, 0, 0, 4, 0, 0, 0, 0, 1, 1},
+        {"HF 5,6 rc1 back 5", 5, 6, 0, 0, 8, 5, 0, 1, 0, 5, 5},
+        {"ones HH / zeros FF rc1", 1, 1, 1, 1, 12, 0, 0, 1, 0, 0, 1},
+        {"ones FF / ones HH rc1", 1, 1, 1, 1, 0, 1, 12, 1, 0, 1, 1},
+        {"ones HH / ones HH rc1", 1, 1, 1, 1, 12, 1, 12, 1, 0, 1, 1},
+        {"ones HH / ones HH rc0", 1, 1, 1, 1, 12, 1, 12, 0, 0, 1, 1},
+        {"ones HH / ones HH rc1 r-1", 1, 1, 1, 1, 12, 1, 12, 1, -1, 0, 0},
     };
     for (const ShapeInfo& s : kShapes)
         for (const auto& c : cases) {
-            Flat f(s, c.a, c.b, c.c, c.d), b(s, c.back, c.back, c.back, c.back);
-            ASSERT_EQ(s.bidir(f.ref.data(), 32, c.type_f, b.ref.data(), 32, 0, f.res.data(), 32, f.dst.data(), 16, c.rc),
+            Flat f(s, c.a, c.b, c.c, c.d, c.r), b(s, c.back, c.back, c.back, c.back);
+            ASSERT_EQ(s.bidir(f.ref.data(), 32, c.tf, b.ref.data(), 32, c.tb, f.res.data(), 32, f.dst.data(), 16, c.rc),
                       0);
             EXPECT_EQ(f.dst[0], s.bytes ? c.want_bytes : c.want_exact) << s.name << " " << c.what;
         }
-}
-
-// Flat references of 1 (or 0) with the HH byte-average construction: at rc 1
-// the forward half gives avg(dec 1, dec 1) = 0 and the backward half
-// avg(1, dec 1) = 1, so each reference's own decrement placement shows.
-TEST(MC, BackwardHalfUsesItsOwnDecrementPlacement) {
-    const struct {
-        uint8_t f;
-        int tf;
-        uint8_t b;
-        int tb, rc;
-        int16_t r;
-        uint8_t want;
-    } cases[] = {
-        {1, 12, 0, 0, 1, 0, 0},   // (0 + 0 + 1) >> 1
-        {1, 0, 1, 12, 1, 0, 1},   // (1 + 1 + 1) >> 1
-        {1, 12, 1, 12, 1, 0, 1},  // (0 + 1 + 1) >> 1
-        {1, 12, 1, 12, 0, 0, 1},  // rc 0: both halves 1
-        {1, 12, 1, 12, 1, -1, 0}, // (-2 + 0 + 1 + 1) >> 1
-    };
-    for (const ShapeInfo& s : kShapes) {
-        if (!s.bytes) continue;
-        for (const auto& c : cases) {
-            Flat f(s, c.f, c.f, c.f, c.f, c.r), b(s, c.b, c.b, c.b, c.b);
-            ASSERT_EQ(s.bidir(f.ref.data(), 32, c.tf, b.ref.data(), 32, c.tb, f.res.data(), 32, f.dst.data(), 16, c.rc),
-                      0);
-            EXPECT_EQ(f.dst[0], c.want) << s.name << " " << c.tf << "/" << c.tb << " rc " << c.rc;
-        }
-    }
 }
 
 // Every shape and every mcType (pairs for two references) through the public
