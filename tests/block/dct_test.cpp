@@ -190,13 +190,12 @@ TEST(DctForward, InPlaceEqualsSeparateBuffers) {
 // ---- Matrix engine ----------------------------------------------------------------
 
 TEST(DctAan, DcExamples) {
-    struct Case {
+    const struct {
         int16_t dc;
         int32_t count;
         int16_t want16;
         uint8_t want8;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {12, 1, 1, 1},     {12, 9, 2, 2},      {-12, 1, -1, 0},  {-12, 9, -1, 0},  {-9, 1, -1, 0},
         {-9, 9, -1, 0},    {12, 64, 2, 2},     {12, -1, 2, 2},   {12, 5, 2, 2},    {7, 1, 0, 0},
         {-7, 1, 0, 0},     {4000, 1, 255, 255}, {-4000, 1, -256, 0}, {4000, 64, 255, 255},
@@ -334,11 +333,10 @@ TEST(DctArgs, FirstFailingCheckWinsAndNothingIsWritten) {
     Block src = dc_block(80);
     const Kpl16s* s = src.data();
     const uint8_t px[64] = {};
-    struct Case {
+    const struct {
         const char* what;
         KplStatus got, want;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"inv I", kpliDCT8x8Inv_16s_C1I(nullptr), kplStsNullPtrErr},
         {"inv src", kpliDCT8x8Inv_16s_C1(nullptr, d16), kplStsNullPtrErr},
         {"inv dst", kpliDCT8x8Inv_16s_C1(s, nullptr), kplStsNullPtrErr},

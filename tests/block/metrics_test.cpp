@@ -50,7 +50,7 @@ TEST(MetricsPositions, McTypeSelectsThePosition) {
         {15, 1280, 320, 6400},
     };
     const Plane& g = gradient();
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         Kpl32s sad16 = -1, sad8 = -1, sqr = -1;
         ASSERT_EQ(kpliSAD16x16_8u32s(g.data(), Plane::kStep, g.data(), Plane::kStep, &sad16, c.mcType), kplStsNoErr);
         ASSERT_EQ(kpliSAD8x8_8u32s_C1R(g.data(), Plane::kStep, g.data(), Plane::kStep, &sad8, c.mcType), kplStsNoErr);
@@ -62,13 +62,12 @@ TEST(MetricsPositions, McTypeSelectsThePosition) {
 }
 
 TEST(MetricsPositions, CentreOfFourRoundsOnceNotTwice) {
-    struct Case {
+    const struct {
         const char* what;
         int (*ref)(int, int);
         int cur;
         Kpl32s sad16;
-    };
-    const Case cases[] = {
+    } cases[] = {
         // Every 2x2 window holds 0, 255, 255, 0: (510 + 2) >> 2 = 128.
         {"checkerboard 0/255", [](int x, int y) { return ((x + y) & 1) * 255; }, 0, 256 * 128},
         {"checkerboard 0/255 vs 128", [](int x, int y) { return ((x + y) & 1) * 255; }, 128, 0},
@@ -81,7 +80,7 @@ TEST(MetricsPositions, CentreOfFourRoundsOnceNotTwice) {
         // 254 + 3 x 255 = 1019): (1019 + 2) >> 2 = 255.
         {"near white", [](int x, int y) { return (x % 2 == 0 && y % 2 == 0) ? 254 : 255; }, 255, 0},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         const Plane ref(c.ref);
         const Plane cur([&](int, int) { return c.cur; });
         Kpl32s sad = -1, sad8 = -1;
@@ -101,16 +100,15 @@ TEST(MetricsBidirectional, AverageRoundsUpAndPositionsPair) {
         EXPECT_EQ(sq, 256);
     }
     // On the gradient: pred = v + ((oF + oB + 1) >> 1).
-    struct Case {
+    const struct {
         Kpl32s tf, tb, want;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {0, 0, 0},          {0, 12, 256 * 9},  {12, 0, 256 * 9},   {4, 8, 256 * 9},
         {8, 8, 256},        {8, 4, 256 * 9},   {12, 12, 256 * 25}, {4, 4, 256 * 16},
         {1, 2, 0},          {13, 3, 256 * 9},  {7, 14, 256 * 25},  {8, 0, 256},
     };
     const Plane& g = gradient();
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         Kpl32s sq = -1;
         ASSERT_EQ(kpliSqrDiff16x16B_8u32s(g.data(), 32, g.data(), 32, c.tf, g.data(), 32, c.tb, &sq), kplStsNoErr);
         EXPECT_EQ(sq, c.want) << c.tf << "/" << c.tb;
@@ -133,12 +131,11 @@ TEST(MetricsSubBlocks, SadsLandInRasterOrder) {
 }
 
 TEST(MetricsVariance, WrapAndTruncationOf16x16) {
-    struct Case {
+    const struct {
         const char* what;
         int (*f)(int, int);
         Kpl32s want;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"flat 100", [](int, int) { return 100; }, 0},
         // S = 65280: S*S wraps to -33488896, / 256 = -130816.
         {"all 255", [](int, int) { return 255; }, 16777216},
@@ -147,7 +144,7 @@ TEST(MetricsVariance, WrapAndTruncationOf16x16) {
         // S = 32640: S*S = 1065369600 does not wrap.
         {"halves 0/255", [](int x, int) { return x < 8 ? 0 : 255; }, 128 * 65025 - 32640 * 32640 / 256},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         const Plane p(c.f);
         Kpl32s v = -1;
         ASSERT_EQ(kpliVariance16x16_8u32s(p.data(), Plane::kStep, &v), kplStsNoErr);
@@ -156,17 +153,16 @@ TEST(MetricsVariance, WrapAndTruncationOf16x16) {
 }
 
 TEST(MetricsVariance, VarMean8x8IntegerForms) {
-    struct Case8u {
+    const struct {
         const char* what;
         int (*f)(int, int);
         Kpl32s var, mean;
-    };
-    const Case8u cases[] = {
+    } cases[] = {
         {"flat 10", [](int, int) { return 10; }, 0, 640},
         {"halves 0/255", [](int x, int) { return x < 4 ? 0 : 255; }, 16256, 8160},
         {"one bright sample", [](int x, int y) { return x == 0 && y == 0 ? 255 : 0; }, (64 * 65025 - 65025) / 4096, 255},
     };
-    for (const Case8u& c : cases) {
+    for (const auto& c : cases) {
         const Plane p(c.f);
         Kpl32s var = -1, mean = -1;
         ASSERT_EQ(kpliVarMean8x8_8u32s_C1R(p.data(), Plane::kStep, &var, &mean), kplStsNoErr);
@@ -174,12 +170,11 @@ TEST(MetricsVariance, VarMean8x8IntegerForms) {
         EXPECT_EQ(mean, c.mean) << c.what;
     }
 
-    struct Case16s {
+    const struct {
         const char* what;
         int16_t a, b;  // a in the first 32 samples, b in the rest
         Kpl32s var, mean;
-    };
-    const Case16s signed_cases[] = {
+    } signed_cases[] = {
         // Q = 64 * 2^30 wraps to 0: (0 - 2^42) / 4096.
         {"all -32768", -32768, -32768, -1073741824, -2097152},
         {"all 32767", 32767, 32767, -1073741824, 2097088},
@@ -188,7 +183,7 @@ TEST(MetricsVariance, VarMean8x8IntegerForms) {
         {"flat -5", -5, -5, 0, -320},
         {"halves -3/3", -3, 3, 9, 0},
     };
-    for (const Case16s& c : signed_cases) {
+    for (const auto& c : signed_cases) {
         // Rows 18 bytes apart (odd in 16-bit units), so cells are misaligned.
         std::vector<uint8_t> buf(8 * 18 + 1);
         for (int i = 0; i < 64; ++i) {
@@ -249,12 +244,11 @@ TEST(MetricsVariance, VarMeanDiffMeansTruncateTowardZero) {
 }
 
 TEST(MetricsMeanAbsDev, RoundedMean) {
-    struct Case {
+    const struct {
         const char* what;
         int (*f)(int, int);
         Kpl32s want;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"ramp 0..255", [](int x, int y) { return 16 * y + x; }, 16384},
         // S = 128: m = (128 + 128) >> 8 = 1, not 0.
         {"one sample 128", [](int x, int y) { return x == 0 && y == 0 ? 128 : 0; }, 255 + 127},
@@ -262,7 +256,7 @@ TEST(MetricsMeanAbsDev, RoundedMean) {
         {"one sample 127", [](int x, int y) { return x == 0 && y == 0 ? 127 : 0; }, 127},
         {"flat 200", [](int, int) { return 200; }, 0},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         const Plane p(c.f);
         Kpl32s d = -1;
         ASSERT_EQ(kpliMeanAbsDev16x16_8u32s_C1R(p.data(), Plane::kStep, &d), kplStsNoErr);
@@ -279,12 +273,11 @@ TEST(MetricsEdges, ByteArithmeticOfTheDecision) {
     // vertical edges: 29 after row 14) and row 16 at 255, which would add
     // more if row 15 were ever scanned.
     const Plane last_rows([](int x, int y) { return y == 16 ? 255 : y == 15 ? 90 : (x == 0 ? 0 : 200); });
-    struct Case {
+    const struct {
         const char* what;
         const Plane* p;
         Kpl8u diff, count, want;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"flat, count 5: no edge in the first row", &flat, 10, 5, 1},
         {"flat, count 0", &flat, 10, 0, 0},
         {"flat, count 255", &flat, 10, 255, 1},
@@ -299,7 +292,7 @@ TEST(MetricsEdges, ByteArithmeticOfTheDecision) {
         {"29 edges, count 29: row 15 not scanned", &last_rows, 50, 29, 0},
         {"29 edges, count 28", &last_rows, 50, 28, 1},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         Kpl8u res = 9;
         ASSERT_EQ(kpliEdgesDetect16x16_8u_C1R(c.p->data(), Plane::kStep, c.diff, c.count, &res), kplStsNoErr);
         EXPECT_EQ(res, c.want) << c.what;
@@ -344,18 +337,17 @@ TEST(MetricsSumsDiff, LayoutSumsAndNullDiff) {
 }
 
 TEST(MetricsCountZeros, Counts) {
-    struct Case {
+    const struct {
         const char* what;
         int16_t (*f)(int);
         Kpl32s want;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"all zero", [](int) -> int16_t { return 0; }, 64},
         {"none", [](int i) -> int16_t { return static_cast<int16_t>(i + 1); }, 0},
         {"every other", [](int i) -> int16_t { return static_cast<int16_t>(i % 2 ? -32768 : 0); }, 32},
         {"last only", [](int i) -> int16_t { return static_cast<int16_t>(i == 63 ? 0 : 256); }, 1},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         Kpl16s b[64];
         for (int i = 0; i < 64; ++i) b[i] = c.f(i);
         Kpl32s n = -1;
@@ -409,11 +401,10 @@ TEST(MetricsArgs, NullPointersInOrderAndNothingWritten) {
     auto* o8 = out.data();
     const Kpl32s sums[4] = {0, 0, 0, 0};
     Kpl16s coefs[64] = {};
-    struct Case {
+    const struct {
         const char* what;
         KplStatus got, want;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"sad16 src", kpliSAD16x16_8u32s(nullptr, 32, p, 32, o32, 0), kplStsNullPtrErr},
         {"sad16 ref", kpliSAD16x16_8u32s(p, 32, nullptr, 32, o32, 0), kplStsNullPtrErr},
         {"sad16 src+result", kpliSAD16x16_8u32s(nullptr, 32, p, 32, nullptr, 0), kplStsNullPtrErr},
@@ -475,7 +466,7 @@ TEST(MetricsArgs, NullPointersInOrderAndNothingWritten) {
         {"tex ref", kpliComputeTextureErrorBlock_8u16s(p, 32, nullptr, o16), kplStsBadArgErr},
         {"tex dst", kpliComputeTextureErrorBlock_8u16s(p, 32, p, nullptr), kplStsBadArgErr},
     };
-    for (const Case& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
+    for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
     for (size_t i = 0; i < 256; ++i) ASSERT_EQ(out.data()[i], 0x5C) << "byte " << i << " written";
     EXPECT_TRUE(out.intact());
 }
