@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <vector>
 
 #include "block/scan.h"
@@ -30,7 +31,6 @@ std::array<int, 64> walk_zigzag() {
     return z;
 }
 
-using FullFn = KplStatus (*)(const Kpl16s*, Kpl16s*);
 using CompactFn = KplStatus (*)(const Kpl16s*, Kpl32s, Kpl16s*);
 
 struct Compact {
@@ -70,58 +70,41 @@ TEST(ScanTables, PermutationsAndRelations) {
     EXPECT_EQ(&blk::_kplHorizontalZigzag[0], &blk::ZigzagV[0]);
 }
 
-TEST(InverseScan, FullFormsPlaceEveryCoefficient) {
+// Coefficient i lands at raster position scan[i] for i < len; every other
+// output cell keeps its value. The full forms place all 64.
+TEST(InverseScan, PlaceTheFirstLenCoefficients) {
     struct Case {
         const char* name;
-        FullFn fn;
+        std::function<KplStatus(const Kpl16s*, Kpl32s, Kpl16s*)> fn;
         const uint8_t* scan;
+        std::vector<Kpl32s> lens;
     };
-    const Case cases[] = {
-        {"horizontal", kpliZigzagInv_Horizontal_16s, blk::ZigzagH},
-        {"vertical", kpliZigzagInv_Vertical_16s, blk::ZigzagV},
+    std::vector<Case> cases = {
+        {"full horizontal", [](const Kpl16s* s, Kpl32s, Kpl16s* d) { return kpliZigzagInv_Horizontal_16s(s, d); },
+         blk::ZigzagH, {64}},
+        {"full vertical", [](const Kpl16s* s, Kpl32s, Kpl16s* d) { return kpliZigzagInv_Vertical_16s(s, d); },
+         blk::ZigzagV, {64}},
     };
-    Rng rng(701);
-    for (const auto& c : cases) {
-        int16_t src[64], dst[64];
-        rng.fill(src, 64);
-        std::memset(dst, 0x7F, sizeof dst);
-        ASSERT_EQ(c.fn(src, dst), kplStsNoErr) << c.name;
-        for (int i = 0; i < 64; ++i) EXPECT_EQ(dst[c.scan[i]], src[i]) << c.name << " " << i;
-    }
-    // Source index 1 of the vertical scan lands on the second row, first column.
-    int16_t src[64] = {}, dst[64];
-    src[1] = 42;
-    ASSERT_EQ(kpliZigzagInv_Vertical_16s(src, dst), kplStsNoErr);
-    EXPECT_EQ(dst[8], 42);
-}
-
-TEST(InverseScan, CompactFormsTouchOnlyTheFirstLen) {
+    for (const auto& c : kCompact) cases.push_back({c.name, c.fn, c.scan, {1, 2, 3, 17, 63, 64}});
     Rng rng(702);
-    for (const auto& c : kCompact) {
-        for (Kpl32s len : {1, 2, 3, 17, 63, 64}) {
+    for (const auto& c : cases)
+        for (Kpl32s len : c.lens) {
             int16_t src[64], dst[64];
             rng.fill(src, 64);
             for (auto& d : dst) d = -12345;
             ASSERT_EQ(c.fn(src, len, dst), kplStsNoErr);
-            std::vector<bool> written(64, false);
-            for (int i = 0; i < len; ++i) {
-                EXPECT_EQ(dst[c.scan[i]], src[i]) << c.name << " len " << len;
-                written[c.scan[i]] = true;
-            }
-            for (int r = 0; r < 64; ++r) {
-                if (!written[static_cast<size_t>(r)]) {
-                    EXPECT_EQ(dst[r], -12345) << c.name << " len " << len << " pos " << r;
-                }
-            }
+            std::vector<int> want(64, -12345);
+            for (int i = 0; i < len; ++i) want[c.scan[i]] = src[i];
+            for (int r = 0; r < 64; ++r) EXPECT_EQ(dst[r], want[static_cast<size_t>(r)]) << c.name << " len " << len << " pos " << r;
         }
-    }
-    // Horizontal with len 3 writes raster positions 0, 1, 2.
-    int16_t src[3] = {5, 6, 7}, dst[64] = {};
+    // Worked placements: vertical source index 1 lands on the second row,
+    // first column; horizontal with len 3 writes raster positions 0, 1, 2.
+    int16_t src[64] = {5, 6, 7}, dst[64] = {};
+    ASSERT_EQ(kpliZigzagInv_Vertical_16s(src, dst), kplStsNoErr);
+    EXPECT_EQ(dst[8], 6);
+    std::memset(dst, 0, sizeof dst);
     ASSERT_EQ(kpliZigzagInvHorizontal_Compact_16s(src, 3, dst), kplStsNoErr);
-    EXPECT_EQ(dst[0], 5);
-    EXPECT_EQ(dst[1], 6);
-    EXPECT_EQ(dst[2], 7);
-    for (int r = 3; r < 64; ++r) EXPECT_EQ(dst[r], 0);
+    for (int r = 0; r < 64; ++r) EXPECT_EQ(dst[r], r < 3 ? src[r] : 0) << r;
 }
 
 TEST(InverseScanArgs, FirstFailureAndNothingWritten) {
