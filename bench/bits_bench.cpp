@@ -14,20 +14,20 @@ using kplvc::bench::per_level;
 using kplvc::dv::DvKernels;
 
 void dv_quant_inv() {
-    per_level<DvKernels>("dv/quant_inv", kplvc::dv::dv_kernels_for,
-                         [](const DvKernels& k) { return k.quant_inv; },
-                         [](benchmark::State& st, const DvKernels& k) {
-                             alignas(32) int16_t blk[64], q[64];
-                             for (int i = 0; i < 64; ++i) {
-                                 blk[i] = static_cast<int16_t>(i * 37 - 1000);
-                                 q[i] = static_cast<int16_t>(16384 + i * 100);
-                             }
-                             for (auto _ : st) {
-                                 k.quant_inv(blk, q);
-                                 benchmark::DoNotOptimize(blk);
-                                 benchmark::ClobberMemory();
-                             }
-                         });
+    per_level<DvKernels>(
+        "dv/quant_inv", kplvc::dv::dv_kernels_for, [](const DvKernels& k) { return k.quant_inv; },
+        [](benchmark::State& st, const DvKernels& k) {
+            alignas(32) int16_t blk[64], q[64];
+            for (int i = 0; i < 64; ++i) {
+                blk[i] = static_cast<int16_t>(i * 37 - 1000);
+                q[i] = static_cast<int16_t>(16384 + i * 100);
+            }
+            for (auto _ : st) {
+                k.quant_inv(blk, q);
+                benchmark::DoNotOptimize(blk);
+                benchmark::ClobberMemory();
+            }
+        });
 }
 
 // MPEG-2-like code with lengths 2..16 in three levels (5, 5, 6): 1000 code

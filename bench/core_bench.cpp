@@ -52,18 +52,19 @@ void register_all() {
         for (bool cold : {false, true}) {
             if (len == 1024 && cold) continue;
             const std::string tag = std::to_string(len) + "/" + kind(cold);
-            per_level<VectorKernels>("core/copy/" + tag, kplvc::vector_kernels_for,
-                                     [len](const VectorKernels& k) { return copy_for(k, len); },
-                                     [len, cold](benchmark::State& st, const VectorKernels& k) {
-                                         Rotation r(len, cold);
-                                         const CopyFn f = copy_for(k, len);
-                                         for (auto _ : st) {
-                                             const size_t o = r.advance();
-                                             f(r.src.data() + o, r.dst.data() + o, len);
-                                             benchmark::ClobberMemory();
-                                         }
-                                         st.SetBytesProcessed(int64_t(st.iterations()) * int64_t(len));
-                                     });
+            per_level<VectorKernels>(
+                "core/copy/" + tag, kplvc::vector_kernels_for,
+                [len](const VectorKernels& k) { return copy_for(k, len); },
+                [len, cold](benchmark::State& st, const VectorKernels& k) {
+                    Rotation r(len, cold);
+                    const CopyFn f = copy_for(k, len);
+                    for (auto _ : st) {
+                        const size_t o = r.advance();
+                        f(r.src.data() + o, r.dst.data() + o, len);
+                        benchmark::ClobberMemory();
+                    }
+                    st.SetBytesProcessed(int64_t(st.iterations()) * int64_t(len));
+                });
             benchmark::RegisterBenchmark(("core/copy/" + tag + "/memcpy").c_str(),
                                          [len, cold](benchmark::State& st) {
                                              Rotation r(len, cold);
@@ -74,17 +75,18 @@ void register_all() {
                                              }
                                              st.SetBytesProcessed(int64_t(st.iterations()) * int64_t(len));
                                          });
-            per_level<VectorKernels>("core/set/" + tag, kplvc::vector_kernels_for,
-                                     [len](const VectorKernels& k) { return set_for(k, len); },
-                                     [len, cold](benchmark::State& st, const VectorKernels& k) {
-                                         Rotation r(len, cold);
-                                         const SetFn f = set_for(k, len);
-                                         for (auto _ : st) {
-                                             f(r.dst.data() + r.advance(), 7, len);
-                                             benchmark::ClobberMemory();
-                                         }
-                                         st.SetBytesProcessed(int64_t(st.iterations()) * int64_t(len));
-                                     });
+            per_level<VectorKernels>(
+                "core/set/" + tag, kplvc::vector_kernels_for,
+                [len](const VectorKernels& k) { return set_for(k, len); },
+                [len, cold](benchmark::State& st, const VectorKernels& k) {
+                    Rotation r(len, cold);
+                    const SetFn f = set_for(k, len);
+                    for (auto _ : st) {
+                        f(r.dst.data() + r.advance(), 7, len);
+                        benchmark::ClobberMemory();
+                    }
+                    st.SetBytesProcessed(int64_t(st.iterations()) * int64_t(len));
+                });
             benchmark::RegisterBenchmark(("core/set/" + tag + "/memset").c_str(),
                                          [len, cold](benchmark::State& st) {
                                              Rotation r(len, cold);
@@ -99,14 +101,14 @@ void register_all() {
 
     // Public entry points at the same sizes (hot), to show the check overhead.
     for (Kpl32s len : {1024, 16384, 1 << 20}) {
-        benchmark::RegisterBenchmark(("core/kplsCopy_8u/" + std::to_string(len)).c_str(),
-                                     [len](benchmark::State& st) {
-                                         std::vector<uint8_t> a(static_cast<size_t>(len), 1), b(static_cast<size_t>(len));
-                                         for (auto _ : st) {
-                                             kplsCopy_8u(a.data(), b.data(), len);
-                                             benchmark::ClobberMemory();
-                                         }
-                                     });
+        benchmark::RegisterBenchmark(
+            ("core/kplsCopy_8u/" + std::to_string(len)).c_str(), [len](benchmark::State& st) {
+                std::vector<uint8_t> a(static_cast<size_t>(len), 1), b(static_cast<size_t>(len));
+                for (auto _ : st) {
+                    kplsCopy_8u(a.data(), b.data(), len);
+                    benchmark::ClobberMemory();
+                }
+            });
     }
 
     // Scaling and thresholds on 4096 elements, every scale-factor path.
@@ -125,26 +127,32 @@ void register_all() {
         per_level<VectorKernels>(std::string("core/mulc_4096/") + m.name, kplvc::vector_kernels_for, pick,
                                  [m](benchmark::State& st, const VectorKernels& k) {
                                      std::vector<int16_t> v(4096);
-                                     for (size_t i = 0; i < v.size(); ++i) v[i] = static_cast<int16_t>(i * 37 - 9000);
+                                     for (size_t i = 0; i < v.size(); ++i)
+                                         v[i] = static_cast<int16_t>(i * 37 - 9000);
                                      for (auto _ : st) {
-                                         if (m.sf == 0) k.mulc_sat(v.data(), v.size(), 3);
-                                         else if (m.sf < -15) k.mulc_sign(v.data(), v.size(), 3);
-                                         else if (m.sf < 0) k.mulc_up(v.data(), v.size(), 3, -m.sf);
-                                         else k.mulc_down(v.data(), v.size(), 3, m.sf);
+                                         if (m.sf == 0)
+                                             k.mulc_sat(v.data(), v.size(), 3);
+                                         else if (m.sf < -15)
+                                             k.mulc_sign(v.data(), v.size(), 3);
+                                         else if (m.sf < 0)
+                                             k.mulc_up(v.data(), v.size(), 3, -m.sf);
+                                         else
+                                             k.mulc_down(v.data(), v.size(), 3, m.sf);
                                          benchmark::ClobberMemory();
                                      }
                                  });
     }
-    per_level<VectorKernels>("core/threshold_4096", kplvc::vector_kernels_for,
-                             [](const VectorKernels& k) { return k.threshold_gt; },
-                             [](benchmark::State& st, const VectorKernels& k) {
-                                 std::vector<int16_t> v(4096);
-                                 for (size_t i = 0; i < v.size(); ++i) v[i] = static_cast<int16_t>(i * 37 - 9000);
-                                 for (auto _ : st) {
-                                     k.threshold_gt(v.data(), v.size(), 1000);
-                                     benchmark::ClobberMemory();
-                                 }
-                             });
+    per_level<VectorKernels>(
+        "core/threshold_4096", kplvc::vector_kernels_for,
+        [](const VectorKernels& k) { return k.threshold_gt; },
+        [](benchmark::State& st, const VectorKernels& k) {
+            std::vector<int16_t> v(4096);
+            for (size_t i = 0; i < v.size(); ++i) v[i] = static_cast<int16_t>(i * 37 - 9000);
+            for (auto _ : st) {
+                k.threshold_gt(v.data(), v.size(), 1000);
+                benchmark::ClobberMemory();
+            }
+        });
 }
 
 KPLVC_BENCH_REGISTER(register_all);

@@ -13,8 +13,8 @@
 
 namespace {
 
-using kplvc::block::DctKernels;
 using kplvc::bench::per_level;
+using kplvc::block::DctKernels;
 
 // Coefficients of a typical intra block: large DC, decaying AC.
 struct Data {
@@ -63,37 +63,51 @@ void api(const char* name, Work work) {
 
 void register_all() {
     using K = DctKernels;
-    reg("Inv_16s_C1I", [](const K& k) { return k.inv; }, [](Data& d, const K& k) { k.inv(d.out, d.out); });
-    reg("Inv_16s_C1", [](const K& k) { return k.inv; }, [](Data& d, const K& k) { k.inv(d.coef, d.out); });
-    reg("Inv_4x4_16s_C1I", [](const K& k) { return k.inv_4x4; }, [](Data& d, const K& k) { k.inv_4x4(d.out); });
-    reg("Inv_2x2_16s_C1I", [](const K& k) { return k.inv_2x2; }, [](Data& d, const K& k) { k.inv_2x2(d.out); });
-    reg("Inv_16s8u_C1R", [](const K& k) { return k.inv_u8; },
+    reg(
+        "Inv_16s_C1I", [](const K& k) { return k.inv; }, [](Data& d, const K& k) { k.inv(d.out, d.out); });
+    reg(
+        "Inv_16s_C1", [](const K& k) { return k.inv; }, [](Data& d, const K& k) { k.inv(d.coef, d.out); });
+    reg(
+        "Inv_4x4_16s_C1I", [](const K& k) { return k.inv_4x4; },
+        [](Data& d, const K& k) { k.inv_4x4(d.out); });
+    reg(
+        "Inv_2x2_16s_C1I", [](const K& k) { return k.inv_2x2; },
+        [](Data& d, const K& k) { k.inv_2x2(d.out); });
+    reg(
+        "Inv_16s8u_C1R", [](const K& k) { return k.inv_u8; },
         [](Data& d, const K& k) { k.inv_u8(d.coef, d.px, 32); });
-    reg("Fwd_16s_C1", [](const K& k) { return k.fwd; }, [](Data& d, const K& k) { k.fwd(d.coef, d.out); });
-    reg("Fwd_8u16s_C1R", [](const K& k) { return k.fwd_u8; },
+    reg(
+        "Fwd_16s_C1", [](const K& k) { return k.fwd; }, [](Data& d, const K& k) { k.fwd(d.coef, d.out); });
+    reg(
+        "Fwd_8u16s_C1R", [](const K& k) { return k.fwd_u8; },
         [](Data& d, const K& k) { k.fwd_u8(d.px, 32, d.out); });
-    reg("Inv_AANTransposed_16s8u_C1R/count64", [](const K& k) { return k.aan; },
+    reg(
+        "Inv_AANTransposed_16s8u_C1R/count64", [](const K& k) { return k.aan; },
         [](Data& d, const K& k) {
             k.aan(d.coef, d.tmp);
             k.put_u8(d.tmp, d.px, 32);
         });
-    reg("Inv_AANTransposed_16s8u_C1R/count8", [](const K& k) { return k.aan_corner; },
+    reg(
+        "Inv_AANTransposed_16s8u_C1R/count8", [](const K& k) { return k.aan_corner; },
         [](Data& d, const K& k) {
             k.aan_corner(d.coef, d.tmp);
             k.put_u8(d.tmp, d.px, 32);
         });
-    reg("Inv_AANTransposed_16s_C1R/count64", [](const K& k) { return k.aan; },
+    reg(
+        "Inv_AANTransposed_16s_C1R/count64", [](const K& k) { return k.aan; },
         [](Data& d, const K& k) {
             k.aan(d.coef, d.tmp);
             k.put_16s(d.tmp, d.out, 16);
         });
-    reg("Inv_AANTransposed_16s8u_P2C2R/count64", [](const K& k) { return k.aan; },
+    reg(
+        "Inv_AANTransposed_16s8u_P2C2R/count64", [](const K& k) { return k.aan; },
         [](Data& d, const K& k) {
             k.aan(d.coef, d.tmp);
             k.aan(d.coef, d.tmp2);
             k.put_u8_p2(d.tmp, d.tmp2, d.px, 32);
         });
-    reg("Inv_AANTransposed_16s_P2C2R/count64", [](const K& k) { return k.aan; },
+    reg(
+        "Inv_AANTransposed_16s_P2C2R/count64", [](const K& k) { return k.aan; },
         [](Data& d, const K& k) {
             k.aan(d.coef, d.tmp);
             k.aan(d.coef, d.tmp2);
@@ -101,9 +115,11 @@ void register_all() {
             k.put_16s_p2(d.tmp, d.tmp2, wide, 32);
             benchmark::DoNotOptimize(wide);
         });
-    reg("2x4x8Frw_16s_C1I", [](const K& k) { return k.field_fwd; },
+    reg(
+        "2x4x8Frw_16s_C1I", [](const K& k) { return k.field_fwd; },
         [](Data& d, const K& k) { k.field_fwd(d.out); });
-    reg("2x4x8Inv_16s_C1I", [](const K& k) { return k.field_inv; },
+    reg(
+        "2x4x8Inv_16s_C1I", [](const K& k) { return k.field_inv; },
         [](Data& d, const K& k) { k.field_inv(d.out); });
 
     api("kpliDCT8x8Inv_16s_C1I", [](Data& d) { kpliDCT8x8Inv_16s_C1I(d.out); });

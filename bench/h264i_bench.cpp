@@ -32,42 +32,46 @@ void register_all() {
         const int w = kplvc::h264::kLumaW[s], h = kplvc::h264::kLumaH[s];
         for (int pos = 0; pos < 16; ++pos) {
             const std::string name = "h264inter/luma" + std::to_string(w) + "x" + std::to_string(h) + "_" +
-                                     kPosName[pos] + "(" + std::to_string(pos % 4) + "," + std::to_string(pos / 4) + ")";
-            per_level<InterKernels>(name, kplvc::h264::inter_kernels_for,
-                                    [s, pos](const InterKernels& k) { return k.luma[s][pos]; },
-                                    [s, pos](benchmark::State& st, const InterKernels& k) {
-                                        std::vector<uint8_t> src = reference_plane(), dst(16 * 16);
-                                        const auto fn = k.luma[s][pos];
-                                        for (auto _ : st) {
-                                            fn(src.data() + 3 * kStep + 3, kStep, dst.data(), 16);
-                                            benchmark::ClobberMemory();
-                                        }
-                                    });
+                                     kPosName[pos] + "(" + std::to_string(pos % 4) + "," +
+                                     std::to_string(pos / 4) + ")";
+            per_level<InterKernels>(
+                name, kplvc::h264::inter_kernels_for,
+                [s, pos](const InterKernels& k) { return k.luma[s][pos]; },
+                [s, pos](benchmark::State& st, const InterKernels& k) {
+                    std::vector<uint8_t> src = reference_plane(), dst(16 * 16);
+                    const auto fn = k.luma[s][pos];
+                    for (auto _ : st) {
+                        fn(src.data() + 3 * kStep + 3, kStep, dst.data(), 16);
+                        benchmark::ClobberMemory();
+                    }
+                });
         }
     }
     for (int s : {0, 3}) {  // chroma 8x8, 4x4
         const int w = kplvc::h264::kChromaW[s], h = kplvc::h264::kChromaH[s];
-        per_level<InterKernels>("h264inter/chroma" + std::to_string(w) + "x" + std::to_string(h) + "_(3,5)",
-                                kplvc::h264::inter_kernels_for, [s](const InterKernels& k) { return k.chroma[s]; },
-                                [s](benchmark::State& st, const InterKernels& k) {
-                                    std::vector<uint8_t> src = reference_plane(), dst(8 * 8);
-                                    const auto fn = k.chroma[s];
-                                    for (auto _ : st) {
-                                        fn(src.data(), kStep, dst.data(), 8, 15, 9, 25, 15);
-                                        benchmark::ClobberMemory();
-                                    }
-                                });
+        per_level<InterKernels>(
+            "h264inter/chroma" + std::to_string(w) + "x" + std::to_string(h) + "_(3,5)",
+            kplvc::h264::inter_kernels_for, [s](const InterKernels& k) { return k.chroma[s]; },
+            [s](benchmark::State& st, const InterKernels& k) {
+                std::vector<uint8_t> src = reference_plane(), dst(8 * 8);
+                const auto fn = k.chroma[s];
+                for (auto _ : st) {
+                    fn(src.data(), kStep, dst.data(), 8, 15, 9, 25, 15);
+                    benchmark::ClobberMemory();
+                }
+            });
     }
-    per_level<InterKernels>("h264inter/weight16x16_default", kplvc::h264::inter_kernels_for,
-                            [](const InterKernels& k) { return k.average[0]; },
-                            [](benchmark::State& st, const InterKernels& k) {
-                                std::vector<uint8_t> a = reference_plane(), b = reference_plane();
-                                const auto fn = k.average[0];
-                                for (auto _ : st) {
-                                    fn(a.data(), kStep, b.data() + 1, kStep, 16);
-                                    benchmark::ClobberMemory();
-                                }
-                            });
+    per_level<InterKernels>(
+        "h264inter/weight16x16_default", kplvc::h264::inter_kernels_for,
+        [](const InterKernels& k) { return k.average[0]; },
+        [](benchmark::State& st, const InterKernels& k) {
+            std::vector<uint8_t> a = reference_plane(), b = reference_plane();
+            const auto fn = k.average[0];
+            for (auto _ : st) {
+                fn(a.data(), kStep, b.data() + 1, kStep, 16);
+                benchmark::ClobberMemory();
+            }
+        });
     // Explicit weights 40 and 24 (logWD 5): the byte-weight kernel, which the
     // entry point takes whenever |w0| + |w1| <= 128; weights 128 and -64 need
     // the general one.
@@ -78,7 +82,8 @@ void register_all() {
     };
     for (Explicit e : {Explicit{"explicit", true, 40, 24}, Explicit{"explicit_wide", false, 128, -64}}) {
         auto pick = [e](const InterKernels& k) { return e.small ? k.weight_small[0] : k.weight[0]; };
-        per_level<InterKernels>(std::string("h264inter/weight16x16_") + e.name, kplvc::h264::inter_kernels_for, pick,
+        per_level<InterKernels>(std::string("h264inter/weight16x16_") + e.name,
+                                kplvc::h264::inter_kernels_for, pick,
                                 [e, pick](benchmark::State& st, const InterKernels& k) {
                                     std::vector<uint8_t> a = reference_plane(), b = reference_plane();
                                     const auto fn = pick(k);

@@ -38,7 +38,8 @@ std::vector<uint8_t> smooth_frame() {
     for (int y = 0; y < 64; ++y)
         for (int x = 0; x < kStep; ++x) {
             s = s * 1103515245u + 12345u;
-            const int v = 128 + (((x / 4) & 1) ? 10 : -10) + (((y / 4) & 1) ? 8 : -8) + static_cast<int>((s >> 16) & 3);
+            const int v =
+                128 + (((x / 4) & 1) ? 10 : -10) + (((y / 4) & 1) ? 8 : -8) + static_cast<int>((s >> 16) & 3);
             f[static_cast<size_t>(y * kStep + x)] = static_cast<uint8_t>(v);
         }
     return f;
@@ -49,61 +50,64 @@ std::vector<uint8_t> smooth_frame() {
 void register_pred() {
     static const char* const k4[9] = {"v", "h", "dc", "ddl", "ddr", "vr", "hd", "vl", "hu"};
     for (int m = 0; m < 9; ++m) {
-        per_level<PredKernels>(std::string("h264pred/4x4_") + k4[m], kplvc::h264::pred_kernels_for,
-                               [m](const PredKernels& k) { return k.pred4x4[m]; },
-                               [m](benchmark::State& st, const PredKernels& k) {
-                                   auto f = textured(m);
-                                   for (auto _ : st) {
-                                       k.pred4x4[m](f.data() + 8 * kStep + 8, kStep, 1 | 2 | 32 | 64);
-                                       benchmark::ClobberMemory();
-                                   }
-                               });
-        benchmark::RegisterBenchmark((std::string("h264pred/kpliPredictIntra_4x4/") + k4[m]).c_str(),
-                                     [m](benchmark::State& st) {
-                                         auto f = textured(m);
-                                         for (auto _ : st) {
-                                             kpliPredictIntra_4x4_H264_8u_C1IR(f.data() + 8 * kStep + 8, kStep, m, 1 | 2 | 32 | 64);
-                                             benchmark::ClobberMemory();
-                                         }
-                                     });
+        per_level<PredKernels>(
+            std::string("h264pred/4x4_") + k4[m], kplvc::h264::pred_kernels_for,
+            [m](const PredKernels& k) { return k.pred4x4[m]; },
+            [m](benchmark::State& st, const PredKernels& k) {
+                auto f = textured(m);
+                for (auto _ : st) {
+                    k.pred4x4[m](f.data() + 8 * kStep + 8, kStep, 1 | 2 | 32 | 64);
+                    benchmark::ClobberMemory();
+                }
+            });
+        benchmark::RegisterBenchmark(
+            (std::string("h264pred/kpliPredictIntra_4x4/") + k4[m]).c_str(), [m](benchmark::State& st) {
+                auto f = textured(m);
+                for (auto _ : st) {
+                    kpliPredictIntra_4x4_H264_8u_C1IR(f.data() + 8 * kStep + 8, kStep, m, 1 | 2 | 32 | 64);
+                    benchmark::ClobberMemory();
+                }
+            });
     }
     static const char* const k16[4] = {"v", "h", "dc", "plane"};
     static const char* const kc[4] = {"dc", "h", "v", "plane"};
     for (int m = 0; m < 4; ++m) {
-        per_level<PredKernels>(std::string("h264pred/16x16_") + k16[m], kplvc::h264::pred_kernels_for,
-                               [m](const PredKernels& k) { return k.pred16x16[m]; },
-                               [m](benchmark::State& st, const PredKernels& k) {
-                                   auto f = textured(m);
-                                   for (auto _ : st) {
-                                       k.pred16x16[m](f.data() + 8 * kStep + 8, kStep, 3);
-                                       benchmark::ClobberMemory();
-                                   }
-                               });
-        per_level<PredKernels>(std::string("h264pred/chroma_") + kc[m], kplvc::h264::pred_kernels_for,
-                               [m](const PredKernels& k) { return k.pred_chroma[m]; },
-                               [m](benchmark::State& st, const PredKernels& k) {
-                                   auto f = textured(m);
-                                   for (auto _ : st) {
-                                       k.pred_chroma[m](f.data() + 8 * kStep + 8, kStep, 3);
-                                       benchmark::ClobberMemory();
-                                   }
-                               });
-        benchmark::RegisterBenchmark((std::string("h264pred/kpliPredictIntra_16x16/") + k16[m]).c_str(),
-                                     [m](benchmark::State& st) {
-                                         auto f = textured(m);
-                                         for (auto _ : st) {
-                                             kpliPredictIntra_16x16_H264_8u_C1IR(f.data() + 8 * kStep + 8, kStep, m, 1 | 2 | 32);
-                                             benchmark::ClobberMemory();
-                                         }
-                                     });
-        benchmark::RegisterBenchmark((std::string("h264pred/kpliPredictIntraChroma8x8/") + kc[m]).c_str(),
-                                     [m](benchmark::State& st) {
-                                         auto f = textured(m);
-                                         for (auto _ : st) {
-                                             kpliPredictIntraChroma8x8_H264_8u_C1IR(f.data() + 8 * kStep + 8, kStep, m, 1 | 2 | 32);
-                                             benchmark::ClobberMemory();
-                                         }
-                                     });
+        per_level<PredKernels>(
+            std::string("h264pred/16x16_") + k16[m], kplvc::h264::pred_kernels_for,
+            [m](const PredKernels& k) { return k.pred16x16[m]; },
+            [m](benchmark::State& st, const PredKernels& k) {
+                auto f = textured(m);
+                for (auto _ : st) {
+                    k.pred16x16[m](f.data() + 8 * kStep + 8, kStep, 3);
+                    benchmark::ClobberMemory();
+                }
+            });
+        per_level<PredKernels>(
+            std::string("h264pred/chroma_") + kc[m], kplvc::h264::pred_kernels_for,
+            [m](const PredKernels& k) { return k.pred_chroma[m]; },
+            [m](benchmark::State& st, const PredKernels& k) {
+                auto f = textured(m);
+                for (auto _ : st) {
+                    k.pred_chroma[m](f.data() + 8 * kStep + 8, kStep, 3);
+                    benchmark::ClobberMemory();
+                }
+            });
+        benchmark::RegisterBenchmark(
+            (std::string("h264pred/kpliPredictIntra_16x16/") + k16[m]).c_str(), [m](benchmark::State& st) {
+                auto f = textured(m);
+                for (auto _ : st) {
+                    kpliPredictIntra_16x16_H264_8u_C1IR(f.data() + 8 * kStep + 8, kStep, m, 1 | 2 | 32);
+                    benchmark::ClobberMemory();
+                }
+            });
+        benchmark::RegisterBenchmark(
+            (std::string("h264pred/kpliPredictIntraChroma8x8/") + kc[m]).c_str(), [m](benchmark::State& st) {
+                auto f = textured(m);
+                for (auto _ : st) {
+                    kpliPredictIntraChroma8x8_H264_8u_C1IR(f.data() + 8 * kStep + 8, kStep, m, 1 | 2 | 32);
+                    benchmark::ClobberMemory();
+                }
+            });
     }
 }
 
@@ -157,10 +161,10 @@ void register_deblock() {
         for (const auto& s : kStrengths) {
             const auto m = e.m;
             const uint8_t* bs = s.bs;
-            per_level<DeblockKernels>(std::string("h264deblock/") + e.name + "/" + s.name,
-                                      kplvc::h264::deblock_kernels_for,
-                                      [m](const DeblockKernels& k) { return k.*m; },
-                                      [m, bs](benchmark::State& st, const DeblockKernels& k) { time_deblock(st, k.*m, bs); });
+            per_level<DeblockKernels>(
+                std::string("h264deblock/") + e.name + "/" + s.name, kplvc::h264::deblock_kernels_for,
+                [m](const DeblockKernels& k) { return k.*m; },
+                [m, bs](benchmark::State& st, const DeblockKernels& k) { time_deblock(st, k.*m, bs); });
         }
     // Public entry points (kernel for this CPU + checks).
     static const DeblockFn kApi[4] = {
@@ -177,8 +181,9 @@ void register_deblock() {
             kpliFilterDeblockingChroma_HorEdge_H264_8u_C1IR(p, s, a, b, t, bs);
         },
     };
-    static const char* const kApiNames[4] = {"kpliFilterDeblockingLuma_VerEdge", "kpliFilterDeblockingLuma_HorEdge",
-                                             "kpliFilterDeblockingChroma_VerEdge", "kpliFilterDeblockingChroma_HorEdge"};
+    static const char* const kApiNames[4] = {
+        "kpliFilterDeblockingLuma_VerEdge", "kpliFilterDeblockingLuma_HorEdge",
+        "kpliFilterDeblockingChroma_VerEdge", "kpliFilterDeblockingChroma_HorEdge"};
     for (int i = 0; i < 4; ++i)
         for (const auto& s : kStrengths) {
             const DeblockFn fn = kApi[i];

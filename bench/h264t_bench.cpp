@@ -35,98 +35,105 @@ void api(const char* name, F body) {
 
 void register_all() {
     // ---- Kernels, every level ----------------------------------------------------
-    per_level<XformKernels>("h264xform/dequant_residual_add", kplvc::h264::xform_kernels_for,
-                            [](const XformKernels& k) { return k.dequant_residual_add; },
-                            [](benchmark::State& st, const XformKernels& k) {
-                                alignas(16) int16_t c[16];
-                                uint8_t pred[16 * 4], dst[16 * 4];
-                                std::memset(pred, 120, sizeof pred);
-                                const int16_t* scale = kplvc::h264::kDequant16[kQp].data();
-                                for (auto _ : st) {
-                                    std::memcpy(c, kLevels, sizeof c);
-                                    benchmark::DoNotOptimize(k.dequant_residual_add(pred, c, nullptr, dst, {16, 16}, scale));
-                                    benchmark::ClobberMemory();
-                                }
-                            });
-    per_level<XformKernels>("h264xform/add_dc", kplvc::h264::xform_kernels_for,
-                            [](const XformKernels& k) { return k.add_dc; },
-                            [](benchmark::State& st, const XformKernels& k) {
-                                uint8_t pred[16 * 4], dst[16 * 4];
-                                std::memset(pred, 120, sizeof pred);
-                                for (auto _ : st) {
-                                    k.add_dc(pred, 16, dst, 16, 11);
-                                    benchmark::ClobberMemory();
-                                }
-                            });
-    per_level<XformKernels>("h264xform/dequant_luma_dc", kplvc::h264::xform_kernels_for,
-                            [](const XformKernels& k) { return k.dequant_luma_dc; },
-                            [](benchmark::State& st, const XformKernels& k) {
-                                alignas(16) int16_t c[16];
-                                for (auto _ : st) {
-                                    std::memcpy(c, kLevels, sizeof c);
-                                    k.dequant_luma_dc(c, kplvc::h264::InvQuantLuma16x16DCTable[kQp], 0, 0);
-                                    benchmark::ClobberMemory();
-                                }
-                            });
-    per_level<XformKernels>("h264xform/dequant_residual", kplvc::h264::xform_kernels_for,
-                            [](const XformKernels& k) { return k.dequant_residual; },
-                            [](benchmark::State& st, const XformKernels& k) {
-                                alignas(16) int16_t c[16];
-                                const int16_t* scale = kplvc::h264::kDequant16[kQp].data();
-                                for (auto _ : st) {
-                                    std::memcpy(c, kLevels, sizeof c);
-                                    k.dequant_residual(c, 8, nullptr, scale);
-                                    benchmark::ClobberMemory();
-                                }
-                            });
-    per_level<XformKernels>("h264xform/forward4x4", kplvc::h264::xform_kernels_for,
-                            [](const XformKernels& k) { return k.forward4x4; },
-                            [](benchmark::State& st, const XformKernels& k) {
-                                alignas(16) int16_t c[16];
-                                for (auto _ : st) {
-                                    std::memcpy(c, kResidual, sizeof c);
-                                    k.forward4x4(c);
-                                    benchmark::ClobberMemory();
-                                }
-                            });
-    per_level<XformKernels>("h264xform/transform_quant_residual", kplvc::h264::xform_kernels_for,
-                            [](const XformKernels& k) { return k.transform_quant_residual; },
-                            [](benchmark::State& st, const XformKernels& k) {
-                                alignas(16) int16_t c[16];
-                                uint8_t count, last;
-                                const int32_t shift = kQp / 6 + 15, round = (1 << shift) / 3;
-                                const int16_t* mf = kplvc::h264::kQuant16[kQp % 6].data();
-                                for (auto _ : st) {
-                                    std::memcpy(c, kResidual, sizeof c);
-                                    benchmark::DoNotOptimize(
-                                        k.transform_quant_residual(c, mf, {round, shift}, kZigzagIndex, &count, &last));
-                                    benchmark::ClobberMemory();
-                                }
-                            });
-    per_level<XformKernels>("h264xform/transform_quant_luma_dc", kplvc::h264::xform_kernels_for,
-                            [](const XformKernels& k) { return k.transform_quant_luma_dc; },
-                            [](benchmark::State& st, const XformKernels& k) {
-                                alignas(16) int16_t c[16], t[16];
-                                uint8_t count, last;
-                                for (auto _ : st) {
-                                    std::memcpy(c, kResidual, sizeof c);
-                                    benchmark::DoNotOptimize(k.transform_quant_luma_dc(
-                                        c, t, true, kDcMf, kDcRound, kDcShift, kZigzagIndex, &count, &last));
-                                    benchmark::ClobberMemory();
-                                }
-                            });
-    per_level<XformKernels>("h264xform/transform_quant_chroma_dc", kplvc::h264::xform_kernels_for,
-                            [](const XformKernels& k) { return k.transform_quant_chroma_dc; },
-                            [](benchmark::State& st, const XformKernels& k) {
-                                alignas(16) int16_t c[4], t[4];
-                                uint8_t count;
-                                for (auto _ : st) {
-                                    std::memcpy(c, kResidual, sizeof c);
-                                    benchmark::DoNotOptimize(
-                                        k.transform_quant_chroma_dc(c, t, true, kDcMf, kDcRound, kDcShift, &count));
-                                    benchmark::ClobberMemory();
-                                }
-                            });
+    per_level<XformKernels>(
+        "h264xform/dequant_residual_add", kplvc::h264::xform_kernels_for,
+        [](const XformKernels& k) { return k.dequant_residual_add; },
+        [](benchmark::State& st, const XformKernels& k) {
+            alignas(16) int16_t c[16];
+            uint8_t pred[16 * 4], dst[16 * 4];
+            std::memset(pred, 120, sizeof pred);
+            const int16_t* scale = kplvc::h264::kDequant16[kQp].data();
+            for (auto _ : st) {
+                std::memcpy(c, kLevels, sizeof c);
+                benchmark::DoNotOptimize(k.dequant_residual_add(pred, c, nullptr, dst, {16, 16}, scale));
+                benchmark::ClobberMemory();
+            }
+        });
+    per_level<XformKernels>(
+        "h264xform/add_dc", kplvc::h264::xform_kernels_for, [](const XformKernels& k) { return k.add_dc; },
+        [](benchmark::State& st, const XformKernels& k) {
+            uint8_t pred[16 * 4], dst[16 * 4];
+            std::memset(pred, 120, sizeof pred);
+            for (auto _ : st) {
+                k.add_dc(pred, 16, dst, 16, 11);
+                benchmark::ClobberMemory();
+            }
+        });
+    per_level<XformKernels>(
+        "h264xform/dequant_luma_dc", kplvc::h264::xform_kernels_for,
+        [](const XformKernels& k) { return k.dequant_luma_dc; },
+        [](benchmark::State& st, const XformKernels& k) {
+            alignas(16) int16_t c[16];
+            for (auto _ : st) {
+                std::memcpy(c, kLevels, sizeof c);
+                k.dequant_luma_dc(c, kplvc::h264::InvQuantLuma16x16DCTable[kQp], 0, 0);
+                benchmark::ClobberMemory();
+            }
+        });
+    per_level<XformKernels>(
+        "h264xform/dequant_residual", kplvc::h264::xform_kernels_for,
+        [](const XformKernels& k) { return k.dequant_residual; },
+        [](benchmark::State& st, const XformKernels& k) {
+            alignas(16) int16_t c[16];
+            const int16_t* scale = kplvc::h264::kDequant16[kQp].data();
+            for (auto _ : st) {
+                std::memcpy(c, kLevels, sizeof c);
+                k.dequant_residual(c, 8, nullptr, scale);
+                benchmark::ClobberMemory();
+            }
+        });
+    per_level<XformKernels>(
+        "h264xform/forward4x4", kplvc::h264::xform_kernels_for,
+        [](const XformKernels& k) { return k.forward4x4; },
+        [](benchmark::State& st, const XformKernels& k) {
+            alignas(16) int16_t c[16];
+            for (auto _ : st) {
+                std::memcpy(c, kResidual, sizeof c);
+                k.forward4x4(c);
+                benchmark::ClobberMemory();
+            }
+        });
+    per_level<XformKernels>(
+        "h264xform/transform_quant_residual", kplvc::h264::xform_kernels_for,
+        [](const XformKernels& k) { return k.transform_quant_residual; },
+        [](benchmark::State& st, const XformKernels& k) {
+            alignas(16) int16_t c[16];
+            uint8_t count, last;
+            const int32_t shift = kQp / 6 + 15, round = (1 << shift) / 3;
+            const int16_t* mf = kplvc::h264::kQuant16[kQp % 6].data();
+            for (auto _ : st) {
+                std::memcpy(c, kResidual, sizeof c);
+                benchmark::DoNotOptimize(
+                    k.transform_quant_residual(c, mf, {round, shift}, kZigzagIndex, &count, &last));
+                benchmark::ClobberMemory();
+            }
+        });
+    per_level<XformKernels>(
+        "h264xform/transform_quant_luma_dc", kplvc::h264::xform_kernels_for,
+        [](const XformKernels& k) { return k.transform_quant_luma_dc; },
+        [](benchmark::State& st, const XformKernels& k) {
+            alignas(16) int16_t c[16], t[16];
+            uint8_t count, last;
+            for (auto _ : st) {
+                std::memcpy(c, kResidual, sizeof c);
+                benchmark::DoNotOptimize(k.transform_quant_luma_dc(c, t, true, kDcMf, kDcRound, kDcShift,
+                                                                   kZigzagIndex, &count, &last));
+                benchmark::ClobberMemory();
+            }
+        });
+    per_level<XformKernels>(
+        "h264xform/transform_quant_chroma_dc", kplvc::h264::xform_kernels_for,
+        [](const XformKernels& k) { return k.transform_quant_chroma_dc; },
+        [](benchmark::State& st, const XformKernels& k) {
+            alignas(16) int16_t c[4], t[4];
+            uint8_t count;
+            for (auto _ : st) {
+                std::memcpy(c, kResidual, sizeof c);
+                benchmark::DoNotOptimize(
+                    k.transform_quant_chroma_dc(c, t, true, kDcMf, kDcRound, kDcShift, &count));
+                benchmark::ClobberMemory();
+            }
+        });
 
     // ---- Public functions (the selected kernels) ----------------------------------
     api("DequantTransformResidualAndAdd/ac", [](benchmark::State& st) {
@@ -161,7 +168,8 @@ void register_all() {
         Kpl8u count, last;
         for (auto _ : st) {
             std::memcpy(c, kResidual, sizeof c);
-            benchmark::DoNotOptimize(kpliTransformQuantResidual_H264_16s_C1I(c, kQp, &count, 1, kZigzagIndex, &last));
+            benchmark::DoNotOptimize(
+                kpliTransformQuantResidual_H264_16s_C1I(c, kQp, &count, 1, kZigzagIndex, &last));
             benchmark::ClobberMemory();
         }
     });

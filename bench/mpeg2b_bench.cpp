@@ -21,8 +21,8 @@
 namespace {
 
 using kplvc::bench::per_level;
-using kplvc::mpeg2::BlockKernels;
 using kplvc::mpeg2::block_kernels_for;
+using kplvc::mpeg2::BlockKernels;
 
 std::string shared_tables() {
     std::string f = __FILE__;  // <source>/bench/mpeg2b_bench.cpp
@@ -78,8 +78,10 @@ std::shared_ptr<Tables> load() {
         std::istringstream s(line);
         std::string a, code;
         s >> a >> code;
-        if (a == "EOB") rl.push_back({code, KPLVC_RL_EOB, 0});
-        else if (a == "ESCAPE") rl.push_back({code, KPLVC_RL_ESCAPE, 0});
+        if (a == "EOB")
+            rl.push_back({code, KPLVC_RL_EOB, 0});
+        else if (a == "ESCAPE")
+            rl.push_back({code, KPLVC_RL_ESCAPE, 0});
         else if (a != "FIRST") {
             int32_t run, level;
             s >> run >> level;
@@ -103,10 +105,10 @@ std::shared_ptr<Tables> load() {
     if (kpliCreateRLEncodeTable(t->rl_list.data(), t->enc.data()) != kplStsNoErr) return nullptr;
     for (const Rec& r : dc)
         t->dc_codes[r.v1] = static_cast<Kpl32s>((std::stoul(r.bits, nullptr, 2) << 8) | r.bits.size());
-    static const uint8_t zz[64] = {
-        0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33, 40, 48,
-        41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23,
-        30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
+    static const uint8_t zz[64] = {0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,
+                                   12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,
+                                   35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
+                                   58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
     t->zigzag.assign(zz, zz + 64);
     return t;
 }
@@ -150,8 +152,7 @@ std::vector<Kpl32u> encode_all(const Tables& t, const Blocks& b, bool intra, int
     Kpl16s pred = version == 1 ? 100 : 800;
     for (const auto& blk : b.lv) {
         if (intra)
-            kpliPutIntraBlock(blk.data(), &p, &f, &pred, t.dc_codes, t.enc.data(), t.zigzag.data(),
-                              version);
+            kpliPutIntraBlock(blk.data(), &p, &f, &pred, t.dc_codes, t.enc.data(), t.zigzag.data(), version);
         else
             kpliPutNonIntraBlock(blk.data(), &p, &f, t.enc.data(), t.zigzag.data(), version);
     }
@@ -165,41 +166,44 @@ void decoders(const std::shared_ptr<Tables>& t) {
         int version;
         bool intra;
         int n;
-    } cases[] = {{"mpeg1_inter8", 1, false, 8},  {"mpeg1_intra30", 1, true, 30},
-                 {"mpeg2_inter8", 2, false, 8},  {"mpeg2_intra30", 2, true, 30}};
-    static const Kpl16s kIntraW[64] = {
-        8,  16, 19, 22, 26, 27, 29, 34, 16, 16, 22, 24, 27, 29, 34, 37, 19, 22, 26, 27, 29, 34,
-        34, 38, 22, 22, 26, 27, 29, 34, 37, 40, 22, 26, 27, 29, 32, 35, 40, 48, 26, 27, 29, 32,
-        35, 40, 48, 58, 26, 27, 29, 34, 38, 46, 56, 69, 27, 29, 35, 38, 46, 56, 69, 83};
+    } cases[] = {{"mpeg1_inter8", 1, false, 8},
+                 {"mpeg1_intra30", 1, true, 30},
+                 {"mpeg2_inter8", 2, false, 8},
+                 {"mpeg2_intra30", 2, true, 30}};
+    static const Kpl16s kIntraW[64] = {8,  16, 19, 22, 26, 27, 29, 34, 16, 16, 22, 24, 27, 29, 34, 37,
+                                       19, 22, 26, 27, 29, 34, 34, 38, 22, 22, 26, 27, 29, 34, 37, 40,
+                                       22, 26, 27, 29, 32, 35, 40, 48, 26, 27, 29, 32, 35, 40, 48, 58,
+                                       26, 27, 29, 34, 38, 46, 56, 69, 27, 29, 35, 38, 46, 56, 69, 83};
     for (const Case& c : cases) {
         const Blocks b = make_blocks(*t, c.n, c.intra, c.version);
         auto words = std::make_shared<std::vector<Kpl32u>>(encode_all(*t, b, c.intra, c.version));
         const int version = c.version;
         const bool intra = c.intra;
-        per_level<BlockKernels>(std::string("mpeg2block/decode_") + c.name, block_kernels_for,
-                  [](const BlockKernels& k) { return k.scan_mask; },
-                  [t, words, version, intra](benchmark::State& st, const BlockKernels& k) {
-                      alignas(32) Kpl16s blk[64];
-                      Kpl32s count = 0;
-                      Kpl32u* p = words->data();
-                      Kpl32s off = 31;
-                      Kpl16s pred = version == 1 ? 100 : 800;
-                      int left = 64;
-                      for (auto _ : st) {
-                          if (left == 0) {  // back to the first block
-                              p = words->data();
-                              off = 31;
-                              pred = version == 1 ? 100 : 800;
-                              left = 64;
-                          }
-                          const int32_t s = kplvc::mpeg2::reconstruct_with(
-                              k, version, intra, &p, &off, blk, &count, &pred, t->dc,
-                              t->rl, t->zigzag.data(), 8, intra ? kIntraW : nullptr, 0);
-                          benchmark::DoNotOptimize(s);
-                          benchmark::DoNotOptimize(blk);
-                          --left;
-                      }
-                  });
+        per_level<BlockKernels>(
+            std::string("mpeg2block/decode_") + c.name, block_kernels_for,
+            [](const BlockKernels& k) { return k.scan_mask; },
+            [t, words, version, intra](benchmark::State& st, const BlockKernels& k) {
+                alignas(32) Kpl16s blk[64];
+                Kpl32s count = 0;
+                Kpl32u* p = words->data();
+                Kpl32s off = 31;
+                Kpl16s pred = version == 1 ? 100 : 800;
+                int left = 64;
+                for (auto _ : st) {
+                    if (left == 0) {  // back to the first block
+                        p = words->data();
+                        off = 31;
+                        pred = version == 1 ? 100 : 800;
+                        left = 64;
+                    }
+                    const int32_t s = kplvc::mpeg2::reconstruct_with(k, version, intra, &p, &off, blk, &count,
+                                                                     &pred, t->dc, t->rl, t->zigzag.data(), 8,
+                                                                     intra ? kIntraW : nullptr, 0);
+                    benchmark::DoNotOptimize(s);
+                    benchmark::DoNotOptimize(blk);
+                    --left;
+                }
+            });
     }
 }
 
@@ -239,25 +243,24 @@ void encoders(const std::shared_ptr<Tables>& t) {
 }
 
 void scan_mask() {
-    per_level<BlockKernels>("mpeg2block/scan_mask", block_kernels_for,
-              [](const BlockKernels& k) { return k.scan_mask; },
-              [](benchmark::State& st, const BlockKernels& k) {
-                  Kpl32s scan[64];
-                  for (int i = 0; i < 64; ++i) scan[i] = (i * 29) & 63;
-                  uint64_t nz = 0x0000000000C0FFEEull;
-                  for (auto _ : st) {
-                      benchmark::DoNotOptimize(nz);
-                      benchmark::DoNotOptimize(k.scan_mask(nz, scan));
-                  }
-              });
+    per_level<BlockKernels>(
+        "mpeg2block/scan_mask", block_kernels_for, [](const BlockKernels& k) { return k.scan_mask; },
+        [](benchmark::State& st, const BlockKernels& k) {
+            Kpl32s scan[64];
+            for (int i = 0; i < 64; ++i) scan[i] = (i * 29) & 63;
+            uint64_t nz = 0x0000000000C0FFEEull;
+            for (auto _ : st) {
+                benchmark::DoNotOptimize(nz);
+                benchmark::DoNotOptimize(k.scan_mask(nz, scan));
+            }
+        });
 }
 
 void register_all() {
     const std::shared_ptr<Tables> t = load();
     scan_mask();
     if (t == nullptr) {
-        std::fprintf(stderr, "mpeg2block: code tables not found under %s\n",
-                     shared_tables().c_str());
+        std::fprintf(stderr, "mpeg2block: code tables not found under %s\n", shared_tables().c_str());
         return;
     }
     decoders(t);

@@ -71,9 +71,10 @@ void register_all() {
     };
     for (Inv2 c : {Inv2{"inv_intra", &K2::dequant_intra, true}, Inv2{"inv_inter", &K2::dequant_inter, true},
                    Inv2{"inv_flat", &K2::dequant_flat, false}}) {
-        per_level<K2>(std::string("mpeg2quant/") + c.name, kplvc::mpeg2::quant_kernels_for,
-                      [c](const K2& k) { return k.*(c.m); },
-                      [c](benchmark::State& st, const K2& k) { run_dequant(st, k.*(c.m), c.w); });
+        per_level<K2>(
+            std::string("mpeg2quant/") + c.name, kplvc::mpeg2::quant_kernels_for,
+            [c](const K2& k) { return k.*(c.m); },
+            [c](benchmark::State& st, const K2& k) { run_dequant(st, k.*(c.m), c.w); });
     }
     struct Fwd2 {
         const char* name;
@@ -82,9 +83,10 @@ void register_all() {
     };
     for (Fwd2 c : {Fwd2{"quant_intra", &K2::quant_intra, true}, Fwd2{"quant_inter", &K2::quant_inter, true},
                    Fwd2{"quant_flat", &K2::quant_flat, false}}) {
-        per_level<K2>(std::string("mpeg2quant/") + c.name, kplvc::mpeg2::quant_kernels_for,
-                      [c](const K2& k) { return k.*(c.m); },
-                      [c](benchmark::State& st, const K2& k) { run_quant(st, k.*(c.m), c.mx); });
+        per_level<K2>(
+            std::string("mpeg2quant/") + c.name, kplvc::mpeg2::quant_kernels_for,
+            [c](const K2& k) { return k.*(c.m); },
+            [c](benchmark::State& st, const K2& k) { run_quant(st, k.*(c.m), c.mx); });
     }
     struct Inv4 {
         const char* name;
@@ -93,9 +95,10 @@ void register_all() {
     };
     for (Inv4 c : {Inv4{"inv_intra", &K4::dequant_intra, true}, Inv4{"inv_inter", &K4::dequant_inter, true},
                    Inv4{"inv_flat", &K4::dequant_flat, false}}) {
-        per_level<K4>(std::string("mpeg4quant/") + c.name, kplvc::mpeg4::quant_kernels_for,
-                      [c](const K4& k) { return k.*(c.m); },
-                      [c](benchmark::State& st, const K4& k) { run_dequant(st, k.*(c.m), c.w); });
+        per_level<K4>(
+            std::string("mpeg4quant/") + c.name, kplvc::mpeg4::quant_kernels_for,
+            [c](const K4& k) { return k.*(c.m); },
+            [c](benchmark::State& st, const K4& k) { run_dequant(st, k.*(c.m), c.w); });
     }
 
     // Exported functions on this CPU's table.
@@ -111,15 +114,26 @@ void register_all() {
     });
     benchmark::RegisterBenchmark("mpeg2quant/kpliQuantIntra_MPEG2_16s_C1I", [](benchmark::State& st) {
         Kpl32s n;
-        run_quant(st, [&n](int16_t* b, int32_t qp, const float* m) { return kpliQuantIntra_MPEG2_16s_C1I(b, qp, m, &n); }, true);
+        run_quant(
+            st,
+            [&n](int16_t* b, int32_t qp, const float* m) {
+                return kpliQuantIntra_MPEG2_16s_C1I(b, qp, m, &n);
+            },
+            true);
     });
     benchmark::RegisterBenchmark("mpeg2quant/kpliQuant_MPEG2_16s_C1I/matrix", [](benchmark::State& st) {
         Kpl32s n;
-        run_quant(st, [&n](int16_t* b, int32_t qp, const float* m) { return kpliQuant_MPEG2_16s_C1I(b, qp, m, &n); }, true);
+        run_quant(
+            st,
+            [&n](int16_t* b, int32_t qp, const float* m) { return kpliQuant_MPEG2_16s_C1I(b, qp, m, &n); },
+            true);
     });
     benchmark::RegisterBenchmark("mpeg2quant/kpliQuant_MPEG2_16s_C1I/flat", [](benchmark::State& st) {
         Kpl32s n;
-        run_quant(st, [&n](int16_t* b, int32_t qp, const float* m) { return kpliQuant_MPEG2_16s_C1I(b, qp, m, &n); }, false);
+        run_quant(
+            st,
+            [&n](int16_t* b, int32_t qp, const float* m) { return kpliQuant_MPEG2_16s_C1I(b, qp, m, &n); },
+            false);
     });
     benchmark::RegisterBenchmark("mpeg4quant/kpliQuantInvIntra_MPEG4_16s_C1I", [](benchmark::State& st) {
         run_dequant(st, kpliQuantInvIntra_MPEG4_16s_C1I, true);

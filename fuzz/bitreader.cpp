@@ -75,7 +75,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (size_t i = 0; i < codes.size(); ++i) {
         const int n = lens[i];
         uint32_t v = 0;
-        for (int b = 0; b < n; ++b, ++at) v = (v << 1) | static_cast<uint32_t>((out[static_cast<size_t>(at >> 3)] >> (7 - (at & 7))) & 1);
+        for (int b = 0; b < n; ++b, ++at)
+            v = (v << 1) | static_cast<uint32_t>((out[static_cast<size_t>(at >> 3)] >> (7 - (at & 7))) & 1);
         if (v != codes[i]) abort();
         // The completed words of both word writers hold the same bits MSB first.
         for (int b = 0; b < n; ++b, ++wbit) {

@@ -23,7 +23,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const Kpl8u* data_end = buf.data() + (size - 2);
     int off = selector & 7;
     Kpl16s row[8], col[8];
-    for (int k = 0; k < 8; ++k) row[k] = static_cast<Kpl16s>(k * 100 - 50), col[k] = static_cast<Kpl16s>(400 - k * 37);
+    for (int k = 0; k < 8; ++k)
+        row[k] = static_cast<Kpl16s>(k * 100 - 50), col[k] = static_cast<Kpl16s>(400 - k * 37);
     for (int i = 0; i < 256 && p < data_end; ++i) {
         const int which = ((selector >> 3) + i) & 3;
         Kpl8u* p0 = p;
@@ -33,10 +34,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         int16_t res[64];
         KplStatus st;
         switch (which) {
-            case 0: st = kpliDecodeBlockCoef_Intra_H263_1u8u(&p, &off, px, 9, qp); break;
-            case 1: st = kpliDecodeBlockCoef_Inter_H263_1u16s(&p, &off, res, qp); break;
-            case 2: st = kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u(&p, &off, px, 9); break;
-            default: st = kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 9, row, col, qp, 1 + (i % 3)); break;
+            case 0:
+                st = kpliDecodeBlockCoef_Intra_H263_1u8u(&p, &off, px, 9, qp);
+                break;
+            case 1:
+                st = kpliDecodeBlockCoef_Inter_H263_1u16s(&p, &off, res, qp);
+                break;
+            case 2:
+                st = kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u(&p, &off, px, 9);
+                break;
+            default:
+                st = kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 9, row, col, qp, 1 + (i % 3));
+                break;
         }
         if (st != kplStsNoErr) {
             const bool dc_only_moved = which == 2 && st == kplStsIntraDCErr && p == p0 + 1 && off == off0;

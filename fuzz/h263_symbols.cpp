@@ -31,16 +31,32 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::memcpy(before, mv, sizeof mv);
         KplStatus st;
         switch (which) {
-            case 0: st = kpliDecodeMCBPCIntra_H263(&p, &off, &out); break;
-            case 1: st = kpliDecodeMCBPCInter_H263(&p, &off, &out); break;
-            case 2: st = kpliDecodeMODB_H263(&p, &off, &out); break;
-            case 3: st = kpliDecodeCBPY_H263(&p, &off, &out); break;
-            case 4: st = kpliDecodeMV_H263(&p, &off, mv); break;
-            case 5: st = kpliDecodeMV_TopBorder_H263(&p, &off, mv); break;
-            default: q &= 31; st = kpliUpdateQuant_MQ_H263_1u32s_I(&p, &off, &q); break;
+            case 0:
+                st = kpliDecodeMCBPCIntra_H263(&p, &off, &out);
+                break;
+            case 1:
+                st = kpliDecodeMCBPCInter_H263(&p, &off, &out);
+                break;
+            case 2:
+                st = kpliDecodeMODB_H263(&p, &off, &out);
+                break;
+            case 3:
+                st = kpliDecodeCBPY_H263(&p, &off, &out);
+                break;
+            case 4:
+                st = kpliDecodeMV_H263(&p, &off, mv);
+                break;
+            case 5:
+                st = kpliDecodeMV_TopBorder_H263(&p, &off, mv);
+                break;
+            default:
+                q &= 31;
+                st = kpliUpdateQuant_MQ_H263_1u32s_I(&p, &off, &q);
+                break;
         }
         if (st != kplStsNoErr) {
-            if (p != p0 || off != off0 || out != 0xA5 || std::memcmp(before, mv, sizeof mv) != 0) std::abort();
+            if (p != p0 || off != off0 || out != 0xA5 || std::memcmp(before, mv, sizeof mv) != 0)
+                std::abort();
             break;
         }
         if (off < 0 || off > 7 || p < p0) std::abort();

@@ -47,8 +47,10 @@ std::vector<Rec> read_rl(const char* name) {
         std::istringstream s(line);
         std::string a, code;
         s >> a >> code;
-        if (a == "EOB") out.push_back({code, KPLVC_RL_EOB, 0});
-        else if (a == "ESCAPE") out.push_back({code, KPLVC_RL_ESCAPE, 0});
+        if (a == "EOB")
+            out.push_back({code, KPLVC_RL_EOB, 0});
+        else if (a == "ESCAPE")
+            out.push_back({code, KPLVC_RL_ESCAPE, 0});
         else if (a != "FIRST") {
             int32_t run, level;
             s >> run >> level;
@@ -92,8 +94,8 @@ Kpl32s* build(const std::vector<Rec>& recs, bool rl, std::vector<Kpl32s> levels)
     }
     d.push_back(-1);
     Kpl32s* t = nullptr;
-    const KplStatus st = rl ? kpliVCHuffmanInitAllocRL_32s(d.data(), &t)
-                            : kpliVCHuffmanInitAlloc_32s(d.data(), &t);
+    const KplStatus st =
+        rl ? kpliVCHuffmanInitAllocRL_32s(d.data(), &t) : kpliVCHuffmanInitAlloc_32s(d.data(), &t);
     if (st != kplStsNoErr) abort();
     return t;
 }
@@ -113,14 +115,14 @@ const Tables& tables() {
         x.rl[1] = build(read_rl("mpeg2_dct_coef_b15.txt"), true, {5, 6, 6});
         x.dc[0] = build(read_dc("B12"), false, {9});
         x.dc[1] = build(read_dc("B13"), false, {2, 4, 4});
-        static const uint8_t zz[64] = {
-            0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33, 40, 48,
-            41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23,
-            30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
-        static const uint8_t alt[64] = {
-            0,  8,  16, 24, 1,  9,  2,  10, 17, 25, 32, 40, 48, 56, 57, 49, 41, 33, 26, 18, 3,  11,
-            4,  12, 19, 27, 34, 42, 50, 58, 35, 43, 51, 59, 20, 28, 5,  13, 6,  14, 21, 29, 36, 44,
-            52, 60, 37, 45, 53, 61, 22, 30, 7,  15, 23, 31, 38, 46, 54, 62, 39, 47, 55, 63};
+        static const uint8_t zz[64] = {0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,
+                                       12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,
+                                       35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
+                                       58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
+        static const uint8_t alt[64] = {0,  8,  16, 24, 1, 9,  2,  10, 17, 25, 32, 40, 48, 56, 57, 49,
+                                        41, 33, 26, 18, 3, 11, 4,  12, 19, 27, 34, 42, 50, 58, 35, 43,
+                                        51, 59, 20, 28, 5, 13, 6,  14, 21, 29, 36, 44, 52, 60, 37, 45,
+                                        53, 61, 22, 30, 7, 15, 23, 31, 38, 46, 54, 62, 39, 47, 55, 63};
         for (int i = 0; i < 64; ++i) {
             x.scan[0][i] = zz[i];
             x.scan[1][i] = alt[i];
@@ -165,12 +167,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Kpl32s off = start_off;
     KplStatus st;
     if (version == 1)
-        st = intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(&p, &off, blk, &count, &pred, dct, coef,
-                                                            scan, qp, w)
+        st = intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(&p, &off, blk, &count, &pred, dct, coef, scan, qp,
+                                                            w)
                    : kpliReconstructDCTBlock_MPEG1_32s(&p, &off, blk, &count, coef, scan, qp, w);
     else
-        st = intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(&p, &off, blk, &count, &pred, dct, coef,
-                                                            scan, qp, w, prec)
+        st = intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(&p, &off, blk, &count, &pred, dct, coef, scan, qp,
+                                                            w, prec)
                    : kpliReconstructDCTBlock_MPEG2_32s(&p, &off, blk, &count, coef, scan, qp, w);
 
     if (st != kplStsNoErr) {

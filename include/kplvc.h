@@ -108,13 +108,13 @@ typedef struct {
 } KplMotionVector;
 
 typedef struct {
-    Kpl32s major;        /* 4 */
-    Kpl32s minor;        /* 1 */
-    Kpl32s majorBuild;   /* 10 */
-    Kpl32s build;        /* 38 */
-    char targetCpu[4];   /* "a6", zero-filled */
-    const char* Name;    /* "libkplvca6.so" */
-    const char* Version; /* "v4.1" */
+    Kpl32s major;          /* 4 */
+    Kpl32s minor;          /* 1 */
+    Kpl32s majorBuild;     /* 10 */
+    Kpl32s build;          /* 38 */
+    char targetCpu[4];     /* "a6", zero-filled */
+    const char* Name;      /* "libkplvca6.so" */
+    const char* Version;   /* "v4.1" */
     const char* BuildDate; /* "Jul 22 2004" */
 } KplLibraryVersion;
 
@@ -163,14 +163,12 @@ KPLVC_API KplStatus kplsCopy_8u(const Kpl8u* pSrc, Kpl8u* pDst, Kpl32s len);
  * to even for scaleFactor > 0; val 0 zeroes the vector; scaleFactor > 30
  * zeroes it; scaleFactor < 0 scales up with saturation.
  * Statuses: -8 pSrcDst null; -6 len < 1. */
-KPLVC_API KplStatus kplsMulC_16s_ISfs(Kpl16s val, Kpl16s* pSrcDst, Kpl32s len,
-                                      Kpl32s scaleFactor);
+KPLVC_API KplStatus kplsMulC_16s_ISfs(Kpl16s val, Kpl16s* pSrcDst, Kpl32s len, Kpl32s scaleFactor);
 
 /* relOp 4 (greater): elements above level become level; any other relOp
  * (less): elements below level become level.
  * Statuses: -8 pSrcDst null; -6 len < 1. */
-KPLVC_API KplStatus kplsThreshold_16s_I(Kpl16s* pSrcDst, Kpl32s len, Kpl16s level,
-                                        Kpl32s relOp);
+KPLVC_API KplStatus kplsThreshold_16s_I(Kpl16s* pSrcDst, Kpl32s len, Kpl16s level, Kpl32s relOp);
 
 /* Fills roiSize.height rows of roiSize.width bytes, rows dstStep apart (any
  * step >= 1; rows may overlap, later rows win).
@@ -193,15 +191,13 @@ KPLVC_API KplStatus kpliSet_8u_C1R(Kpl8u val, Kpl8u* pDst, Kpl32s dstStep, KpliS
  * into an empty word is ORed into it unshifted); a completed word has its
  * first bit at bit 31. Start from an empty, zeroed word. The word that
  * receives the rest of a code that crosses a word end is overwritten. */
-KPLVC_API KplStatus kpliPutBitsLeftMost(Kpl32u** ppBitStream, Kpl32s* pBitOffset, Kpl32u code,
-                                        Kpl32s nBits);
+KPLVC_API KplStatus kpliPutBitsLeftMost(Kpl32u** ppBitStream, Kpl32s* pBitOffset, Kpl32u code, Kpl32s nBits);
 
 /* kpliPutBitsRightMost: bits are ORed in from bit 31 downwards. The current
  * word must start at zero, and so must the next one when a code ends exactly
  * at the word's end (it is not touched then); a code crossing the end
  * overwrites the next word with its remaining bits. */
-KPLVC_API KplStatus kpliPutBitsRightMost(Kpl32u** ppBitStream, Kpl32s* pBitOffset, Kpl32u code,
-                                         Kpl32s nBits);
+KPLVC_API KplStatus kpliPutBitsRightMost(Kpl32u** ppBitStream, Kpl32s* pBitOffset, Kpl32u code, Kpl32s nBits);
 /* @bitstream-end */
 
 /* ------------------------------------------------------------------------ */
@@ -261,22 +257,20 @@ KPLVC_API KplStatus kpliVCHuffmanFree_32s(Kpl32s** ppSpec);
 /* @block-begin */
 /* Copies an 8x8 block, row starts advancing by srcStep and dstStep.
  * Statuses: -8 pSrc or pDst null; -169 srcStep or dstStep below 8. */
-KPLVC_API KplStatus kpliCopyBlock_8x8_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
-                                         Kpl32s dstStep);
+KPLVC_API KplStatus kpliCopyBlock_8x8_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst, Kpl32s dstStep);
 /* Copies a 16x16 block.
  * Statuses: -8 pSrc or pDst null; -168 srcStep or dstStep below 16. */
-KPLVC_API KplStatus kpliCopyBlock_16x16_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
-                                           Kpl32s dstStep);
+KPLVC_API KplStatus kpliCopyBlock_16x16_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst, Kpl32s dstStep);
 /* 8x8 motion compensation without residual: kpliMC8x8_8u_C1 with a zero
  * residual and mcType 0, 4, 8 for predType 0, 1, 2 (12 for any other value),
  * roundControl 0 (so half-sample averages round up). Returns the status of
  * kpliMC8x8_8u_C1 (-8 when pSrc or pDst is null). */
-KPLVC_API KplStatus kpliMCBlock_RoundOff_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
-                                            Kpl32s dstStep, Kpl32s predType);
+KPLVC_API KplStatus kpliMCBlock_RoundOff_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst, Kpl32s dstStep,
+                                            Kpl32s predType);
 /* As kpliMCBlock_RoundOff_8u with roundControl 1 (half-sample averages
  * truncate). */
-KPLVC_API KplStatus kpliMCBlock_RoundOn_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
-                                           Kpl32s dstStep, Kpl32s predType);
+KPLVC_API KplStatus kpliMCBlock_RoundOn_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst, Kpl32s dstStep,
+                                           Kpl32s predType);
 
 /* Difference between a current block and its prediction from pSrcRef at
  * position mcType & 12 (FF, FH, HF, HH as for kpliMC16x16_8u_C1) with
@@ -285,35 +279,30 @@ KPLVC_API KplStatus kpliMCBlock_RoundOn_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kp
  * roundControl is meant to be 0 or 1; any non-zero value acts as 1.
  * Statuses: -8 when pSrcCur, pSrcRef or pDstDiff is null; steps, mcType and
  * roundControl are not checked; pDstPredictor may be null. */
-KPLVC_API KplStatus kpliGetDiff16x16_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
-                                              const Kpl8u* pSrcRef, Kpl32s srcRefStep,
-                                              Kpl16s* pDstDiff, Kpl32s dstDiffStep,
-                                              Kpl16s* pDstPredictor, Kpl32s dstPredictorStep,
-                                              Kpl32s mcType, Kpl32s roundControl);
+KPLVC_API KplStatus kpliGetDiff16x16_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep, const Kpl8u* pSrcRef,
+                                              Kpl32s srcRefStep, Kpl16s* pDstDiff, Kpl32s dstDiffStep,
+                                              Kpl16s* pDstPredictor, Kpl32s dstPredictorStep, Kpl32s mcType,
+                                              Kpl32s roundControl);
 /* As kpliGetDiff16x16_8u16s_C1 for a 16x8 block. */
-KPLVC_API KplStatus kpliGetDiff16x8_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
-                                             const Kpl8u* pSrcRef, Kpl32s srcRefStep,
-                                             Kpl16s* pDstDiff, Kpl32s dstDiffStep,
-                                             Kpl16s* pDstPredictor, Kpl32s dstPredictorStep,
-                                             Kpl32s mcType, Kpl32s roundControl);
+KPLVC_API KplStatus kpliGetDiff16x8_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep, const Kpl8u* pSrcRef,
+                                             Kpl32s srcRefStep, Kpl16s* pDstDiff, Kpl32s dstDiffStep,
+                                             Kpl16s* pDstPredictor, Kpl32s dstPredictorStep, Kpl32s mcType,
+                                             Kpl32s roundControl);
 /* As kpliGetDiff16x16_8u16s_C1 for an 8x16 block. */
-KPLVC_API KplStatus kpliGetDiff8x16_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
-                                             const Kpl8u* pSrcRef, Kpl32s srcRefStep,
-                                             Kpl16s* pDstDiff, Kpl32s dstDiffStep,
-                                             Kpl16s* pDstPredictor, Kpl32s dstPredictorStep,
-                                             Kpl32s mcType, Kpl32s roundControl);
+KPLVC_API KplStatus kpliGetDiff8x16_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep, const Kpl8u* pSrcRef,
+                                             Kpl32s srcRefStep, Kpl16s* pDstDiff, Kpl32s dstDiffStep,
+                                             Kpl16s* pDstPredictor, Kpl32s dstPredictorStep, Kpl32s mcType,
+                                             Kpl32s roundControl);
 /* As kpliGetDiff16x16_8u16s_C1 for an 8x8 block. */
-KPLVC_API KplStatus kpliGetDiff8x8_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
-                                            const Kpl8u* pSrcRef, Kpl32s srcRefStep,
-                                            Kpl16s* pDstDiff, Kpl32s dstDiffStep,
-                                            Kpl16s* pDstPredictor, Kpl32s dstPredictorStep,
-                                            Kpl32s mcType, Kpl32s roundControl);
+KPLVC_API KplStatus kpliGetDiff8x8_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep, const Kpl8u* pSrcRef,
+                                            Kpl32s srcRefStep, Kpl16s* pDstDiff, Kpl32s dstDiffStep,
+                                            Kpl16s* pDstPredictor, Kpl32s dstPredictorStep, Kpl32s mcType,
+                                            Kpl32s roundControl);
 /* As kpliGetDiff16x16_8u16s_C1 for an 8x4 block. */
-KPLVC_API KplStatus kpliGetDiff8x4_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
-                                            const Kpl8u* pSrcRef, Kpl32s srcRefStep,
-                                            Kpl16s* pDstDiff, Kpl32s dstDiffStep,
-                                            Kpl16s* pDstPredictor, Kpl32s dstPredictorStep,
-                                            Kpl32s mcType, Kpl32s roundControl);
+KPLVC_API KplStatus kpliGetDiff8x4_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep, const Kpl8u* pSrcRef,
+                                            Kpl32s srcRefStep, Kpl16s* pDstDiff, Kpl32s dstDiffStep,
+                                            Kpl16s* pDstPredictor, Kpl32s dstPredictorStep, Kpl32s mcType,
+                                            Kpl32s roundControl);
 
 /* Bidirectional difference: f predicted from pSrcRefF at mcTypeF & 12, b from
  * pSrcRefB at mcTypeB & 12, both with rc = roundControl;
@@ -321,45 +310,34 @@ KPLVC_API KplStatus kpliGetDiff8x4_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurS
  * cur - ((f + b + 1) >> 1). No prediction is returned.
  * Statuses: -8 when pSrcCur, pSrcRefF, pSrcRefB or pDstDiff is null; steps,
  * mcTypes and roundControl are not checked. */
-KPLVC_API KplStatus kpliGetDiff16x16B_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
-                                               const Kpl8u* pSrcRefF, Kpl32s srcRefFStep,
-                                               Kpl32s mcTypeF, const Kpl8u* pSrcRefB,
-                                               Kpl32s srcRefBStep, Kpl32s mcTypeB,
-                                               Kpl16s* pDstDiff, Kpl32s dstDiffStep,
-                                               Kpl32s roundControl);
+KPLVC_API KplStatus kpliGetDiff16x16B_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep, const Kpl8u* pSrcRefF,
+                                               Kpl32s srcRefFStep, Kpl32s mcTypeF, const Kpl8u* pSrcRefB,
+                                               Kpl32s srcRefBStep, Kpl32s mcTypeB, Kpl16s* pDstDiff,
+                                               Kpl32s dstDiffStep, Kpl32s roundControl);
 /* As kpliGetDiff16x16B_8u16s_C1 for a 16x8 block. */
-KPLVC_API KplStatus kpliGetDiff16x8B_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
-                                              const Kpl8u* pSrcRefF, Kpl32s srcRefFStep,
-                                              Kpl32s mcTypeF, const Kpl8u* pSrcRefB,
-                                              Kpl32s srcRefBStep, Kpl32s mcTypeB,
-                                              Kpl16s* pDstDiff, Kpl32s dstDiffStep,
-                                              Kpl32s roundControl);
+KPLVC_API KplStatus kpliGetDiff16x8B_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep, const Kpl8u* pSrcRefF,
+                                              Kpl32s srcRefFStep, Kpl32s mcTypeF, const Kpl8u* pSrcRefB,
+                                              Kpl32s srcRefBStep, Kpl32s mcTypeB, Kpl16s* pDstDiff,
+                                              Kpl32s dstDiffStep, Kpl32s roundControl);
 /* As kpliGetDiff16x16B_8u16s_C1 for an 8x16 block. */
-KPLVC_API KplStatus kpliGetDiff8x16B_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
-                                              const Kpl8u* pSrcRefF, Kpl32s srcRefFStep,
-                                              Kpl32s mcTypeF, const Kpl8u* pSrcRefB,
-                                              Kpl32s srcRefBStep, Kpl32s mcTypeB,
-                                              Kpl16s* pDstDiff, Kpl32s dstDiffStep,
-                                              Kpl32s roundControl);
+KPLVC_API KplStatus kpliGetDiff8x16B_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep, const Kpl8u* pSrcRefF,
+                                              Kpl32s srcRefFStep, Kpl32s mcTypeF, const Kpl8u* pSrcRefB,
+                                              Kpl32s srcRefBStep, Kpl32s mcTypeB, Kpl16s* pDstDiff,
+                                              Kpl32s dstDiffStep, Kpl32s roundControl);
 /* As kpliGetDiff16x16B_8u16s_C1 for an 8x8 block. */
-KPLVC_API KplStatus kpliGetDiff8x8B_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
-                                             const Kpl8u* pSrcRefF, Kpl32s srcRefFStep,
-                                             Kpl32s mcTypeF, const Kpl8u* pSrcRefB,
-                                             Kpl32s srcRefBStep, Kpl32s mcTypeB,
-                                             Kpl16s* pDstDiff, Kpl32s dstDiffStep,
-                                             Kpl32s roundControl);
+KPLVC_API KplStatus kpliGetDiff8x8B_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep, const Kpl8u* pSrcRefF,
+                                             Kpl32s srcRefFStep, Kpl32s mcTypeF, const Kpl8u* pSrcRefB,
+                                             Kpl32s srcRefBStep, Kpl32s mcTypeB, Kpl16s* pDstDiff,
+                                             Kpl32s dstDiffStep, Kpl32s roundControl);
 /* As kpliGetDiff16x16B_8u16s_C1 for an 8x4 block. */
-KPLVC_API KplStatus kpliGetDiff8x4B_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
-                                             const Kpl8u* pSrcRefF, Kpl32s srcRefFStep,
-                                             Kpl32s mcTypeF, const Kpl8u* pSrcRefB,
-                                             Kpl32s srcRefBStep, Kpl32s mcTypeB,
-                                             Kpl16s* pDstDiff, Kpl32s dstDiffStep,
-                                             Kpl32s roundControl);
+KPLVC_API KplStatus kpliGetDiff8x4B_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep, const Kpl8u* pSrcRefF,
+                                             Kpl32s srcRefFStep, Kpl32s mcTypeF, const Kpl8u* pSrcRefB,
+                                             Kpl32s srcRefBStep, Kpl32s mcTypeB, Kpl16s* pDstDiff,
+                                             Kpl32s dstDiffStep, Kpl32s roundControl);
 /* pDstDiff(x, y) = cur(x, y) - ref(x, y) for a 4x4 block at full-sample
  * position. Statuses: -8 when pSrcCur, pSrcRef or pDstDiff is null. */
-KPLVC_API KplStatus kpliGetDiff4x4_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
-                                            const Kpl8u* pSrcRef, Kpl32s srcRefStep,
-                                            Kpl16s* pDstDiff, Kpl32s dstDiffStep);
+KPLVC_API KplStatus kpliGetDiff4x4_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep, const Kpl8u* pSrcRef,
+                                            Kpl32s srcRefStep, Kpl16s* pDstDiff, Kpl32s dstDiffStep);
 /* @block-end */
 
 /* ------------------------------------------------------------------------ */
@@ -376,31 +354,29 @@ KPLVC_API KplStatus kpliGetDiff4x4_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurS
  * (mcType 0..15; larger values are a caller error and are reduced modulo 4).
  * Statuses: -8 pSrc or pRef null. pSAD is not checked: when it is null
  * nothing is written and 0 is returned. */
-KPLVC_API KplStatus kpliSAD16x16_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
-                                       Kpl32s refStep, Kpl32s* pSAD, Kpl32s mcType);
+KPLVC_API KplStatus kpliSAD16x16_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef, Kpl32s refStep,
+                                       Kpl32s* pSAD, Kpl32s mcType);
 
 /* As kpliSAD16x16_8u32s over 8x8, with the position chosen by exact value:
  * 0 full, 8 horizontal half, 4 vertical half, any other value (1, 2, 12,
  * ...) the centre of four. Statuses: -8 pSrc or pRef null; a null pSAD is
  * not checked (nothing written, 0 returned). */
-KPLVC_API KplStatus kpliSAD8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
-                                         Kpl32s refStep, Kpl32s* pSAD, Kpl32s mcType);
+KPLVC_API KplStatus kpliSAD8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef, Kpl32s refStep,
+                                         Kpl32s* pSAD, Kpl32s mcType);
 
 /* *pSAD = full-sample SAD over 4x4. Statuses: -8 pSrc, pRef or pSAD null. */
-KPLVC_API KplStatus kpliSAD4x4_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
-                                     Kpl32s refStep, Kpl32s* pSAD);
+KPLVC_API KplStatus kpliSAD4x4_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef, Kpl32s refStep,
+                                     Kpl32s* pSAD);
 
 /* pDstSAD[0..3] = full-sample SADs of the four 8x8 quarters of a 16x16
  * block, raster order. Statuses: -8 any pointer null. */
-KPLVC_API KplStatus kpliSAD16x16Blocks8x8_8u16u(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                const Kpl8u* pRef, Kpl32s refStep,
-                                                Kpl16u* pDstSAD);
+KPLVC_API KplStatus kpliSAD16x16Blocks8x8_8u16u(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                Kpl32s refStep, Kpl16u* pDstSAD);
 
 /* pDstSAD[0..15] = full-sample SADs of the sixteen 4x4 sub-blocks of a
  * 16x16 block, raster order. Statuses: -8 any pointer null. */
-KPLVC_API KplStatus kpliSAD16x16Blocks4x4_8u16u(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                const Kpl8u* pRef, Kpl32s refStep,
-                                                Kpl16u* pDstSAD);
+KPLVC_API KplStatus kpliSAD16x16Blocks4x4_8u16u(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                Kpl32s refStep, Kpl16u* pDstSAD);
 
 /* *pSqrDiff = sum of (cur - pred)^2 over 16x16, pred at position mcType & 12.
  * Statuses: -8 pSrc, pRef or pSqrDiff null. */
@@ -422,8 +398,7 @@ KPLVC_API KplStatus kpliVariance16x16_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, K
 
 /* Over 8x8: *pVar = (64 Q - S * S) / 4096 truncated toward zero (the
  * variance), *pMean = S (the plain sum). Statuses: -8 any pointer null. */
-KPLVC_API KplStatus kpliVarMean8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl32s* pVar,
-                                             Kpl32s* pMean);
+KPLVC_API KplStatus kpliVarMean8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl32s* pVar, Kpl32s* pMean);
 
 /* As kpliVarMean8x8_8u32s_C1R on signed 16-bit samples (srcStep in bytes):
  * S and Q are 32-bit sums (Q wraps modulo 2^32 and is read as signed), the
@@ -436,15 +411,13 @@ KPLVC_API KplStatus kpliVarMean8x8_16s32s_C1R(const Kpl16s* pSrc, Kpl32s srcStep
  * pVar[k] = (sum d^2 - pMean[k]^2) / 64, or 0 when that is not positive
  * (divisions truncate toward zero). pSrcSum[k] is the caller's sum of the
  * current samples of quarter k. Four quarters. Statuses: -8 any pointer null. */
-KPLVC_API KplStatus kpliVarMeanDiff16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                   const Kpl8u* pRef, Kpl32s refStep,
-                                                   const Kpl32s* pSrcSum, Kpl32s* pVar,
+KPLVC_API KplStatus kpliVarMeanDiff16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                   Kpl32s refStep, const Kpl32s* pSrcSum, Kpl32s* pVar,
                                                    Kpl32s* pMean, Kpl32s mcType);
 
 /* As kpliVarMeanDiff16x16_8u32s_C1R for a 16x8 block (two quarters). */
-KPLVC_API KplStatus kpliVarMeanDiff16x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                  const Kpl8u* pRef, Kpl32s refStep,
-                                                  const Kpl32s* pSrcSum, Kpl32s* pVar,
+KPLVC_API KplStatus kpliVarMeanDiff16x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                  Kpl32s refStep, const Kpl32s* pSrcSum, Kpl32s* pVar,
                                                   Kpl32s* pMean, Kpl32s mcType);
 
 /* *pDst = sum over 16x16 of |x - m|, m = (sum x + 128) >> 8.
@@ -460,22 +433,19 @@ KPLVC_API KplStatus kpliMeanAbsDev16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcS
  * when (255 n) mod 256 < (-EdgePelCount) mod 256 as unsigned bytes, so a
  * first row without edges yields 1 for any non-zero EdgePelCount.
  * Statuses: -8 pSrc or pRes null. */
-KPLVC_API KplStatus kpliEdgesDetect16x16_8u_C1R(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                Kpl8u EdgePelDifference, Kpl8u EdgePelCount,
-                                                Kpl8u* pRes);
+KPLVC_API KplStatus kpliEdgesDetect16x16_8u_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u EdgePelDifference,
+                                                Kpl8u EdgePelCount, Kpl8u* pRes);
 
 /* pSums[k] = sum of pSrc - pPred over 4x4 sub-block k (raster order, 16
  * sub-blocks). When pDiff is not null it receives the differences sub-block
  * by sub-block: pDiff[16k + 4 row + column]. Statuses: -8 pSrc, pPred or
  * pSums null. */
-KPLVC_API KplStatus kpliSumsDiff16x16Blocks4x4_8u16s_C1(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                        const Kpl8u* pPred, Kpl32s predStep,
-                                                        Kpl16s* pSums, Kpl16s* pDiff);
+KPLVC_API KplStatus kpliSumsDiff16x16Blocks4x4_8u16s_C1(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pPred,
+                                                        Kpl32s predStep, Kpl16s* pSums, Kpl16s* pDiff);
 
 /* As kpliSumsDiff16x16Blocks4x4_8u16s_C1 for an 8x8 block (4 sub-blocks). */
-KPLVC_API KplStatus kpliSumsDiff8x8Blocks4x4_8u16s_C1(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                      const Kpl8u* pPred, Kpl32s predStep,
-                                                      Kpl16s* pSums, Kpl16s* pDiff);
+KPLVC_API KplStatus kpliSumsDiff8x8Blocks4x4_8u16s_C1(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pPred,
+                                                      Kpl32s predStep, Kpl16s* pSums, Kpl16s* pDiff);
 
 /* *pCount = number of the 64 coefficients equal to 0.
  * Statuses: -8 pSrc or pCount null. */
@@ -484,13 +454,12 @@ KPLVC_API KplStatus kpliCountZeros8x8_16s_C1(const Kpl16s* pSrc, Kpl32s* pCount)
 /* pDst[8y + x] = src(x, y) - pRef[8y + x] over 8x8 (pRef packed, 8 bytes a
  * row), *pDstSAD = sum of |pDst[i]|. Statuses: -5 (not -8) any pointer null. */
 KPLVC_API KplStatus kpliComputeTextureErrorBlock_SAD_8u16s(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                           const Kpl8u* pRef, Kpl16s* pDst,
-                                                           Kpl32s* pDstSAD);
+                                                           const Kpl8u* pRef, Kpl16s* pDst, Kpl32s* pDstSAD);
 
 /* As kpliComputeTextureErrorBlock_SAD_8u16s without the SAD.
  * Statuses: -5 (not -8) any pointer null. */
-KPLVC_API KplStatus kpliComputeTextureErrorBlock_8u16s(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                       const Kpl8u* pRef, Kpl16s* pDst);
+KPLVC_API KplStatus kpliComputeTextureErrorBlock_8u16s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                       Kpl16s* pDst);
 /* @metrics-end */
 
 /* ------------------------------------------------------------------------ */
@@ -530,21 +499,21 @@ KPLVC_API KplStatus kpliDCT8x8Fwd_16s_C1(const Kpl16s* pSrc, Kpl16s* pDst);
  * 2..8 reads the top-left 4x4 corner, other values (negative ones included)
  * the whole block. Step and count are not checked. kplStsNullPtrErr if a
  * pointer is null. */
-KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s_C1R(const Kpl16s* pSrc, Kpl16s* pDst,
-                                                         Kpl32s dstStep, Kpl32s count);
+KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s_C1R(const Kpl16s* pSrc, Kpl16s* pDst, Kpl32s dstStep,
+                                                        Kpl32s count);
 /* The same, results clamped to 0..255 and written as bytes. */
-KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s8u_C1R(const Kpl16s* pSrc, Kpl8u* pDst,
-                                                           Kpl32s dstStep, Kpl32s count);
+KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s8u_C1R(const Kpl16s* pSrc, Kpl8u* pDst, Kpl32s dstStep,
+                                                          Kpl32s count);
 /* Two blocks written interleaved: pSrcU (countU) to the even elements of each
  * output row, pSrcV (countV) to the odd ones. kplStsNullPtrErr if a pointer
  * is null. */
 KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s_P2C2R(const Kpl16s* pSrcU, const Kpl16s* pSrcV,
-                                                           Kpl16s* pDst, Kpl32s dstStep,
-                                                           Kpl32s countU, Kpl32s countV);
+                                                          Kpl16s* pDst, Kpl32s dstStep, Kpl32s countU,
+                                                          Kpl32s countV);
 /* The same with bytes (0..255). */
 KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R(const Kpl16s* pSrcU, const Kpl16s* pSrcV,
-                                                             Kpl8u* pDst, Kpl32s dstStep,
-                                                             Kpl32s countU, Kpl32s countV);
+                                                            Kpl8u* pDst, Kpl32s dstStep, Kpl32s countU,
+                                                            Kpl32s countV);
 /* Forward 2-4-8 (field) transform, in place. kplStsNullPtrErr if null. */
 KPLVC_API KplStatus kpliDCT2x4x8Frw_16s_C1I(Kpl16s* pSrcDst);
 /* Inverse 2-4-8 (field) transform, in place. kplStsNullPtrErr if null. */
@@ -595,55 +564,55 @@ KPLVC_API KplStatus kpliZigzagInvVertical_Compact_16s(const Kpl16s* pSrc, Kpl32s
  * Statuses: -8 when pSrcRef, pSrcYData or pDst is null. Steps, mcType and
  * roundControl are not checked. */
 KPLVC_API KplStatus kpliMC16x16_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
-                                      Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
-                                      Kpl32s mcType, Kpl32s roundControl);
+                                      Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep, Kpl32s mcType,
+                                      Kpl32s roundControl);
 /* As kpliMC16x16_8u_C1 for a 16x8 block. */
 KPLVC_API KplStatus kpliMC16x8_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
-                                     Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
-                                     Kpl32s mcType, Kpl32s roundControl);
+                                     Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep, Kpl32s mcType,
+                                     Kpl32s roundControl);
 /* Interleaved chroma, 8 pairs of samples per row and 8 rows: the horizontal
  * neighbour of a sample is two bytes to the right (b = R(x+2, y),
  * d = R(x+2, y+1)), so HF and HH read two extra columns. Otherwise as
  * kpliMC16x16_8u_C1. */
 KPLVC_API KplStatus kpliMC16x8UV_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
-                                       Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
-                                       Kpl32s mcType, Kpl32s roundControl);
+                                       Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep, Kpl32s mcType,
+                                       Kpl32s roundControl);
 /* Interleaved chroma as kpliMC16x8UV_8u_C1, 4 rows. */
 KPLVC_API KplStatus kpliMC16x4_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
-                                     Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
-                                     Kpl32s mcType, Kpl32s roundControl);
+                                     Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep, Kpl32s mcType,
+                                     Kpl32s roundControl);
 /* As kpliMC16x16_8u_C1 for an 8x16 block. */
 KPLVC_API KplStatus kpliMC8x16_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
-                                     Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
-                                     Kpl32s mcType, Kpl32s roundControl);
+                                     Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep, Kpl32s mcType,
+                                     Kpl32s roundControl);
 /* As kpliMC16x16_8u_C1 for an 8x8 block. */
 KPLVC_API KplStatus kpliMC8x8_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
-                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
-                                    Kpl32s mcType, Kpl32s roundControl);
+                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep, Kpl32s mcType,
+                                    Kpl32s roundControl);
 /* As kpliMC16x16_8u_C1 for an 8x4 block. */
 KPLVC_API KplStatus kpliMC8x4_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
-                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
-                                    Kpl32s mcType, Kpl32s roundControl);
+                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep, Kpl32s mcType,
+                                    Kpl32s roundControl);
 /* As kpliMC16x16_8u_C1 for a 4x8 block. */
 KPLVC_API KplStatus kpliMC4x8_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
-                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
-                                    Kpl32s mcType, Kpl32s roundControl);
+                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep, Kpl32s mcType,
+                                    Kpl32s roundControl);
 /* As kpliMC16x16_8u_C1 for a 4x4 block. */
 KPLVC_API KplStatus kpliMC4x4_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
-                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
-                                    Kpl32s mcType, Kpl32s roundControl);
+                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep, Kpl32s mcType,
+                                    Kpl32s roundControl);
 /* As kpliMC16x16_8u_C1 for a 4x2 block. */
 KPLVC_API KplStatus kpliMC4x2_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
-                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
-                                    Kpl32s mcType, Kpl32s roundControl);
+                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep, Kpl32s mcType,
+                                    Kpl32s roundControl);
 /* As kpliMC16x16_8u_C1 for a 2x4 block. */
 KPLVC_API KplStatus kpliMC2x4_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
-                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
-                                    Kpl32s mcType, Kpl32s roundControl);
+                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep, Kpl32s mcType,
+                                    Kpl32s roundControl);
 /* As kpliMC16x16_8u_C1 for a 2x2 block. */
 KPLVC_API KplStatus kpliMC2x2_8u_C1(const Kpl8u* pSrcRef, Kpl32s srcStep, const Kpl16s* pSrcYData,
-                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep,
-                                    Kpl32s mcType, Kpl32s roundControl);
+                                    Kpl32s srcYDataStep, Kpl8u* pDst, Kpl32s dstStep, Kpl32s mcType,
+                                    Kpl32s roundControl);
 
 /* Two-reference motion compensation: pF is predicted from the forward
  * reference (pSrcRefF, srcStepF, mcTypeF), pB from the backward one
@@ -755,28 +724,29 @@ KPLVC_API KplStatus kpliMC2x2B_8u_C1(const Kpl8u* pSrcRefF, Kpl32s srcStepF, Kpl
  * 8/16-bit escapes, reconstruction with oddification. */
 KPLVC_API KplStatus kpliReconstructDCTBlock_MPEG1_32s(Kpl32u** ppBitStream, Kpl32s* pOffset,
                                                       Kpl16s* pDstBlock, Kpl32s* pDstCount,
-                                                      const Kpl32s* pCoefTable,
-                                                      const Kpl32s* pScanTable, Kpl32s QP,
-                                                      const Kpl16s* pQMatrix);
+                                                      const Kpl32s* pCoefTable, const Kpl32s* pScanTable,
+                                                      Kpl32s QP, const Kpl16s* pQMatrix);
 /* Intra MPEG-1 block: DC size and differential added to *pDCPred (the
  * predictor in quantised units, left holding the block's DC level), DC
  * multiplier 8, then the AC codes as above. */
-KPLVC_API KplStatus kpliReconstructDCTBlockIntra_MPEG1_32s(
-    Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl16s* pDstBlock, Kpl32s* pDstCount, Kpl16s* pDCPred,
-    const Kpl32s* pDCSizeTable, const Kpl32s* pCoefTable, const Kpl32s* pScanTable, Kpl32s QP,
-    const Kpl16s* pQMatrix);
+KPLVC_API KplStatus kpliReconstructDCTBlockIntra_MPEG1_32s(Kpl32u** ppBitStream, Kpl32s* pOffset,
+                                                           Kpl16s* pDstBlock, Kpl32s* pDstCount,
+                                                           Kpl16s* pDCPred, const Kpl32s* pDCSizeTable,
+                                                           const Kpl32s* pCoefTable, const Kpl32s* pScanTable,
+                                                           Kpl32s QP, const Kpl16s* pQMatrix);
 /* Non-intra MPEG-2 block: 12-bit escapes, saturation to -2048..2047 and
  * mismatch control on coefficient (7, 7). */
 KPLVC_API KplStatus kpliReconstructDCTBlock_MPEG2_32s(Kpl32u** ppBitStream, Kpl32s* pOffset,
                                                       Kpl16s* pDstBlock, Kpl32s* pDstCount,
-                                                      const Kpl32s* pCoefTable,
-                                                      const Kpl32s* pScanTable, Kpl32s QP,
-                                                      const Kpl16s* pQMatrix);
+                                                      const Kpl32s* pCoefTable, const Kpl32s* pScanTable,
+                                                      Kpl32s QP, const Kpl16s* pQMatrix);
 /* Intra MPEG-2 block; DC multiplier 8 >> intraDCPrecision (0..3). */
-KPLVC_API KplStatus kpliReconstructDCTBlockIntra_MPEG2_32s(
-    Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl16s* pDstBlock, Kpl32s* pDstCount, Kpl16s* pDCPred,
-    const Kpl32s* pDCSizeTable, const Kpl32s* pCoefTable, const Kpl32s* pScanTable, Kpl32s QP,
-    const Kpl16s* pQMatrix, Kpl32s intraDCPrecision);
+KPLVC_API KplStatus kpliReconstructDCTBlockIntra_MPEG2_32s(Kpl32u** ppBitStream, Kpl32s* pOffset,
+                                                           Kpl16s* pDstBlock, Kpl32s* pDstCount,
+                                                           Kpl16s* pDCPred, const Kpl32s* pDCSizeTable,
+                                                           const Kpl32s* pCoefTable, const Kpl32s* pScanTable,
+                                                           Kpl32s QP, const Kpl16s* pQMatrix,
+                                                           Kpl32s intraDCPrecision);
 
 /* Fills the KPLVC_RL_ENCODE_TABLE_SIZE words of pDstTable from a run-level
  * code list (the format read by kpliVCHuffmanInitAllocRL_32s): word 0 EOB,
@@ -799,15 +769,15 @@ KPLVC_API KplStatus kpliCreateRLEncodeTable(const Kpl32s* pSrcTable, Kpl32s* pDs
 /* Intra block: DC size code (pDCSizeCodes[size] = (code << 8) | length) and
  * differential from *pDCPred, then scan indices 1..63 and EOB; *pDCPred
  * becomes pSrcBlock[0]. */
-KPLVC_API KplStatus kpliPutIntraBlock(const Kpl16s* pSrcBlock, Kpl32u** ppBitStream,
-                                      Kpl32s* pBitOffset, Kpl16s* pDCPred,
-                                      const Kpl32s* pDCSizeCodes, const Kpl32s* pRLEncodeTable,
-                                      const Kpl32s* pScanTable, Kpl32s mpegVersion);
+KPLVC_API KplStatus kpliPutIntraBlock(const Kpl16s* pSrcBlock, Kpl32u** ppBitStream, Kpl32s* pBitOffset,
+                                      Kpl16s* pDCPred, const Kpl32s* pDCSizeCodes,
+                                      const Kpl32s* pRLEncodeTable, const Kpl32s* pScanTable,
+                                      Kpl32s mpegVersion);
 /* Non-intra block: scan indices 0..63 (first coefficient +-1 as 1s), EOB. A
  * block without a non-zero level writes nothing. */
-KPLVC_API KplStatus kpliPutNonIntraBlock(const Kpl16s* pSrcBlock, Kpl32u** ppBitStream,
-                                         Kpl32s* pBitOffset, const Kpl32s* pRLEncodeTable,
-                                         const Kpl32s* pScanTable, Kpl32s mpegVersion);
+KPLVC_API KplStatus kpliPutNonIntraBlock(const Kpl16s* pSrcBlock, Kpl32u** ppBitStream, Kpl32s* pBitOffset,
+                                         const Kpl32s* pRLEncodeTable, const Kpl32s* pScanTable,
+                                         Kpl32s mpegVersion);
 /* @mpeg2block-end */
 
 /* ------------------------------------------------------------------------ */
@@ -819,16 +789,14 @@ KPLVC_API KplStatus kpliPutNonIntraBlock(const Kpl16s* pSrcBlock, Kpl32u** ppBit
  * 0)) >> 4, clamped to -2048..2047, with mismatch control on pSrcDst[63]. The
  * DC pSrcDst[0] is left unchanged. QP is not range-checked (its low 16 bits
  * are used). Returns kplStsNullPtrErr if pSrcDst or pQPMatrix is null. */
-KPLVC_API KplStatus kpliQuantInvIntra_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP,
-                                                    const Kpl16s* pQPMatrix);
+KPLVC_API KplStatus kpliQuantInvIntra_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP, const Kpl16s* pQPMatrix);
 
 /* Inverse quantisation of an 8x8 non-intra block in place, in 16-bit
  * wrapping arithmetic: ((2c + sgn c)·QP·W[i] + (c < 0 ? 31 : 0)) >> 5, or
  * without a matrix (pQPMatrix null) ((2c + sgn c)·QP + (c < 0)) >> 1; clamped
  * to -2048..2047, mismatch control on pSrcDst[63]. Returns kplStsNullPtrErr if
  * pSrcDst is null. */
-KPLVC_API KplStatus kpliQuantInv_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP,
-                                               const Kpl16s* pQPMatrix);
+KPLVC_API KplStatus kpliQuantInv_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP, const Kpl16s* pQPMatrix);
 
 /* Forward quantisation of an 8x8 intra block in place, single precision:
  * pSrcDst[i] = trunc(((16·c)·(1/QP))·M[i]) clamped to -2047..2047 for i =
@@ -837,8 +805,8 @@ KPLVC_API KplStatus kpliQuantInv_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP,
  * number of non-zero levels stored. Returns kplStsNullPtrErr (pSrcDst or
  * pCount null), then kplStsDivByZeroErr (QP 0); nothing is written on
  * failure. */
-KPLVC_API KplStatus kpliQuantIntra_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP,
-                                                 const Kpl32f* pQPMatrix, Kpl32s* pCount);
+KPLVC_API KplStatus kpliQuantIntra_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP, const Kpl32f* pQPMatrix,
+                                                 Kpl32s* pCount);
 
 /* Forward quantisation of an 8x8 non-intra block in place, all 64
  * coefficients: as the intra form with the matrix pQPMatrix, or with the
@@ -884,8 +852,7 @@ KPLVC_API KplStatus kpliDecodeMV_H263(Kpl8u** ppBitStream, int* pBitOffset, Kpl1
 
 /* As kpliDecodeMV_H263 for a macroblock whose above neighbours are outside
  * the picture: the prediction is the left candidate [0] alone. */
-KPLVC_API KplStatus kpliDecodeMV_TopBorder_H263(Kpl8u** ppBitStream, int* pBitOffset,
-                                                Kpl16s* pMotionVector);
+KPLVC_API KplStatus kpliDecodeMV_TopBorder_H263(Kpl8u** ppBitStream, int* pBitOffset, Kpl16s* pMotionVector);
 
 /* Modified-quantisation DQUANT (Annex T): code 1x changes *pQuant by the
  * Table T.1 step for the current quantiser; code 0 followed by five bits sets
@@ -916,8 +883,8 @@ KPLVC_API KplStatus kpliDecodeBlockCoef_Inter_H263_1u16s(Kpl8u** ppBitStream, in
 /* Intra block without AC codes: fills 8x8 with the INTRADC value (128 for
  * 255). The byte pointer advances by one byte before the value is checked,
  * so after -73 the position has moved. Statuses: -8, -82 step < 8, -73. */
-KPLVC_API KplStatus kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u(Kpl8u** ppBitStream, int* pBitOffset, Kpl8u* pDst,
-                                                              int step);
+KPLVC_API KplStatus kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u(Kpl8u** ppBitStream, int* pBitOffset,
+                                                              Kpl8u* pDst, int step);
 
 /* Advanced intra coding (Annex I): INTRADC, TCOEF codes of the Annex I
  * table, AC levels times 2QP (clamped), the scan of the mode (1: alternate
@@ -928,8 +895,8 @@ KPLVC_API KplStatus kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u(Kpl8u** ppBitStrea
  * column. Statuses in order: -8 stream pointers; -8 pDst; -82 step < 8;
  * -8 a predictor; -76 QP; -83 mode not 1, 2 or 3; then the stream's. */
 KPLVC_API KplStatus kpliDecodeBlockCoef_AdvIntra_H263_1u8u(Kpl8u** ppBitStream, int* pBitOffset, Kpl8u* pDst,
-                                                           int step, Kpl16s* pCoefRow, Kpl16s* pCoefCol, int QP,
-                                                           int mode);
+                                                           int step, Kpl16s* pCoefRow, Kpl16s* pCoefCol,
+                                                           int QP, int mode);
 
 /* Writes the 8-bit INTRADC level (128 is written as 255). The current
  * byte keeps its bits before the offset; the position advances 8 bits.
@@ -1031,8 +998,7 @@ KPLVC_API KplStatus kpliFilterDeblocking_VerEdge_H263_8u_I(Kpl8u* pSrcDst, int s
  * with mismatch control on pCoeffs[63]; pCoeffs[0] (the DC) is left
  * unchanged. QP is not range-checked. Returns kplStsNullPtrErr if pCoeffs or
  * pQMatrix is null. */
-KPLVC_API KplStatus kpliQuantInvIntra_MPEG4_16s_C1I(Kpl16s* pCoeffs, Kpl32s QP,
-                                                    const Kpl16s* pQMatrix);
+KPLVC_API KplStatus kpliQuantInvIntra_MPEG4_16s_C1I(Kpl16s* pCoeffs, Kpl32s QP, const Kpl16s* pQMatrix);
 
 /* Inverse quantisation of an 8x8 inter block in place, in 16-bit wrapping
  * arithmetic: ((2c + sgn c)·QP·W[i] + (c < 0 ? 15 : 0)) >> 4, or without a
@@ -1043,15 +1009,13 @@ KPLVC_API KplStatus kpliQuantInv_MPEG4_16s_C1I(Kpl16s* pCoeffs, Kpl32s QP, const
 /* Chroma vector from one luma vector (half samples), per component:
  * r = (|v| >> 1) | (|v| mod 4 != 0), with the sign of v. Returns
  * kplStsNullPtrErr if either pointer is null. */
-KPLVC_API KplStatus kpliComputeChromaMV_MPEG4(const KplMotionVector* pLumaMV,
-                                              KplMotionVector* pChromaMV);
+KPLVC_API KplStatus kpliComputeChromaMV_MPEG4(const KplMotionVector* pLumaMV, KplMotionVector* pChromaMV);
 
 /* Chroma vector from the four 8x8 luma vectors pLumaMV[0..3]: the vectors
  * whose flag pTransparent[b] is non-zero are summed per component and
  * divided by their count with the standard's sixteenth-sample rounding.
  * Returns kplStsNullPtrErr if any pointer is null. */
-KPLVC_API KplStatus kpliComputeChroma4MV_MPEG4(const KplMotionVector* pLumaMV,
-                                               KplMotionVector* pChromaMV,
+KPLVC_API KplStatus kpliComputeChroma4MV_MPEG4(const KplMotionVector* pLumaMV, KplMotionVector* pChromaMV,
                                                const Kpl8u* pTransparent);
 
 /* Limits a vector so that the size x size block at (Xcoord, Ycoord) stays
@@ -1061,8 +1025,8 @@ KPLVC_API KplStatus kpliComputeChroma4MV_MPEG4(const KplMotionVector* pLumaMV,
  * null), then kplStsBlockSizeErr (size not 8 or 16), then kplStsSizeErr
  * (rectangle width or height below 2·size). */
 KPLVC_API KplStatus kpliLimitMVToRect_MPEG4(const KplMotionVector* pSrcMV, KplMotionVector* pDstMV,
-                                            const KpliRect* pRectVOPRef, Kpl32s Xcoord,
-                                            Kpl32s Ycoord, Kpl32s size);
+                                            const KpliRect* pRectVOPRef, Kpl32s Xcoord, Kpl32s Ycoord,
+                                            Kpl32s size);
 /* @mpeg4-end */
 
 /* ------------------------------------------------------------------------ */
@@ -1097,8 +1061,8 @@ KPLVC_API KplStatus kpliDequantTransformResidual_H264_16s_C1I(Kpl16s* pSrcDst, K
  * Steps are not checked. */
 KPLVC_API KplStatus kpliDequantTransformResidualAndAdd_H264_16s_C1I(const Kpl8u* pPred, Kpl16s* pSrcDst,
                                                                     const Kpl16s* pDC, Kpl8u* pDst,
-                                                                    Kpl32s PredStep, Kpl32s DstStep, Kpl32s QP,
-                                                                    Kpl32s AC);
+                                                                    Kpl32s PredStep, Kpl32s DstStep,
+                                                                    Kpl32s QP, Kpl32s AC);
 
 /* Forward 4x4 core transform of an 8-bit 4x4 block (rows step bytes apart)
  * into 16 Kpl16s. -8 null pointer. */
@@ -1110,7 +1074,8 @@ KPLVC_API KplStatus kpliTransformPrediction_H264_8u16s_C1(const Kpl8u* pSrc, Kpl
  * (0..255). pDC (may be null) replaces coefficient 0 as is. Any QP and QS are
  * accepted (results are meaningful for 0..51). -8 null pSrcDst or
  * pPredictBlock. */
-KPLVC_API KplStatus kpliDequantTransformResidual_SISP_H264_16s_C1I(Kpl16s* pSrcDst, const Kpl16s* pPredictBlock,
+KPLVC_API KplStatus kpliDequantTransformResidual_SISP_H264_16s_C1I(Kpl16s* pSrcDst,
+                                                                   const Kpl16s* pPredictBlock,
                                                                    const Kpl16s* pDC, Kpl32s AC, Kpl32s qp,
                                                                    Kpl32s qs, Kpl32s Switch);
 
@@ -1153,9 +1118,9 @@ KPLVC_API KplStatus kpliTransformQuantResidual_H264_16s_C1I(Kpl16s* pSrcDst, Kpl
  * (Levels, reverse scan order) and runs (Runs, N-1 entries).
  * -8 null pointer, -11 Count above 15 or below AC. */
 KPLVC_API KplStatus kpliEncodeCoeffsCAVLC_H264_16s(const Kpl16s* pSrc, Kpl8u AC, const Kpl32s* pScanMatrix,
-                                                   Kpl8u Count, Kpl8u* Trailing_Ones, Kpl8u* Trailing_One_Signs,
-                                                   Kpl8u* NumOutCoeffs, Kpl8u* TotalZeros, Kpl16s* Levels,
-                                                   Kpl8u* Runs);
+                                                   Kpl8u Count, Kpl8u* Trailing_Ones,
+                                                   Kpl8u* Trailing_One_Signs, Kpl8u* NumOutCoeffs,
+                                                   Kpl8u* TotalZeros, Kpl16s* Levels, Kpl8u* Runs);
 
 /* The same analysis of the 4 chroma DC levels, examined in the order 3, 2, 1,
  * 0. -8 null pointer. */
@@ -1179,20 +1144,20 @@ KPLVC_API KplStatus kpliEncodeChromaDcCoeffsCAVLC_H264_16s(const Kpl16s* pSrc, K
  * call returns kplStsNoNeighbourWrn (+11); an absent above-right run is
  * replaced by the last sample above, silently. Statuses: kplStsNullPtrErr,
  * kplStsStepErr (step below 4), kplStsOutOfRangeErr (mode not 0..8). */
-KPLVC_API KplStatus kpliPredictIntra_4x4_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
-                                                      Kpl32s predMode, Kpl32s availability);
+KPLVC_API KplStatus kpliPredictIntra_4x4_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep, Kpl32s predMode,
+                                                      Kpl32s availability);
 
 /* 16x16 luma, predMode 0 vertical, 1 horizontal, 2 DC, 3 plane. Statuses:
  * kplStsNullPtrErr, kplStsMBStepErr (step below 16), kplStsNeighbourErr (the
  * mode needs a neighbour marked absent: vertical needs 1, horizontal 2, plane
  * 1, 2 and 32; DC never fails), kplStsOutOfRangeErr (mode not 0..3). */
-KPLVC_API KplStatus kpliPredictIntra_16x16_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
-                                                        Kpl32s predMode, Kpl32s availability);
+KPLVC_API KplStatus kpliPredictIntra_16x16_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep, Kpl32s predMode,
+                                                        Kpl32s availability);
 
 /* 8x8 chroma, predMode 0 DC, 1 horizontal, 2 vertical, 3 plane. Statuses as
  * for 16x16, with kplStsMBStepErr for a step below 8. */
-KPLVC_API KplStatus kpliPredictIntraChroma8x8_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
-                                                           Kpl32s predMode, Kpl32s availability);
+KPLVC_API KplStatus kpliPredictIntraChroma8x8_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep, Kpl32s predMode,
+                                                           Kpl32s availability);
 
 /* Deblocking in place of all edges of one macroblock, edge 0 (the boundary
  * with the neighbour, whose samples are read and changed) first. pSrcDst is
@@ -1205,18 +1170,20 @@ KPLVC_API KplStatus kpliPredictIntraChroma8x8_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32
  * Chroma (8x8): edges at 0 and 4; edge 0 takes pBS[0..3] and pThresholds[0..3],
  * edge 1 pBS[8..11] and pThresholds[4..7]; each entry covers two lines.
  * The step is not checked. Status: kplStsNullPtrErr if any pointer is null. */
-KPLVC_API KplStatus kpliFilterDeblockingLuma_VerEdge_H264_8u_C1IR(
-    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
-    const Kpl8u* pThresholds, const Kpl8u* pBS);
-KPLVC_API KplStatus kpliFilterDeblockingLuma_HorEdge_H264_8u_C1IR(
-    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
-    const Kpl8u* pThresholds, const Kpl8u* pBS);
-KPLVC_API KplStatus kpliFilterDeblockingChroma_VerEdge_H264_8u_C1IR(
-    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
-    const Kpl8u* pThresholds, const Kpl8u* pBS);
-KPLVC_API KplStatus kpliFilterDeblockingChroma_HorEdge_H264_8u_C1IR(
-    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
-    const Kpl8u* pThresholds, const Kpl8u* pBS);
+KPLVC_API KplStatus kpliFilterDeblockingLuma_VerEdge_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcdstStep,
+                                                                  const Kpl8u* pAlpha, const Kpl8u* pBeta,
+                                                                  const Kpl8u* pThresholds, const Kpl8u* pBS);
+KPLVC_API KplStatus kpliFilterDeblockingLuma_HorEdge_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcdstStep,
+                                                                  const Kpl8u* pAlpha, const Kpl8u* pBeta,
+                                                                  const Kpl8u* pThresholds, const Kpl8u* pBS);
+KPLVC_API KplStatus kpliFilterDeblockingChroma_VerEdge_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcdstStep,
+                                                                    const Kpl8u* pAlpha, const Kpl8u* pBeta,
+                                                                    const Kpl8u* pThresholds,
+                                                                    const Kpl8u* pBS);
+KPLVC_API KplStatus kpliFilterDeblockingChroma_HorEdge_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcdstStep,
+                                                                    const Kpl8u* pAlpha, const Kpl8u* pBeta,
+                                                                    const Kpl8u* pThresholds,
+                                                                    const Kpl8u* pBS);
 /* @h264pred-end */
 
 /* ------------------------------------------------------------------------ */

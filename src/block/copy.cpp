@@ -62,16 +62,14 @@ using kplvc::block::blockcopy_kernels;
 
 extern "C" {
 
-KPLVC_API KplStatus kpliCopyBlock_8x8_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
-                                         Kpl32s dstStep) {
+KPLVC_API KplStatus kpliCopyBlock_8x8_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst, Kpl32s dstStep) {
     if (pSrc == nullptr || pDst == nullptr) return kplStsNullPtrErr;
     if (srcStep < 8 || dstStep < 8) return kplStsStep8x8Err;
     blockcopy_kernels().copy8x8(pSrc, srcStep, pDst, dstStep);
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliCopyBlock_16x16_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
-                                           Kpl32s dstStep) {
+KPLVC_API KplStatus kpliCopyBlock_16x16_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst, Kpl32s dstStep) {
     if (pSrc == nullptr || pDst == nullptr) return kplStsNullPtrErr;
     if (srcStep < 16 || dstStep < 16) return kplStsStep16x16Err;
     blockcopy_kernels().copy16x16(pSrc, srcStep, pDst, dstStep);
@@ -80,13 +78,13 @@ KPLVC_API KplStatus kpliCopyBlock_16x16_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kp
 
 // RoundOff passes rc 0, so half-sample averages add the rounding term; RoundOn
 // passes rc 1 and truncates.
-KPLVC_API KplStatus kpliMCBlock_RoundOff_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
-                                            Kpl32s dstStep, Kpl32s predType) {
+KPLVC_API KplStatus kpliMCBlock_RoundOff_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst, Kpl32s dstStep,
+                                            Kpl32s predType) {
     return kplvc::block::mc_block(pSrc, srcStep, pDst, dstStep, predType, 0);
 }
 
-KPLVC_API KplStatus kpliMCBlock_RoundOn_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
-                                           Kpl32s dstStep, Kpl32s predType) {
+KPLVC_API KplStatus kpliMCBlock_RoundOn_8u(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst, Kpl32s dstStep,
+                                           Kpl32s predType) {
     return kplvc::block::mc_block(pSrc, srcStep, pDst, dstStep, predType, 1);
 }
 

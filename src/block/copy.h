@@ -13,14 +13,12 @@ using CopyFn = void (*)(const uint8_t* src, int32_t src_step, uint8_t* dst, int3
 // cur - prediction from ref; the prediction itself also goes to pred when
 // pred is not null. rc is the rounding control of the half-sample averages.
 using DiffFn = void (*)(const uint8_t* cur, int32_t cur_step, const uint8_t* ref, int32_t ref_step,
-                        int16_t* diff, int32_t diff_step, int16_t* pred, int32_t pred_step,
-                        int32_t rc);
+                        int16_t* diff, int32_t diff_step, int16_t* pred, int32_t pred_step, int32_t rc);
 // cur - ((f + b + 1) >> 1), f and b predicted from ref_f and ref_b.
-using DiffBFn = void (*)(const uint8_t* cur, int32_t cur_step, const uint8_t* ref_f,
-                         int32_t step_f, const uint8_t* ref_b, int32_t step_b, int16_t* diff,
-                         int32_t diff_step, int32_t rc);
-using Diff4x4Fn = void (*)(const uint8_t* cur, int32_t cur_step, const uint8_t* ref,
-                           int32_t ref_step, int16_t* diff, int32_t diff_step);
+using DiffBFn = void (*)(const uint8_t* cur, int32_t cur_step, const uint8_t* ref_f, int32_t step_f,
+                         const uint8_t* ref_b, int32_t step_b, int16_t* diff, int32_t diff_step, int32_t rc);
+using Diff4x4Fn = void (*)(const uint8_t* cur, int32_t cur_step, const uint8_t* ref, int32_t ref_step,
+                           int16_t* diff, int32_t diff_step);
 
 // Difference block shapes, in the order of the exported functions.
 enum DiffShape : int { d16x16 = 0, d16x8, d8x16, d8x8, d8x4, kDiffShapeCount };
@@ -53,7 +51,7 @@ inline void set_diff_group(DiffFn (&tbl)[16], const DiffFn (&by_pos)[4]) {
 namespace x86::sse2 {
 void upgrade_blockcopy(BlockCopyKernels& k);  // copy_sse2.cpp
 void upgrade_diff(BlockCopyKernels& k);       // diff_sse2.cpp
-}
+}  // namespace x86::sse2
 namespace x86::avx2 {
 void upgrade_blockcopy(BlockCopyKernels& k);
 }

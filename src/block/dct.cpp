@@ -12,9 +12,9 @@ namespace kplvc::block {
 namespace {
 
 constexpr DctKernels kScalar = {
-    ref::inv,     ref::inv_4x4,    ref::inv_2x2, ref::inv_u8,     ref::fwd,
-    ref::fwd_u8,  ref::aan,        ref::aan_corner, ref::put_16s, ref::put_u8,
-    ref::put_16s_p2, ref::put_u8_p2, ref::field_fwd, ref::field_inv,
+    ref::inv,        ref::inv_4x4,   ref::inv_2x2,    ref::inv_u8,    ref::fwd,
+    ref::fwd_u8,     ref::aan,       ref::aan_corner, ref::put_16s,   ref::put_u8,
+    ref::put_16s_p2, ref::put_u8_p2, ref::field_fwd,  ref::field_inv,
 };
 
 }  // namespace
@@ -174,23 +174,23 @@ KPLVC_API KplStatus kpliDCT8x8Fwd_16s_C1(const Kpl16s* pSrc, Kpl16s* pDst) {
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s_C1R(const Kpl16s* pSrc, Kpl16s* pDst,
-                                                         Kpl32s dstStep, Kpl32s count) {
+KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s_C1R(const Kpl16s* pSrc, Kpl16s* pDst, Kpl32s dstStep,
+                                                        Kpl32s count) {
     if (pSrc == nullptr || pDst == nullptr) return kplStsNullPtrErr;
     kplvc::block::dct8x8_inv_aan_16s(pSrc, pDst, dstStep, count);
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s8u_C1R(const Kpl16s* pSrc, Kpl8u* pDst,
-                                                           Kpl32s dstStep, Kpl32s count) {
+KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s8u_C1R(const Kpl16s* pSrc, Kpl8u* pDst, Kpl32s dstStep,
+                                                          Kpl32s count) {
     if (pSrc == nullptr || pDst == nullptr) return kplStsNullPtrErr;
     kplvc::block::dct8x8_inv_aan_u8(pSrc, pDst, dstStep, count);
     return kplStsNoErr;
 }
 
 KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s_P2C2R(const Kpl16s* pSrcU, const Kpl16s* pSrcV,
-                                                           Kpl16s* pDst, Kpl32s dstStep,
-                                                           Kpl32s countU, Kpl32s countV) {
+                                                          Kpl16s* pDst, Kpl32s dstStep, Kpl32s countU,
+                                                          Kpl32s countV) {
     if (pSrcU == nullptr || pSrcV == nullptr || pDst == nullptr) return kplStsNullPtrErr;
     const auto& k = dct_kernels();
     int16_t u[64], v[64];
@@ -201,8 +201,8 @@ KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s_P2C2R(const Kpl16s* pSrcU, c
 }
 
 KPLVC_API KplStatus kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R(const Kpl16s* pSrcU, const Kpl16s* pSrcV,
-                                                             Kpl8u* pDst, Kpl32s dstStep,
-                                                             Kpl32s countU, Kpl32s countV) {
+                                                            Kpl8u* pDst, Kpl32s dstStep, Kpl32s countU,
+                                                            Kpl32s countV) {
     if (pSrcU == nullptr || pSrcV == nullptr || pDst == nullptr) return kplStsNullPtrErr;
     const auto& k = dct_kernels();
     int16_t u[64], v[64];

@@ -50,7 +50,7 @@ cpu::Isa dct_level();
 // Scalar pieces shared by the reference kernels and the entry points.
 namespace ref {
 // Count paths 0 and 1 of the matrix engine: every sample gets the same value.
-int16_t aan_dc_value(int16_t dc);  // dc / 8 toward zero, clamped to -256..255
+int16_t aan_dc_value(int16_t dc);            // dc / 8 toward zero, clamped to -256..255
 void aan_fill(int16_t value, int16_t* out);  // out[0..63] = value
 }  // namespace ref
 

@@ -45,19 +45,13 @@ void field_fwd(int16_t* blk) {
             d[k] = blk[8 * (2 * k) + c] - blk[8 * (2 * k + 1) + c];
         }
         const int32_t r[8] = {
-            s[0] + s[1] + s[2] + s[3],
-            ad(g(s[1] - s[2]), s[0] - s[3]),
-            (s[0] + s[3]) - (s[1] + s[2]),
-            sb(g(s[0] - s[3]), s[1] - s[2]),
-            (d[0] + d[3]) + (d[1] + d[2]),
-            ad(g(d[1] - d[2]), d[0] - d[3]),
-            (d[0] + d[3]) - (d[1] + d[2]),
-            sb(g(d[0] - d[3]), d[1] - d[2]),
+            s[0] + s[1] + s[2] + s[3],       ad(g(s[1] - s[2]), s[0] - s[3]), (s[0] + s[3]) - (s[1] + s[2]),
+            sb(g(s[0] - s[3]), s[1] - s[2]), (d[0] + d[3]) + (d[1] + d[2]),   ad(g(d[1] - d[2]), d[0] - d[3]),
+            (d[0] + d[3]) - (d[1] + d[2]),   sb(g(d[0] - d[3]), d[1] - d[2]),
         };
         for (int k = 0; k < 8; ++k) blk[8 * k + c] = wrap16(r[k]);
     }
-    for (int r = 0; r < 8; ++r)
-        field_row(blk + 8 * r, (r & 1) ? dct::field_fwd_odd : dct::field_fwd_even);
+    for (int r = 0; r < 8; ++r) field_row(blk + 8 * r, (r & 1) ? dct::field_fwd_odd : dct::field_fwd_even);
 }
 
 void field_inv(int16_t* blk) {
@@ -76,9 +70,8 @@ void field_inv(int16_t* blk) {
         const int32_t gg = ad(21406 * x[2], 8866 * x[6]);
         const int32_t hh = sb(8866 * x[2], 21406 * x[6]);
         const int32_t y[8] = {
-            ad(ad(p, rr), ad(gg, E0)), ad(m, ad(E1, hh)), ad(n, sb(E1, hh)),
-            ad(ad(q, ww), sb(E0, gg)), sb(sb(E0, gg), ad(q, ww)), sb(sb(E1, hh), n),
-            sb(ad(E1, hh), m),         sb(ad(gg, E0), ad(p, rr)),
+            ad(ad(p, rr), ad(gg, E0)), ad(m, ad(E1, hh)), ad(n, sb(E1, hh)), ad(ad(q, ww), sb(E0, gg)),
+            sb(sb(E0, gg), ad(q, ww)), sb(sb(E1, hh), n), sb(ad(E1, hh), m), sb(ad(gg, E0), ad(p, rr)),
         };
         for (int k = 0; k < 8; ++k) w[8 * r + k] = ad(y[k], 8192) >> 14;
     }

@@ -19,22 +19,22 @@ KPLVC_INLINE int32_t mul(int16_t x, int16_t t) { return int32_t{x} * t; }
 // when the inputs are near +-32768 (four products of up to 1.03e9): the sums
 // wrap in 32 bits, as the pair multiply-accumulate instructions do.
 void inv_row(const int16_t* x, const int16_t* T, int32_t R, int16_t* y) {
-    const int32_t a0 = add32w(add32w(add32w(mul(x[0], T[0]), mul(x[2], T[1])),
-                                     add32w(mul(x[4], T[4]), mul(x[6], T[5]))), R);
-    const int32_t a1 = add32w(add32w(add32w(mul(x[0], T[2]), mul(x[2], T[3])),
-                                     add32w(mul(x[4], T[6]), mul(x[6], T[7]))), R);
-    const int32_t a2 = add32w(add32w(add32w(mul(x[0], T[8]), mul(x[2], T[9])),
-                                     add32w(mul(x[4], T[12]), mul(x[6], T[13]))), R);
-    const int32_t a3 = add32w(add32w(add32w(mul(x[0], T[10]), mul(x[2], T[11])),
-                                     add32w(mul(x[4], T[14]), mul(x[6], T[15]))), R);
-    const int32_t b0 = add32w(add32w(mul(x[1], T[16]), mul(x[3], T[17])),
-                              add32w(mul(x[5], T[20]), mul(x[7], T[21])));
-    const int32_t b1 = add32w(add32w(mul(x[1], T[18]), mul(x[3], T[19])),
-                              add32w(mul(x[5], T[22]), mul(x[7], T[23])));
-    const int32_t b2 = add32w(add32w(mul(x[1], T[24]), mul(x[3], T[25])),
-                              add32w(mul(x[5], T[28]), mul(x[7], T[29])));
-    const int32_t b3 = add32w(add32w(mul(x[1], T[26]), mul(x[3], T[27])),
-                              add32w(mul(x[5], T[30]), mul(x[7], T[31])));
+    const int32_t a0 =
+        add32w(add32w(add32w(mul(x[0], T[0]), mul(x[2], T[1])), add32w(mul(x[4], T[4]), mul(x[6], T[5]))), R);
+    const int32_t a1 =
+        add32w(add32w(add32w(mul(x[0], T[2]), mul(x[2], T[3])), add32w(mul(x[4], T[6]), mul(x[6], T[7]))), R);
+    const int32_t a2 = add32w(
+        add32w(add32w(mul(x[0], T[8]), mul(x[2], T[9])), add32w(mul(x[4], T[12]), mul(x[6], T[13]))), R);
+    const int32_t a3 = add32w(
+        add32w(add32w(mul(x[0], T[10]), mul(x[2], T[11])), add32w(mul(x[4], T[14]), mul(x[6], T[15]))), R);
+    const int32_t b0 =
+        add32w(add32w(mul(x[1], T[16]), mul(x[3], T[17])), add32w(mul(x[5], T[20]), mul(x[7], T[21])));
+    const int32_t b1 =
+        add32w(add32w(mul(x[1], T[18]), mul(x[3], T[19])), add32w(mul(x[5], T[22]), mul(x[7], T[23])));
+    const int32_t b2 =
+        add32w(add32w(mul(x[1], T[24]), mul(x[3], T[25])), add32w(mul(x[5], T[28]), mul(x[7], T[29])));
+    const int32_t b3 =
+        add32w(add32w(mul(x[1], T[26]), mul(x[3], T[27])), add32w(mul(x[5], T[30]), mul(x[7], T[31])));
     y[0] = sat16(add32w(a0, b0) >> 12);
     y[1] = sat16(add32w(a1, b1) >> 12);
     y[2] = sat16(add32w(a2, b2) >> 12);
@@ -110,18 +110,16 @@ void fwd_col(const int16_t* x, int16_t* out) {
 // Forward row step: saturated butterflies, then 32-bit sums of four
 // products (wrapping, as in the inverse) rounded by 2^19 and shifted by 20.
 void fwd_row(int16_t* x, const int16_t* F) {
-    const int16_t S[4] = {adds16(x[0], x[7]), adds16(x[1], x[6]), adds16(x[2], x[5]),
-                          adds16(x[3], x[4])};
-    const int16_t D[4] = {subs16(x[0], x[7]), subs16(x[1], x[6]), subs16(x[2], x[5]),
-                          subs16(x[3], x[4])};
+    const int16_t S[4] = {adds16(x[0], x[7]), adds16(x[1], x[6]), adds16(x[2], x[5]), adds16(x[3], x[4])};
+    const int16_t D[4] = {subs16(x[0], x[7]), subs16(x[1], x[6]), subs16(x[2], x[5]), subs16(x[3], x[4])};
     for (int j = 0; j < 4; ++j) {
         const int16_t* f = F + 8 * j;
-        const int32_t e = add32w(add32w(add32w(mul(S[0], f[0]), mul(S[1], f[1])),
-                                        add32w(mul(S[2], f[4]), mul(S[3], f[5]))),
-                                 round_frw_row);
-        const int32_t o = add32w(add32w(add32w(mul(D[0], f[2]), mul(D[1], f[3])),
-                                        add32w(mul(D[2], f[6]), mul(D[3], f[7]))),
-                                 round_frw_row);
+        const int32_t e =
+            add32w(add32w(add32w(mul(S[0], f[0]), mul(S[1], f[1])), add32w(mul(S[2], f[4]), mul(S[3], f[5]))),
+                   round_frw_row);
+        const int32_t o =
+            add32w(add32w(add32w(mul(D[0], f[2]), mul(D[1], f[3])), add32w(mul(D[2], f[6]), mul(D[3], f[7]))),
+                   round_frw_row);
         x[2 * j] = sat16(e >> 20);
         x[2 * j + 1] = sat16(o >> 20);
     }
@@ -152,15 +150,13 @@ void inv_4x4(int16_t* blk) {
 void inv_2x2(int16_t* blk) {
     static constexpr int32_t kV[2] = {16384, 22725};
     static constexpr int32_t kR[2] = {65536, 5802};
-    static constexpr int32_t kW[2][8] = {
-        {22725, 19266, 12873, 4520, -4520, -12873, -19266, -22725},
-        {31521, 26722, 17855, 6270, -6270, -17855, -26722, -31521}};
+    static constexpr int32_t kW[2][8] = {{22725, 19266, 12873, 4520, -4520, -12873, -19266, -22725},
+                                         {31521, 26722, 17855, 6270, -6270, -17855, -26722, -31521}};
     int16_t X[2][8];
     for (int r = 0; r < 2; ++r) {
         const int16_t x0 = blk[8 * r], x1 = blk[8 * r + 1];
         // |V x0| + |W x1| + R < 2^31: no wrap here.
-        for (int k = 0; k < 8; ++k)
-            X[r][k] = sat16((kV[r] * x0 + kW[r][k] * x1 + kR[r]) >> 12);
+        for (int k = 0; k < 8; ++k) X[r][k] = sat16((kV[r] * x0 + kW[r][k] * x1 + kR[r]) >> 12);
     }
     for (int c = 0; c < 8; ++c) {
         const int16_t X0 = X[0][c], X1 = X[1][c];

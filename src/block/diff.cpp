@@ -16,9 +16,7 @@ namespace {
 
 enum Pos : int { ff = 0, fh = 1, hf = 2, hh = 3 };
 
-KPLVC_INLINE int32_t at(const uint8_t* p, int32_t step, int x, int y) {
-    return row_at(p, step, y)[x];
-}
+KPLVC_INLINE int32_t at(const uint8_t* p, int32_t step, int x, int y) { return row_at(p, step, y)[x]; }
 
 template <Pos P>
 KPLVC_INLINE int32_t predict(const uint8_t* r, int32_t step, int x, int y, int32_t rc) {
@@ -30,9 +28,7 @@ KPLVC_INLINE int32_t predict(const uint8_t* r, int32_t step, int x, int y, int32
     } else if constexpr (P == hf) {
         return (a + at(r, step, x + 1, y) + 1 - rc) >> 1;
     } else {
-        return (a + at(r, step, x + 1, y) + at(r, step, x, y + 1) + at(r, step, x + 1, y + 1) + 2 -
-                rc) >>
-               2;
+        return (a + at(r, step, x + 1, y) + at(r, step, x, y + 1) + at(r, step, x + 1, y + 1) + 2 - rc) >> 2;
     }
 }
 
@@ -41,8 +37,8 @@ KPLVC_INLINE void put16(int16_t* base, int32_t step, int x, int y, int32_t v) {
 }
 
 template <int W, int H, Pos P>
-void diff_c(const uint8_t* cur, int32_t cur_step, const uint8_t* ref, int32_t ref_step,
-            int16_t* diff, int32_t diff_step, int16_t* pred, int32_t pred_step, int32_t rc) {
+void diff_c(const uint8_t* cur, int32_t cur_step, const uint8_t* ref, int32_t ref_step, int16_t* diff,
+            int32_t diff_step, int16_t* pred, int32_t pred_step, int32_t rc) {
     for (int y = 0; y < H; ++y)
         for (int x = 0; x < W; ++x) {
             const int32_t p = predict<P>(ref, ref_step, x, y, rc);
@@ -63,8 +59,8 @@ void diff_b_c(const uint8_t* cur, int32_t cur_step, const uint8_t* ref_f, int32_
         }
 }
 
-void diff4x4_c(const uint8_t* cur, int32_t cur_step, const uint8_t* ref, int32_t ref_step,
-               int16_t* diff, int32_t diff_step) {
+void diff4x4_c(const uint8_t* cur, int32_t cur_step, const uint8_t* ref, int32_t ref_step, int16_t* diff,
+               int32_t diff_step) {
     for (int y = 0; y < 4; ++y)
         for (int x = 0; x < 4; ++x)
             put16(diff, diff_step, x, y, at(cur, cur_step, x, y) - at(ref, ref_step, x, y));
@@ -110,8 +106,7 @@ constexpr std::array<DiffBFn, 16> GetDiff8x4BFnTbl = diff_b_row<d8x4>(std::make_
 constexpr const std::array<DiffFn, 16>* kDiffTables[kDiffShapeCount] = {
     &GetDiff16x16FnTbl, &GetDiff16x8FnTbl, &GetDiff8x16FnTbl, &GetDiff8x8FnTbl, &GetDiff8x4FnTbl};
 constexpr const std::array<DiffBFn, 16>* kDiffBTables[kDiffShapeCount] = {
-    &GetDiff16x16BFnTbl, &GetDiff16x8BFnTbl, &GetDiff8x16BFnTbl, &GetDiff8x8BFnTbl,
-    &GetDiff8x4BFnTbl};
+    &GetDiff16x16BFnTbl, &GetDiff16x8BFnTbl, &GetDiff8x16BFnTbl, &GetDiff8x8BFnTbl, &GetDiff8x4BFnTbl};
 
 // Only the pointers are checked. The kernels see rc as 0 or 1 (any non-zero
 // roundControl acts as 1).
@@ -128,8 +123,7 @@ KPLVC_INLINE KplStatus run_diff(DiffShape s, const Kpl8u* cur, Kpl32s cur_step, 
 KPLVC_INLINE KplStatus run_diff_b(DiffShape s, const Kpl8u* cur, Kpl32s cur_step, const Kpl8u* ref_f,
                                   Kpl32s step_f, Kpl32s type_f, const Kpl8u* ref_b, Kpl32s step_b,
                                   Kpl32s type_b, Kpl16s* diff, Kpl32s diff_step, Kpl32s rc) {
-    if (cur == nullptr || ref_f == nullptr || ref_b == nullptr || diff == nullptr)
-        return kplStsNullPtrErr;
+    if (cur == nullptr || ref_f == nullptr || ref_b == nullptr || diff == nullptr) return kplStsNullPtrErr;
     blockcopy_kernels().diff_b[s][((type_f & 12) >> 2) | (type_b & 12)](
         cur, cur_step, ref_f, step_f, ref_b, step_b, diff, diff_step, rc != 0 ? 1 : 0);
     return kplStsNoErr;
@@ -150,18 +144,18 @@ void install_scalar_diff(BlockCopyKernels& k) {
 
 using namespace kplvc::block;
 
-#define KPLVC_DIFF_ARGS                                                                         \
-    const Kpl8u *pSrcCur, Kpl32s srcCurStep, const Kpl8u *pSrcRef, Kpl32s srcRefStep,             \
-        Kpl16s *pDstDiff, Kpl32s dstDiffStep, Kpl16s *pDstPredictor, Kpl32s dstPredictorStep,   \
-        Kpl32s mcType, Kpl32s roundControl
-#define KPLVC_DIFF_PASS                                                                             \
+#define KPLVC_DIFF_ARGS                                                                                 \
+    const Kpl8u *pSrcCur, Kpl32s srcCurStep, const Kpl8u *pSrcRef, Kpl32s srcRefStep, Kpl16s *pDstDiff, \
+        Kpl32s dstDiffStep, Kpl16s *pDstPredictor, Kpl32s dstPredictorStep, Kpl32s mcType,              \
+        Kpl32s roundControl
+#define KPLVC_DIFF_PASS                                                                               \
     pSrcCur, srcCurStep, pSrcRef, srcRefStep, pDstDiff, dstDiffStep, pDstPredictor, dstPredictorStep, \
         mcType, roundControl
-#define KPLVC_DIFFB_ARGS                                                                       \
-    const Kpl8u *pSrcCur, Kpl32s srcCurStep, const Kpl8u *pSrcRefF, Kpl32s srcRefFStep,          \
-        Kpl32s mcTypeF, const Kpl8u *pSrcRefB, Kpl32s srcRefBStep, Kpl32s mcTypeB,               \
-        Kpl16s *pDstDiff, Kpl32s dstDiffStep, Kpl32s roundControl
-#define KPLVC_DIFFB_PASS                                                                      \
+#define KPLVC_DIFFB_ARGS                                                                                 \
+    const Kpl8u *pSrcCur, Kpl32s srcCurStep, const Kpl8u *pSrcRefF, Kpl32s srcRefFStep, Kpl32s mcTypeF,  \
+        const Kpl8u *pSrcRefB, Kpl32s srcRefBStep, Kpl32s mcTypeB, Kpl16s *pDstDiff, Kpl32s dstDiffStep, \
+        Kpl32s roundControl
+#define KPLVC_DIFFB_PASS                                                                           \
     pSrcCur, srcCurStep, pSrcRefF, srcRefFStep, mcTypeF, pSrcRefB, srcRefBStep, mcTypeB, pDstDiff, \
         dstDiffStep, roundControl
 
@@ -173,15 +167,20 @@ KPLVC_API KplStatus kpliGetDiff8x16_8u16s_C1(KPLVC_DIFF_ARGS) { return run_diff(
 KPLVC_API KplStatus kpliGetDiff8x8_8u16s_C1(KPLVC_DIFF_ARGS) { return run_diff(d8x8, KPLVC_DIFF_PASS); }
 KPLVC_API KplStatus kpliGetDiff8x4_8u16s_C1(KPLVC_DIFF_ARGS) { return run_diff(d8x4, KPLVC_DIFF_PASS); }
 
-KPLVC_API KplStatus kpliGetDiff16x16B_8u16s_C1(KPLVC_DIFFB_ARGS) { return run_diff_b(d16x16, KPLVC_DIFFB_PASS); }
-KPLVC_API KplStatus kpliGetDiff16x8B_8u16s_C1(KPLVC_DIFFB_ARGS) { return run_diff_b(d16x8, KPLVC_DIFFB_PASS); }
-KPLVC_API KplStatus kpliGetDiff8x16B_8u16s_C1(KPLVC_DIFFB_ARGS) { return run_diff_b(d8x16, KPLVC_DIFFB_PASS); }
+KPLVC_API KplStatus kpliGetDiff16x16B_8u16s_C1(KPLVC_DIFFB_ARGS) {
+    return run_diff_b(d16x16, KPLVC_DIFFB_PASS);
+}
+KPLVC_API KplStatus kpliGetDiff16x8B_8u16s_C1(KPLVC_DIFFB_ARGS) {
+    return run_diff_b(d16x8, KPLVC_DIFFB_PASS);
+}
+KPLVC_API KplStatus kpliGetDiff8x16B_8u16s_C1(KPLVC_DIFFB_ARGS) {
+    return run_diff_b(d8x16, KPLVC_DIFFB_PASS);
+}
 KPLVC_API KplStatus kpliGetDiff8x8B_8u16s_C1(KPLVC_DIFFB_ARGS) { return run_diff_b(d8x8, KPLVC_DIFFB_PASS); }
 KPLVC_API KplStatus kpliGetDiff8x4B_8u16s_C1(KPLVC_DIFFB_ARGS) { return run_diff_b(d8x4, KPLVC_DIFFB_PASS); }
 
-KPLVC_API KplStatus kpliGetDiff4x4_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep,
-                                            const Kpl8u* pSrcRef, Kpl32s srcRefStep,
-                                            Kpl16s* pDstDiff, Kpl32s dstDiffStep) {
+KPLVC_API KplStatus kpliGetDiff4x4_8u16s_C1(const Kpl8u* pSrcCur, Kpl32s srcCurStep, const Kpl8u* pSrcRef,
+                                            Kpl32s srcRefStep, Kpl16s* pDstDiff, Kpl32s dstDiffStep) {
     if (pSrcCur == nullptr || pSrcRef == nullptr || pDstDiff == nullptr) return kplStsNullPtrErr;
     blockcopy_kernels().diff4x4(pSrcCur, srcCurStep, pSrcRef, srcRefStep, pDstDiff, dstDiffStep);
     return kplStsNoErr;

@@ -106,9 +106,7 @@ MetricsKernels metrics_kernels_for(cpu::Isa isa) {
     return k;
 }
 
-const MetricsKernels& metrics_kernels() {
-    return metrics_table();
-}
+const MetricsKernels& metrics_kernels() { return metrics_table(); }
 
 cpu::Isa metrics_level() { return level_in_use(cpu::Isa::avx2); }
 
@@ -118,25 +116,22 @@ using kplvc::block::metrics_table;
 
 extern "C" {
 
-KPLVC_API KplStatus kpliEdgesDetect16x16_8u_C1R(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                Kpl8u EdgePelDifference, Kpl8u EdgePelCount,
-                                                Kpl8u* pRes) {
+KPLVC_API KplStatus kpliEdgesDetect16x16_8u_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u EdgePelDifference,
+                                                Kpl8u EdgePelCount, Kpl8u* pRes) {
     if (pSrc == nullptr || pRes == nullptr) return kplStsNullPtrErr;
     *pRes = metrics_table().edges16x16(pSrc, srcStep, EdgePelDifference, EdgePelCount);
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliSumsDiff16x16Blocks4x4_8u16s_C1(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                        const Kpl8u* pPred, Kpl32s predStep,
-                                                        Kpl16s* pSums, Kpl16s* pDiff) {
+KPLVC_API KplStatus kpliSumsDiff16x16Blocks4x4_8u16s_C1(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pPred,
+                                                        Kpl32s predStep, Kpl16s* pSums, Kpl16s* pDiff) {
     if (pSrc == nullptr || pPred == nullptr || pSums == nullptr) return kplStsNullPtrErr;
     metrics_table().sumsdiff16x16(pSrc, srcStep, pPred, predStep, pSums, pDiff);
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliSumsDiff8x8Blocks4x4_8u16s_C1(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                      const Kpl8u* pPred, Kpl32s predStep,
-                                                      Kpl16s* pSums, Kpl16s* pDiff) {
+KPLVC_API KplStatus kpliSumsDiff8x8Blocks4x4_8u16s_C1(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pPred,
+                                                      Kpl32s predStep, Kpl16s* pSums, Kpl16s* pDiff) {
     if (pSrc == nullptr || pPred == nullptr || pSums == nullptr) return kplStsNullPtrErr;
     metrics_table().sumsdiff8x8(pSrc, srcStep, pPred, predStep, pSums, pDiff);
     return kplStsNoErr;
@@ -149,16 +144,14 @@ KPLVC_API KplStatus kpliCountZeros8x8_16s_C1(const Kpl16s* pSrc, Kpl32s* pCount)
 }
 
 KPLVC_API KplStatus kpliComputeTextureErrorBlock_SAD_8u16s(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                           const Kpl8u* pRef, Kpl16s* pDst,
-                                                           Kpl32s* pDstSAD) {
-    if (pSrc == nullptr || pRef == nullptr || pDst == nullptr || pDstSAD == nullptr)
-        return kplStsBadArgErr;
+                                                           const Kpl8u* pRef, Kpl16s* pDst, Kpl32s* pDstSAD) {
+    if (pSrc == nullptr || pRef == nullptr || pDst == nullptr || pDstSAD == nullptr) return kplStsBadArgErr;
     *pDstSAD = metrics_table().texture_error8x8(pSrc, srcStep, pRef, pDst);
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliComputeTextureErrorBlock_8u16s(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                       const Kpl8u* pRef, Kpl16s* pDst) {
+KPLVC_API KplStatus kpliComputeTextureErrorBlock_8u16s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                       Kpl16s* pDst) {
     if (pSrc == nullptr || pRef == nullptr || pDst == nullptr) return kplStsBadArgErr;
     metrics_table().texture_error8x8(pSrc, srcStep, pRef, pDst);
     return kplStsNoErr;

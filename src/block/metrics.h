@@ -17,41 +17,37 @@ namespace kplvc::block {
 enum Pos : int { kFF = 0, kFH = 1, kHF = 2, kHH = 3 };
 
 // Sum over a block of |cur - pred| or (cur - pred)^2.
-using BlockMetricFn = int32_t (*)(const uint8_t* src, int32_t src_step, const uint8_t* ref,
-                                  int32_t ref_step);
+using BlockMetricFn = int32_t (*)(const uint8_t* src, int32_t src_step, const uint8_t* ref, int32_t ref_step);
 // Bidirectional squared difference: pred = (pF + pB + 1) >> 1.
-using BiMetricFn = int32_t (*)(const uint8_t* src, int32_t src_step, const uint8_t* ref_f,
-                               int32_t ref_f_step, const uint8_t* ref_b, int32_t ref_b_step);
+using BiMetricFn = int32_t (*)(const uint8_t* src, int32_t src_step, const uint8_t* ref_f, int32_t ref_f_step,
+                               const uint8_t* ref_b, int32_t ref_b_step);
 // Per-sub-block SADs in raster order (Kpl16u cells).
-using SubSadFn = void (*)(const uint8_t* src, int32_t src_step, const uint8_t* ref,
-                          int32_t ref_step, uint16_t* sads);
+using SubSadFn = void (*)(const uint8_t* src, int32_t src_step, const uint8_t* ref, int32_t ref_step,
+                          uint16_t* sads);
 // One-block statistics of samples.
 using Stat8uFn = int32_t (*)(const uint8_t* src, int32_t src_step);
 using VarMean8uFn = void (*)(const uint8_t* src, int32_t src_step, int32_t* var, int32_t* mean);
 using VarMean16sFn = void (*)(const int16_t* src, int32_t src_step, int32_t* var, int32_t* mean);
 // Variance and mean of the prediction error per 8x8 quarter.
-using VarMeanDiffFn = void (*)(const uint8_t* src, int32_t src_step, const uint8_t* ref,
-                               int32_t ref_step, const int32_t* src_sum, int32_t* var,
-                               int32_t* mean);
-using EdgesFn = uint8_t (*)(const uint8_t* src, int32_t src_step, uint8_t pel_diff,
-                            uint8_t pel_count);
+using VarMeanDiffFn = void (*)(const uint8_t* src, int32_t src_step, const uint8_t* ref, int32_t ref_step,
+                               const int32_t* src_sum, int32_t* var, int32_t* mean);
+using EdgesFn = uint8_t (*)(const uint8_t* src, int32_t src_step, uint8_t pel_diff, uint8_t pel_count);
 // Sums of differences per 4x4 sub-block; diff may be null.
-using SumsDiffFn = void (*)(const uint8_t* src, int32_t src_step, const uint8_t* pred,
-                            int32_t pred_step, int16_t* sums, int16_t* diff);
+using SumsDiffFn = void (*)(const uint8_t* src, int32_t src_step, const uint8_t* pred, int32_t pred_step,
+                            int16_t* sums, int16_t* diff);
 using CountZerosFn = int32_t (*)(const int16_t* coefs);
 // Texture error of an 8x8 block against a packed reference; returns the SAD.
-using TextureErrorFn = int32_t (*)(const uint8_t* src, int32_t src_step, const uint8_t* ref,
-                                   int16_t* dst);
+using TextureErrorFn = int32_t (*)(const uint8_t* src, int32_t src_step, const uint8_t* ref, int16_t* dst);
 
 struct MetricsKernels {
-    BlockMetricFn sad16x16[4];   // by position
-    BlockMetricFn sad8x8[4];     // by position
-    BlockMetricFn sad4x4;        // full-sample
-    SubSadFn sad16x16_blocks8x8; // 4 sums
-    SubSadFn sad16x16_blocks4x4; // 16 sums
-    BlockMetricFn sqr16x16[4];   // by position
-    BiMetricFn sqr16x16_bi[16];  // forward position | backward position << 2
-    Stat8uFn variance16x16;      // Q - wrap32(S*S)/256
+    BlockMetricFn sad16x16[4];    // by position
+    BlockMetricFn sad8x8[4];      // by position
+    BlockMetricFn sad4x4;         // full-sample
+    SubSadFn sad16x16_blocks8x8;  // 4 sums
+    SubSadFn sad16x16_blocks4x4;  // 16 sums
+    BlockMetricFn sqr16x16[4];    // by position
+    BiMetricFn sqr16x16_bi[16];   // forward position | backward position << 2
+    Stat8uFn variance16x16;       // Q - wrap32(S*S)/256
     VarMean8uFn varmean8x8_8u;
     VarMean16sFn varmean8x8_16s;
     VarMeanDiffFn varmeandiff16x16[4];  // by position

@@ -10,8 +10,6 @@
 
 namespace kplvc::block {
 
-inline const MetricsKernels& metrics_table() {
-    return active_table<MetricsKernels, metrics_kernels_for>();
-}
+inline const MetricsKernels& metrics_table() { return active_table<MetricsKernels, metrics_kernels_for>(); }
 
 }  // namespace kplvc::block

@@ -139,18 +139,18 @@ namespace {
 // kpliSAD8x8_8u32s_C1R tests the exact values 0, 8 and 4; every other value
 // is the centre of four.
 inline int sad8x8_pos(Kpl32s mcType) {
-    return mcType == 0 ? kplvc::block::kFF
-         : mcType == 8 ? kplvc::block::kHF
-         : mcType == 4 ? kplvc::block::kFH
-                       : kplvc::block::kHH;
+    return mcType == 0   ? kplvc::block::kFF
+           : mcType == 8 ? kplvc::block::kHF
+           : mcType == 4 ? kplvc::block::kFH
+                         : kplvc::block::kHH;
 }
 
 }  // namespace
 
 extern "C" {
 
-KPLVC_API KplStatus kpliSAD16x16_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
-                                       Kpl32s refStep, Kpl32s* pSAD, Kpl32s mcType) {
+KPLVC_API KplStatus kpliSAD16x16_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef, Kpl32s refStep,
+                                       Kpl32s* pSAD, Kpl32s mcType) {
     if (pSrc == nullptr || pRef == nullptr) return kplStsNullPtrErr;
     if (pSAD == nullptr) return kplStsNoErr;  // not checked: nothing to write to
     // The table is indexed by mcType >> 2; the mask keeps values outside
@@ -159,32 +159,30 @@ KPLVC_API KplStatus kpliSAD16x16_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const 
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliSAD8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
-                                         Kpl32s refStep, Kpl32s* pSAD, Kpl32s mcType) {
+KPLVC_API KplStatus kpliSAD8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef, Kpl32s refStep,
+                                         Kpl32s* pSAD, Kpl32s mcType) {
     if (pSrc == nullptr || pRef == nullptr) return kplStsNullPtrErr;
     if (pSAD == nullptr) return kplStsNoErr;  // not checked: nothing to write to
     *pSAD = metrics_table().sad8x8[sad8x8_pos(mcType)](pSrc, srcStep, pRef, refStep);
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliSAD4x4_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
-                                     Kpl32s refStep, Kpl32s* pSAD) {
+KPLVC_API KplStatus kpliSAD4x4_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef, Kpl32s refStep,
+                                     Kpl32s* pSAD) {
     if (pSrc == nullptr || pRef == nullptr || pSAD == nullptr) return kplStsNullPtrErr;
     *pSAD = metrics_table().sad4x4(pSrc, srcStep, pRef, refStep);
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliSAD16x16Blocks8x8_8u16u(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                const Kpl8u* pRef, Kpl32s refStep,
-                                                Kpl16u* pDstSAD) {
+KPLVC_API KplStatus kpliSAD16x16Blocks8x8_8u16u(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                Kpl32s refStep, Kpl16u* pDstSAD) {
     if (pSrc == nullptr || pRef == nullptr || pDstSAD == nullptr) return kplStsNullPtrErr;
     metrics_table().sad16x16_blocks8x8(pSrc, srcStep, pRef, refStep, pDstSAD);
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliSAD16x16Blocks4x4_8u16u(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                const Kpl8u* pRef, Kpl32s refStep,
-                                                Kpl16u* pDstSAD) {
+KPLVC_API KplStatus kpliSAD16x16Blocks4x4_8u16u(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                Kpl32s refStep, Kpl16u* pDstSAD) {
     if (pSrc == nullptr || pRef == nullptr || pDstSAD == nullptr) return kplStsNullPtrErr;
     metrics_table().sad16x16_blocks4x4(pSrc, srcStep, pRef, refStep, pDstSAD);
     return kplStsNoErr;

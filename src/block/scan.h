@@ -55,8 +55,7 @@ inline constexpr const uint8_t (&_kplVerticalZigzag)[64] = ZigzagH;    // altern
 inline constexpr const uint8_t (&_kplHorizontalZigzag)[64] = ZigzagV;  // alternate-vertical
 
 // pDst[scan[i]] = pSrc[i] for i < len. No aliasing between src and dst.
-inline void inverse_scan(const int16_t* src, int16_t* dst, const std::array<int16_t, 64>& scan,
-                         int32_t len) {
+inline void inverse_scan(const int16_t* src, int16_t* dst, const std::array<int16_t, 64>& scan, int32_t len) {
     for (int32_t i = 0; i < len; ++i) dst[scan[static_cast<std::size_t>(i)]] = src[i];
 }
 

@@ -77,8 +77,8 @@ inline int32_t err_pred(const uint8_t* r, int32_t rs, int x) {
 // taken in 64 bits so that any Kpl32s value is safe; mean^2 < 2^56.
 // var = (sq - mean^2) / 64 when sq > mean^2, else 0; it is then below sq.
 template <int H, int P>
-void varmeandiff_c(const uint8_t* src, int32_t ss, const uint8_t* ref, int32_t rs,
-                   const int32_t* src_sum, int32_t* var, int32_t* mean) {
+void varmeandiff_c(const uint8_t* src, int32_t ss, const uint8_t* ref, int32_t rs, const int32_t* src_sum,
+                   int32_t* var, int32_t* mean) {
     constexpr int n = 2 * (H / 8);
     for (int k = 0; k < n; ++k) {
         const int x0 = 8 * (k & 1), y0 = 8 * (k >> 1);
@@ -146,8 +146,7 @@ KPLVC_API KplStatus kpliVariance16x16_8u32s(const Kpl8u* pSrc, Kpl32s srcStep, K
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliVarMean8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl32s* pVar,
-                                             Kpl32s* pMean) {
+KPLVC_API KplStatus kpliVarMean8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl32s* pVar, Kpl32s* pMean) {
     if (pSrc == nullptr || pVar == nullptr || pMean == nullptr) return kplStsNullPtrErr;
     metrics_table().varmean8x8_8u(pSrc, srcStep, pVar, pMean);
     return kplStsNoErr;
@@ -160,27 +159,21 @@ KPLVC_API KplStatus kpliVarMean8x8_16s32s_C1R(const Kpl16s* pSrc, Kpl32s srcStep
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliVarMeanDiff16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                   const Kpl8u* pRef, Kpl32s refStep,
-                                                   const Kpl32s* pSrcSum, Kpl32s* pVar,
+KPLVC_API KplStatus kpliVarMeanDiff16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                   Kpl32s refStep, const Kpl32s* pSrcSum, Kpl32s* pVar,
                                                    Kpl32s* pMean, Kpl32s mcType) {
-    if (pSrc == nullptr || pRef == nullptr || pSrcSum == nullptr || pVar == nullptr ||
-        pMean == nullptr)
+    if (pSrc == nullptr || pRef == nullptr || pSrcSum == nullptr || pVar == nullptr || pMean == nullptr)
         return kplStsNullPtrErr;
-    metrics_table().varmeandiff16x16[(mcType & 12) >> 2](pSrc, srcStep, pRef, refStep, pSrcSum,
-                                                           pVar, pMean);
+    metrics_table().varmeandiff16x16[(mcType & 12) >> 2](pSrc, srcStep, pRef, refStep, pSrcSum, pVar, pMean);
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliVarMeanDiff16x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep,
-                                                  const Kpl8u* pRef, Kpl32s refStep,
-                                                  const Kpl32s* pSrcSum, Kpl32s* pVar,
+KPLVC_API KplStatus kpliVarMeanDiff16x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                  Kpl32s refStep, const Kpl32s* pSrcSum, Kpl32s* pVar,
                                                   Kpl32s* pMean, Kpl32s mcType) {
-    if (pSrc == nullptr || pRef == nullptr || pSrcSum == nullptr || pVar == nullptr ||
-        pMean == nullptr)
+    if (pSrc == nullptr || pRef == nullptr || pSrcSum == nullptr || pVar == nullptr || pMean == nullptr)
         return kplStsNullPtrErr;
-    metrics_table().varmeandiff16x8[(mcType & 12) >> 2](pSrc, srcStep, pRef, refStep, pSrcSum,
-                                                          pVar, pMean);
+    metrics_table().varmeandiff16x8[(mcType & 12) >> 2](pSrc, srcStep, pRef, refStep, pSrcSum, pVar, pMean);
     return kplStsNoErr;
 }
 

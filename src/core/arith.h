@@ -26,14 +26,10 @@ KPLVC_INLINE int16_t sat16_64(int64_t v) {
 }
 
 // Saturate to 0..255.
-KPLVC_INLINE uint8_t clip_u8(int32_t v) {
-    return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
-}
+KPLVC_INLINE uint8_t clip_u8(int32_t v) { return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v)); }
 
 // Clamp to lo..hi.
-KPLVC_INLINE int32_t clip3(int32_t lo, int32_t hi, int32_t v) {
-    return v < lo ? lo : (v > hi ? hi : v);
-}
+KPLVC_INLINE int32_t clip3(int32_t lo, int32_t hi, int32_t v) { return v < lo ? lo : (v > hi ? hi : v); }
 
 // The high half of a 16x16-bit signed product, as pmulhw computes it:
 // (a * b) >> 16 with an arithmetic shift. The product always fits in int32.
@@ -42,9 +38,7 @@ KPLVC_INLINE int16_t mulhi16(int16_t a, int16_t b) {
 }
 
 // The low half of a 16x16-bit product, as pmullw computes it.
-KPLVC_INLINE int16_t mullo16(int16_t a, int16_t b) {
-    return wrap16(static_cast<int32_t>(a) * b);
-}
+KPLVC_INLINE int16_t mullo16(int16_t a, int16_t b) { return wrap16(static_cast<int32_t>(a) * b); }
 
 // Saturating 16-bit add and subtract (paddsw / psubsw).
 KPLVC_INLINE int16_t adds16(int16_t a, int16_t b) { return sat16(int32_t{a} + b); }

@@ -10,18 +10,17 @@
 #include "core/arith.h"
 #include "kplvc.h"
 
+using kplvc::_kplGetBitsMask;
 using kplvc::load32u;
 using kplvc::shl32;
 using kplvc::shr32;
 using kplvc::store32u;
-using kplvc::_kplGetBitsMask;
 
 extern "C" {
 
 // The word collects bits at its low end and shifts the earlier ones up; a
 // completed word has its first bit at bit 31.
-KPLVC_API KplStatus kpliPutBitsLeftMost(Kpl32u** ppBitStream, Kpl32s* pBitOffset, Kpl32u code,
-                                        Kpl32s nBits) {
+KPLVC_API KplStatus kpliPutBitsLeftMost(Kpl32u** ppBitStream, Kpl32s* pBitOffset, Kpl32u code, Kpl32s nBits) {
     Kpl32u* p = *ppBitStream;
     const Kpl32s f = *pBitOffset;
     const uint32_t word = load32u(p);

@@ -12,9 +12,7 @@ namespace kplvc::cpu {
 namespace {
 
 #if KPLVC_HAVE_CPUID
-void cpuid(uint32_t leaf, uint32_t sub, uint32_t r[4]) {
-    __cpuid_count(leaf, sub, r[0], r[1], r[2], r[3]);
-}
+void cpuid(uint32_t leaf, uint32_t sub, uint32_t r[4]) { __cpuid_count(leaf, sub, r[0], r[1], r[2], r[3]); }
 
 uint64_t xgetbv0() {
     uint32_t lo, hi;
@@ -50,7 +48,7 @@ Features probe() {
     f.avx = ecx1 & (1u << 28);
     if (osxsave) {
         const uint64_t xcr0 = xgetbv0();
-        f.os_ymm = (xcr0 & 0x6) == 0x6;            // XMM and YMM state
+        f.os_ymm = (xcr0 & 0x6) == 0x6;                // XMM and YMM state
         f.os_zmm = f.os_ymm && (xcr0 & 0xE0) == 0xE0;  // opmask, ZMM_Hi256, Hi16_ZMM
     }
     f.avx = f.avx && f.os_ymm;
@@ -104,13 +102,20 @@ Isa detected() {
 
 const char* isa_name(Isa isa) {
     switch (isa) {
-        case Isa::c: return "c";
-        case Isa::sse2: return "sse2";
-        case Isa::ssse3: return "ssse3";
-        case Isa::sse41: return "sse41";
-        case Isa::avx2: return "avx2";
-        case Isa::avx512: return "avx512";
-        default: return "?";
+        case Isa::c:
+            return "c";
+        case Isa::sse2:
+            return "sse2";
+        case Isa::ssse3:
+            return "ssse3";
+        case Isa::sse41:
+            return "sse41";
+        case Isa::avx2:
+            return "avx2";
+        case Isa::avx512:
+            return "avx512";
+        default:
+            return "?";
     }
 }
 

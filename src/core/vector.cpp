@@ -70,8 +70,8 @@ void threshold_lt_c(int16_t* p, size_t len, int16_t level) {
 }
 
 constexpr VectorKernels kScalar = {
-    set8_c,     set8_c,      set16_c,     set16_c,        copy8_c,        copy8_c, copy8_c,
-    mulc_sat_c, mulc_up_c,   mulc_down_c, mulc_sign_c,    threshold_gt_c, threshold_lt_c,
+    set8_c,     set8_c,    set16_c,     set16_c,     copy8_c,        copy8_c,        copy8_c,
+    mulc_sat_c, mulc_up_c, mulc_down_c, mulc_sign_c, threshold_gt_c, threshold_lt_c,
 };
 
 }  // namespace
@@ -109,8 +109,7 @@ KPLVC_API KplStatus kplsSet_16s(Kpl16s val, Kpl16s* pDst, Kpl32s len) {
     if (pDst == nullptr) return kplStsNullPtrErr;
     if (len < 1) return kplStsSizeErr;
     const auto& k = vector_kernels();
-    (len >= kplvc::kSet16StreamLen ? k.set16_stream : k.set16)(pDst, val,
-                                                               static_cast<size_t>(len));
+    (len >= kplvc::kSet16StreamLen ? k.set16_stream : k.set16)(pDst, val, static_cast<size_t>(len));
     return kplStsNoErr;
 }
 
@@ -140,8 +139,7 @@ KPLVC_API KplStatus kplsCopy_8u(const Kpl8u* pSrc, Kpl8u* pDst, Kpl32s len) {
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kplsMulC_16s_ISfs(Kpl16s val, Kpl16s* pSrcDst, Kpl32s len,
-                                      Kpl32s scaleFactor) {
+KPLVC_API KplStatus kplsMulC_16s_ISfs(Kpl16s val, Kpl16s* pSrcDst, Kpl32s len, Kpl32s scaleFactor) {
     if (pSrcDst == nullptr) return kplStsNullPtrErr;
     if (len < 1) return kplStsSizeErr;
     if (val == 0) return kplsZero_16s(pSrcDst, len);
@@ -161,8 +159,7 @@ KPLVC_API KplStatus kplsMulC_16s_ISfs(Kpl16s val, Kpl16s* pSrcDst, Kpl32s len,
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kplsThreshold_16s_I(Kpl16s* pSrcDst, Kpl32s len, Kpl16s level,
-                                        Kpl32s relOp) {
+KPLVC_API KplStatus kplsThreshold_16s_I(Kpl16s* pSrcDst, Kpl32s len, Kpl16s level, Kpl32s relOp) {
     if (pSrcDst == nullptr) return kplStsNullPtrErr;
     if (len < 1) return kplStsSizeErr;
     const auto& k = vector_kernels();

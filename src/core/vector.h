@@ -10,10 +10,10 @@
 namespace kplvc {
 
 // Lengths at which the entry points switch to cache-bypassing kernels.
-constexpr int32_t kSet8StreamLen = 20480;      // bytes
-constexpr int32_t kSet16StreamLen = 10240;     // elements (20480 bytes)
-constexpr int32_t kCopyStreamLen = 8192;       // bytes: streaming stores
-constexpr int32_t kCopyPrefetchLen = 16384;    // bytes: + non-temporal prefetch
+constexpr int32_t kSet8StreamLen = 20480;    // bytes
+constexpr int32_t kSet16StreamLen = 10240;   // elements (20480 bytes)
+constexpr int32_t kCopyStreamLen = 8192;     // bytes: streaming stores
+constexpr int32_t kCopyPrefetchLen = 16384;  // bytes: + non-temporal prefetch
 
 struct VectorKernels {
     void (*set8)(uint8_t* dst, uint8_t val, size_t len);

@@ -44,10 +44,10 @@ struct Builder {
     // of levels or of block space is left out; so is every word that would
     // land outside the block.
     void place(uint32_t code, int32_t len, uint32_t leaf) {
-        int32_t sub = 0;             // word index of the current sub-table
+        int32_t sub = 0;  // word index of the current sub-table
         int32_t level = 0;
         int32_t b = t[0];
-        int32_t consumed = b;        // bits consumed up to and including this level
+        int32_t consumed = b;  // bits consumed up to and including this level
         while (consumed < len) {
             // The part of the code this level looks up.
             const int32_t drop = len - consumed;  // >= 1
@@ -144,8 +144,7 @@ KPLVC_API KplStatus kpliVCHuffmanInitAllocRL_32s(const Kpl32s* pInputTable, Kpl3
 
 KPLVC_API KplStatus kpliVCHuffmanDecodeOne_1u32s(Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl32s* pDst,
                                                  const Kpl32s* pDecodeTable) {
-    if (ppBitStream == nullptr || *ppBitStream == nullptr || pDecodeTable == nullptr)
-        return kplStsNullPtrErr;
+    if (ppBitStream == nullptr || *ppBitStream == nullptr || pDecodeTable == nullptr) return kplStsNullPtrErr;
     const uint32_t* p = *ppBitStream;
     int32_t off = *pOffset;
     const int32_t st = kplvc::vlc_decode_one(p, off, pDecodeTable, pDst);

@@ -62,8 +62,7 @@ KPLVC_INLINE void vlc_unget_bits(const uint32_t*& p, int32_t& off, int32_t n) {
 // look-ahead bits, stores the value and returns 0. On a pattern that begins
 // no code: stores 0xF0F1 and returns kplStsVLCErr (-74), the looked-up bits
 // not given back. The position is advanced in both cases.
-KPLVC_INLINE int32_t vlc_decode_one(const uint32_t*& p, int32_t& off, const int32_t* table,
-                                    int32_t* value) {
+KPLVC_INLINE int32_t vlc_decode_one(const uint32_t*& p, int32_t& off, const int32_t* table, int32_t* value) {
     const int32_t* sub = table;
     uint32_t entry = static_cast<uint32_t>(sub[1 + vlc_get_bits(p, off, sub[0])]);
     while ((entry & kVlcLinkFlag) != 0) {

@@ -36,14 +36,13 @@ void dv_fill(uint32_t* words, const int32_t* input, int32_t base, uint32_t len_a
         const int32_t s = m - len;
         for (int32_t r = 0; r < n; ++r, p += 3) {
             const uint32_t code = static_cast<uint32_t>(p[0]);
-            const uint32_t entry = (static_cast<uint32_t>(p[2]) << 22) |
-                                   (static_cast<uint32_t>(p[1]) << 8) |
+            const uint32_t entry = (static_cast<uint32_t>(p[2]) << 22) | (static_cast<uint32_t>(p[1]) << 8) |
                                    (static_cast<uint32_t>(len) + len_add);
             if (s >= 32) {
                 if (code != 0) continue;  // starts beyond the block
             }
-            const uint64_t first = uint64_t{static_cast<uint32_t>(base)} +
-                                   (s >= 32 ? 0 : (uint64_t{code} << s));
+            const uint64_t first =
+                uint64_t{static_cast<uint32_t>(base)} + (s >= 32 ? 0 : (uint64_t{code} << s));
             const uint64_t count = s >= 32 ? uint64_t{kTableWords} : (uint64_t{1} << s);
             const uint64_t end = first + count < kTableWords ? first + count : kTableWords;
             for (uint64_t w = first; w < end; ++w) std::memcpy(words + w, &entry, sizeof entry);
@@ -72,8 +71,7 @@ extern "C" {
 
 KPLVC_API KplStatus kpliInitAllocHuffmanTable_DV_32u(const Kpl32s* pHuffTable1, const Kpl32s* pHuffTable2,
                                                      Kpl32u** ppHuffTable) {
-    if (pHuffTable1 == nullptr || pHuffTable2 == nullptr || ppHuffTable == nullptr)
-        return kplStsNullPtrErr;
+    if (pHuffTable1 == nullptr || pHuffTable2 == nullptr || ppHuffTable == nullptr) return kplStsNullPtrErr;
     void* block = std::malloc(kplvc::dv::kTableBytes);
     if (block == nullptr) return kplStsMemAllocErr;
     auto* words = static_cast<Kpl32u*>(block);

@@ -42,7 +42,8 @@ KplStatus decode_tcoef(BitCache64& position, const TcoefTables& t, int start, in
         const uint32_t v = bc.peek(22);
         const uint32_t c12 = v >> 10;
         if (c12 < 8) return kplStsVLCErr;
-        const uint32_t e = c12 >= 512 ? t.t0[(c12 >> 5) - 16] : (c12 >= 128 ? t.t1[(c12 >> 2) - 32] : t.t2[c12 - 8]);
+        const uint32_t e =
+            c12 >= 512 ? t.t0[(c12 >> 5) - 16] : (c12 >= 128 ? t.t1[(c12 >> 2) - 32] : t.t2[c12 - 8]);
         uint32_t is_last, run;
         int32_t level;
         if (tcoef_level(e) == 0) {
@@ -129,7 +130,8 @@ KPLVC_API KplStatus kpliDecodeBlockCoef_Intra_H263_1u8u(Kpl8u** ppBitStream, int
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliDecodeBlockCoef_Inter_H263_1u16s(Kpl8u** ppBitStream, int* pBitOffset, Kpl16s* pDst, int QP) {
+KPLVC_API KplStatus kpliDecodeBlockCoef_Inter_H263_1u16s(Kpl8u** ppBitStream, int* pBitOffset, Kpl16s* pDst,
+                                                         int QP) {
     if (null_stream(ppBitStream, pBitOffset) || pDst == nullptr) return kplStsNullPtrErr;
     if (QP < 1 || QP > 31) return kplStsH263QPErr;
     std::memset(pDst, 0, 64 * sizeof(Kpl16s));
@@ -166,8 +168,8 @@ KPLVC_API KplStatus kpliDecodeBlockCoef_Inter_H263_1u16s(Kpl8u** ppBitStream, in
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u(Kpl8u** ppBitStream, int* pBitOffset, Kpl8u* pDst,
-                                                              int step) {
+KPLVC_API KplStatus kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u(Kpl8u** ppBitStream, int* pBitOffset,
+                                                              Kpl8u* pDst, int step) {
     if (null_stream(ppBitStream, pBitOffset) || pDst == nullptr) return kplStsNullPtrErr;
     if (step < 8) return kplStsBlockStepErr;
     // The byte pointer moves on before the value is checked: an illegal
@@ -180,8 +182,8 @@ KPLVC_API KplStatus kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u(Kpl8u** ppBitStrea
 }
 
 KPLVC_API KplStatus kpliDecodeBlockCoef_AdvIntra_H263_1u8u(Kpl8u** ppBitStream, int* pBitOffset, Kpl8u* pDst,
-                                                           int step, Kpl16s* pCoefRow, Kpl16s* pCoefCol, int QP,
-                                                           int mode) {
+                                                           int step, Kpl16s* pCoefRow, Kpl16s* pCoefCol,
+                                                           int QP, int mode) {
     if (null_stream(ppBitStream, pBitOffset)) return kplStsNullPtrErr;
     if (pDst == nullptr) return kplStsNullPtrErr;
     if (step < 8) return kplStsBlockStepErr;

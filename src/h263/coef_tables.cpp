@@ -9,7 +9,7 @@ namespace kplvc::h263 {
 namespace {
 
 struct TcoefCode {
-    const char* bits;  // without the sign bit
+    const char* bits;      // without the sign bit
     int last, run, level;  // level 0: the escape code
 };
 
@@ -255,8 +255,7 @@ constexpr std::array<uint32_t, N> build(const TcoefCode (&codes)[M], int shift, 
         const uint32_t first = value(c.bits) << (12 - len), last = first + (1u << (12 - len));
         for (uint32_t c12 = first; c12 < last; ++c12) {
             const int64_t idx = int64_t{c12 >> shift} - base;
-            if (idx >= 0 && idx < static_cast<int64_t>(N))
-                t[static_cast<size_t>(idx)] = entry;
+            if (idx >= 0 && idx < static_cast<int64_t>(N)) t[static_cast<size_t>(idx)] = entry;
         }
     }
     return t;
@@ -266,7 +265,8 @@ constexpr RunLevelTable build_encoder() {
     RunLevelTable t{};
     for (const TcoefCode& c : kTcoefCodes) {
         if (c.level == 0) continue;
-        t.code[c.last][c.run][c.level] = RunLevelCode{static_cast<uint16_t>(value(c.bits)), static_cast<uint8_t>(length(c.bits))};
+        t.code[c.last][c.run][c.level] =
+            RunLevelCode{static_cast<uint16_t>(value(c.bits)), static_cast<uint8_t>(length(c.bits))};
         if (c.run > t.max_run[c.last]) t.max_run[c.last] = static_cast<uint8_t>(c.run);
         if (c.level > t.max_level[c.last][c.run]) t.max_level[c.last][c.run] = static_cast<uint8_t>(c.level);
     }

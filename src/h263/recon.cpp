@@ -46,8 +46,7 @@ void h263PerformPixels(uint8_t& a, uint8_t& b, uint8_t& c, uint8_t& d, int stren
 }
 
 void deblock_hor_c(uint8_t* p, int32_t step, int strength) {
-    for (int i = 0; i < 8; ++i)
-        h263PerformPixels(p[i - 2 * step], p[i - step], p[i], p[i + step], strength);
+    for (int i = 0; i < 8; ++i) h263PerformPixels(p[i - 2 * step], p[i - step], p[i], p[i + step], strength);
 }
 
 void deblock_ver_c(uint8_t* p, int32_t step, int strength) {
@@ -174,8 +173,8 @@ KPLVC_API KplStatus kpliPredictBlock_OBMC_8u(const Kpl8u* pSrc, Kpl8u* pDst, int
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliExpandFrame_H263_8u(Kpl8u* pSrcDstPlane, int frameWidth, int frameHeight, int expandPels,
-                                            int step) {
+KPLVC_API KplStatus kpliExpandFrame_H263_8u(Kpl8u* pSrcDstPlane, int frameWidth, int frameHeight,
+                                            int expandPels, int step) {
     if (pSrcDstPlane == nullptr) return kplStsNullPtrErr;
     if (frameWidth < 8) return kplStsFrameWidthErr;
     if (frameHeight < 1) return kplStsFrameHeightErr;

@@ -55,28 +55,30 @@ void analyse(int32_t count, LevelAt level_at, const CavlcOut& out) {
 extern "C" {
 
 KPLVC_API KplStatus kpliEncodeCoeffsCAVLC_H264_16s(const Kpl16s* pSrc, Kpl8u AC, const Kpl32s* pScanMatrix,
-                                                   Kpl8u Count, Kpl8u* Trailing_Ones, Kpl8u* Trailing_One_Signs,
-                                                   Kpl8u* NumOutCoeffs, Kpl8u* TotalZeros, Kpl16s* Levels,
-                                                   Kpl8u* Runs) {
-    if (pSrc == nullptr || Trailing_Ones == nullptr || Trailing_One_Signs == nullptr || NumOutCoeffs == nullptr ||
-        TotalZeros == nullptr || Levels == nullptr || Runs == nullptr || pScanMatrix == nullptr)
+                                                   Kpl8u Count, Kpl8u* Trailing_Ones,
+                                                   Kpl8u* Trailing_One_Signs, Kpl8u* NumOutCoeffs,
+                                                   Kpl8u* TotalZeros, Kpl16s* Levels, Kpl8u* Runs) {
+    if (pSrc == nullptr || Trailing_Ones == nullptr || Trailing_One_Signs == nullptr ||
+        NumOutCoeffs == nullptr || TotalZeros == nullptr || Levels == nullptr || Runs == nullptr ||
+        pScanMatrix == nullptr)
         return kplStsNullPtrErr;
     if (Count > 15 || Count < AC) return kplStsOutOfRangeErr;
-    const CavlcOut out{Trailing_Ones, Trailing_One_Signs, NumOutCoeffs,
-                       TotalZeros, Levels, Runs};
+    const CavlcOut out{Trailing_Ones, Trailing_One_Signs, NumOutCoeffs, TotalZeros, Levels, Runs};
     // Scan indices first..last map to i = 0..last-first of the walk.
-    analyse(int32_t{Count} - AC + 1, [&](int32_t i) { return pSrc[pScanMatrix[AC + i]]; }, out);
+    analyse(
+        int32_t{Count} - AC + 1, [&](int32_t i) { return pSrc[pScanMatrix[AC + i]]; }, out);
     return kplStsNoErr;
 }
 
 KPLVC_API KplStatus kpliEncodeChromaDcCoeffsCAVLC_H264_16s(const Kpl16s* pSrc, Kpl8u* Trailing_Ones,
                                                            Kpl8u* Trailing_One_Signs, Kpl8u* NumOutCoeffs,
                                                            Kpl8u* TotalZeros, Kpl16s* Levels, Kpl8u* Runs) {
-    if (pSrc == nullptr || Trailing_Ones == nullptr || Trailing_One_Signs == nullptr || NumOutCoeffs == nullptr ||
-        TotalZeros == nullptr || Levels == nullptr || Runs == nullptr)
+    if (pSrc == nullptr || Trailing_Ones == nullptr || Trailing_One_Signs == nullptr ||
+        NumOutCoeffs == nullptr || TotalZeros == nullptr || Levels == nullptr || Runs == nullptr)
         return kplStsNullPtrErr;
     const CavlcOut out{Trailing_Ones, Trailing_One_Signs, NumOutCoeffs, TotalZeros, Levels, Runs};
-    analyse(4, [&](int32_t i) { return pSrc[i]; }, out);
+    analyse(
+        4, [&](int32_t i) { return pSrc[i]; }, out);
     return kplStsNoErr;
 }
 

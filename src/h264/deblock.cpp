@@ -83,8 +83,8 @@ void chroma_strong(const Line& l, int alpha, int beta) {
 // Luma: edge e lies `e * 4 * across` bytes from p, line j of the edge is
 // `j * along` bytes further. Vertical edges: across = 1, along = step;
 // horizontal edges the other way round.
-void luma_c(uint8_t* p, intptr_t across, intptr_t along, const uint8_t* alpha,
-            const uint8_t* beta, const uint8_t* tc0, const uint8_t* bs) {
+void luma_c(uint8_t* p, intptr_t across, intptr_t along, const uint8_t* alpha, const uint8_t* beta,
+            const uint8_t* tc0, const uint8_t* bs) {
     const bool strong0 = bs[0] == 4;  // the first entry alone picks edge 0's filter
     for (int e = 0; e < 4; ++e) {
         const int a = alpha[e == 0 ? 0 : 1], b = beta[e == 0 ? 0 : 1];
@@ -104,8 +104,8 @@ void luma_c(uint8_t* p, intptr_t across, intptr_t along, const uint8_t* alpha,
 
 // Chroma: edge 0 takes strengths 0..3, edge 1 those of luma edge 2 (8..11);
 // each entry covers two lines.
-void chroma_c(uint8_t* p, intptr_t across, intptr_t along, const uint8_t* alpha,
-              const uint8_t* beta, const uint8_t* tc0, const uint8_t* bs) {
+void chroma_c(uint8_t* p, intptr_t across, intptr_t along, const uint8_t* alpha, const uint8_t* beta,
+              const uint8_t* tc0, const uint8_t* bs) {
     const bool strong0 = bs[0] == 4;
     for (int e = 0; e < 2; ++e) {
         const int a = alpha[e], b = beta[e];
@@ -164,9 +164,7 @@ DeblockKernels deblock_kernels_for(cpu::Isa isa) {
     return k;
 }
 
-const DeblockKernels& deblock_kernels() {
-    return active_table<DeblockKernels, deblock_kernels_for>();
-}
+const DeblockKernels& deblock_kernels() { return active_table<DeblockKernels, deblock_kernels_for>(); }
 
 cpu::Isa deblock_level() { return level_in_use(cpu::Isa::avx512); }
 
@@ -176,28 +174,34 @@ using kplvc::h264::DeblockKernels;
 
 extern "C" {
 
-KPLVC_API KplStatus kpliFilterDeblockingLuma_VerEdge_H264_8u_C1IR(
-    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
-    const Kpl8u* pThresholds, const Kpl8u* pBS) {
+KPLVC_API KplStatus kpliFilterDeblockingLuma_VerEdge_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcdstStep,
+                                                                  const Kpl8u* pAlpha, const Kpl8u* pBeta,
+                                                                  const Kpl8u* pThresholds,
+                                                                  const Kpl8u* pBS) {
     return kplvc::h264::run(&DeblockKernels::luma_ver, pSrcDst, srcdstStep, pAlpha, pBeta, pThresholds, pBS);
 }
 
-KPLVC_API KplStatus kpliFilterDeblockingLuma_HorEdge_H264_8u_C1IR(
-    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
-    const Kpl8u* pThresholds, const Kpl8u* pBS) {
+KPLVC_API KplStatus kpliFilterDeblockingLuma_HorEdge_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcdstStep,
+                                                                  const Kpl8u* pAlpha, const Kpl8u* pBeta,
+                                                                  const Kpl8u* pThresholds,
+                                                                  const Kpl8u* pBS) {
     return kplvc::h264::run(&DeblockKernels::luma_hor, pSrcDst, srcdstStep, pAlpha, pBeta, pThresholds, pBS);
 }
 
-KPLVC_API KplStatus kpliFilterDeblockingChroma_VerEdge_H264_8u_C1IR(
-    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
-    const Kpl8u* pThresholds, const Kpl8u* pBS) {
-    return kplvc::h264::run(&DeblockKernels::chroma_ver, pSrcDst, srcdstStep, pAlpha, pBeta, pThresholds, pBS);
+KPLVC_API KplStatus kpliFilterDeblockingChroma_VerEdge_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcdstStep,
+                                                                    const Kpl8u* pAlpha, const Kpl8u* pBeta,
+                                                                    const Kpl8u* pThresholds,
+                                                                    const Kpl8u* pBS) {
+    return kplvc::h264::run(&DeblockKernels::chroma_ver, pSrcDst, srcdstStep, pAlpha, pBeta, pThresholds,
+                            pBS);
 }
 
-KPLVC_API KplStatus kpliFilterDeblockingChroma_HorEdge_H264_8u_C1IR(
-    Kpl8u* pSrcDst, Kpl32s srcdstStep, const Kpl8u* pAlpha, const Kpl8u* pBeta,
-    const Kpl8u* pThresholds, const Kpl8u* pBS) {
-    return kplvc::h264::run(&DeblockKernels::chroma_hor, pSrcDst, srcdstStep, pAlpha, pBeta, pThresholds, pBS);
+KPLVC_API KplStatus kpliFilterDeblockingChroma_HorEdge_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcdstStep,
+                                                                    const Kpl8u* pAlpha, const Kpl8u* pBeta,
+                                                                    const Kpl8u* pThresholds,
+                                                                    const Kpl8u* pBS) {
+    return kplvc::h264::run(&DeblockKernels::chroma_hor, pSrcDst, srcdstStep, pAlpha, pBeta, pThresholds,
+                            pBS);
 }
 
 }  // extern "C"

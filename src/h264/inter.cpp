@@ -80,21 +80,21 @@ int32_t luma_value(const Ref& r, int x, int y) {
     constexpr int pos = 4 * YF + XF;
     const int32_t G = r.R(x, y);
     if constexpr (pos == 0) return G;
-    if constexpr (pos == 1) return avg(G, r.b(x, y));                    // a
-    if constexpr (pos == 2) return r.b(x, y);                            // b
-    if constexpr (pos == 3) return avg(r.R(x + 1, y), r.b(x, y));        // c
-    if constexpr (pos == 4) return avg(G, r.h(x, y));                    // d
-    if constexpr (pos == 5) return avg(r.b(x, y), r.h(x, y));            // e
-    if constexpr (pos == 6) return avg(r.b(x, y), r.j(x, y));            // f
-    if constexpr (pos == 7) return avg(r.b(x, y), r.h(x + 1, y));        // g (m)
-    if constexpr (pos == 8) return r.h(x, y);                            // h
-    if constexpr (pos == 9) return avg(r.h(x, y), r.j(x, y));            // i
-    if constexpr (pos == 10) return r.j(x, y);                           // j
-    if constexpr (pos == 11) return avg(r.j(x, y), r.h(x + 1, y));       // k (m)
-    if constexpr (pos == 12) return avg(r.R(x, y + 1), r.h(x, y));       // n (M)
-    if constexpr (pos == 13) return avg(r.h(x, y), r.b(x, y + 1));       // p (s)
-    if constexpr (pos == 14) return avg(r.j(x, y), r.b(x, y + 1));       // q (s)
-    if constexpr (pos == 15) return avg(r.h(x + 1, y), r.b(x, y + 1));   // r (m, s)
+    if constexpr (pos == 1) return avg(G, r.b(x, y));                   // a
+    if constexpr (pos == 2) return r.b(x, y);                           // b
+    if constexpr (pos == 3) return avg(r.R(x + 1, y), r.b(x, y));       // c
+    if constexpr (pos == 4) return avg(G, r.h(x, y));                   // d
+    if constexpr (pos == 5) return avg(r.b(x, y), r.h(x, y));           // e
+    if constexpr (pos == 6) return avg(r.b(x, y), r.j(x, y));           // f
+    if constexpr (pos == 7) return avg(r.b(x, y), r.h(x + 1, y));       // g (m)
+    if constexpr (pos == 8) return r.h(x, y);                           // h
+    if constexpr (pos == 9) return avg(r.h(x, y), r.j(x, y));           // i
+    if constexpr (pos == 10) return r.j(x, y);                          // j
+    if constexpr (pos == 11) return avg(r.j(x, y), r.h(x + 1, y));      // k (m)
+    if constexpr (pos == 12) return avg(r.R(x, y + 1), r.h(x, y));      // n (M)
+    if constexpr (pos == 13) return avg(r.h(x, y), r.b(x, y + 1));      // p (s)
+    if constexpr (pos == 14) return avg(r.j(x, y), r.b(x, y + 1));      // q (s)
+    if constexpr (pos == 15) return avg(r.h(x + 1, y), r.b(x, y + 1));  // r (m, s)
 }
 
 template <int W, int H, int XF, int YF>
@@ -113,8 +113,8 @@ constexpr void fill_luma_row(LumaFn (&row)[16], std::integer_sequence<int, P...>
 // ---- Chroma reference ---------------------------------------------------------------
 
 template <int W, int H>
-void chroma_c(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step, int32_t wa,
-              int32_t wb, int32_t wc, int32_t wd) {
+void chroma_c(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step, int32_t wa, int32_t wb,
+              int32_t wc, int32_t wd) {
     for (int y = 0; y < H; ++y) {
         const uint8_t* r0 = src + static_cast<intptr_t>(y) * src_step;
         const uint8_t* r1 = r0 + src_step;
@@ -252,7 +252,8 @@ KPLVC_API KplStatus kpliWeightedAverage_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcD
     if (logWD == 0 && w0 == 1 && w1 == 1 && o0 == 0 && o1 == 0)
         k.average[wi](pSrcDst, srcDstStep, pSrc, srcStep, roiSize.height);
     else if (kplvc::h264::weights_fit_bytes(w0, w1))
-        k.weight_small[wi](pSrcDst, srcDstStep, pSrc, srcStep, roiSize.height, w0, w1, logWD, (o0 + o1 + 1) >> 1);
+        k.weight_small[wi](pSrcDst, srcDstStep, pSrc, srcStep, roiSize.height, w0, w1, logWD,
+                           (o0 + o1 + 1) >> 1);
     else
         k.weight[wi](pSrcDst, srcDstStep, pSrc, srcStep, roiSize.height, w0, w1, logWD, (o0 + o1 + 1) >> 1);
     return kplStsNoErr;

@@ -32,13 +32,13 @@ using LumaFn = void (*)(const uint8_t* src, int32_t src_step, uint8_t* dst, int3
 // One chroma kernel per size. wa..wd are the bilinear weights
 // (8-xf)(8-yf), xf(8-yf), (8-xf)yf, xf*yf, never all on A alone (that case
 // is the copy kernel, which reads only the block).
-using ChromaFn = void (*)(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step,
-                          int32_t wa, int32_t wb, int32_t wc, int32_t wd);
+using ChromaFn = void (*)(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step, int32_t wa,
+                          int32_t wb, int32_t wc, int32_t wd);
 using CopyFn = void (*)(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step);
 // Weighted average of one width: rows rows; round = 2^logWD, shift = logWD+1,
 // offset = (o0 + o1 + 1) >> 1.
-using WeightFn = void (*)(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step,
-                          int32_t rows, int32_t w0, int32_t w1, int32_t log_wd, int32_t offset);
+using WeightFn = void (*)(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step, int32_t rows,
+                          int32_t w0, int32_t w1, int32_t log_wd, int32_t offset);
 // The same formula for weights that fit signed bytes (-128..127) with
 // |w0| + |w1| <= 128: the weighted sum then fits 16 bits, which the SIMD
 // kernels use. The entry point checks the condition.
@@ -46,8 +46,7 @@ constexpr bool weights_fit_bytes(int32_t w0, int32_t w1) {
     return w0 <= 127 && w1 <= 127 && (w0 < 0 ? -w0 : w0) + (w1 < 0 ? -w1 : w1) <= 128;
 }
 // The default average (p0 + p1 + 1) >> 1 of one width.
-using AverageFn = void (*)(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step,
-                           int32_t rows);
+using AverageFn = void (*)(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step, int32_t rows);
 
 struct InterKernels {
     LumaFn luma[kLumaSizes][16];

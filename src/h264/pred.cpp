@@ -260,9 +260,9 @@ void gather4x4(const uint8_t* p, int32_t step, int m, int32_t avail, uint8_t* e)
     e[14] = e[13];
 }
 
-constexpr Edge4Fn kModes4x4[9] = {p4_vertical_c,       p4_horizontal_c,     p4_dc_c,
-                                  p4_diag_down_left_c, p4_diag_down_right_c, p4_vertical_right_c,
-                                  p4_horizontal_down_c, p4_vertical_left_c,  p4_horizontal_up_c};
+constexpr Edge4Fn kModes4x4[9] = {p4_vertical_c,        p4_horizontal_c,      p4_dc_c,
+                                  p4_diag_down_left_c,  p4_diag_down_right_c, p4_vertical_right_c,
+                                  p4_horizontal_down_c, p4_vertical_left_c,   p4_horizontal_up_c};
 
 template <int M>
 int32_t pred4x4_c(uint8_t* d, int32_t step, int32_t avail) {
@@ -303,8 +303,8 @@ using namespace kplvc::h264;
 
 extern "C" {
 
-KPLVC_API KplStatus kpliPredictIntra_4x4_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
-                                                      Kpl32s predMode, Kpl32s availability) {
+KPLVC_API KplStatus kpliPredictIntra_4x4_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep, Kpl32s predMode,
+                                                      Kpl32s availability) {
     if (pSrcDst == nullptr) return kplStsNullPtrErr;
     if (srcDstStep < 4) return kplStsStepErr;
     if (static_cast<uint32_t>(predMode) > 8) return kplStsOutOfRangeErr;
@@ -313,28 +313,26 @@ KPLVC_API KplStatus kpliPredictIntra_4x4_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s src
     return pred_kernels().pred4x4[predMode](pSrcDst, srcDstStep, availability);
 }
 
-KPLVC_API KplStatus kpliPredictIntra_16x16_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
-                                                        Kpl32s predMode, Kpl32s availability) {
+KPLVC_API KplStatus kpliPredictIntra_16x16_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep, Kpl32s predMode,
+                                                        Kpl32s availability) {
     if (pSrcDst == nullptr) return kplStsNullPtrErr;
     if (srcDstStep < 16) return kplStsMBStepErr;
     const bool top = (availability & kAvailTop) != 0, left = (availability & kAvailLeft) != 0,
                corner = (availability & kAvailCorner) != 0;
-    if ((predMode == 0 && !top) || (predMode == 1 && !left) ||
-        (predMode == 3 && !(top && left && corner)))
+    if ((predMode == 0 && !top) || (predMode == 1 && !left) || (predMode == 3 && !(top && left && corner)))
         return kplStsNeighbourErr;
     if (predMode < 0 || predMode > 3) return kplStsOutOfRangeErr;
     pred_kernels().pred16x16[predMode](pSrcDst, srcDstStep, availability);
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliPredictIntraChroma8x8_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
-                                                           Kpl32s predMode, Kpl32s availability) {
+KPLVC_API KplStatus kpliPredictIntraChroma8x8_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep, Kpl32s predMode,
+                                                           Kpl32s availability) {
     if (pSrcDst == nullptr) return kplStsNullPtrErr;
     if (srcDstStep < 8) return kplStsMBStepErr;
     const bool top = (availability & kAvailTop) != 0, left = (availability & kAvailLeft) != 0,
                corner = (availability & kAvailCorner) != 0;
-    if ((predMode == 2 && !top) || (predMode == 1 && !left) ||
-        (predMode == 3 && !(top && left && corner)))
+    if ((predMode == 2 && !top) || (predMode == 1 && !left) || (predMode == 3 && !(top && left && corner)))
         return kplStsNeighbourErr;
     if (predMode < 0 || predMode > 3) return kplStsOutOfRangeErr;
     pred_kernels().pred_chroma[predMode](pSrcDst, srcDstStep, availability);

@@ -35,9 +35,9 @@ constexpr auto kResidualQuant = [] {
     std::array<ResidualQuant, 52> t{};
     for (int qp = 0; qp < 52; ++qp) {
         const int32_t shift = qp / 6 + 15;
-        t[static_cast<std::size_t>(qp)] = {kQuant16[static_cast<std::size_t>(qp % 6)].data(),
-                                           {Rounding{(int32_t{1} << shift) / 6, shift},
-                                            Rounding{(int32_t{1} << shift) / 3, shift}}};
+        t[static_cast<std::size_t>(qp)] = {
+            kQuant16[static_cast<std::size_t>(qp % 6)].data(),
+            {Rounding{(int32_t{1} << shift) / 6, shift}, Rounding{(int32_t{1} << shift) / 3, shift}}};
     }
     return t;
 }();
@@ -153,7 +153,7 @@ KPLVC_API KplStatus kpliTransformQuantChromaDC_H264_16s_C1I(Kpl16s* pSrcDst, Kpl
     const int32_t mf = FwdQuantTable[static_cast<std::size_t>(3 * dc_rems[static_cast<std::size_t>(QP)])];
     const int32_t round = dc_rounds[static_cast<std::size_t>((intra != 0 ? 9 : 0) + per)];
     return kernels().transform_quant_chroma_dc(pSrcDst, pTBlock, needTransform != 0, mf, round, per + 16,
-                                                     pNumLevels);
+                                               pNumLevels);
 }
 
 KPLVC_API KplStatus kpliTransformQuantLumaDC_H264_16s_C1I(Kpl16s* pSrcDst, Kpl16s* pTBlock, Kpl32s QP,
@@ -167,7 +167,7 @@ KPLVC_API KplStatus kpliTransformQuantLumaDC_H264_16s_C1I(Kpl16s* pSrcDst, Kpl16
     const int32_t mf = FwdQuantTable[static_cast<std::size_t>(3 * (QP % 6))];
     const int32_t round = dc_rounds[static_cast<std::size_t>(9 + per)];  // always the intra rounding
     return kernels().transform_quant_luma_dc(pSrcDst, pTBlock, needTransform != 0, mf, round, per + 16,
-                                                   pScanMatrix, pNumLevels, pLastCoeff);
+                                             pScanMatrix, pNumLevels, pLastCoeff);
 }
 
 KPLVC_API KplStatus kpliTransformQuantResidual_H264_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP, Kpl8u* pNumLevels,
@@ -178,7 +178,7 @@ KPLVC_API KplStatus kpliTransformQuantResidual_H264_16s_C1I(Kpl16s* pSrcDst, Kpl
     if (QP < 0 || QP > 51) return kplStsOutOfRangeErr;
     const ResidualQuant& q = kResidualQuant[static_cast<std::size_t>(QP)];
     return kernels().transform_quant_residual(pSrcDst, q.mf, q.rs[intra != 0 ? 1 : 0], pScanMatrix,
-                                                    pNumLevels, pLastCoeff);
+                                              pNumLevels, pLastCoeff);
 }
 
 }  // extern "C"

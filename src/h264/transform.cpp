@@ -136,8 +136,13 @@ void dequant_luma_dc(int16_t* b, int32_t m, int32_t r, int32_t s) {
 // Kept out of line: the entry points inline xform_kernels(), and the one-time
 // build of the table must not bring its setup into their fast path.
 [[gnu::noinline, gnu::cold]] XformKernels xform_kernels_for(cpu::Isa isa) {
-    XformKernels k = {ref::dequant_residual,          ref::dequant_residual_add,  ref::add_dc,
-                      ref::dequant_luma_dc,           ref::forward4x4,                ref::transform_quant_residual, ref::transform_quant_luma_dc,
+    XformKernels k = {ref::dequant_residual,
+                      ref::dequant_residual_add,
+                      ref::add_dc,
+                      ref::dequant_luma_dc,
+                      ref::forward4x4,
+                      ref::transform_quant_residual,
+                      ref::transform_quant_luma_dc,
                       ref::transform_quant_chroma_dc};
 #if defined(__i386__) || defined(__x86_64__)
     if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_xform(k);
@@ -208,8 +213,8 @@ KPLVC_API KplStatus kpliTransformDequantChromaDC_H264_16s_C1I(Kpl16s* pSrcDst, K
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliDequantTransformResidual_H264_16s_C1I(Kpl16s* pSrcDst, Kpl32s step,
-                                                              const Kpl16s* pDC, Kpl32s AC, Kpl32s QP) {
+KPLVC_API KplStatus kpliDequantTransformResidual_H264_16s_C1I(Kpl16s* pSrcDst, Kpl32s step, const Kpl16s* pDC,
+                                                              Kpl32s AC, Kpl32s QP) {
     if (pSrcDst == nullptr) return kplStsNullPtrErr;
     if (QP < 0 || QP > 51) return kplStsOutOfRangeErr;
     if (step < 8) return kplStsStepErr;
@@ -223,14 +228,16 @@ KPLVC_API KplStatus kpliDequantTransformResidual_H264_16s_C1I(Kpl16s* pSrcDst, K
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliDequantTransformResidualAndAdd_H264_16s_C1I(
-    const Kpl8u* pPred, Kpl16s* pSrcDst, const Kpl16s* pDC, Kpl8u* pDst, Kpl32s PredStep,
-    Kpl32s DstStep, Kpl32s QP, Kpl32s AC) {
+KPLVC_API KplStatus kpliDequantTransformResidualAndAdd_H264_16s_C1I(const Kpl8u* pPred, Kpl16s* pSrcDst,
+                                                                    const Kpl16s* pDC, Kpl8u* pDst,
+                                                                    Kpl32s PredStep, Kpl32s DstStep,
+                                                                    Kpl32s QP, Kpl32s AC) {
     if (pPred == nullptr || pDst == nullptr) return kplStsNullPtrErr;
     if (QP < 0 || QP > 51) return kplStsOutOfRangeErr;
     if (pSrcDst == nullptr && pDC == nullptr) return kplStsNullPtrErr;
     const int16_t* scale = kDequant16[static_cast<std::size_t>(QP)].data();
-    if (AC == 0 || pSrcDst == nullptr) return add_dc_only(pPred, pSrcDst, pDC, pDst, Steps{PredStep, DstStep}, scale);
+    if (AC == 0 || pSrcDst == nullptr)
+        return add_dc_only(pPred, pSrcDst, pDC, pDst, Steps{PredStep, DstStep}, scale);
     return xform_kernels().dequant_residual_add(pPred, pSrcDst, pDC, pDst, Steps{PredStep, DstStep}, scale);
 }
 
@@ -244,7 +251,8 @@ KPLVC_API KplStatus kpliTransformPrediction_H264_8u16s_C1(const Kpl8u* pSrc, Kpl
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliDequantTransformResidual_SISP_H264_16s_C1I(Kpl16s* pSrcDst, const Kpl16s* pPredictBlock,
+KPLVC_API KplStatus kpliDequantTransformResidual_SISP_H264_16s_C1I(Kpl16s* pSrcDst,
+                                                                   const Kpl16s* pPredictBlock,
                                                                    const Kpl16s* pDC, Kpl32s AC, Kpl32s qp,
                                                                    Kpl32s qs, Kpl32s Switch) {
     if (pSrcDst == nullptr || pPredictBlock == nullptr) return kplStsNullPtrErr;

@@ -55,8 +55,8 @@ struct XformKernels {
     // with the early exit of the residual quantiser (failing and later rows
     // keep src as it was).
     int32_t (*transform_quant_luma_dc)(int16_t* src, int16_t* tblock, bool transform, int32_t mf,
-                                       int32_t round, int32_t shift, const int16_t* scan,
-                                       uint8_t* count, uint8_t* last);
+                                       int32_t round, int32_t shift, const int16_t* scan, uint8_t* count,
+                                       uint8_t* last);
     // Chroma DC: when `transform` is set, tblock = 2x2 Hadamard of src. All
     // four levels and the count are written, then -13 if one exceeds 2063.
     int32_t (*transform_quant_chroma_dc)(int16_t* src, int16_t* tblock, bool transform, int32_t mf,

@@ -17,12 +17,11 @@ inline constexpr int32_t QuantIndex[16] = {0, 2, 0, 2, 2, 1, 2, 1, 0, 2, 0, 2, 2
 
 // Dequantisation scale v(QP mod 6, class) per class, before the 2^(QP div 6) factor.
 inline constexpr int32_t kDequantV[6][3] = {{10, 16, 13}, {11, 18, 14}, {13, 20, 16},
-                                             {14, 23, 18}, {16, 25, 20}, {18, 29, 23}};
+                                            {14, 23, 18}, {16, 25, 20}, {18, 29, 23}};
 
 // Forward multipliers per class (0, 1, 2) for QP mod 6.
-inline constexpr int32_t kQuantMF[6][3] = {{13107, 5243, 8066}, {11916, 4660, 7490},
-                                            {10082, 4194, 6554}, {9362, 3647, 5825},
-                                            {8192, 3355, 5243},  {7282, 2893, 4559}};
+inline constexpr int32_t kQuantMF[6][3] = {{13107, 5243, 8066}, {11916, 4660, 7490}, {10082, 4194, 6554},
+                                           {9362, 3647, 5825},  {8192, 3355, 5243},  {7282, 2893, 4559}};
 
 // InvQuantTable[3 * QP + class] = v(QP mod 6, class) << (QP div 6), QP 0..51,
 // then four zero words. The largest entry is 23 << 8 = 5888 (QP 51, class 1).

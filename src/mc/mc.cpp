@@ -20,9 +20,7 @@ namespace kplvc::mc {
 namespace {
 
 // Sample (x, y) of a block addressed by a byte step.
-KPLVC_INLINE int32_t at(const uint8_t* p, int32_t step, int x, int y) {
-    return row_at(p, step, y)[x];
-}
+KPLVC_INLINE int32_t at(const uint8_t* p, int32_t step, int x, int y) { return row_at(p, step, y)[x]; }
 
 // The interpolated prediction of sample (x, y): a = R(x, y), b = R(x+DX, y),
 // c = R(x, y+1), d = R(x+DX, y+1); DX is 2 for interleaved chroma.
@@ -36,8 +34,7 @@ KPLVC_INLINE int32_t predict(const uint8_t* r, int32_t step, int x, int y, int32
     } else if constexpr (P == hf) {
         return (a + at(r, step, x + DX, y) + 1 - rc) >> 1;
     } else {
-        return (a + at(r, step, x + DX, y) + at(r, step, x, y + 1) + at(r, step, x + DX, y + 1) + 2 -
-                rc) >>
+        return (a + at(r, step, x + DX, y) + at(r, step, x, y + 1) + at(r, step, x + DX, y + 1) + 2 - rc) >>
                2;
     }
 }
@@ -61,8 +58,7 @@ KPLVC_INLINE int32_t predict_bytes(const uint8_t* r, int32_t step, int x, int y,
     } else {
         const int32_t top = bavg(at(r, step, x, y), at(r, step, x + DX, y));
         const int32_t bottom = bavg(at(r, step, x, y + 1), at(r, step, x + DX, y + 1));
-        if (Forward)
-            return rc == 0 ? bavg(top, bdec(bottom)) : bavg(bdec(bottom), bdec(top));
+        if (Forward) return rc == 0 ? bavg(top, bdec(bottom)) : bavg(bdec(bottom), bdec(top));
         return rc == 0 ? bavg(bdec(top), bottom) : bavg(top, bdec(bottom));
     }
 }
@@ -82,8 +78,8 @@ void mc_c(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_
 }
 
 template <int W, int H, int DX, Pos PF, Pos PB, bool Bytes>
-void mcb_c(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b,
-           const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
+void mcb_c(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b, const int16_t* res,
+           int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
     for (int y = 0; y < H; ++y) {
         uint8_t* out = row_at(dst, dst_step, y);
         for (int x = 0; x < W; ++x) {
@@ -142,22 +138,18 @@ constexpr McKernels kScalar = scalar_table(std::make_index_sequence<kShapeCount>
 // roundControl acts as 1), which also keeps 1 - rc and 2 - rc from
 // overflowing whatever the caller passes.
 KPLVC_INLINE KplStatus run_single(Shape s, const Kpl8u* ref, Kpl32s ref_step, const Kpl16s* res,
-                                  Kpl32s res_step, Kpl8u* dst, Kpl32s dst_step, Kpl32s mc_type,
-                                  Kpl32s rc) {
+                                  Kpl32s res_step, Kpl8u* dst, Kpl32s dst_step, Kpl32s mc_type, Kpl32s rc) {
     if (ref == nullptr || res == nullptr || dst == nullptr) return kplStsNullPtrErr;
-    mc_kernels().single[s][(mc_type & 12) >> 2](ref, ref_step, res, res_step, dst, dst_step,
-                                                rc != 0 ? 1 : 0);
+    mc_kernels().single[s][(mc_type & 12) >> 2](ref, ref_step, res, res_step, dst, dst_step, rc != 0 ? 1 : 0);
     return kplStsNoErr;
 }
 
 KPLVC_INLINE KplStatus run_bidir(Shape s, const Kpl8u* ref_f, Kpl32s step_f, Kpl32s type_f,
                                  const Kpl8u* ref_b, Kpl32s step_b, Kpl32s type_b, const Kpl16s* res,
                                  Kpl32s res_step, Kpl8u* dst, Kpl32s dst_step, Kpl32s rc) {
-    if (ref_f == nullptr || ref_b == nullptr || res == nullptr || dst == nullptr)
-        return kplStsNullPtrErr;
-    mc_kernels().bidir[s][((type_f & 12) >> 2) | (type_b & 12)](ref_f, step_f, ref_b, step_b, res,
-                                                               res_step, dst, dst_step,
-                                                               rc != 0 ? 1 : 0);
+    if (ref_f == nullptr || ref_b == nullptr || res == nullptr || dst == nullptr) return kplStsNullPtrErr;
+    mc_kernels().bidir[s][((type_f & 12) >> 2) | (type_b & 12)](ref_f, step_f, ref_b, step_b, res, res_step,
+                                                                dst, dst_step, rc != 0 ? 1 : 0);
     return kplStsNoErr;
 }
 
@@ -182,27 +174,26 @@ cpu::Isa mc_level() { return level_in_use(cpu::Isa::avx2); }
 
 using namespace kplvc::mc;
 
-#define KPLVC_MC_ARGS                                                                              \
+#define KPLVC_MC_ARGS                                                                                \
     const Kpl8u *pSrcRef, Kpl32s srcStep, const Kpl16s *pSrcYData, Kpl32s srcYDataStep, Kpl8u *pDst, \
         Kpl32s dstStep, Kpl32s mcType, Kpl32s roundControl
-#define KPLVC_MCB_ARGS                                                                          \
+#define KPLVC_MCB_ARGS                                                                              \
     const Kpl8u *pSrcRefF, Kpl32s srcStepF, Kpl32s mcTypeF, const Kpl8u *pSrcRefB, Kpl32s srcStepB, \
         Kpl32s mcTypeB, const Kpl16s *pSrcYData, Kpl32s srcYDataStep, Kpl8u *pDst, Kpl32s dstStep,  \
         Kpl32s roundControl
 
 namespace {
 KPLVC_INLINE KplStatus single(Shape s, KPLVC_MC_ARGS) {
-    return run_single(s, pSrcRef, srcStep, pSrcYData, srcYDataStep, pDst, dstStep, mcType,
-                      roundControl);
+    return run_single(s, pSrcRef, srcStep, pSrcYData, srcYDataStep, pDst, dstStep, mcType, roundControl);
 }
 KPLVC_INLINE KplStatus bidir(Shape s, KPLVC_MCB_ARGS) {
-    return run_bidir(s, pSrcRefF, srcStepF, mcTypeF, pSrcRefB, srcStepB, mcTypeB, pSrcYData,
-                     srcYDataStep, pDst, dstStep, roundControl);
+    return run_bidir(s, pSrcRefF, srcStepF, mcTypeF, pSrcRefB, srcStepB, mcTypeB, pSrcYData, srcYDataStep,
+                     pDst, dstStep, roundControl);
 }
 }  // namespace
 
 #define KPLVC_MC_PASS pSrcRef, srcStep, pSrcYData, srcYDataStep, pDst, dstStep, mcType, roundControl
-#define KPLVC_MCB_PASS                                                                          \
+#define KPLVC_MCB_PASS                                                                                \
     pSrcRefF, srcStepF, mcTypeF, pSrcRefB, srcStepB, mcTypeB, pSrcYData, srcYDataStep, pDst, dstStep, \
         roundControl
 

@@ -18,13 +18,23 @@ using McFn = void (*)(const uint8_t* ref, int32_t ref_step, const int16_t* res, 
                       uint8_t* dst, int32_t dst_step, int32_t rc);
 // Two references: dst = clip(res + ((pF + pB + 1) >> 1)).
 using McBFn = void (*)(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b,
-                       const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step,
-                       int32_t rc);
+                       const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc);
 
 // Block shapes. The UV shapes interleave two chroma planes (horizontal
 // neighbour two bytes away).
 enum Shape : int {
-    s16x16 = 0, s16x8, s16x8uv, s16x4uv, s8x16, s8x8, s8x4, s4x8, s4x4, s4x2, s2x4, s2x2,
+    s16x16 = 0,
+    s16x8,
+    s16x8uv,
+    s16x4uv,
+    s8x16,
+    s8x8,
+    s8x4,
+    s4x8,
+    s4x4,
+    s4x2,
+    s2x4,
+    s2x2,
     kShapeCount
 };
 
@@ -41,9 +51,7 @@ cpu::Isa mc_level();
 
 // The shapes whose two-reference kernels build half-sample predictions from
 // rounding byte averages with a saturating decrement (see mc.cpp).
-constexpr bool uses_byte_average(Shape s) {
-    return s == s16x16 || s == s8x16 || s == s8x8 || s == s8x4;
-}
+constexpr bool uses_byte_average(Shape s) { return s == s16x16 || s == s8x16 || s == s8x8 || s == s8x4; }
 
 namespace x86::sse2 {
 void upgrade_mc(McKernels& k);

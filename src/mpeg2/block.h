@@ -29,10 +29,10 @@ cpu::Isa block_level();
 // One decoder with a given kernel table and no argument checks (for the
 // benchmarks of each level): version 1 or 2, intra or not; dc_table, pred
 // and prec are read for intra blocks only. Returns the decoder's status.
-int32_t reconstruct_with(const BlockKernels& k, int32_t version, bool intra, uint32_t** pp,
-                         int32_t* off, int16_t* dst, int32_t* count, int16_t* pred,
-                         const int32_t* dc_table, const int32_t* coef, const int32_t* scan,
-                         int32_t qp, const int16_t* w, int32_t prec);
+int32_t reconstruct_with(const BlockKernels& k, int32_t version, bool intra, uint32_t** pp, int32_t* off,
+                         int16_t* dst, int32_t* count, int16_t* pred, const int32_t* dc_table,
+                         const int32_t* coef, const int32_t* scan, int32_t qp, const int16_t* w,
+                         int32_t prec);
 
 }  // namespace kplvc::mpeg2
 

@@ -77,8 +77,7 @@ KPLVC_INLINE int32_t dequant(int32_t level, int32_t q, int32_t w) {
 // the generic decoder on the shared reader, stopping at the entry (leaf or
 // invalid marker) without giving back its look-up bits, which are left in
 // *looked (the bits taken at the last level) for the caller to use.
-KPLVC_INLINE uint32_t walk(const uint32_t*& p, int32_t& off, const int32_t* table,
-                           uint32_t* looked) {
+KPLVC_INLINE uint32_t walk(const uint32_t*& p, int32_t& off, const int32_t* table, uint32_t* looked) {
     const int32_t* sub = table;
     uint32_t bits = vlc_get_bits(p, off, sub[0]);
     uint32_t entry = static_cast<uint32_t>(sub[1 + bits]);
@@ -149,11 +148,10 @@ KplStatus decode_block(const Args& a) {
 
     const int32_t* scan = a.pScanTable;
     // A null non-intra matrix stands for 16 everywhere.
-    static constexpr int16_t kFlat16[64] = {16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
-                                            16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
-                                            16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
-                                            16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
-                                            16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16};
+    static constexpr int16_t kFlat16[64] = {16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
+                                            16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
+                                            16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
+                                            16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16};
     const int16_t* wm = a.pQMatrix != nullptr ? a.pQMatrix : kFlat16;
     const int32_t q = a.qp;
     for (;;) {
@@ -167,8 +165,8 @@ KplStatus decode_block(const Args& a) {
             uint32_t looked;
             const uint32_t e = walk(p, off, a.pCoefTable, &looked);
             if ((static_cast<int32_t>(e) >> 8) == kVlcInvalidValue) return kplStsVLCErr;
-            const int32_t u = static_cast<int32_t>(e & 0xFFu);  // look-up bits not in the code
-            const int32_t mag = static_cast<int32_t>(e) >> 16;  // value2, arithmetic
+            const int32_t u = static_cast<int32_t>(e & 0xFFu);           // look-up bits not in the code
+            const int32_t mag = static_cast<int32_t>(e) >> 16;           // value2, arithmetic
             const int32_t sym = static_cast<int32_t>((e >> 8) & 0xFFu);  // value1
             if (mag >= 1) {
                 run = sym;
@@ -243,49 +241,42 @@ KplStatus decode_block(const Args& a) {
 }
 
 template <Std S>
-KplStatus inter_entry(Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl16s* pDstBlock,
-                      Kpl32s* pDstCount, const Kpl32s* pCoefTable, const Kpl32s* pScanTable,
-                      Kpl32s QP, const Kpl16s* pQMatrix) {
-    if (ppBitStream == nullptr || pOffset == nullptr || *ppBitStream == nullptr)
-        return kplStsNullPtrErr;
-    if (pDstBlock == nullptr || pDstCount == nullptr || pCoefTable == nullptr ||
-        pScanTable == nullptr)
+KplStatus inter_entry(Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl16s* pDstBlock, Kpl32s* pDstCount,
+                      const Kpl32s* pCoefTable, const Kpl32s* pScanTable, Kpl32s QP, const Kpl16s* pQMatrix) {
+    if (ppBitStream == nullptr || pOffset == nullptr || *ppBitStream == nullptr) return kplStsNullPtrErr;
+    if (pDstBlock == nullptr || pDstCount == nullptr || pCoefTable == nullptr || pScanTable == nullptr)
         return kplStsNullPtrErr;
     if (*pOffset < 0 || *pOffset > 31) return kplStsBadArgErr;
     if (QP < 1 || QP > (S == Std::mpeg1 ? 31 : 112)) return kplStsBadArgErr;
     const Args a{ppBitStream, pOffset,    pDstBlock, pDstCount, nullptr, nullptr,
-                 pCoefTable,  pScanTable, QP,        pQMatrix,  0,        &block_kernels()};
+                 pCoefTable,  pScanTable, QP,        pQMatrix,  0,       &block_kernels()};
     return decode_block<S, false>(a);
 }
 
 template <Std S>
-KplStatus intra_entry(Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl16s* pDstBlock,
-                      Kpl32s* pDstCount, Kpl16s* pDCPred, const Kpl32s* pDCSizeTable,
-                      const Kpl32s* pCoefTable, const Kpl32s* pScanTable, Kpl32s QP,
-                      const Kpl16s* pQMatrix, Kpl32s intraDCPrecision) {
-    if (ppBitStream == nullptr || pOffset == nullptr || *ppBitStream == nullptr)
-        return kplStsNullPtrErr;
-    if (pDstBlock == nullptr || pDstCount == nullptr || pDCPred == nullptr ||
-        pDCSizeTable == nullptr || pCoefTable == nullptr || pScanTable == nullptr ||
-        pQMatrix == nullptr)
+KplStatus intra_entry(Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl16s* pDstBlock, Kpl32s* pDstCount,
+                      Kpl16s* pDCPred, const Kpl32s* pDCSizeTable, const Kpl32s* pCoefTable,
+                      const Kpl32s* pScanTable, Kpl32s QP, const Kpl16s* pQMatrix, Kpl32s intraDCPrecision) {
+    if (ppBitStream == nullptr || pOffset == nullptr || *ppBitStream == nullptr) return kplStsNullPtrErr;
+    if (pDstBlock == nullptr || pDstCount == nullptr || pDCPred == nullptr || pDCSizeTable == nullptr ||
+        pCoefTable == nullptr || pScanTable == nullptr || pQMatrix == nullptr)
         return kplStsNullPtrErr;
     if (*pOffset < 0 || *pOffset > 31) return kplStsBadArgErr;
     if (QP < 1 || QP > (S == Std::mpeg1 ? 31 : 112)) return kplStsBadArgErr;
     if (intraDCPrecision < 0 || intraDCPrecision > 3) return kplStsBadArgErr;
-    const Args a{ppBitStream, pOffset,    pDstBlock, pDstCount, pDCPred, pDCSizeTable,
+    const Args a{ppBitStream, pOffset,    pDstBlock, pDstCount, pDCPred,          pDCSizeTable,
                  pCoefTable,  pScanTable, QP,        pQMatrix,  intraDCPrecision, &block_kernels()};
     return decode_block<S, true>(a);
 }
 
 }  // namespace
 
-int32_t reconstruct_with(const BlockKernels& k, int32_t version, bool intra, uint32_t** pp,
-                         int32_t* off, int16_t* dst, int32_t* count, int16_t* pred,
-                         const int32_t* dc_table, const int32_t* coef, const int32_t* scan,
-                         int32_t qp, const int16_t* w, int32_t prec) {
+int32_t reconstruct_with(const BlockKernels& k, int32_t version, bool intra, uint32_t** pp, int32_t* off,
+                         int16_t* dst, int32_t* count, int16_t* pred, const int32_t* dc_table,
+                         const int32_t* coef, const int32_t* scan, int32_t qp, const int16_t* w,
+                         int32_t prec) {
     const Args a{pp, off, dst, count, pred, dc_table, coef, scan, qp, w, prec, &k};
-    if (version == 1)
-        return intra ? decode_block<Std::mpeg1, true>(a) : decode_block<Std::mpeg1, false>(a);
+    if (version == 1) return intra ? decode_block<Std::mpeg1, true>(a) : decode_block<Std::mpeg1, false>(a);
     return intra ? decode_block<Std::mpeg2, true>(a) : decode_block<Std::mpeg2, false>(a);
 }
 
@@ -297,38 +288,38 @@ extern "C" {
 
 KPLVC_API KplStatus kpliReconstructDCTBlock_MPEG1_32s(Kpl32u** ppBitStream, Kpl32s* pOffset,
                                                       Kpl16s* pDstBlock, Kpl32s* pDstCount,
-                                                      const Kpl32s* pCoefTable,
-                                                      const Kpl32s* pScanTable, Kpl32s QP,
-                                                      const Kpl16s* pQMatrix) {
-    return kplvc::mpeg2::inter_entry<Std::mpeg1>(ppBitStream, pOffset, pDstBlock, pDstCount,
-                                                 pCoefTable, pScanTable, QP, pQMatrix);
+                                                      const Kpl32s* pCoefTable, const Kpl32s* pScanTable,
+                                                      Kpl32s QP, const Kpl16s* pQMatrix) {
+    return kplvc::mpeg2::inter_entry<Std::mpeg1>(ppBitStream, pOffset, pDstBlock, pDstCount, pCoefTable,
+                                                 pScanTable, QP, pQMatrix);
 }
 
-KPLVC_API KplStatus kpliReconstructDCTBlockIntra_MPEG1_32s(
-    Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl16s* pDstBlock, Kpl32s* pDstCount, Kpl16s* pDCPred,
-    const Kpl32s* pDCSizeTable, const Kpl32s* pCoefTable, const Kpl32s* pScanTable, Kpl32s QP,
-    const Kpl16s* pQMatrix) {
-    return kplvc::mpeg2::intra_entry<Std::mpeg1>(ppBitStream, pOffset, pDstBlock, pDstCount,
-                                                 pDCPred, pDCSizeTable, pCoefTable, pScanTable,
-                                                 QP, pQMatrix, 0);
+KPLVC_API KplStatus kpliReconstructDCTBlockIntra_MPEG1_32s(Kpl32u** ppBitStream, Kpl32s* pOffset,
+                                                           Kpl16s* pDstBlock, Kpl32s* pDstCount,
+                                                           Kpl16s* pDCPred, const Kpl32s* pDCSizeTable,
+                                                           const Kpl32s* pCoefTable, const Kpl32s* pScanTable,
+                                                           Kpl32s QP, const Kpl16s* pQMatrix) {
+    return kplvc::mpeg2::intra_entry<Std::mpeg1>(ppBitStream, pOffset, pDstBlock, pDstCount, pDCPred,
+                                                 pDCSizeTable, pCoefTable, pScanTable, QP, pQMatrix, 0);
 }
 
 KPLVC_API KplStatus kpliReconstructDCTBlock_MPEG2_32s(Kpl32u** ppBitStream, Kpl32s* pOffset,
                                                       Kpl16s* pDstBlock, Kpl32s* pDstCount,
-                                                      const Kpl32s* pCoefTable,
-                                                      const Kpl32s* pScanTable, Kpl32s QP,
-                                                      const Kpl16s* pQMatrix) {
-    return kplvc::mpeg2::inter_entry<Std::mpeg2>(ppBitStream, pOffset, pDstBlock, pDstCount,
-                                                 pCoefTable, pScanTable, QP, pQMatrix);
+                                                      const Kpl32s* pCoefTable, const Kpl32s* pScanTable,
+                                                      Kpl32s QP, const Kpl16s* pQMatrix) {
+    return kplvc::mpeg2::inter_entry<Std::mpeg2>(ppBitStream, pOffset, pDstBlock, pDstCount, pCoefTable,
+                                                 pScanTable, QP, pQMatrix);
 }
 
-KPLVC_API KplStatus kpliReconstructDCTBlockIntra_MPEG2_32s(
-    Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl16s* pDstBlock, Kpl32s* pDstCount, Kpl16s* pDCPred,
-    const Kpl32s* pDCSizeTable, const Kpl32s* pCoefTable, const Kpl32s* pScanTable, Kpl32s QP,
-    const Kpl16s* pQMatrix, Kpl32s intraDCPrecision) {
-    return kplvc::mpeg2::intra_entry<Std::mpeg2>(ppBitStream, pOffset, pDstBlock, pDstCount,
-                                                 pDCPred, pDCSizeTable, pCoefTable, pScanTable,
-                                                 QP, pQMatrix, intraDCPrecision);
+KPLVC_API KplStatus kpliReconstructDCTBlockIntra_MPEG2_32s(Kpl32u** ppBitStream, Kpl32s* pOffset,
+                                                           Kpl16s* pDstBlock, Kpl32s* pDstCount,
+                                                           Kpl16s* pDCPred, const Kpl32s* pDCSizeTable,
+                                                           const Kpl32s* pCoefTable, const Kpl32s* pScanTable,
+                                                           Kpl32s QP, const Kpl16s* pQMatrix,
+                                                           Kpl32s intraDCPrecision) {
+    return kplvc::mpeg2::intra_entry<Std::mpeg2>(ppBitStream, pOffset, pDstBlock, pDstCount, pDCPred,
+                                                 pDCSizeTable, pCoefTable, pScanTable, QP, pQMatrix,
+                                                 intraDCPrecision);
 }
 
 }  // extern "C"

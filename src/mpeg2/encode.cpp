@@ -47,8 +47,7 @@ struct WordWriter {
 
 // Checks every level on scan indices first..63 against the version's range
 // and notes the non-zero ones. Returns false on a level out of range.
-bool check_levels(const int16_t* src, const int32_t* scan, int first, int32_t limit,
-                  uint64_t* coded) {
+bool check_levels(const int16_t* src, const int32_t* scan, int first, int32_t limit, uint64_t* coded) {
     uint64_t m = 0;
     bool ok = true;
     for (int i = first; i < 64; ++i) {
@@ -62,8 +61,8 @@ bool check_levels(const int16_t* src, const int32_t* scan, int first, int32_t li
 
 // Writes the coded levels of `coded` (scan indices of non-zero levels) and
 // the EOB. `prev` is the scan index before the first one that may be coded.
-void write_levels(WordWriter& w, const int16_t* src, const int32_t* scan, uint64_t coded,
-                  int prev, bool non_intra, const int32_t* table, int32_t version) {
+void write_levels(WordWriter& w, const int16_t* src, const int32_t* scan, uint64_t coded, int prev,
+                  bool non_intra, const int32_t* table, int32_t version) {
     bool first = non_intra;
     while (coded != 0) {
         const int i = std::countr_zero(coded);
@@ -160,15 +159,13 @@ KPLVC_API KplStatus kpliCreateRLEncodeTable(const Kpl32s* pSrcTable, Kpl32s* pDs
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliPutIntraBlock(const Kpl16s* pSrcBlock, Kpl32u** ppBitStream,
-                                      Kpl32s* pBitOffset, Kpl16s* pDCPred,
-                                      const Kpl32s* pDCSizeCodes, const Kpl32s* pRLEncodeTable,
-                                      const Kpl32s* pScanTable, Kpl32s mpegVersion) {
-    if (pSrcBlock == nullptr || ppBitStream == nullptr || pBitOffset == nullptr ||
-        *ppBitStream == nullptr)
+KPLVC_API KplStatus kpliPutIntraBlock(const Kpl16s* pSrcBlock, Kpl32u** ppBitStream, Kpl32s* pBitOffset,
+                                      Kpl16s* pDCPred, const Kpl32s* pDCSizeCodes,
+                                      const Kpl32s* pRLEncodeTable, const Kpl32s* pScanTable,
+                                      Kpl32s mpegVersion) {
+    if (pSrcBlock == nullptr || ppBitStream == nullptr || pBitOffset == nullptr || *ppBitStream == nullptr)
         return kplStsNullPtrErr;
-    if (pDCPred == nullptr || pDCSizeCodes == nullptr || pRLEncodeTable == nullptr ||
-        pScanTable == nullptr)
+    if (pDCPred == nullptr || pDCSizeCodes == nullptr || pRLEncodeTable == nullptr || pScanTable == nullptr)
         return kplStsNullPtrErr;
     if (*pBitOffset < 1 || *pBitOffset > 32) return kplStsBadArgErr;
     if (mpegVersion != 1 && mpegVersion != 2) return kplStsBadArgErr;
@@ -186,32 +183,28 @@ KPLVC_API KplStatus kpliPutIntraBlock(const Kpl16s* pSrcBlock, Kpl32u** ppBitStr
         const int32_t field = diff > 0 ? diff : diff + (1 << size) - 1;
         w.put(static_cast<uint32_t>(field), size);
     }
-    kplvc::mpeg2::write_levels(w, pSrcBlock, pScanTable, coded, 0, false, pRLEncodeTable,
-                               mpegVersion);
+    kplvc::mpeg2::write_levels(w, pSrcBlock, pScanTable, coded, 0, false, pRLEncodeTable, mpegVersion);
     kplvc::mpeg2::finish_writer(w, ppBitStream, pBitOffset);
     *pDCPred = pSrcBlock[0];
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliPutNonIntraBlock(const Kpl16s* pSrcBlock, Kpl32u** ppBitStream,
-                                         Kpl32s* pBitOffset, const Kpl32s* pRLEncodeTable,
-                                         const Kpl32s* pScanTable, Kpl32s mpegVersion) {
-    if (pSrcBlock == nullptr || ppBitStream == nullptr || pBitOffset == nullptr ||
-        *ppBitStream == nullptr)
+KPLVC_API KplStatus kpliPutNonIntraBlock(const Kpl16s* pSrcBlock, Kpl32u** ppBitStream, Kpl32s* pBitOffset,
+                                         const Kpl32s* pRLEncodeTable, const Kpl32s* pScanTable,
+                                         Kpl32s mpegVersion) {
+    if (pSrcBlock == nullptr || ppBitStream == nullptr || pBitOffset == nullptr || *ppBitStream == nullptr)
         return kplStsNullPtrErr;
     if (pRLEncodeTable == nullptr || pScanTable == nullptr) return kplStsNullPtrErr;
     if (*pBitOffset < 1 || *pBitOffset > 32) return kplStsBadArgErr;
     if (mpegVersion != 1 && mpegVersion != 2) return kplStsBadArgErr;
     const int32_t limit = mpegVersion == 1 ? 255 : 2047;
     uint64_t coded;
-    if (!kplvc::mpeg2::check_levels(pSrcBlock, pScanTable, 0, limit, &coded))
-        return kplStsLevelRangeErr;
+    if (!kplvc::mpeg2::check_levels(pSrcBlock, pScanTable, 0, limit, &coded)) return kplStsLevelRangeErr;
     // A coded non-intra block holds at least one coefficient: the caller
     // marks an empty one not coded, and nothing is written.
     if (coded == 0) return kplStsNoErr;
     WordWriter w = kplvc::mpeg2::start_writer(ppBitStream, pBitOffset);
-    kplvc::mpeg2::write_levels(w, pSrcBlock, pScanTable, coded, -1, true, pRLEncodeTable,
-                               mpegVersion);
+    kplvc::mpeg2::write_levels(w, pSrcBlock, pScanTable, coded, -1, true, pRLEncodeTable, mpegVersion);
     kplvc::mpeg2::finish_writer(w, ppBitStream, pBitOffset);
     return kplStsNoErr;
 }

@@ -17,8 +17,8 @@
 
 #include "core/arith.h"
 #include "core/dispatch.h"
-#include "mpeg2/dequant_ref.h"
 #include "kplvc.h"
+#include "mpeg2/dequant_ref.h"
 
 namespace kplvc::mpeg2 {
 
@@ -71,7 +71,7 @@ int32_t quant_flat_c(int16_t* block, int32_t qp, const float*) {
 
 constexpr QuantKernels kScalar = {
     dequant_ref::intra<4>, dequant_ref::inter<5>, dequant_ref::flat<1>,
-    quant_matrix_c<1>, quant_matrix_c<0>, quant_flat_c,
+    quant_matrix_c<1>,     quant_matrix_c<0>,     quant_flat_c,
 };
 
 }  // namespace
@@ -104,22 +104,20 @@ void Dequantize_16s_NonIntraMP2_a6(int16_t* block, int32_t qp, const int16_t* we
 
 extern "C" {
 
-KPLVC_API KplStatus kpliQuantInvIntra_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP,
-                                                    const Kpl16s* pQPMatrix) {
+KPLVC_API KplStatus kpliQuantInvIntra_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP, const Kpl16s* pQPMatrix) {
     if (pSrcDst == nullptr || pQPMatrix == nullptr) return kplStsNullPtrErr;
     kplvc::mpeg2::Dequantize_16s_IntraMP2_a6(pSrcDst, QP, pQPMatrix);
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliQuantInv_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP,
-                                               const Kpl16s* pQPMatrix) {
+KPLVC_API KplStatus kpliQuantInv_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP, const Kpl16s* pQPMatrix) {
     if (pSrcDst == nullptr) return kplStsNullPtrErr;
     kplvc::mpeg2::Dequantize_16s_NonIntraMP2_a6(pSrcDst, QP, pQPMatrix);
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliQuantIntra_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP,
-                                                 const Kpl32f* pQPMatrix, Kpl32s* pCount) {
+KPLVC_API KplStatus kpliQuantIntra_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP, const Kpl32f* pQPMatrix,
+                                                 Kpl32s* pCount) {
     if (pSrcDst == nullptr || pCount == nullptr) return kplStsNullPtrErr;
     if (QP == 0) return kplStsDivByZeroErr;
     const Kpl32f* m = pQPMatrix != nullptr ? pQPMatrix : kplvc::mpeg2::kDefaultIntraRecip.v;
@@ -132,8 +130,8 @@ KPLVC_API KplStatus kpliQuant_MPEG2_16s_C1I(Kpl16s* pSrcDst, Kpl32s QP, const Kp
     if (pSrcDst == nullptr || pCount == nullptr) return kplStsNullPtrErr;
     if (QP == 0) return kplStsDivByZeroErr;
     const auto& k = kplvc::mpeg2::quant_kernels();
-    *pCount = pQPMatrix != nullptr ? k.quant_inter(pSrcDst, QP, pQPMatrix)
-                                   : k.quant_flat(pSrcDst, QP, nullptr);
+    *pCount =
+        pQPMatrix != nullptr ? k.quant_inter(pSrcDst, QP, pQPMatrix) : k.quant_flat(pSrcDst, QP, nullptr);
     return kplStsNoErr;
 }
 

@@ -21,12 +21,12 @@ using DequantFn = void (*)(int16_t* block, int32_t qp, const int16_t* weights);
 using QuantFn = int32_t (*)(int16_t* block, int32_t qp, const float* m);
 
 struct QuantKernels {
-    DequantFn dequant_intra;     // weights required; DC kept
-    DequantFn dequant_inter;     // with weights
-    DequantFn dequant_flat;      // without weights
-    QuantFn quant_intra;         // indexes 1..63, matrix m
-    QuantFn quant_inter;         // indexes 0..63, matrix m
-    QuantFn quant_flat;          // indexes 0..63, factor 1/16
+    DequantFn dequant_intra;  // weights required; DC kept
+    DequantFn dequant_inter;  // with weights
+    DequantFn dequant_flat;   // without weights
+    QuantFn quant_intra;      // indexes 1..63, matrix m
+    QuantFn quant_inter;      // indexes 0..63, matrix m
+    QuantFn quant_flat;       // indexes 0..63, factor 1/16
 };
 
 QuantKernels quant_kernels_for(cpu::Isa isa);

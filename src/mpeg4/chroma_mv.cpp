@@ -30,10 +30,18 @@ int16_t chroma_sum(int32_t s, int32_t n) {
     const int32_t a = s < 0 ? -s : s;
     int32_t r;
     switch (n) {
-        case 16: r = (a >> 4) * 2 + ownmp_cCbCrMvRound16[a & 15]; break;
-        case 12: r = (a / 12) * 2 + ownmp_cCbCrMvRound12[a % 12]; break;
-        case 8: r = (a >> 3) * 2 + ownmp_cCbCrMvRound8[a & 7]; break;
-        default: r = (a >> 2) * 2 + ownmp_cCbCrMvRound4[a & 3]; break;
+        case 16:
+            r = (a >> 4) * 2 + ownmp_cCbCrMvRound16[a & 15];
+            break;
+        case 12:
+            r = (a / 12) * 2 + ownmp_cCbCrMvRound12[a % 12];
+            break;
+        case 8:
+            r = (a >> 3) * 2 + ownmp_cCbCrMvRound8[a & 7];
+            break;
+        default:
+            r = (a >> 2) * 2 + ownmp_cCbCrMvRound4[a & 3];
+            break;
     }
     return wrap16(s < 0 ? -r : r);
 }
@@ -57,8 +65,7 @@ int16_t limit_one(int16_t d, int32_t pos, int32_t origin, int32_t extent, int32_
 
 extern "C" {
 
-KPLVC_API KplStatus kpliComputeChromaMV_MPEG4(const KplMotionVector* pLumaMV,
-                                              KplMotionVector* pChromaMV) {
+KPLVC_API KplStatus kpliComputeChromaMV_MPEG4(const KplMotionVector* pLumaMV, KplMotionVector* pChromaMV) {
     if (pLumaMV == nullptr || pChromaMV == nullptr) return kplStsNullPtrErr;
     const KplMotionVector out = {kplvc::mpeg4::chroma_one(pLumaMV->dx),
                                  kplvc::mpeg4::chroma_one(pLumaMV->dy)};
@@ -66,11 +73,9 @@ KPLVC_API KplStatus kpliComputeChromaMV_MPEG4(const KplMotionVector* pLumaMV,
     return kplStsNoErr;
 }
 
-KPLVC_API KplStatus kpliComputeChroma4MV_MPEG4(const KplMotionVector* pLumaMV,
-                                               KplMotionVector* pChromaMV,
+KPLVC_API KplStatus kpliComputeChroma4MV_MPEG4(const KplMotionVector* pLumaMV, KplMotionVector* pChromaMV,
                                                const Kpl8u* pTransparent) {
-    if (pLumaMV == nullptr || pChromaMV == nullptr || pTransparent == nullptr)
-        return kplStsNullPtrErr;
+    if (pLumaMV == nullptr || pChromaMV == nullptr || pTransparent == nullptr) return kplStsNullPtrErr;
     int32_t sx = 0, sy = 0, n = 0;
     for (int b = 0; b < 4; ++b) {
         if (pTransparent[b] == 0) continue;
@@ -84,15 +89,14 @@ KPLVC_API KplStatus kpliComputeChroma4MV_MPEG4(const KplMotionVector* pLumaMV,
 }
 
 KPLVC_API KplStatus kpliLimitMVToRect_MPEG4(const KplMotionVector* pSrcMV, KplMotionVector* pDstMV,
-                                            const KpliRect* pRectVOPRef, Kpl32s Xcoord,
-                                            Kpl32s Ycoord, Kpl32s size) {
+                                            const KpliRect* pRectVOPRef, Kpl32s Xcoord, Kpl32s Ycoord,
+                                            Kpl32s size) {
     if (pSrcMV == nullptr || pDstMV == nullptr || pRectVOPRef == nullptr) return kplStsNullPtrErr;
     if (size != 8 && size != 16) return kplStsBlockSizeErr;
     if (pRectVOPRef->width < 2 * size || pRectVOPRef->height < 2 * size) return kplStsSizeErr;
     const KpliRect r = *pRectVOPRef;
-    const KplMotionVector out = {
-        kplvc::mpeg4::limit_one(pSrcMV->dx, Xcoord, r.x, r.width, size),
-        kplvc::mpeg4::limit_one(pSrcMV->dy, Ycoord, r.y, r.height, size)};
+    const KplMotionVector out = {kplvc::mpeg4::limit_one(pSrcMV->dx, Xcoord, r.x, r.width, size),
+                                 kplvc::mpeg4::limit_one(pSrcMV->dy, Ycoord, r.y, r.height, size)};
     *pDstMV = out;
     return kplStsNoErr;
 }

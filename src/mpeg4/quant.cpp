@@ -10,8 +10,8 @@
 
 #include "core/arith.h"
 #include "core/dispatch.h"
-#include "mpeg2/dequant_ref.h"
 #include "kplvc.h"
+#include "mpeg2/dequant_ref.h"
 
 namespace kplvc::mpeg4 {
 
@@ -50,8 +50,7 @@ void Dequantize_16s_NonIntraMP14_a6(int16_t* block, int32_t qp, const int16_t* w
 
 extern "C" {
 
-KPLVC_API KplStatus kpliQuantInvIntra_MPEG4_16s_C1I(Kpl16s* pCoeffs, Kpl32s QP,
-                                                    const Kpl16s* pQMatrix) {
+KPLVC_API KplStatus kpliQuantInvIntra_MPEG4_16s_C1I(Kpl16s* pCoeffs, Kpl32s QP, const Kpl16s* pQMatrix) {
     if (pCoeffs == nullptr || pQMatrix == nullptr) return kplStsNullPtrErr;
     kplvc::mpeg4::Dequantize_16s_IntraMP14_a6(pCoeffs, QP, pQMatrix);
     return kplStsNoErr;

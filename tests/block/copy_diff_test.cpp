@@ -9,16 +9,16 @@
 using kplvc::block::BlockCopyKernels;
 using kplvc::block::DiffBFn;
 using kplvc::block::DiffFn;
-using kplvc::test::GuardPages;
 using kplvc::test::Guarded;
+using kplvc::test::GuardPages;
 using kplvc::test::Rng;
 
 namespace {
 
 using DiffPub = KplStatus (*)(const Kpl8u*, Kpl32s, const Kpl8u*, Kpl32s, Kpl16s*, Kpl32s, Kpl16s*, Kpl32s,
                               Kpl32s, Kpl32s);
-using DiffBPub = KplStatus (*)(const Kpl8u*, Kpl32s, const Kpl8u*, Kpl32s, Kpl32s, const Kpl8u*, Kpl32s, Kpl32s,
-                               Kpl16s*, Kpl32s, Kpl32s);
+using DiffBPub = KplStatus (*)(const Kpl8u*, Kpl32s, const Kpl8u*, Kpl32s, Kpl32s, const Kpl8u*, Kpl32s,
+                               Kpl32s, Kpl16s*, Kpl32s, Kpl32s);
 
 struct DiffShapeInfo {
     kplvc::block::DiffShape shape;
@@ -42,10 +42,15 @@ int px(const uint8_t* p, int step, int x, int y) { return p[static_cast<ptrdiff_
 int model_pred(const uint8_t* r, int step, int x, int y, int mc_type, int rc) {
     const int a = px(r, step, x, y);
     switch (mc_type & 12) {
-        case 0: return a;
-        case 4: return (a + px(r, step, x, y + 1) + 1 - rc) / 2;
-        case 8: return (a + px(r, step, x + 1, y) + 1 - rc) / 2;
-        default: return (a + px(r, step, x + 1, y) + px(r, step, x, y + 1) + px(r, step, x + 1, y + 1) + 2 - rc) / 4;
+        case 0:
+            return a;
+        case 4:
+            return (a + px(r, step, x, y + 1) + 1 - rc) / 2;
+        case 8:
+            return (a + px(r, step, x + 1, y) + 1 - rc) / 2;
+        default:
+            return (a + px(r, step, x + 1, y) + px(r, step, x, y + 1) + px(r, step, x + 1, y + 1) + 2 - rc) /
+                   4;
     }
 }
 
@@ -60,8 +65,12 @@ struct Bufs {
     int w, h, cur_step, ref_step, diff_step, pred_step;
     Guarded cur, ref, ref_b, diff, pred;
     Bufs(Rng& rng, int w_, int h_)
-        : w(w_), h(h_), cur_step(w_ + rng.range(0, 7)), ref_step(w_ + 1 + rng.range(0, 7)),
-          diff_step(2 * w_ + rng.range(0, 5)), pred_step(2 * w_ + rng.range(0, 5)),
+        : w(w_),
+          h(h_),
+          cur_step(w_ + rng.range(0, 7)),
+          ref_step(w_ + 1 + rng.range(0, 7)),
+          diff_step(2 * w_ + rng.range(0, 5)),
+          pred_step(2 * w_ + rng.range(0, 5)),
           cur(static_cast<size_t>(cur_step) * h_, static_cast<size_t>(rng.range(0, 31))),
           ref(static_cast<size_t>(ref_step) * (h_ + 1), static_cast<size_t>(rng.range(0, 31))),
           ref_b(static_cast<size_t>(ref_step) * (h_ + 1), static_cast<size_t>(rng.range(0, 31))),
@@ -69,8 +78,10 @@ struct Bufs {
           pred(static_cast<size_t>(pred_step) * h_, static_cast<size_t>(rng.range(0, 31))) {
         const bool extreme = rng.coin();
         for (Guarded* g : {&cur, &ref, &ref_b}) {
-            if (extreme) rng.fill_extreme(g->data(), g->size());
-            else rng.fill(g->data(), g->size());
+            if (extreme)
+                rng.fill_extreme(g->data(), g->size());
+            else
+                rng.fill(g->data(), g->size());
         }
         rng.fill(diff.data(), diff.size());
         rng.fill(pred.data(), pred.size());
@@ -94,7 +105,8 @@ TEST(GetDiff, HalfSampleWorkedExample) {
         for (int y = 0; y < 9; ++y)
             for (int x = 0; x < 16; ++x) ref[16 * y + x] = static_cast<uint8_t>(10 + x);
         std::vector<int16_t> diff(64, 0x7777);
-        ASSERT_EQ(kpliGetDiff8x8_8u16s_C1(cur.data(), 8, ref.data(), 16, diff.data(), 16, nullptr, 0, 8, c.rc), 0);
+        ASSERT_EQ(
+            kpliGetDiff8x8_8u16s_C1(cur.data(), 8, ref.data(), 16, diff.data(), 16, nullptr, 0, 8, c.rc), 0);
         for (int y = 0; y < 8; ++y) EXPECT_EQ(diff[8 * y], c.want);
         EXPECT_EQ(diff[7], c.want - 7);
     }
@@ -111,7 +123,8 @@ TEST(GetDiff, BidirAverageRoundsUp) {
             for (int rc : {0, 1}) {
                 std::vector<uint8_t> cur(16 * 16, c.cur), rf(17 * 17, c.f), rb(17 * 17, c.b);
                 std::vector<int16_t> diff(16 * 16, 0);
-                ASSERT_EQ(s.bidir(cur.data(), 16, rf.data(), 17, 12, rb.data(), 17, 4, diff.data(), 32, rc), 0);
+                ASSERT_EQ(s.bidir(cur.data(), 16, rf.data(), 17, 12, rb.data(), 17, 4, diff.data(), 32, rc),
+                          0);
                 EXPECT_EQ(diff[0], c.want) << s.name;
                 EXPECT_EQ(diff[16 * (s.h - 1) + s.w - 1], c.want) << s.name;
             }
@@ -126,7 +139,8 @@ TEST(GetDiff, PublicFunctionsMatchModel) {
     // Checks every cell of the block against want(x, y) and the canaries.
     auto check = [](Bufs& b, const Guarded& out, int out_step, auto want) {
         for (int y = 0; y < b.h; ++y)
-            for (int x = 0; x < b.w; ++x) ASSERT_EQ(cell(out.data(), out_step, x, y), want(x, y)) << x << "," << y;
+            for (int x = 0; x < b.w; ++x)
+                ASSERT_EQ(cell(out.data(), out_step, x, y), want(x, y)) << x << "," << y;
         ASSERT_TRUE(b.diff.intact() && b.pred.intact());
     };
     for (const DiffShapeInfo& s : kShapes)
@@ -136,13 +150,16 @@ TEST(GetDiff, PublicFunctionsMatchModel) {
                 for (bool with_pred : {false, true}) {
                     Bufs b(rng, s.w, s.h);
                     const std::vector<uint8_t> pred_before = snapshot(b.pred);
-                    ASSERT_EQ(s.single(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, b.d16(), b.diff_step,
-                                       with_pred ? b.p16() : nullptr, b.pred_step, tf, rc),
+                    ASSERT_EQ(s.single(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, b.d16(),
+                                       b.diff_step, with_pred ? b.p16() : nullptr, b.pred_step, tf, rc),
                               kplStsNoErr);
                     auto p = [&](int x, int y) { return model_pred(b.ref.data(), b.ref_step, x, y, tf, rc); };
-                    check(b, b.diff, b.diff_step, [&](int x, int y) { return px(b.cur.data(), b.cur_step, x, y) - p(x, y); });
-                    if (with_pred) check(b, b.pred, b.pred_step, p);
-                    else ASSERT_EQ(snapshot(b.pred), pred_before);
+                    check(b, b.diff, b.diff_step,
+                          [&](int x, int y) { return px(b.cur.data(), b.cur_step, x, y) - p(x, y); });
+                    if (with_pred)
+                        check(b, b.pred, b.pred_step, p);
+                    else
+                        ASSERT_EQ(snapshot(b.pred), pred_before);
                 }
                 for (int tb = 0; tb < 16; ++tb) {
                     Bufs b(rng, s.w, s.h);
@@ -158,9 +175,12 @@ TEST(GetDiff, PublicFunctionsMatchModel) {
             }
     for (int iter = 0; iter < 200; ++iter) {
         Bufs b(rng, 4, 4);
-        ASSERT_EQ(kpliGetDiff4x4_8u16s_C1(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, b.d16(), b.diff_step), 0);
-        check(b, b.diff, b.diff_step,
-              [&](int x, int y) { return px(b.cur.data(), b.cur_step, x, y) - px(b.ref.data(), b.ref_step, x, y); });
+        ASSERT_EQ(
+            kpliGetDiff4x4_8u16s_C1(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, b.d16(), b.diff_step),
+            0);
+        check(b, b.diff, b.diff_step, [&](int x, int y) {
+            return px(b.cur.data(), b.cur_step, x, y) - px(b.ref.data(), b.ref_step, x, y);
+        });
     }
 }
 
@@ -173,8 +193,9 @@ TEST(CopyBlock, CopiesRowsByTheirOwnSteps) {
         Guarded src(static_cast<size_t>(c.src_step * c.n)), dst(static_cast<size_t>(c.dst_step * c.n));
         rng.fill(src.data(), src.size());
         std::memset(dst.data(), 0xEE, dst.size());
-        const KplStatus st = c.n == 16 ? kpliCopyBlock_16x16_8u(src.data(), c.src_step, dst.data(), c.dst_step)
-                                       : kpliCopyBlock_8x8_8u(src.data(), c.src_step, dst.data(), c.dst_step);
+        const KplStatus st = c.n == 16
+                                 ? kpliCopyBlock_16x16_8u(src.data(), c.src_step, dst.data(), c.dst_step)
+                                 : kpliCopyBlock_8x8_8u(src.data(), c.src_step, dst.data(), c.dst_step);
         ASSERT_EQ(st, kplStsNoErr);
         for (int y = 0; y < c.n; ++y)
             for (int x = 0; x < c.dst_step; ++x)
@@ -195,7 +216,9 @@ TEST(MCBlock, EqualsMotionCompensationWithZeroResidual) {
             std::vector<uint8_t> a(10 * 8, 1), b(10 * 8, 1);
             const std::vector<int16_t> zero(64, 0);
             const int mc_type = pred_type == 0 ? 0 : pred_type == 1 ? 4 : pred_type == 2 ? 8 : 12;
-            ASSERT_EQ((rc ? kpliMCBlock_RoundOn_8u : kpliMCBlock_RoundOff_8u)(ref.data(), 24, a.data(), 10, pred_type), 0);
+            ASSERT_EQ((rc ? kpliMCBlock_RoundOn_8u : kpliMCBlock_RoundOff_8u)(ref.data(), 24, a.data(), 10,
+                                                                              pred_type),
+                      0);
             ASSERT_EQ(kpliMC8x8_8u_C1(ref.data(), 24, zero.data(), 16, b.data(), 10, mc_type, rc), 0);
             EXPECT_EQ(a, b) << pred_type << " " << rc;
         }
@@ -208,8 +231,10 @@ TEST(GetDiff, NonZeroRoundControlActsAsOne) {
             Bufs b(rng, s.w, s.h);
             std::vector<int16_t> one(256), other(256), p1(256), p2(256);
             for (int t : {12, 8, 4}) {
-                s.single(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, one.data(), 32, p1.data(), 32, t, 1);
-                s.single(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, other.data(), 32, p2.data(), 32, t, rc);
+                s.single(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, one.data(), 32, p1.data(), 32, t,
+                         1);
+                s.single(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, other.data(), 32, p2.data(), 32,
+                         t, rc);
                 ASSERT_EQ(one, other) << s.name << " rc " << rc;
                 ASSERT_EQ(p1, p2);
                 s.bidir(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, t, b.ref_b.data(), b.ref_step, 12,
@@ -280,14 +305,19 @@ TEST(GetDiffArgs, OnlyRequiredPointersAreChecked) {
         Kpl16s* d = diff.as<Kpl16s>();
         Kpl16s* p = pred.as<Kpl16s>();
         const KplStatus got[] = {
-            s.single(nullptr, 16, r, 17, d, 32, p, 32, 0, 0),        s.single(c, 16, nullptr, 17, d, 32, p, 32, 0, 0),
-            s.single(c, 16, r, 17, nullptr, 32, p, 32, 0, 0),        s.bidir(nullptr, 16, r, 17, 0, r, 17, 0, d, 32, 0),
-            s.bidir(c, 16, nullptr, 17, 0, r, 17, 0, d, 32, 0),      s.bidir(c, 16, r, 17, 0, nullptr, 17, 0, d, 32, 0),
+            s.single(nullptr, 16, r, 17, d, 32, p, 32, 0, 0),
+            s.single(c, 16, nullptr, 17, d, 32, p, 32, 0, 0),
+            s.single(c, 16, r, 17, nullptr, 32, p, 32, 0, 0),
+            s.bidir(nullptr, 16, r, 17, 0, r, 17, 0, d, 32, 0),
+            s.bidir(c, 16, nullptr, 17, 0, r, 17, 0, d, 32, 0),
+            s.bidir(c, 16, r, 17, 0, nullptr, 17, 0, d, 32, 0),
             s.bidir(c, 16, r, 17, 0, r, 17, 0, nullptr, 32, 0),
-            kpliGetDiff4x4_8u16s_C1(nullptr, 4, r, 4, d, 8),         kpliGetDiff4x4_8u16s_C1(c, 4, nullptr, 4, d, 8),
+            kpliGetDiff4x4_8u16s_C1(nullptr, 4, r, 4, d, 8),
+            kpliGetDiff4x4_8u16s_C1(c, 4, nullptr, 4, d, 8),
             kpliGetDiff4x4_8u16s_C1(c, 4, r, 4, nullptr, 8),
         };
-        for (size_t i = 0; i < std::size(got); ++i) EXPECT_EQ(got[i], kplStsNullPtrErr) << s.name << " case " << i;
+        for (size_t i = 0; i < std::size(got); ++i)
+            EXPECT_EQ(got[i], kplStsNullPtrErr) << s.name << " case " << i;
         EXPECT_EQ(snapshot(diff), before) << s.name;
         EXPECT_EQ(snapshot(pred), before) << s.name;
         EXPECT_TRUE(diff.intact() && pred.intact());
@@ -336,16 +366,22 @@ TEST(BlockCopyVariants, DiffMatchesReference) {
     const BlockCopyKernels c = kplvc::block::blockcopy_kernels_for(kplvc::cpu::Isa::c);
     for (const DiffShapeInfo& s : kShapes) {
         for (int pos = 0; pos < 4; ++pos)
-            for (auto [isa, fn] : changed<DiffFn>([&](const BlockCopyKernels& k) { return k.diff[s.shape][4 * pos]; })) {
-                SCOPED_TRACE(testing::Message() << kplvc::cpu::isa_name(isa) << " " << s.name << " pos " << pos);
-                compare(rng, s.w, s.h, 40, [&, fn = fn](bool is_ref, Bufs& b, int16_t* d, int16_t* p, int rc) {
-                    (is_ref ? c.diff[s.shape][4 * pos] : fn)(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, d,
-                                                              b.diff_step, p, b.pred_step, rc);
-                });
+            for (auto [isa, fn] :
+                 changed<DiffFn>([&](const BlockCopyKernels& k) { return k.diff[s.shape][4 * pos]; })) {
+                SCOPED_TRACE(testing::Message()
+                             << kplvc::cpu::isa_name(isa) << " " << s.name << " pos " << pos);
+                compare(rng, s.w, s.h, 40,
+                        [&, fn = fn](bool is_ref, Bufs& b, int16_t* d, int16_t* p, int rc) {
+                            (is_ref ? c.diff[s.shape][4 * pos] : fn)(b.cur.data(), b.cur_step, b.ref.data(),
+                                                                     b.ref_step, d, b.diff_step, p,
+                                                                     b.pred_step, rc);
+                        });
             }
         for (int idx = 0; idx < 16; ++idx)
-            for (auto [isa, fn] : changed<DiffBFn>([&](const BlockCopyKernels& k) { return k.diff_b[s.shape][idx]; })) {
-                SCOPED_TRACE(testing::Message() << kplvc::cpu::isa_name(isa) << " " << s.name << " pair " << idx);
+            for (auto [isa, fn] :
+                 changed<DiffBFn>([&](const BlockCopyKernels& k) { return k.diff_b[s.shape][idx]; })) {
+                SCOPED_TRACE(testing::Message()
+                             << kplvc::cpu::isa_name(isa) << " " << s.name << " pair " << idx);
                 compare(rng, s.w, s.h, 16, [&, fn = fn](bool is_ref, Bufs& b, int16_t* d, int16_t*, int rc) {
                     (is_ref ? c.diff_b[s.shape][idx] : fn)(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step,
                                                            b.ref_b.data(), b.ref_step, d, b.diff_step, rc);
@@ -373,7 +409,8 @@ TEST(BlockCopyVariants, CopiesAndFourByFourMatchReference) {
                 ASSERT_EQ(snapshot(dst), want) << kplvc::cpu::isa_name(isa) << " " << n;
                 ASSERT_TRUE(dst.intact());
             }
-    for (auto [isa, fn] : changed<kplvc::block::Diff4x4Fn>([](const BlockCopyKernels& k) { return k.diff4x4; })) {
+    for (auto [isa, fn] :
+         changed<kplvc::block::Diff4x4Fn>([](const BlockCopyKernels& k) { return k.diff4x4; })) {
         SCOPED_TRACE(kplvc::cpu::isa_name(isa));
         compare(rng, 4, 4, 300, [&, fn = fn](bool is_ref, Bufs& b, int16_t* d, int16_t*, int) {
             (is_ref ? c.diff4x4 : fn)(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, d, b.diff_step);
@@ -395,23 +432,24 @@ TEST(BlockCopyVariants, DiffReadsOnlyTheNeededArea) {
                 for (int pb = 0; pb < 4; ++pb) {
                     const int step = s.w + 5;
                     auto area = [&](int pos) {
-                        return static_cast<size_t>(step * (s.h - 1 + ((pos & 1) ? 1 : 0)) + s.w + ((pos & 2) ? 1 : 0));
+                        return static_cast<size_t>(step * (s.h - 1 + ((pos & 1) ? 1 : 0)) + s.w +
+                                                   ((pos & 2) ? 1 : 0));
                     };
                     GuardPages gf(area(pf)), gb(area(pb)), gc(static_cast<size_t>(step * (s.h - 1) + s.w));
                     rng.fill(gf.flush_end(), gf.size());
                     rng.fill(gb.flush_end(), gb.size());
                     rng.fill(gc.flush_end(), gc.size());
                     std::vector<int16_t> d(256), p(256), wd(256), wp(256);
-                    k.diff[s.shape][4 * pf + 1](gc.flush_end(), step, gf.flush_end(), step, d.data(), 32, p.data(),
-                                                32, 1);
+                    k.diff[s.shape][4 * pf + 1](gc.flush_end(), step, gf.flush_end(), step, d.data(), 32,
+                                                p.data(), 32, 1);
                     c.diff[s.shape][4 * pf + 1](gc.flush_end(), step, gf.flush_end(), step, wd.data(), 32,
                                                 wp.data(), 32, 1);
                     ASSERT_EQ(d, wd);
                     ASSERT_EQ(p, wp);
-                    k.diff_b[s.shape][pf | (pb << 2)](gc.flush_end(), step, gf.flush_end(), step, gb.flush_end(),
-                                                      step, d.data(), 32, 0);
-                    c.diff_b[s.shape][pf | (pb << 2)](gc.flush_end(), step, gf.flush_end(), step, gb.flush_end(),
-                                                      step, wd.data(), 32, 0);
+                    k.diff_b[s.shape][pf | (pb << 2)](gc.flush_end(), step, gf.flush_end(), step,
+                                                      gb.flush_end(), step, d.data(), 32, 0);
+                    c.diff_b[s.shape][pf | (pb << 2)](gc.flush_end(), step, gf.flush_end(), step,
+                                                      gb.flush_end(), step, wd.data(), 32, 0);
                     ASSERT_EQ(d, wd) << kplvc::cpu::isa_name(isa) << " " << s.name;
                 }
         GuardPages g(3 * 7 + 4);

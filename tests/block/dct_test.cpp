@@ -122,7 +122,9 @@ TEST(DctInverse, OverlappingRowsAreWrittenInIncreasingOrder) {
         ASSERT_EQ(kpliDCT8x8Inv_16s_C1(b.data(), v.data()), kplStsNoErr);
         uint8_t want[40] = {}, got[40] = {};
         for (int r = 0; r < 8; ++r)
-            for (int c = 0; c < 8; ++c) want[3 * r + c] = static_cast<uint8_t>(v[8 * r + c] < 0 ? 0 : (v[8 * r + c] > 255 ? 255 : v[8 * r + c]));
+            for (int c = 0; c < 8; ++c)
+                want[3 * r + c] =
+                    static_cast<uint8_t>(v[8 * r + c] < 0 ? 0 : (v[8 * r + c] > 255 ? 255 : v[8 * r + c]));
         ASSERT_EQ(kpliDCT8x8Inv_16s8u_C1R(b.data(), got, 3), kplStsNoErr);
         ASSERT_EQ(std::memcmp(got, want, sizeof want), 0) << iter;
     }
@@ -196,10 +198,10 @@ TEST(DctAan, DcExamples) {
         int16_t want16;
         uint8_t want8;
     } cases[] = {
-        {12, 1, 1, 1},     {12, 9, 2, 2},      {-12, 1, -1, 0},  {-12, 9, -1, 0},  {-9, 1, -1, 0},
-        {-9, 9, -1, 0},    {12, 64, 2, 2},     {12, -1, 2, 2},   {12, 5, 2, 2},    {7, 1, 0, 0},
-        {-7, 1, 0, 0},     {4000, 1, 255, 255}, {-4000, 1, -256, 0}, {4000, 64, 255, 255},
-        {-4000, 64, -256, 0}, {32767, 1, 255, 255},
+        {12, 1, 1, 1},       {12, 9, 2, 2},        {-12, 1, -1, 0},      {-12, 9, -1, 0},
+        {-9, 1, -1, 0},      {-9, 9, -1, 0},       {12, 64, 2, 2},       {12, -1, 2, 2},
+        {12, 5, 2, 2},       {7, 1, 0, 0},         {-7, 1, 0, 0},        {4000, 1, 255, 255},
+        {-4000, 1, -256, 0}, {4000, 64, 255, 255}, {-4000, 64, -256, 0}, {32767, 1, 255, 255},
     };
     for (const auto& c : cases) {
         Block b = dc_block(c.dc);

@@ -41,12 +41,18 @@ constexpr Kind kKinds[] = {Kind::random16, Kind::random12, Kind::sparse,  Kind::
 Block make(Rng& rng, Kind kind) {
     Block b(64, 0);
     switch (kind) {
-        case Kind::random16: rng.fill(b.data(), 64); break;
-        case Kind::random12: rng.fill(b.data(), 64, -2048, 2047); break;
+        case Kind::random16:
+            rng.fill(b.data(), 64);
+            break;
+        case Kind::random12:
+            rng.fill(b.data(), 64, -2048, 2047);
+            break;
         case Kind::sparse:
             for (int n = rng.range(1, 6); n > 0; --n) b[rng.range(0, 63)] = rng.s16();
             break;
-        case Kind::dc: b[0] = rng.s16(); break;
+        case Kind::dc:
+            b[0] = rng.s16();
+            break;
         case Kind::corner4:
         case Kind::corner2: {
             const int n = kind == Kind::corner4 ? 4 : 2;
@@ -56,7 +62,9 @@ Block make(Rng& rng, Kind kind) {
                     b[8 * r + c] = static_cast<int16_t>(big ? rng.s16() : rng.range(-2048, 2047));
             break;
         }
-        case Kind::extreme: rng.fill_extreme(b.data(), 64, -32768, 32767); break;
+        case Kind::extreme:
+            rng.fill_extreme(b.data(), 64, -32768, 32767);
+            break;
         case Kind::extreme_corner: {
             Block e(64);
             rng.fill_extreme(e.data(), 64, rng.coin() ? -32768 : -32767, 32767);
@@ -165,7 +173,10 @@ TEST(DctVariants, ForwardFromBytesMatchesReference) {
     each_variant<Fn8>(&DctKernels::fwd_u8, [](Fn8 r, Fn8 f, Rng& rng, int iter) {
         const int32_t step = rng.range(8, 33);
         std::vector<uint8_t> px(static_cast<size_t>(7 * step + 8));
-        if (iter & 1) rng.fill(px.data(), px.size()); else rng.fill_extreme(px.data(), px.size());
+        if (iter & 1)
+            rng.fill(px.data(), px.size());
+        else
+            rng.fill_extreme(px.data(), px.size());
         Block a(64), b(64);
         r(px.data(), step, a.data());
         f(px.data(), step, b.data());
@@ -186,7 +197,10 @@ TEST(DctVariants, MatrixStoresMatchReference) {
     using Pair8 = void (*)(const int16_t*, const int16_t*, uint8_t*, int32_t);
     auto values = [](Rng& rng) {
         Block v(64);
-        if (rng.coin()) rng.fill(v.data(), 64, -300, 300); else rng.fill_extreme(v.data(), 64);
+        if (rng.coin())
+            rng.fill(v.data(), 64, -300, 300);
+        else
+            rng.fill_extreme(v.data(), 64);
         return v;
     };
     // A buffer big enough for any of the steps, with the block's origin in
@@ -200,9 +214,11 @@ TEST(DctVariants, MatrixStoresMatchReference) {
             rng.fill(a.data(), kSize);
             std::memcpy(b.data(), a.data(), kSize);
             auto call = [&](auto fn, uint8_t* base) {
-                if constexpr (std::is_same_v<decltype(fn), Put16>) fn(u.data(), reinterpret_cast<int16_t*>(base), step);
+                if constexpr (std::is_same_v<decltype(fn), Put16>)
+                    fn(u.data(), reinterpret_cast<int16_t*>(base), step);
                 if constexpr (std::is_same_v<decltype(fn), Put8>) fn(u.data(), base, step);
-                if constexpr (std::is_same_v<decltype(fn), Pair16>) fn(u.data(), v.data(), reinterpret_cast<int16_t*>(base), step);
+                if constexpr (std::is_same_v<decltype(fn), Pair16>)
+                    fn(u.data(), v.data(), reinterpret_cast<int16_t*>(base), step);
                 if constexpr (std::is_same_v<decltype(fn), Pair8>) fn(u.data(), v.data(), base, step);
             };
             call(rr, a.data() + kOrigin);
@@ -223,7 +239,8 @@ TEST(DctContract, ReducedInversesEqualFullOnTheirCorner) {
     for (const DctKernels& k : all_levels()) {
         Rng rng(77);
         for (int iter = 0; iter < 3000; ++iter) {
-            const Kind kinds[] = {Kind::corner4, Kind::corner2, Kind::extreme_corner, Kind::random16, Kind::extreme};
+            const Kind kinds[] = {Kind::corner4, Kind::corner2, Kind::extreme_corner, Kind::random16,
+                                  Kind::extreme};
             const Block src = make(rng, kinds[iter % 5]);
             for (int n : {4, 2}) {
                 const Block in = confine(src, n);

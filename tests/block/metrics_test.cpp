@@ -18,7 +18,8 @@ struct Plane {
     template <class F>
     explicit Plane(F f) {
         for (int y = 0; y < 18; ++y)
-            for (int x = 0; x < kStep; ++x) px[static_cast<size_t>(y * kStep + x)] = static_cast<uint8_t>(f(x, y));
+            for (int x = 0; x < kStep; ++x)
+                px[static_cast<size_t>(y * kStep + x)] = static_cast<uint8_t>(f(x, y));
     }
     const uint8_t* data() const { return px.data(); }
 };
@@ -43,18 +44,20 @@ TEST(MetricsPositions, McTypeSelectsThePosition) {
     // takes only 0, 4 and 8 as full or half positions; every other value is
     // the centre of four.
     const Case cases[] = {
-        {0, 0, 0, 0},           {1, 0, 320, 0},          {2, 0, 320, 0},
-        {3, 0, 320, 0},         {4, 1024, 256, 4096},    {5, 1024, 320, 4096},
-        {7, 1024, 320, 4096},   {8, 256, 64, 256},       {9, 256, 320, 256},
-        {11, 256, 320, 256},    {12, 1280, 320, 6400},   {13, 1280, 320, 6400},
+        {0, 0, 0, 0},          {1, 0, 320, 0},       {2, 0, 320, 0},        {3, 0, 320, 0},
+        {4, 1024, 256, 4096},  {5, 1024, 320, 4096}, {7, 1024, 320, 4096},  {8, 256, 64, 256},
+        {9, 256, 320, 256},    {11, 256, 320, 256},  {12, 1280, 320, 6400}, {13, 1280, 320, 6400},
         {15, 1280, 320, 6400},
     };
     const Plane& g = gradient();
     for (const auto& c : cases) {
         Kpl32s sad16 = -1, sad8 = -1, sqr = -1;
-        ASSERT_EQ(kpliSAD16x16_8u32s(g.data(), Plane::kStep, g.data(), Plane::kStep, &sad16, c.mcType), kplStsNoErr);
-        ASSERT_EQ(kpliSAD8x8_8u32s_C1R(g.data(), Plane::kStep, g.data(), Plane::kStep, &sad8, c.mcType), kplStsNoErr);
-        ASSERT_EQ(kpliSqrDiff16x16_8u32s(g.data(), Plane::kStep, g.data(), Plane::kStep, c.mcType, &sqr), kplStsNoErr);
+        ASSERT_EQ(kpliSAD16x16_8u32s(g.data(), Plane::kStep, g.data(), Plane::kStep, &sad16, c.mcType),
+                  kplStsNoErr);
+        ASSERT_EQ(kpliSAD8x8_8u32s_C1R(g.data(), Plane::kStep, g.data(), Plane::kStep, &sad8, c.mcType),
+                  kplStsNoErr);
+        ASSERT_EQ(kpliSqrDiff16x16_8u32s(g.data(), Plane::kStep, g.data(), Plane::kStep, c.mcType, &sqr),
+                  kplStsNoErr);
         EXPECT_EQ(sad16, c.sad16) << "mcType " << c.mcType;
         EXPECT_EQ(sad8, c.sad8) << "mcType " << c.mcType;
         EXPECT_EQ(sqr, c.sqr16) << "mcType " << c.mcType;
@@ -84,8 +87,10 @@ TEST(MetricsPositions, CentreOfFourRoundsOnceNotTwice) {
         const Plane ref(c.ref);
         const Plane cur([&](int, int) { return c.cur; });
         Kpl32s sad = -1, sad8 = -1;
-        ASSERT_EQ(kpliSAD16x16_8u32s(cur.data(), Plane::kStep, ref.data(), Plane::kStep, &sad, 12), kplStsNoErr);
-        ASSERT_EQ(kpliSAD8x8_8u32s_C1R(cur.data(), Plane::kStep, ref.data(), Plane::kStep, &sad8, 12), kplStsNoErr);
+        ASSERT_EQ(kpliSAD16x16_8u32s(cur.data(), Plane::kStep, ref.data(), Plane::kStep, &sad, 12),
+                  kplStsNoErr);
+        ASSERT_EQ(kpliSAD8x8_8u32s_C1R(cur.data(), Plane::kStep, ref.data(), Plane::kStep, &sad8, 12),
+                  kplStsNoErr);
         EXPECT_EQ(sad, c.sad16) << c.what;
         EXPECT_EQ(sad8, c.sad16 / 4) << c.what;
     }
@@ -103,14 +108,15 @@ TEST(MetricsBidirectional, AverageRoundsUpAndPositionsPair) {
     const struct {
         Kpl32s tf, tb, want;
     } cases[] = {
-        {0, 0, 0},          {0, 12, 256 * 9},  {12, 0, 256 * 9},   {4, 8, 256 * 9},
-        {8, 8, 256},        {8, 4, 256 * 9},   {12, 12, 256 * 25}, {4, 4, 256 * 16},
-        {1, 2, 0},          {13, 3, 256 * 9},  {7, 14, 256 * 25},  {8, 0, 256},
+        {0, 0, 0},   {0, 12, 256 * 9}, {12, 0, 256 * 9},   {4, 8, 256 * 9},
+        {8, 8, 256}, {8, 4, 256 * 9},  {12, 12, 256 * 25}, {4, 4, 256 * 16},
+        {1, 2, 0},   {13, 3, 256 * 9}, {7, 14, 256 * 25},  {8, 0, 256},
     };
     const Plane& g = gradient();
     for (const auto& c : cases) {
         Kpl32s sq = -1;
-        ASSERT_EQ(kpliSqrDiff16x16B_8u32s(g.data(), 32, g.data(), 32, c.tf, g.data(), 32, c.tb, &sq), kplStsNoErr);
+        ASSERT_EQ(kpliSqrDiff16x16B_8u32s(g.data(), 32, g.data(), 32, c.tf, g.data(), 32, c.tb, &sq),
+                  kplStsNoErr);
         EXPECT_EQ(sq, c.want) << c.tf << "/" << c.tb;
     }
 }
@@ -160,7 +166,8 @@ TEST(MetricsVariance, VarMean8x8IntegerForms) {
     } cases[] = {
         {"flat 10", [](int, int) { return 10; }, 0, 640},
         {"halves 0/255", [](int x, int) { return x < 4 ? 0 : 255; }, 16256, 8160},
-        {"one bright sample", [](int x, int y) { return x == 0 && y == 0 ? 255 : 0; }, (64 * 65025 - 65025) / 4096, 255},
+        {"one bright sample", [](int x, int y) { return x == 0 && y == 0 ? 255 : 0; },
+         (64 * 65025 - 65025) / 4096, 255},
     };
     for (const auto& c : cases) {
         const Plane p(c.f);
@@ -206,21 +213,23 @@ TEST(MetricsVariance, VarMeanDiffMeansTruncateTowardZero) {
         Kpl32s sum, mean, var;
     };
     const Case q[4] = {
-        {1280, 80, 0},      // (1280 - 640) / 8 = 80, 80^2 = 6400 is not below sq
-        {1, -79, 2},        // -639 / 8 = -79.875 -> -79; (6400 - 6241) / 64 = 2
-        {640, 0, 100},      // 6400 / 64
-        {-1000, -205, 0},   // -1640 / 8; 205^2 > 6400
+        {1280, 80, 0},     // (1280 - 640) / 8 = 80, 80^2 = 6400 is not below sq
+        {1, -79, 2},       // -639 / 8 = -79.875 -> -79; (6400 - 6241) / 64 = 2
+        {640, 0, 100},     // 6400 / 64
+        {-1000, -205, 0},  // -1640 / 8; 205^2 > 6400
     };
     for (Kpl32s mcType : {0, 4, 8, 12, 3, 15}) {
         const Kpl32s sums[4] = {q[0].sum, q[1].sum, q[2].sum, q[3].sum};
         Kpl32s var[4] = {-7, -7, -7, -7}, mean[4] = {-7, -7, -7, -7};
-        ASSERT_EQ(kpliVarMeanDiff16x16_8u32s_C1R(cur.data(), 32, ref.data(), 32, sums, var, mean, mcType), kplStsNoErr);
+        ASSERT_EQ(kpliVarMeanDiff16x16_8u32s_C1R(cur.data(), 32, ref.data(), 32, sums, var, mean, mcType),
+                  kplStsNoErr);
         for (int k = 0; k < 4; ++k) {
             EXPECT_EQ(mean[k], q[k].mean) << "mcType " << mcType << " quarter " << k;
             EXPECT_EQ(var[k], q[k].var) << "mcType " << mcType << " quarter " << k;
         }
         Kpl32s var2[4] = {-7, -7, -7, -7}, mean2[4] = {-7, -7, -7, -7};
-        ASSERT_EQ(kpliVarMeanDiff16x8_8u32s_C1R(cur.data(), 32, ref.data(), 32, sums, var2, mean2, mcType), kplStsNoErr);
+        ASSERT_EQ(kpliVarMeanDiff16x8_8u32s_C1R(cur.data(), 32, ref.data(), 32, sums, var2, mean2, mcType),
+                  kplStsNoErr);
         EXPECT_EQ(mean2[1], q[1].mean);
         EXPECT_EQ(var2[1], q[1].var);
         EXPECT_EQ(var2[2], -7);  // a 16x8 block has two quarters only
@@ -232,7 +241,8 @@ TEST(MetricsVariance, VarMeanDiffMeansTruncateTowardZero) {
     for (int k = 0; k < 4; ++k) {
         int s = 0;
         for (int y = 0; y < 8; ++y)
-            for (int x = 0; x < 8; ++x) s += g.px[static_cast<size_t>((8 * (k >> 1) + y) * 32 + 8 * (k & 1) + x)];
+            for (int x = 0; x < 8; ++x)
+                s += g.px[static_cast<size_t>((8 * (k >> 1) + y) * 32 + 8 * (k & 1) + x)];
         sums[k] = s;
     }
     Kpl32s var[4], mean[4];
@@ -332,7 +342,8 @@ TEST(MetricsSumsDiff, LayoutSumsAndNullDiff) {
     // Sums reach -4080 without saturation or wrap.
     const Plane black([](int, int) { return 0; }), white([](int, int) { return 255; });
     Kpl16s s4[4];
-    ASSERT_EQ(kpliSumsDiff8x8Blocks4x4_8u16s_C1(black.data(), 32, white.data(), 32, s4, nullptr), kplStsNoErr);
+    ASSERT_EQ(kpliSumsDiff8x8Blocks4x4_8u16s_C1(black.data(), 32, white.data(), 32, s4, nullptr),
+              kplStsNoErr);
     for (Kpl16s v : s4) EXPECT_EQ(v, -4080);
 }
 
@@ -362,7 +373,8 @@ TEST(MetricsTextureError, DifferencesAgainstPackedReference) {
     for (int i = 0; i < 64; ++i) ref[i] = static_cast<uint8_t>(255 - 3 * i);
     Guarded d1(128), d2(128);
     Kpl32s sad = -1;
-    ASSERT_EQ(kpliComputeTextureErrorBlock_SAD_8u16s(src.data(), 32, ref, d1.as<Kpl16s>(), &sad), kplStsNoErr);
+    ASSERT_EQ(kpliComputeTextureErrorBlock_SAD_8u16s(src.data(), 32, ref, d1.as<Kpl16s>(), &sad),
+              kplStsNoErr);
     ASSERT_EQ(kpliComputeTextureErrorBlock_8u16s(src.data(), 32, ref, d2.as<Kpl16s>()), kplStsNoErr);
     int want_sad = 0;
     for (int y = 0; y < 8; ++y)
@@ -436,30 +448,44 @@ TEST(MetricsArgs, NullPointersInOrderAndNothingWritten) {
         {"varmean16 src", kpliVarMean8x8_16s32s_C1R(nullptr, 32, o32, o32 + 1), kplStsNullPtrErr},
         {"varmean16 var", kpliVarMean8x8_16s32s_C1R(coefs, 16, nullptr, o32 + 1), kplStsNullPtrErr},
         {"varmean16 mean", kpliVarMean8x8_16s32s_C1R(coefs, 16, o32, nullptr), kplStsNullPtrErr},
-        {"vmd16 src", kpliVarMeanDiff16x16_8u32s_C1R(nullptr, 32, p, 32, sums, o32, o32 + 4, 0), kplStsNullPtrErr},
-        {"vmd16 ref", kpliVarMeanDiff16x16_8u32s_C1R(p, 32, nullptr, 32, sums, o32, o32 + 4, 0), kplStsNullPtrErr},
-        {"vmd16 sums", kpliVarMeanDiff16x16_8u32s_C1R(p, 32, p, 32, nullptr, o32, o32 + 4, 0), kplStsNullPtrErr},
-        {"vmd16 var", kpliVarMeanDiff16x16_8u32s_C1R(p, 32, p, 32, sums, nullptr, o32 + 4, 0), kplStsNullPtrErr},
+        {"vmd16 src", kpliVarMeanDiff16x16_8u32s_C1R(nullptr, 32, p, 32, sums, o32, o32 + 4, 0),
+         kplStsNullPtrErr},
+        {"vmd16 ref", kpliVarMeanDiff16x16_8u32s_C1R(p, 32, nullptr, 32, sums, o32, o32 + 4, 0),
+         kplStsNullPtrErr},
+        {"vmd16 sums", kpliVarMeanDiff16x16_8u32s_C1R(p, 32, p, 32, nullptr, o32, o32 + 4, 0),
+         kplStsNullPtrErr},
+        {"vmd16 var", kpliVarMeanDiff16x16_8u32s_C1R(p, 32, p, 32, sums, nullptr, o32 + 4, 0),
+         kplStsNullPtrErr},
         {"vmd16 mean", kpliVarMeanDiff16x16_8u32s_C1R(p, 32, p, 32, sums, o32, nullptr, 0), kplStsNullPtrErr},
-        {"vmd8 src", kpliVarMeanDiff16x8_8u32s_C1R(nullptr, 32, p, 32, sums, o32, o32 + 4, 0), kplStsNullPtrErr},
-        {"vmd8 ref", kpliVarMeanDiff16x8_8u32s_C1R(p, 32, nullptr, 32, sums, o32, o32 + 4, 0), kplStsNullPtrErr},
-        {"vmd8 sums", kpliVarMeanDiff16x8_8u32s_C1R(p, 32, p, 32, nullptr, o32, o32 + 4, 0), kplStsNullPtrErr},
-        {"vmd8 var", kpliVarMeanDiff16x8_8u32s_C1R(p, 32, p, 32, sums, nullptr, o32 + 4, 0), kplStsNullPtrErr},
+        {"vmd8 src", kpliVarMeanDiff16x8_8u32s_C1R(nullptr, 32, p, 32, sums, o32, o32 + 4, 0),
+         kplStsNullPtrErr},
+        {"vmd8 ref", kpliVarMeanDiff16x8_8u32s_C1R(p, 32, nullptr, 32, sums, o32, o32 + 4, 0),
+         kplStsNullPtrErr},
+        {"vmd8 sums", kpliVarMeanDiff16x8_8u32s_C1R(p, 32, p, 32, nullptr, o32, o32 + 4, 0),
+         kplStsNullPtrErr},
+        {"vmd8 var", kpliVarMeanDiff16x8_8u32s_C1R(p, 32, p, 32, sums, nullptr, o32 + 4, 0),
+         kplStsNullPtrErr},
         {"vmd8 mean", kpliVarMeanDiff16x8_8u32s_C1R(p, 32, p, 32, sums, o32, nullptr, 0), kplStsNullPtrErr},
         {"mad src", kpliMeanAbsDev16x16_8u32s_C1R(nullptr, 32, o32), kplStsNullPtrErr},
         {"mad result unchecked", kpliMeanAbsDev16x16_8u32s_C1R(p, 32, nullptr), kplStsNoErr},
         {"edges src", kpliEdgesDetect16x16_8u_C1R(nullptr, 32, 1, 1, o8), kplStsNullPtrErr},
         {"edges result", kpliEdgesDetect16x16_8u_C1R(p, 32, 1, 1, nullptr), kplStsNullPtrErr},
-        {"sums16 src", kpliSumsDiff16x16Blocks4x4_8u16s_C1(nullptr, 32, p, 32, o16, o16 + 16), kplStsNullPtrErr},
-        {"sums16 pred", kpliSumsDiff16x16Blocks4x4_8u16s_C1(p, 32, nullptr, 32, o16, o16 + 16), kplStsNullPtrErr},
-        {"sums16 sums", kpliSumsDiff16x16Blocks4x4_8u16s_C1(p, 32, p, 32, nullptr, o16 + 16), kplStsNullPtrErr},
+        {"sums16 src", kpliSumsDiff16x16Blocks4x4_8u16s_C1(nullptr, 32, p, 32, o16, o16 + 16),
+         kplStsNullPtrErr},
+        {"sums16 pred", kpliSumsDiff16x16Blocks4x4_8u16s_C1(p, 32, nullptr, 32, o16, o16 + 16),
+         kplStsNullPtrErr},
+        {"sums16 sums", kpliSumsDiff16x16Blocks4x4_8u16s_C1(p, 32, p, 32, nullptr, o16 + 16),
+         kplStsNullPtrErr},
         {"sums8 src", kpliSumsDiff8x8Blocks4x4_8u16s_C1(nullptr, 32, p, 32, o16, o16 + 16), kplStsNullPtrErr},
-        {"sums8 pred", kpliSumsDiff8x8Blocks4x4_8u16s_C1(p, 32, nullptr, 32, o16, o16 + 16), kplStsNullPtrErr},
+        {"sums8 pred", kpliSumsDiff8x8Blocks4x4_8u16s_C1(p, 32, nullptr, 32, o16, o16 + 16),
+         kplStsNullPtrErr},
         {"sums8 sums", kpliSumsDiff8x8Blocks4x4_8u16s_C1(p, 32, p, 32, nullptr, o16 + 16), kplStsNullPtrErr},
         {"zeros src", kpliCountZeros8x8_16s_C1(nullptr, o32), kplStsNullPtrErr},
         {"zeros count", kpliCountZeros8x8_16s_C1(coefs, nullptr), kplStsNullPtrErr},
-        {"texSAD src", kpliComputeTextureErrorBlock_SAD_8u16s(nullptr, 32, p, o16, o32 + 40), kplStsBadArgErr},
-        {"texSAD ref", kpliComputeTextureErrorBlock_SAD_8u16s(p, 32, nullptr, o16, o32 + 40), kplStsBadArgErr},
+        {"texSAD src", kpliComputeTextureErrorBlock_SAD_8u16s(nullptr, 32, p, o16, o32 + 40),
+         kplStsBadArgErr},
+        {"texSAD ref", kpliComputeTextureErrorBlock_SAD_8u16s(p, 32, nullptr, o16, o32 + 40),
+         kplStsBadArgErr},
         {"texSAD dst", kpliComputeTextureErrorBlock_SAD_8u16s(p, 32, p, nullptr, o32 + 40), kplStsBadArgErr},
         {"texSAD sad", kpliComputeTextureErrorBlock_SAD_8u16s(p, 32, p, o16, nullptr), kplStsBadArgErr},
         {"tex src", kpliComputeTextureErrorBlock_8u16s(nullptr, 32, p, o16), kplStsBadArgErr},

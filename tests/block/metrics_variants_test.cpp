@@ -21,7 +21,8 @@ constexpr int kIters = 500;
 const MetricsKernels& table(Isa isa) {
     static const auto all = [] {
         std::array<MetricsKernels, kplvc::cpu::kIsaCount> t{};
-        for (int i = 0; i < kplvc::cpu::kIsaCount; ++i) t[static_cast<size_t>(i)] = kplvc::block::metrics_kernels_for(static_cast<Isa>(i));
+        for (int i = 0; i < kplvc::cpu::kIsaCount; ++i)
+            t[static_cast<size_t>(i)] = kplvc::block::metrics_kernels_for(static_cast<Isa>(i));
         return t;
     }();
     return all[static_cast<size_t>(isa)];
@@ -39,8 +40,8 @@ int each_variant(Get get, uint64_t seed, int iters, Body body) {
         if (f != prev) {
             Rng rng(seed);
             for (int i = 0; i < iters && !testing::Test::HasFatalFailure(); ++i) {
-                SCOPED_TRACE(testing::Message() << kplvc::cpu::isa_name(isa) << " " << kplvc::test::seed_trace(seed)
-                                                << " iter " << i);
+                SCOPED_TRACE(testing::Message() << kplvc::cpu::isa_name(isa) << " "
+                                                << kplvc::test::seed_trace(seed) << " iter " << i);
                 body(ref, f, rng, i);
             }
             ++n;
@@ -68,7 +69,8 @@ struct Block {
             // Neighbours that differ in the lowest bit: where double
             // averaging and truncation go wrong.
             const int base = rng.range(0, 254);
-            for (size_t i = 0; i < buf.size(); ++i) buf.data()[i] = static_cast<uint8_t>(base + (rng.u8() & 1));
+            for (size_t i = 0; i < buf.size(); ++i)
+                buf.data()[i] = static_cast<uint8_t>(base + (rng.u8() & 1));
         }
         if (rng.range(0, 4) == 0) step = rng.coin() ? -step : min_width;  // bottom-up, or packed rows
         p = buf.data() + (step < 0 ? -step * 17 : 0);
@@ -77,10 +79,11 @@ struct Block {
 
 template <class Fn>
 int check_block_metric(Fn get, int width) {
-    return each_variant(get, 0x5AD0 + static_cast<uint64_t>(width), kIters, [width](auto ref, auto fn, Rng& rng, int) {
-        Block s(rng, width), r(rng, width + 1);
-        ASSERT_EQ(fn(s.p, s.step, r.p, r.step), ref(s.p, s.step, r.p, r.step));
-    });
+    return each_variant(get, 0x5AD0 + static_cast<uint64_t>(width), kIters,
+                        [width](auto ref, auto fn, Rng& rng, int) {
+                            Block s(rng, width), r(rng, width + 1);
+                            ASSERT_EQ(fn(s.p, s.step, r.p, r.step), ref(s.p, s.step, r.p, r.step));
+                        });
 }
 
 }  // namespace
@@ -102,10 +105,12 @@ TEST(MetricsVariants, SadAndSqrEveryPosition) {
 TEST(MetricsVariants, BidirectionalEveryPair) {
     for (int idx = 0; idx < 16; ++idx) {
         SCOPED_TRACE(testing::Message() << "pair " << idx);
-        each_variant([idx](const MetricsKernels& k) { return k.sqr16x16_bi[idx]; }, 0xB1D0 + static_cast<uint64_t>(idx),
-                     kIters / 2, [](auto ref, auto fn, Rng& rng, int) {
+        each_variant([idx](const MetricsKernels& k) { return k.sqr16x16_bi[idx]; },
+                     0xB1D0 + static_cast<uint64_t>(idx), kIters / 2,
+                     [](auto ref, auto fn, Rng& rng, int) {
                          Block s(rng, 16), f(rng, 17), b(rng, 17);
-                         ASSERT_EQ(fn(s.p, s.step, f.p, f.step, b.p, b.step), ref(s.p, s.step, f.p, f.step, b.p, b.step));
+                         ASSERT_EQ(fn(s.p, s.step, f.p, f.step, b.p, b.step),
+                                   ref(s.p, s.step, f.p, f.step, b.p, b.step));
                      });
     }
 }
@@ -117,14 +122,15 @@ TEST(MetricsVariants, SubBlockSads) {
         {[](const MetricsKernels& k) { return k.sad16x16_blocks4x4; }, 16},
     };
     for (auto [get, n] : members)
-        each_variant(get, 0x5B00 + static_cast<uint64_t>(n), kIters, [n = n](auto ref, auto fn, Rng& rng, int) {
-            Block s(rng, 16), r(rng, 16);
-            Guarded a(2 * static_cast<size_t>(n)), b(2 * static_cast<size_t>(n));
-            ref(s.p, s.step, r.p, r.step, a.as<uint16_t>());
-            fn(s.p, s.step, r.p, r.step, b.as<uint16_t>());
-            ASSERT_EQ(std::memcmp(a.data(), b.data(), a.size()), 0);
-            ASSERT_TRUE(b.intact());
-        });
+        each_variant(get, 0x5B00 + static_cast<uint64_t>(n), kIters,
+                     [n = n](auto ref, auto fn, Rng& rng, int) {
+                         Block s(rng, 16), r(rng, 16);
+                         Guarded a(2 * static_cast<size_t>(n)), b(2 * static_cast<size_t>(n));
+                         ref(s.p, s.step, r.p, r.step, a.as<uint16_t>());
+                         fn(s.p, s.step, r.p, r.step, b.as<uint16_t>());
+                         ASSERT_EQ(std::memcmp(a.data(), b.data(), a.size()), 0);
+                         ASSERT_TRUE(b.intact());
+                     });
 }
 
 TEST(MetricsVariants, VariancesAndMeans) {
@@ -154,8 +160,10 @@ TEST(MetricsVariants, VariancesAndMeans) {
                      const int32_t step = rng.coin() ? 16 : rng.range(17, 40);
                      Guarded g(static_cast<size_t>(step) * 8 + 16, static_cast<size_t>(rng.range(0, 3)));
                      std::vector<int16_t> vals(g.size() / 2);
-                     if (rng.coin()) rng.fill(vals.data(), vals.size());
-                     else rng.fill_extreme(vals.data(), vals.size());
+                     if (rng.coin())
+                         rng.fill(vals.data(), vals.size());
+                     else
+                         rng.fill_extreme(vals.data(), vals.size());
                      std::memcpy(g.data(), vals.data(), 2 * vals.size());
                      same(ref, fn, reinterpret_cast<const int16_t*>(g.data()), step);
                  });
@@ -168,22 +176,29 @@ TEST(MetricsVariants, VarMeanDiffEveryPosition) {
             auto get = [pos, quarters](const MetricsKernels& k) {
                 return quarters == 4 ? k.varmeandiff16x16[pos] : k.varmeandiff16x8[pos];
             };
-            each_variant(get, 0x7D00 + static_cast<uint64_t>(quarters), kIters, [](auto ref, auto fn, Rng& rng, int) {
-                Block s(rng, 16), r(rng, 17);
-                int32_t sums[4];
-                for (int32_t& v : sums) {
-                    switch (rng.range(0, 2)) {
-                        case 0: v = rng.range(0, 16320); break;
-                        case 1: v = static_cast<int32_t>(rng.u32()); break;
-                        default: v = rng.coin() ? INT32_MAX : INT32_MIN; break;
-                    }
-                }
-                Guarded a(32), b(32);
-                ref(s.p, s.step, r.p, r.step, sums, a.as<int32_t>(), a.as<int32_t>() + 4);
-                fn(s.p, s.step, r.p, r.step, sums, b.as<int32_t>(), b.as<int32_t>() + 4);
-                ASSERT_EQ(std::memcmp(a.data(), b.data(), 32), 0);
-                ASSERT_TRUE(b.intact());
-            });
+            each_variant(get, 0x7D00 + static_cast<uint64_t>(quarters), kIters,
+                         [](auto ref, auto fn, Rng& rng, int) {
+                             Block s(rng, 16), r(rng, 17);
+                             int32_t sums[4];
+                             for (int32_t& v : sums) {
+                                 switch (rng.range(0, 2)) {
+                                     case 0:
+                                         v = rng.range(0, 16320);
+                                         break;
+                                     case 1:
+                                         v = static_cast<int32_t>(rng.u32());
+                                         break;
+                                     default:
+                                         v = rng.coin() ? INT32_MAX : INT32_MIN;
+                                         break;
+                                 }
+                             }
+                             Guarded a(32), b(32);
+                             ref(s.p, s.step, r.p, r.step, sums, a.as<int32_t>(), a.as<int32_t>() + 4);
+                             fn(s.p, s.step, r.p, r.step, sums, b.as<int32_t>(), b.as<int32_t>() + 4);
+                             ASSERT_EQ(std::memcmp(a.data(), b.data(), 32), 0);
+                             ASSERT_TRUE(b.intact());
+                         });
         }
 }
 
@@ -195,16 +210,18 @@ TEST(MetricsVariants, OtherKernels) {
                      ASSERT_EQ(fn(s.p, s.step, d, c), ref(s.p, s.step, d, c));
                  });
     for (int n : {16, 8})
-        each_variant([n](const MetricsKernels& k) { return n == 16 ? k.sumsdiff16x16 : k.sumsdiff8x8; }, 0x5D1F, kIters,
-                     [](auto ref, auto fn, Rng& rng, int) {
-                         Block s(rng, 16), p(rng, 16);
-                         Guarded a(32 + 512), b(32 + 512);
-                         const bool with_diff = rng.coin();
-                         ref(s.p, s.step, p.p, p.step, a.as<int16_t>(), with_diff ? a.as<int16_t>() + 16 : nullptr);
-                         fn(s.p, s.step, p.p, p.step, b.as<int16_t>(), with_diff ? b.as<int16_t>() + 16 : nullptr);
-                         ASSERT_EQ(std::memcmp(a.data(), b.data(), a.size()), 0);
-                         ASSERT_TRUE(b.intact());
-                     });
+        each_variant(
+            [n](const MetricsKernels& k) { return n == 16 ? k.sumsdiff16x16 : k.sumsdiff8x8; }, 0x5D1F,
+            kIters,
+            [](auto ref, auto fn, Rng& rng, int) {
+                Block s(rng, 16), p(rng, 16);
+                Guarded a(32 + 512), b(32 + 512);
+                const bool with_diff = rng.coin();
+                ref(s.p, s.step, p.p, p.step, a.as<int16_t>(), with_diff ? a.as<int16_t>() + 16 : nullptr);
+                fn(s.p, s.step, p.p, p.step, b.as<int16_t>(), with_diff ? b.as<int16_t>() + 16 : nullptr);
+                ASSERT_EQ(std::memcmp(a.data(), b.data(), a.size()), 0);
+                ASSERT_TRUE(b.intact());
+            });
     each_variant([](const MetricsKernels& k) { return k.countzeros8x8; }, 0xC0, kIters,
                  [](auto ref, auto fn, Rng& rng, int) {
                      int16_t c[64];

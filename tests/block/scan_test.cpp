@@ -80,10 +80,14 @@ TEST(InverseScan, PlaceTheFirstLenCoefficients) {
         std::vector<Kpl32s> lens;
     };
     std::vector<Case> cases = {
-        {"full horizontal", [](const Kpl16s* s, Kpl32s, Kpl16s* d) { return kpliZigzagInv_Horizontal_16s(s, d); },
-         blk::ZigzagH, {64}},
-        {"full vertical", [](const Kpl16s* s, Kpl32s, Kpl16s* d) { return kpliZigzagInv_Vertical_16s(s, d); },
-         blk::ZigzagV, {64}},
+        {"full horizontal",
+         [](const Kpl16s* s, Kpl32s, Kpl16s* d) { return kpliZigzagInv_Horizontal_16s(s, d); },
+         blk::ZigzagH,
+         {64}},
+        {"full vertical",
+         [](const Kpl16s* s, Kpl32s, Kpl16s* d) { return kpliZigzagInv_Vertical_16s(s, d); },
+         blk::ZigzagV,
+         {64}},
     };
     for (const auto& c : kCompact) cases.push_back({c.name, c.fn, c.scan, {1, 2, 3, 17, 63, 64}});
     Rng rng(702);
@@ -95,7 +99,8 @@ TEST(InverseScan, PlaceTheFirstLenCoefficients) {
             ASSERT_EQ(c.fn(src, len, dst), kplStsNoErr);
             std::vector<int> want(64, -12345);
             for (int i = 0; i < len; ++i) want[c.scan[i]] = src[i];
-            for (int r = 0; r < 64; ++r) EXPECT_EQ(dst[r], want[static_cast<size_t>(r)]) << c.name << " len " << len << " pos " << r;
+            for (int r = 0; r < 64; ++r)
+                EXPECT_EQ(dst[r], want[static_cast<size_t>(r)]) << c.name << " len " << len << " pos " << r;
         }
     // Worked placements: vertical source index 1 lands on the second row,
     // first column; horizontal with len 3 writes raster positions 0, 1, 2.

@@ -40,12 +40,12 @@ TEST(ByteReader, WorkedPositions) {
         int32_t adv, off_after;
     };
     const Case cases[] = {
-        {{0x01, 0x80}, 6, 3, 3, 1, 1},                           // straddles a byte
-        {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, 7, 31, 0x7FFFFFFF, 4, 6}, // widest read, fifth byte
-        {{0x80, 0, 0, 0, 0x04}, 7, 31, 1, 4, 6},                 // bit 37: the last one read
+        {{0x01, 0x80}, 6, 3, 3, 1, 1},                              // straddles a byte
+        {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, 7, 31, 0x7FFFFFFF, 4, 6},  // widest read, fifth byte
+        {{0x80, 0, 0, 0, 0x04}, 7, 31, 1, 4, 6},                    // bit 37: the last one read
         {{0x80, 0, 0, 0, 0}, 0, 1, 1, 0, 1},
-        {{0xA5, 0x5A, 0xC3}, 4, 12, 0x55A, 2, 0},                // ends on a byte edge
-        {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, 0, 32, 0, 4, 0},         // mask (1 << 32) - 1 is 0
+        {{0xA5, 0x5A, 0xC3}, 4, 12, 0x55A, 2, 0},          // ends on a byte edge
+        {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, 0, 32, 0, 4, 0},  // mask (1 << 32) - 1 is 0
     };
     for (const auto& c : cases) {
         const uint8_t* p = c.bytes;
@@ -62,7 +62,7 @@ TEST(ByteReader, FlushForwardAndBackward) {
         int32_t off, n, adv, off_after;
     };
     const Case cases[] = {
-        {7, 9, 2, 0}, {0, 0, 0, 0}, {3, 5, 1, 0}, {0, -1, -1, 7}, {3, -11, -1, 0},
+        {7, 9, 2, 0},    {0, 0, 0, 0},  {3, 5, 1, 0},   {0, -1, -1, 7},  {3, -11, -1, 0},
         {3, -12, -2, 7}, {7, -7, 0, 0}, {0, -8, -1, 0}, {5, 100, 13, 1},
     };
     uint8_t buf[64] = {};
@@ -173,7 +173,8 @@ TEST(WordWriters, ExistingContentsAndNextWord) {
         Kpl32u w[2] = {c.w0, c.w1};
         Kpl32u* p = w;
         Kpl32s f = c.f;
-        const KplStatus st = c.left ? kpliPutBitsLeftMost(&p, &f, c.code, c.n) : kpliPutBitsRightMost(&p, &f, c.code, c.n);
+        const KplStatus st =
+            c.left ? kpliPutBitsLeftMost(&p, &f, c.code, c.n) : kpliPutBitsRightMost(&p, &f, c.code, c.n);
         EXPECT_EQ(st, kplStsNoErr) << c.what;
         EXPECT_EQ(w[0], c.want0) << c.what;
         EXPECT_EQ(w[1], c.want1) << c.what;
@@ -205,7 +206,8 @@ TEST(WordWriters, RandomSequencesMatchBitModel) {
         ASSERT_EQ(fl, 32 - static_cast<int>(bits.size() % 32));
         for (size_t wi = 0; wi < full; ++wi) {
             uint32_t want = 0;
-            for (int b = 0; b < 32; ++b) want = (want << 1) | static_cast<uint32_t>(bits[wi * 32 + static_cast<size_t>(b)]);
+            for (int b = 0; b < 32; ++b)
+                want = (want << 1) | static_cast<uint32_t>(bits[wi * 32 + static_cast<size_t>(b)]);
             ASSERT_EQ(left[wi], want) << wi;
             ASSERT_EQ(right[wi], want) << wi;
         }

@@ -1,7 +1,7 @@
 // The shared object exports exactly the functions the public header declares.
+#include <cctype>
 #include <cstdio>
 #include <fstream>
-#include <cctype>
 #include <set>
 #include <sstream>
 #include <string>
@@ -25,7 +25,9 @@ std::set<std::string> header_functions() {
         size_t end = paren;
         while (end > at && std::isspace(static_cast<unsigned char>(text[end - 1]))) --end;
         size_t begin = end;
-        while (begin > at && (std::isalnum(static_cast<unsigned char>(text[begin - 1])) || text[begin - 1] == '_')) --begin;
+        while (begin > at &&
+               (std::isalnum(static_cast<unsigned char>(text[begin - 1])) || text[begin - 1] == '_'))
+            --begin;
         const std::string name = text.substr(begin, end - begin);
         if (name.rfind("kpl", 0) == 0) names.insert(name);
     }

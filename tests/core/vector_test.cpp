@@ -37,19 +37,31 @@ TEST(MulC, RoundingAndSaturation) {
         int16_t want;
     } cases[] = {
         // Right shifts round ties to even, for both signs.
-        {3, 1, 1, 2}, {5, 1, 1, 2}, {-3, 1, 1, -2}, {-5, 1, 1, -2},  // +-1.5, +-2.5
-        {10, 1, 2, 2}, {11, 1, 2, 3},                                // 2.5, 2.75
+        {3, 1, 1, 2},
+        {5, 1, 1, 2},
+        {-3, 1, 1, -2},
+        {-5, 1, 1, -2},  // +-1.5, +-2.5
+        {10, 1, 2, 2},
+        {11, 1, 2, 3},                // 2.5, 2.75
         {-32768, -32768, 15, 32767},  // 2^30 / 2^15 = 32768 saturates
         {-32768, -32768, 16, 16384},
-        {-32768, 32767, 30, -1},      // -0.99997 -> -1
-        {16384, -32768, 30, 0},       // -0.5 -> 0 (even)
-        {5, 7, 31, 0}, {5, 7, 1000, 0},  // shifts past the product's width
+        {-32768, 32767, 30, -1},  // -0.99997 -> -1
+        {16384, -32768, 30, 0},   // -0.5 -> 0 (even)
+        {5, 7, 31, 0},
+        {5, 7, 1000, 0},  // shifts past the product's width
         // Left shifts (negative sf) saturate, no shift saturates the product.
-        {-3, 1, -16, -32768}, {3, -1, -16, -32768}, {-3, -1, -20, 32767}, {0, 5, -20, 0}, {5, 0, -3, 0},
-        {1000, 1000, 0, 32767}, {-1000, 1000, 0, -32768}, {123, 1, 0, 123}, {-1, 0, 0, 0},
-        {300, 300, -1, 32767},        // clamped before the shift as well as after
+        {-3, 1, -16, -32768},
+        {3, -1, -16, -32768},
+        {-3, -1, -20, 32767},
+        {0, 5, -20, 0},
+        {5, 0, -3, 0},
+        {1000, 1000, 0, 32767},
+        {-1000, 1000, 0, -32768},
+        {123, 1, 0, 123},
+        {-1, 0, 0, 0},
+        {300, 300, -1, 32767},  // clamped before the shift as well as after
         {-2, 3, -2, -24},
-        {4096, 4, -1, 32767},         // 16384 << 1 saturates
+        {4096, 4, -1, 32767},  // 16384 << 1 saturates
     };
     for (const auto& c : cases) {
         int16_t v[3] = {c.x, c.x, c.x};
@@ -64,7 +76,8 @@ TEST(Threshold, GreaterAndLess) {
         int16_t v[3] = {12, 7, 10};
         ASSERT_EQ(kplsThreshold_16s_I(v, 3, 10, op), kplStsNoErr);
         const int16_t want[3] = {int16_t(op == 4 ? 10 : 12), int16_t(op == 4 ? 7 : 10), 10};
-        EXPECT_EQ(std::memcmp(v, want, sizeof v), 0) << "op " << op << ": " << v[0] << "," << v[1] << "," << v[2];
+        EXPECT_EQ(std::memcmp(v, want, sizeof v), 0)
+            << "op " << op << ": " << v[0] << "," << v[1] << "," << v[2];
     }
 }
 
@@ -83,8 +96,8 @@ TEST(SetRegion, StepsWiderEqualAndNarrower) {
 
 TEST(CopyAndSet, EveryLengthClassMatches) {
     Rng rng(11);
-    for (Kpl32s len : {1, 2, 3, 7, 8, 15, 16, 17, 31, 33, 64, 1023, 8191, 8192, 8193, 16383, 16384,
-                       20479, 20480, 20481, 100003}) {
+    for (Kpl32s len : {1,    2,    3,    7,    8,     15,    16,    17,    31,    33,    64,
+                       1023, 8191, 8192, 8193, 16383, 16384, 20479, 20480, 20481, 100003}) {
         Guarded src(static_cast<size_t>(len)), dst(static_cast<size_t>(len), 3);
         rng.fill(src.data(), src.size());
         ASSERT_EQ(kplsCopy_8u(src.data(), dst.data(), len), kplStsNoErr);
@@ -151,10 +164,14 @@ const VectorKernels& ref() {
 
 size_t random_len(Rng& rng) {
     switch (rng.range(0, 3)) {
-        case 0: return static_cast<size_t>(rng.range(1, 40));
-        case 1: return static_cast<size_t>(rng.range(1, 300));
-        case 2: return static_cast<size_t>(rng.range(1000, 5000));
-        default: return static_cast<size_t>(rng.range(20000, 70000));
+        case 0:
+            return static_cast<size_t>(rng.range(1, 40));
+        case 1:
+            return static_cast<size_t>(rng.range(1, 300));
+        case 2:
+            return static_cast<size_t>(rng.range(1000, 5000));
+        default:
+            return static_cast<size_t>(rng.range(20000, 70000));
     }
 }
 
@@ -176,7 +193,10 @@ void compare_16s(Fn VectorKernels::*member, int s_lo, int s_hi, Call call) {
             const int16_t v = pick_val(rng);
             const int s = rng.range(s_lo, s_hi);
             Guarded a(2 * len), b(2 * len);
-            if (rng.coin()) rng.fill(a.as<int16_t>(), len); else rng.fill_extreme(a.as<int16_t>(), len);
+            if (rng.coin())
+                rng.fill(a.as<int16_t>(), len);
+            else
+                rng.fill_extreme(a.as<int16_t>(), len);
             std::memcpy(b.data(), a.data(), 2 * len);
             call(ref().*member, a.as<int16_t>(), len, v, s);
             call(fn, b.as<int16_t>(), len, v, s);
@@ -198,11 +218,13 @@ TEST(VectorVariants, FillsAndCopiesMatchReference) {
         for (auto [isa, fn] : variants(kplvc::vector_kernels_for, member)) {
             SCOPED_TRACE(kplvc::cpu::isa_name(isa));
             for (int iter = 0; iter < 300; ++iter) {
-                const size_t len = random_len(rng), mis = sizeof(T) * static_cast<size_t>(rng.range(0, 32 / sizeof(T) - 1));
+                const size_t len = random_len(rng),
+                             mis = sizeof(T) * static_cast<size_t>(rng.range(0, 32 / sizeof(T) - 1));
                 Guarded g(sizeof(T) * len, mis);
                 const T v = static_cast<T>(rng.u32());
                 fn(g.as<T>(), v, len);
-                for (size_t i = 0; i < len; ++i) ASSERT_EQ(g.as<T>()[i], v) << "len " << len << " mis " << mis;
+                for (size_t i = 0; i < len; ++i)
+                    ASSERT_EQ(g.as<T>()[i], v) << "len " << len << " mis " << mis;
                 ASSERT_TRUE(g.intact()) << "len " << len << " mis " << mis;
             }
         }
@@ -211,15 +233,17 @@ TEST(VectorVariants, FillsAndCopiesMatchReference) {
     fills(&VectorKernels::set8_stream, uint8_t{});
     fills(&VectorKernels::set16, int16_t{});
     fills(&VectorKernels::set16_stream, int16_t{});
-    for (Copy VectorKernels::*m : {&VectorKernels::copy8, &VectorKernels::copy8_stream,
-                                   &VectorKernels::copy8_stream_prefetch}) {
+    for (Copy VectorKernels::*m :
+         {&VectorKernels::copy8, &VectorKernels::copy8_stream, &VectorKernels::copy8_stream_prefetch}) {
         for (auto [isa, fn] : variants(kplvc::vector_kernels_for, m)) {
             for (int iter = 0; iter < 300; ++iter) {
                 const size_t len = random_len(rng);
-                Guarded s(len, static_cast<size_t>(rng.range(0, 31))), d(len, static_cast<size_t>(rng.range(0, 31)));
+                Guarded s(len, static_cast<size_t>(rng.range(0, 31))),
+                    d(len, static_cast<size_t>(rng.range(0, 31)));
                 rng.fill(s.data(), len);
                 fn(s.data(), d.data(), len);
-                ASSERT_EQ(std::memcmp(s.data(), d.data(), len), 0) << kplvc::cpu::isa_name(isa) << " len " << len;
+                ASSERT_EQ(std::memcmp(s.data(), d.data(), len), 0)
+                    << kplvc::cpu::isa_name(isa) << " len " << len;
                 ASSERT_TRUE(d.intact() && s.intact());
             }
         }

@@ -48,7 +48,8 @@ std::vector<Kpl32s> describe(const std::vector<int>& level_bits, std::vector<Cod
 struct Table {
     Kpl32s* t = nullptr;
     explicit Table(const std::vector<Kpl32s>& d, bool rl = false) {
-        const KplStatus st = rl ? kpliVCHuffmanInitAllocRL_32s(d.data(), &t) : kpliVCHuffmanInitAlloc_32s(d.data(), &t);
+        const KplStatus st =
+            rl ? kpliVCHuffmanInitAllocRL_32s(d.data(), &t) : kpliVCHuffmanInitAlloc_32s(d.data(), &t);
         EXPECT_EQ(st, kplStsNoErr);
     }
     ~Table() { kpliVCHuffmanFree_32s(&t); }
@@ -94,7 +95,8 @@ std::vector<Code> random_code(Rng& rng, int maxlen, bool complete) {
         out.push_back({code, l, rng.range(-100000, 100000), rng.range(-32768, 32767)});
         ++code;
     }
-    for (size_t i = out.size(); i > 1; --i) std::swap(out[i - 1], out[static_cast<size_t>(rng.range(0, static_cast<int32_t>(i - 1)))]);
+    for (size_t i = out.size(); i > 1; --i)
+        std::swap(out[i - 1], out[static_cast<size_t>(rng.range(0, static_cast<int32_t>(i - 1)))]);
     return out;
 }
 
@@ -124,10 +126,18 @@ TEST(VlcBuild, SubTablesInFirstNeedOrder) {
     };
     const W words[] = {
         {0, 1},
-        {1, (8 << 8) | 0x80},            // prefix 0 -> sub-table at word 8
-        {2, (3 << 8) | 0x80},            // prefix 1 -> sub-table at word 3
-        {3, 2}, {4, (12 << 8) | 0}, {5, (13 << 8) | 0}, {6, (10 << 8) | 1}, {7, (10 << 8) | 1},
-        {8, 2}, {9, kInv}, {10, kInv}, {11, (11 << 8) | 1}, {12, (11 << 8) | 1},
+        {1, (8 << 8) | 0x80},  // prefix 0 -> sub-table at word 8
+        {2, (3 << 8) | 0x80},  // prefix 1 -> sub-table at word 3
+        {3, 2},
+        {4, (12 << 8) | 0},
+        {5, (13 << 8) | 0},
+        {6, (10 << 8) | 1},
+        {7, (10 << 8) | 1},
+        {8, 2},
+        {9, kInv},
+        {10, kInv},
+        {11, (11 << 8) | 1},
+        {12, (11 << 8) | 1},
         {13, kInv},
     };
     for (const auto& w : words) EXPECT_EQ(t[w.idx], w.want) << w.idx;
@@ -155,9 +165,9 @@ TEST(VlcDecode, ValidInvalidAndPosition) {
         int32_t off_after;
     };
     const Case cases[] = {
-        {0x40000000u, 31, kplStsNoErr, 9, 29},   // "01": exactly two bits
+        {0x40000000u, 31, kplStsNoErr, 9, 29},  // "01": exactly two bits
         {0x80000000u, 31, kplStsNoErr, 7, 30},
-        {0x00000001u, 0, kplStsNoErr, 7, 31},    // "1" at the last bit, looks into the next word
+        {0x00000001u, 0, kplStsNoErr, 7, 31},         // "1" at the last bit, looks into the next word
         {0x00000000u, 31, kplStsVLCErr, 0xF0F1, 27},  // four bits taken, none given back
     };
     for (const auto& c : cases) {
@@ -281,7 +291,7 @@ TEST(VlcRoundTrip, RandomPrefixCodesOneToThreeLevels) {
             Kpl32s v = 0;
             ASSERT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, tb.t), kplStsNoErr) << k;
             const Kpl32s want = rl ? static_cast<Kpl32s>((static_cast<uint32_t>(c.v2) << 8) |
-                                                        (static_cast<uint32_t>(c.v1) & 0xFFu))
+                                                         (static_cast<uint32_t>(c.v1) & 0xFFu))
                                    : c.v1;
             ASSERT_EQ(v, want) << k;
             pos += c.len;

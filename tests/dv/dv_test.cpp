@@ -44,7 +44,9 @@ TEST(DvTable, Construction) {
         std::vector<Kpl32s> a, b;
         std::vector<Range> words;
     } cases[] = {
-        {"M 9, one 1-bit code \"1\" fills the upper half", {9, 0, 0, 1, 1, 3, 5, 0, 0, 0, 0, 0, 0, 0, 0}, kEmpty,
+        {"M 9, one 1-bit code \"1\" fills the upper half",
+         {9, 0, 0, 1, 1, 3, 5, 0, 0, 0, 0, 0, 0, 0, 0},
+         kEmpty,
          {{257, 512, entry(3, 5, 1)}}},
         // 0 | 10 | 110 | 1110 | 1111 with M = 4; second table M = 2, "01" and "1".
         {"complete 4-bit code covers every word",
@@ -59,12 +61,15 @@ TEST(DvTable, Construction) {
           {513 + 1, 513 + 1, entry(9, 10, 6)}}},
         // value1 wider than 14 bits and value2 wider than 10 bits overlap the
         // neighbouring fields; a negative value1 sets every bit above bit 7.
-        {"entries are not masked", {1, 0, 0, 2, 0, 0x7FFFF, 0x7FF, 1, -1, 3}, kEmpty,
+        {"entries are not masked",
+         {1, 0, 0, 2, 0, 0x7FFFF, 0x7FF, 1, -1, 3},
+         kEmpty,
          {{1, 1, entry(0x7FFFF, 0x7FF, 1)}, {2, 2, 0xFFFFFF01u}}},
         // With M = 10 the second table's "0" spans words 513..1024 and "11"
         // starts at word 1281: only words below 1024 are written (the block
         // holds 1024 words and one byte; ASan catches a write past it).
-        {"codes beyond the block are not written", kEmpty,
+        {"codes beyond the block are not written",
+         kEmpty,
          {10, 0, 0, 1, 0, 6, 6, 1, 3, 7, 7, 0, 0, 0, 0, 0, 0, 0, 0},
          {{513, 1023, entry(6, 6, 5)}}},
     };
@@ -102,17 +107,14 @@ TEST(DvQuantInv, WorkedValues) {
         int16_t x, q, want;
     };
     const Case cases[] = {
-        {100, 16384, 100},       // q = 1.0
-        {3, 16384, 0},           // the two low bits are cleared
-        {-5, 16384, -8},         // ... also for negatives (towards minus infinity)
-        {-4, 16384, -4},
-        {-1, 1, -4},             // arithmetic shift: -1 >> 14 = -1
-        {1, 16383, 0},
-        {-32768, -32768, 0},     // 2^30 >> 14 = 65536 wraps to 0
-        {32767, 32767, -4},      // 65532 wraps to -4
-        {-32768, 32767, 0},      // -65534 wraps to 2, cleared to 0
-        {8191, 32767, 16380},
-        {12345, -16384, -12348},
+        {100, 16384, 100},                          // q = 1.0
+        {3, 16384, 0},                              // the two low bits are cleared
+        {-5, 16384, -8},                            // ... also for negatives (towards minus infinity)
+        {-4, 16384, -4},      {-1, 1, -4},          // arithmetic shift: -1 >> 14 = -1
+        {1, 16383, 0},        {-32768, -32768, 0},  // 2^30 >> 14 = 65536 wraps to 0
+        {32767, 32767, -4},                         // 65532 wraps to -4
+        {-32768, 32767, 0},                         // -65534 wraps to 2, cleared to 0
+        {8191, 32767, 16380}, {12345, -16384, -12348},
     };
     constexpr size_t n = sizeof cases / sizeof cases[0];
     // The entry point, then the reference kernel.
@@ -124,7 +126,8 @@ TEST(DvQuantInv, WorkedValues) {
         else
             kplvc::dv::dv_kernels_for(kplvc::cpu::Isa::c).quant_inv(blk, q);
         for (size_t i = 0; i < 64; ++i)
-            EXPECT_EQ(blk[i], cases[i % n].want) << "pass " << pass << " x=" << cases[i % n].x << " q=" << cases[i % n].q;
+            EXPECT_EQ(blk[i], cases[i % n].want)
+                << "pass " << pass << " x=" << cases[i % n].x << " q=" << cases[i % n].q;
     }
 }
 

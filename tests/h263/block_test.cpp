@@ -115,7 +115,8 @@ TEST(H263Block, IntraRoundTripMatchesDirectReconstruction) {
 // Every code word of the TCOEF lists decodes to its event through the three
 // lookup tables, with its length; every 12-bit look below 8 begins no code.
 TEST(H263Block, TcoefTablesMatchTheCodeLists) {
-    for (auto [file, adv] : {std::pair<const char*, bool>{"h263_tcoef.txt", false}, {"h263_advintra_tcoef.txt", true}}) {
+    for (auto [file, adv] :
+         {std::pair<const char*, bool>{"h263_tcoef.txt", false}, {"h263_advintra_tcoef.txt", true}}) {
         std::ifstream in(std::string(KPLVC_SHARED_DIR) + "/tables/" + file);
         ASSERT_TRUE(in.good());
         std::string line;
@@ -131,7 +132,7 @@ TEST(H263Block, TcoefTablesMatchTheCodeLists) {
             for (char ch : code) c12 = (c12 << 1) | static_cast<uint32_t>(ch - '0');
             c12 <<= 12 - code.size();
             using namespace kplvc::h263;
-            const uint32_t e = c12 >= 512 ? (adv ? advDCTtab0 : DCTtab0)[(c12 >> 5) - 16]
+            const uint32_t e = c12 >= 512   ? (adv ? advDCTtab0 : DCTtab0)[(c12 >> 5) - 16]
                                : c12 >= 128 ? (adv ? advDCTtab1 : DCTtab1)[(c12 >> 2) - 32]
                                             : (adv ? advDCTtab2 : DCTtab2)[c12 - 8];
             EXPECT_EQ(tcoef_len(e), code.size()) << file << " " << code;
@@ -205,7 +206,9 @@ TEST(H263Block, StreamErrorsLeaveThePositionAlone) {
     }
     // A run that lands exactly on 63 after RUN 62 from the DC is fine; one
     // more is -72 (escape LAST=1 RUN=63 at intra start 0 gives index 64).
-    for (auto [dc, want] : {std::pair<uint8_t, KplStatus>{0, kplStsIntraDCErr}, {128, kplStsIntraDCErr}, {1, kplStsCoefCountErr}}) {
+    for (auto [dc, want] : {std::pair<uint8_t, KplStatus>{0, kplStsIntraDCErr},
+                            {128, kplStsIntraDCErr},
+                            {1, kplStsCoefCountErr}}) {
         uint8_t buf[16] = {};
         Kpl8u* w = buf;
         int woff = 0;
@@ -227,8 +230,11 @@ TEST(H263Block, StreamErrorsLeaveThePositionAlone) {
 }
 
 TEST(H263Block, IntraDcOnly) {
-    for (auto [code, want, st] : {std::tuple<uint8_t, uint8_t, KplStatus>{255, 128, kplStsNoErr}, {1, 1, kplStsNoErr},
-                                  {254, 254, kplStsNoErr}, {0, 0x33, kplStsIntraDCErr}, {128, 0x33, kplStsIntraDCErr}}) {
+    for (auto [code, want, st] : {std::tuple<uint8_t, uint8_t, KplStatus>{255, 128, kplStsNoErr},
+                                  {1, 1, kplStsNoErr},
+                                  {254, 254, kplStsNoErr},
+                                  {0, 0x33, kplStsIntraDCErr},
+                                  {128, 0x33, kplStsIntraDCErr}}) {
         uint8_t buf[8] = {static_cast<uint8_t>(code >> 5), static_cast<uint8_t>(code << 3), 0, 0, 0, 0, 0, 0};
         Kpl8u* p = buf;
         int off = 5;
@@ -270,7 +276,9 @@ TEST(H263Block, AdvancedIntraPrediction) {
         Kpl8u* p = buf;
         int off = 0;
         Kpl16s row[8], col[8];
-        for (int k = 0; k < 8; ++k) row[k] = static_cast<Kpl16s>(k == 0 ? c.row0 : 10 * k), col[k] = static_cast<Kpl16s>(k == 0 ? c.col0 : -5 * k);
+        for (int k = 0; k < 8; ++k)
+            row[k] = static_cast<Kpl16s>(k == 0 ? c.row0 : 10 * k),
+            col[k] = static_cast<Kpl16s>(k == 0 ? c.col0 : -5 * k);
         uint8_t px[64];
         ASSERT_EQ(kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 8, row, col, 3, c.mode), kplStsNoErr);
         const int want_dc = c.want_dc;
@@ -344,12 +352,18 @@ TEST(H263Block, DecoderChecksInOrder) {
         {"inter null offset", kpliDecodeBlockCoef_Inter_H263_1u16s(&p, nullptr, res, 0), kplStsNullPtrErr},
         {"inter qp", kpliDecodeBlockCoef_Inter_H263_1u16s(&p, &off, res, 0), kplStsH263QPErr},
         {"dc only step", kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u(&p, &off, px, 7), kplStsBlockStepErr},
-        {"adv dst before step", kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, nullptr, 0, nullptr, col, 0, 0), kplStsNullPtrErr},
-        {"adv step before predictor", kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 7, nullptr, col, 0, 0), kplStsBlockStepErr},
-        {"adv predictor before qp", kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 8, row, nullptr, 0, 0), kplStsNullPtrErr},
-        {"adv qp before mode", kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 8, row, col, 0, 0), kplStsH263QPErr},
-        {"adv mode", kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 8, row, col, 1, 4), kplStsAdvIntraModeErr},
-        {"adv mode 0", kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 8, row, col, 31, 0), kplStsAdvIntraModeErr},
+        {"adv dst before step",
+         kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, nullptr, 0, nullptr, col, 0, 0), kplStsNullPtrErr},
+        {"adv step before predictor",
+         kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 7, nullptr, col, 0, 0), kplStsBlockStepErr},
+        {"adv predictor before qp",
+         kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 8, row, nullptr, 0, 0), kplStsNullPtrErr},
+        {"adv qp before mode", kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 8, row, col, 0, 0),
+         kplStsH263QPErr},
+        {"adv mode", kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 8, row, col, 1, 4),
+         kplStsAdvIntraModeErr},
+        {"adv mode 0", kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 8, row, col, 31, 0),
+         kplStsAdvIntraModeErr},
     };
     for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
     EXPECT_EQ(p, buf);

@@ -36,7 +36,10 @@ TEST(H263Copy, AveragesWithRoundingTypeZero) {
         for (int iter = 0; iter < 300; ++iter) {
             const int step = c.size + rng.range(0, 7) + (iter & 1);  // odd steps too
             std::vector<uint8_t> src(static_cast<size_t>(step * (c.size + 1) + 1));
-            if (iter % 3 == 0) rng.fill_extreme(src.data(), src.size()); else rng.fill(src.data(), src.size());
+            if (iter % 3 == 0)
+                rng.fill_extreme(src.data(), src.size());
+            else
+                rng.fill(src.data(), src.size());
             // Destination interleaved with the same step; bytes beyond the
             // block in each row must stay.
             std::vector<uint8_t> dst(static_cast<size_t>(step * c.size), 0x5A);
@@ -51,9 +54,12 @@ TEST(H263Copy, AveragesWithRoundingTypeZero) {
                     const int a = src[o], b = src[o + 1], d = src[o + static_cast<size_t>(step)],
                               e = src[o + static_cast<size_t>(step) + 1];
                     int want = a;
-                    if (c.hx && c.hy) want = (a + b + d + e + 2) >> 2;
-                    else if (c.hx) want = (a + b + 1) >> 1;
-                    else if (c.hy) want = (a + d + 1) >> 1;
+                    if (c.hx && c.hy)
+                        want = (a + b + d + e + 2) >> 2;
+                    else if (c.hx)
+                        want = (a + b + 1) >> 1;
+                    else if (c.hy)
+                        want = (a + d + 1) >> 1;
                     ASSERT_EQ(dst[o], want) << c.name << " at " << x << "," << y;
                 }
         }

@@ -18,7 +18,7 @@ TEST(H263Quant, ReconstructionRule) {
         int qp;
         int16_t want;
     };
-    const Case cases[] = {{1, 2, 5},   {1, 3, 9},     {-1, 3, -9},   {-1, 2, -5},  {0, 7, 0},
+    const Case cases[] = {{1, 2, 5},      {1, 3, 9},        {-1, 3, -9},    {-1, 2, -5},    {0, 7, 0},
                           {40, 31, 2047}, {-40, 31, -2048}, {33, 31, 2047}, {32, 31, 2015}, {-33, 31, -2048}};
     for (const auto& c : cases) {
         int16_t blk[64] = {};
@@ -38,10 +38,10 @@ TEST(H263Quant, FullBlockProductsWrapIn16Bits) {
     // clamps the same level to 2047.
     int16_t blk[64] = {};
     blk[9] = 2048;
-    blk[10] = 1500;   // 93000 wraps to 27464, + 31 -> clamp 2047
-    blk[11] = 1057;   // 2*31*1057 = 65534 wraps to -2: -2 + 31 = 29
-    blk[12] = -1057;  // the sign applies after the wrap: -29
-    blk[13] = -32768; // |L| stays 0x8000; 0x8000 * 2 wraps to 0: 0
+    blk[10] = 1500;    // 93000 wraps to 27464, + 31 -> clamp 2047
+    blk[11] = 1057;    // 2*31*1057 = 65534 wraps to -2: -2 + 31 = 29
+    blk[12] = -1057;   // the sign applies after the wrap: -29
+    blk[13] = -32768;  // |L| stays 0x8000; 0x8000 * 2 wraps to 0: 0
     kpliQuantInv_H263_C1I(blk, 16);
     EXPECT_EQ(blk[9], 0);
     int16_t b31[64] = {};
@@ -78,9 +78,15 @@ TEST(H263Quant, VariantsMatchReference) {
         for (int iter = 0; iter < 20000; ++iter) {
             int16_t a[64], b[64];
             switch (iter % 3) {
-                case 0: rng.fill(a, 64); break;
-                case 1: rng.fill_extreme(a, 64); break;
-                default: rng.fill(a, 64, -200, 200); break;
+                case 0:
+                    rng.fill(a, 64);
+                    break;
+                case 1:
+                    rng.fill_extreme(a, 64);
+                    break;
+                default:
+                    rng.fill(a, 64, -200, 200);
+                    break;
             }
             std::memcpy(b, a, sizeof a);
             // QP in and out of 1..31: the full-block forms do not check it.
@@ -88,7 +94,8 @@ TEST(H263Quant, VariantsMatchReference) {
             const int first = iter & 1;
             ref(a, first, qp);
             fn(b, first, qp);
-            ASSERT_EQ(std::memcmp(a, b, sizeof a), 0) << kplvc::cpu::isa_name(isa) << " qp " << qp << " iter " << iter;
+            ASSERT_EQ(std::memcmp(a, b, sizeof a), 0)
+                << kplvc::cpu::isa_name(isa) << " qp " << qp << " iter " << iter;
         }
     }
 }
@@ -112,7 +119,9 @@ TEST(H263Quant, ForwardQuantisersInSinglePrecision) {
             const float prod = static_cast<float>(x[i]) * m;
             double vi = x[i] > 0 ? double{prod} - 0.25 : (x[i] < 0 ? double{prod} + 0.25 : 0.0);
             const int qi = static_cast<int>(std::fmax(-2047.0, std::fmin(2047.0, std::trunc(vi))));
-            const int qa = i == 0 ? x[0] : static_cast<int>(std::fmax(-2047.0, std::fmin(2047.0, std::trunc(double{prod}))));
+            const int qa =
+                i == 0 ? x[0]
+                       : static_cast<int>(std::fmax(-2047.0, std::fmin(2047.0, std::trunc(double{prod}))));
             ASSERT_EQ(inter[i], qi) << "x " << x[i] << " qp " << qp;
             ASSERT_EQ(intra[i], qa) << "x " << x[i] << " qp " << qp;
             if (qi != 0) want_inter = i;
@@ -123,8 +132,8 @@ TEST(H263Quant, ForwardQuantisersInSinglePrecision) {
     }
     // x * m lands exactly on .25 above an integer: 0.25 dead zone gives 1.
     int16_t blk[64] = {};
-    blk[3] = 5;  // 5 * 0.5 = 2.5 - 0.25 = 2.25 -> 2
-    blk[4] = -3; // -1.5 + 0.25 = -1.25 -> -1
+    blk[3] = 5;   // 5 * 0.5 = 2.5 - 0.25 = 2.25 -> 2
+    blk[4] = -3;  // -1.5 + 0.25 = -1.25 -> -1
     int last = 0;
     kpliQuant_H263_C1I(blk, 1, &last);
     EXPECT_EQ(blk[3], 2);

@@ -17,7 +17,7 @@ using Decoder = KplStatus (*)(Kpl8u**, int*, Kpl8u*);
 
 struct CodeWord {
     std::string bits;
-    int value;      // expected output (-1: must be rejected)
+    int value;  // expected output (-1: must be rejected)
 };
 
 std::vector<std::vector<std::string>> rows(const char* file) {
@@ -39,9 +39,12 @@ std::vector<std::vector<std::string>> rows(const char* file) {
 std::vector<CodeWord> mcbpc(const char* file) {
     std::vector<CodeWord> out;
     for (const auto& r : rows(file)) {
-        if (r[2] == "stuffing") out.push_back({r[1], 255});
-        else if (r[2] == "5") out.push_back({r[1], -1});  // INTER4V+Q: rejected
-        else out.push_back({r[1], std::stoi(r[2]) | (std::stoi(r[3], nullptr, 2) << 4)});
+        if (r[2] == "stuffing")
+            out.push_back({r[1], 255});
+        else if (r[2] == "5")
+            out.push_back({r[1], -1});  // INTER4V+Q: rejected
+        else
+            out.push_back({r[1], std::stoi(r[2]) | (std::stoi(r[3], nullptr, 2) << 4)});
     }
     return out;
 }
@@ -116,7 +119,8 @@ TEST(H263Symbols, McbpcInterMatchesTheCodeListAndRejectsInter4vQ) {
 TEST(H263Symbols, CbpyAndModbMatchTheCodeLists) {
     std::vector<CodeWord> cbpy, modb;
     for (const auto& r : rows("h263_cbpy.txt")) cbpy.push_back({r[1], std::stoi(r[3], nullptr, 2)});
-    for (const auto& r : rows("h263_modb.txt")) modb.push_back({r[1], std::stoi(r[2]) | (std::stoi(r[3]) << 1)});
+    for (const auto& r : rows("h263_modb.txt"))
+        modb.push_back({r[1], std::stoi(r[2]) | (std::stoi(r[3]) << 1)});
     ASSERT_EQ(cbpy.size(), 16u);
     exhaustive(kpliDecodeCBPY_H263, cbpy, 6, kplStsCBPYErr);
     exhaustive(kpliDecodeMODB_H263, modb, 2, kplStsNoErr);
@@ -160,7 +164,10 @@ TEST(H263Symbols, MvdMatchesTheCodeList) {
 TEST(H263Symbols, VerticalCodeFailureWritesNothing) {
     Rng rng(3);
     // Horizontal "010" (+1), then eleven zeros and "1": no vertical code.
-    auto s = stream("010" "000000000001", 5, rng);
+    auto s = stream(
+        "010"
+        "000000000001",
+        5, rng);
     Kpl8u* p = s.data();
     int o = 5;
     Kpl16s mv[6] = {1, 2, 3, 4, 5, 6};
@@ -174,8 +181,13 @@ TEST(H263Symbols, VerticalCodeFailureWritesNothing) {
 TEST(H263Symbols, MedianPredictionAndWrap) {
     Rng rng(21);
     // Random candidates and differences against a sort-based median.
-    const std::map<int, std::string> diffs = {{0, "1"}, {1, "010"}, {-1, "011"}, {2, "0010"}, {-2, "0011"},
-                                              {-32, "0000000000101"}, {31, "0000000000110"}};
+    const std::map<int, std::string> diffs = {{0, "1"},
+                                              {1, "010"},
+                                              {-1, "011"},
+                                              {2, "0010"},
+                                              {-2, "0011"},
+                                              {-32, "0000000000101"},
+                                              {31, "0000000000110"}};
     for (int iter = 0; iter < 3000; ++iter) {
         Kpl16s mv[6];
         for (auto& m : mv) m = static_cast<Kpl16s>(rng.range(-32, 31));
@@ -200,7 +212,10 @@ TEST(H263Symbols, MedianPredictionAndWrap) {
     // 31 + 1 wraps to -32 and -32 - 1 to 31.
     Kpl16s mv[6] = {31, -32, 0, 0, 0, 0};
     Rng r2(1);
-    auto s = stream("010" "011", 0, r2);
+    auto s = stream(
+        "010"
+        "011",
+        0, r2);
     Kpl8u* p = s.data();
     int o = 0;
     ASSERT_EQ(kpliDecodeMV_TopBorder_H263(&p, &o, mv), kplStsNoErr);
@@ -214,9 +229,9 @@ TEST(H263Symbols, ModifiedQuantisation) {
         int32_t q_in, q_out, consumed;
     };
     const Case cases[] = {
-        {"11", 31, 26, 2}, {"10", 1, 3, 2},  {"11", 1, 2, 2},   {"10", 10, 9, 2}, {"11", 20, 22, 2},
-        {"10", 29, 26, 2}, {"11", 29, 31, 2}, {"11", 30, 31, 2}, {"011111", 5, 31, 6}, {"000000", 5, 0, 6},
-        {"010101", 31, 21, 6},
+        {"11", 31, 26, 2},    {"10", 1, 3, 2},     {"11", 1, 2, 2},       {"10", 10, 9, 2},
+        {"11", 20, 22, 2},    {"10", 29, 26, 2},   {"11", 29, 31, 2},     {"11", 30, 31, 2},
+        {"011111", 5, 31, 6}, {"000000", 5, 0, 6}, {"010101", 31, 21, 6},
     };
     Rng rng(2);
     for (const auto& c : cases)
@@ -239,7 +254,8 @@ TEST(H263Symbols, NullPointersInOrder) {
     Kpl8u out = 9;
     Kpl16s mv[6] = {};
     Kpl32s q = 5;
-    for (Decoder d : {kpliDecodeMCBPCIntra_H263, kpliDecodeMCBPCInter_H263, kpliDecodeMODB_H263, kpliDecodeCBPY_H263}) {
+    for (Decoder d :
+         {kpliDecodeMCBPCIntra_H263, kpliDecodeMCBPCInter_H263, kpliDecodeMODB_H263, kpliDecodeCBPY_H263}) {
         EXPECT_EQ(d(nullptr, &o, &out), kplStsNullPtrErr);
         EXPECT_EQ(d(&p, nullptr, &out), kplStsNullPtrErr);
         EXPECT_EQ(d(&nullp, &o, &out), kplStsNullPtrErr);

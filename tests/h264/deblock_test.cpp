@@ -83,7 +83,7 @@ TEST(Deblock, HandComputedLine) {
         int want[6];  // p2 p1 p0 q0 q1 q2
     };
     const Case cases[] = {
-        {"normal", 2, 20, {100, 101, 103, 105, 107, 108}},   // tc = 3, delta 4 -> 3
+        {"normal", 2, 20, {100, 101, 103, 105, 107, 108}},       // tc = 3, delta 4 -> 3
         {"strong, far", 4, 20, {100, 100, 102, 106, 108, 108}},  // 8 >= (20 >> 2) + 2
         {"strong, near", 4, 40, {101, 102, 103, 105, 106, 107}},
     };
@@ -100,7 +100,8 @@ TEST(Deblock, HandComputedLine) {
         ASSERT_EQ(kpliFilterDeblockingLuma_VerEdge_H264_8u_C1IR(f.blk(), Frame::kStep, alpha, beta, tc0, bs),
                   kplStsNoErr);
         for (int y = 0; y < 16; ++y)
-            for (int i = 0; i < 6; ++i) ASSERT_EQ(f.at(i - 3, y), c.want[i]) << c.what << " y " << y << " i " << i;
+            for (int i = 0; i < 6; ++i)
+                ASSERT_EQ(f.at(i - 3, y), c.want[i]) << c.what << " y " << y << " i " << i;
         EXPECT_EQ(f.at(-4, 0), 100);
         EXPECT_EQ(f.at(3, 0), 108);
     }
@@ -150,14 +151,13 @@ TEST(Deblock, StrengthRules) {
         bool same;
     };
     const Case cases[] = {
-        {"strengths[0] = 4 makes all of edge 0 strong",
-         {4, 2, 2, 2}, {4, 4, 4, 4}, true},
-        {"a 4 elsewhere on edge 0 is a normal filter",
-         {2, 4, 2, 2}, {2, 2, 2, 2}, true},
-        {"strong differs from normal",
-         {4, 4, 4, 4}, {2, 4, 4, 4}, false},
-        {"internal 4 is normal", {0, 0, 0, 0, 4, 4, 4, 4, 1, 1, 1, 1, 3, 3, 3, 3},
-         {0, 0, 0, 0, 3, 3, 3, 3, 1, 1, 1, 1, 3, 3, 3, 3}, true},
+        {"strengths[0] = 4 makes all of edge 0 strong", {4, 2, 2, 2}, {4, 4, 4, 4}, true},
+        {"a 4 elsewhere on edge 0 is a normal filter", {2, 4, 2, 2}, {2, 2, 2, 2}, true},
+        {"strong differs from normal", {4, 4, 4, 4}, {2, 4, 4, 4}, false},
+        {"internal 4 is normal",
+         {0, 0, 0, 0, 4, 4, 4, 4, 1, 1, 1, 1, 3, 3, 3, 3},
+         {0, 0, 0, 0, 3, 3, 3, 3, 1, 1, 1, 1, 3, 3, 3, 3},
+         true},
     };
     for (const auto& api : kApis) {
         if (api.chroma) continue;
@@ -178,9 +178,9 @@ TEST(Deblock, ZeroStrengthLinesUntouched) {
         };
         const Case cases[] = {
             {{0}},
-            {{4, 0, 4, 4}},                                          // strong edge 0, segment 1 off
+            {{4, 0, 4, 4}},  // strong edge 0, segment 1 off
             {{2, 0, 3, 1, 0, 0, 0, 0, 1, 0, 2, 2, 0, 0, 0, 0}},
-            {{0, 0, 0, 0, 2, 2, 2, 2, 0, 0, 0, 0, 0, 0, 0, 0}},      // chroma ignores luma edge 1
+            {{0, 0, 0, 0, 2, 2, 2, 2, 0, 0, 0, 0, 0, 0, 0, 0}},  // chroma ignores luma edge 1
         };
         for (const auto& c : cases) {
             const auto before = run_on(nullptr, api.vertical, nullptr, 9);
@@ -236,7 +236,8 @@ TEST(Deblock, ZeroStrengthEdgeZeroReadsNothingOutside) {
     const Kpl8u a[2] = {40, 40}, b[2] = {10, 10}, t[16] = {};
     const Kpl8u bs[16] = {0, 0, 0, 0, 2, 2, 2, 2, 3, 3, 3, 3, 1, 1, 1, 1};
     std::memset(gp.flush_start(), 90, 256);
-    for (const auto& api : kApis) EXPECT_EQ(api.api(gp.flush_start(), 16, a, b, t, bs), kplStsNoErr) << api.name;
+    for (const auto& api : kApis)
+        EXPECT_EQ(api.api(gp.flush_start(), 16, a, b, t, bs), kplStsNoErr) << api.name;
 }
 
 // ---- Variants against the reference -----------------------------------------------
@@ -259,7 +260,9 @@ TEST(DeblockVariants, MatchReferenceOnFramesWhereFiltersFire) {
                 Kpl8u bs[16], tc0[16];
                 const int pattern = rng.range(0, 3);
                 for (int i = 0; i < 16; ++i) {
-                    bs[i] = static_cast<Kpl8u>(pattern == 0 ? rng.range(0, 4) : pattern == 1 ? 2 : rng.range(0, 3));
+                    bs[i] = static_cast<Kpl8u>(pattern == 0   ? rng.range(0, 4)
+                                               : pattern == 1 ? 2
+                                                              : rng.range(0, 3));
                     const Row& r = i < 4 ? ra : rb;
                     tc0[i] = static_cast<Kpl8u>(bs[i] == 0 || bs[i] == 4 ? r.tc0[2] : r.tc0[bs[i] - 1]);
                 }
@@ -271,7 +274,8 @@ TEST(DeblockVariants, MatchReferenceOnFramesWhereFiltersFire) {
                 if (rng.range(0, 9) == 0)
                     rng.fill_extreme(a.data(), n);
                 else
-                    smooth(rng, a.data(), step, step, 28, alpha[rng.range(0, 1)], beta[rng.range(0, 1)], en.vertical);
+                    smooth(rng, a.data(), step, step, 28, alpha[rng.range(0, 1)], beta[rng.range(0, 1)],
+                           en.vertical);
                 std::memcpy(b.data(), a.data(), n);
                 const std::vector<uint8_t> input(a.data(), a.data() + n);
                 uint8_t* pa = a.data() + 6 * step + 6;
@@ -329,8 +333,8 @@ TEST(DeblockVariants, MatchReferenceWithAnyParameters) {
                     if (rng.range(0, 3) == 0)
                         rng.fill_extreme(a.data(), n);
                     else
-                        smooth(rng, a.data(), step, step, 28, alpha[rng.range(0, 1)] | 1, beta[rng.range(0, 1)] | 1,
-                               en.vertical);
+                        smooth(rng, a.data(), step, step, 28, alpha[rng.range(0, 1)] | 1,
+                               beta[rng.range(0, 1)] | 1, en.vertical);
                     std::memcpy(b.data(), a.data(), n);
                     (c.*en.m)(a.data() + 6 * step + 6, step, alpha, beta, tc0, bs);
                     fn(b.data() + 6 * step + 6, step, alpha, beta, tc0, bs);

@@ -43,9 +43,11 @@ std::vector<uint8_t> synthetic_picture() {
     kplvc::test::Rng rng(2024);
     for (int y = 0; y < H; ++y)
         for (int x = 0; x < W; ++x) {
-            double v = 60 + 1.5 * x + 0.8 * y + (x + y > 70 ? 50 : 0) + 12 * std::sin(x * 0.3) * std::cos(y * 0.2);
+            double v =
+                60 + 1.5 * x + 0.8 * y + (x + y > 70 ? 50 : 0) + 12 * std::sin(x * 0.3) * std::cos(y * 0.2);
             v += rng.range(-3, 3);
-            pic[static_cast<size_t>(y * W + x)] = static_cast<uint8_t>(std::lround(std::fmin(255.0, std::fmax(0.0, v))));
+            pic[static_cast<size_t>(y * W + x)] =
+                static_cast<uint8_t>(std::lround(std::fmin(255.0, std::fmax(0.0, v))));
         }
     return pic;
 }
@@ -85,7 +87,8 @@ std::vector<uint8_t> code_picture(const std::vector<uint8_t>& src, int qp, int* 
                 }
                 int sad = 0;
                 for (int y = 0; y < 4; ++y)
-                    for (int x = 0; x < 4; ++x) sad += std::abs(b[y * S + x] - src[static_cast<size_t>((by + y) * W + bx + x)]);
+                    for (int x = 0; x < 4; ++x)
+                        sad += std::abs(b[y * S + x] - src[static_cast<size_t>((by + y) * W + bx + x)]);
                 if (sad < best_sad) {
                     best_sad = sad, best_mode = mode;
                     for (int y = 0; y < 4; ++y) std::memcpy(best_pred + 4 * y, b + y * S, 4);
@@ -95,11 +98,13 @@ std::vector<uint8_t> code_picture(const std::vector<uint8_t>& src, int qp, int* 
             int16_t coef[16];
             for (int y = 0; y < 4; ++y)
                 for (int x = 0; x < 4; ++x)
-                    coef[4 * y + x] = static_cast<int16_t>(src[static_cast<size_t>((by + y) * W + bx + x)] - best_pred[4 * y + x]);
+                    coef[4 * y + x] = static_cast<int16_t>(src[static_cast<size_t>((by + y) * W + bx + x)] -
+                                                           best_pred[4 * y + x]);
             Kpl8u count = 0, last = 0;
             EXPECT_EQ(kpliTransformQuantResidual_H264_16s_C1I(coef, qp, &count, 1, scan, &last), kplStsNoErr);
-            EXPECT_EQ(kpliDequantTransformResidualAndAdd_H264_16s_C1I(best_pred, coef, nullptr, blk, 4, S, qp, 1),
-                      kplStsNoErr);
+            EXPECT_EQ(
+                kpliDequantTransformResidualAndAdd_H264_16s_C1I(best_pred, coef, nullptr, blk, 4, S, qp, 1),
+                kplStsNoErr);
         }
     return rec;
 }
@@ -118,8 +123,10 @@ void deblock_picture(std::vector<uint8_t>& rec, int qp) {
                 tc0[i] = static_cast<Kpl8u>(r.tc0[2]);
             }
             uint8_t* mb = rec.data() + my * S + mx;
-            ASSERT_EQ(kpliFilterDeblockingLuma_VerEdge_H264_8u_C1IR(mb, S, alpha, beta, tc0, bs_v), kplStsNoErr);
-            ASSERT_EQ(kpliFilterDeblockingLuma_HorEdge_H264_8u_C1IR(mb, S, alpha, beta, tc0, bs_h), kplStsNoErr);
+            ASSERT_EQ(kpliFilterDeblockingLuma_VerEdge_H264_8u_C1IR(mb, S, alpha, beta, tc0, bs_v),
+                      kplStsNoErr);
+            ASSERT_EQ(kpliFilterDeblockingLuma_HorEdge_H264_8u_C1IR(mb, S, alpha, beta, tc0, bs_h),
+                      kplStsNoErr);
         }
 }
 
@@ -127,9 +134,11 @@ void deblock_picture(std::vector<uint8_t>& rec, int qp) {
 long edge_steps(const std::vector<uint8_t>& p) {
     long sum = 0;
     for (int y = 0; y < H; ++y)
-        for (int x = 4; x < W; x += 4) sum += std::abs(p[static_cast<size_t>(y * W + x)] - p[static_cast<size_t>(y * W + x - 1)]);
+        for (int x = 4; x < W; x += 4)
+            sum += std::abs(p[static_cast<size_t>(y * W + x)] - p[static_cast<size_t>(y * W + x - 1)]);
     for (int y = 4; y < H; y += 4)
-        for (int x = 0; x < W; ++x) sum += std::abs(p[static_cast<size_t>(y * W + x)] - p[static_cast<size_t>((y - 1) * W + x)]);
+        for (int x = 0; x < W; ++x)
+            sum += std::abs(p[static_cast<size_t>(y * W + x)] - p[static_cast<size_t>((y - 1) * W + x)]);
     return sum;
 }
 

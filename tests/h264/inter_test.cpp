@@ -11,8 +11,8 @@
 #include "kplvc.h"
 #include "support/support.h"
 
-using kplvc::h264::InterKernels;
 using kplvc::h264::inter_kernels_for;
+using kplvc::h264::InterKernels;
 using kplvc::test::Guarded;
 using kplvc::test::Rng;
 
@@ -54,8 +54,8 @@ void expect_luma(Plane& pl, KpliSize sz, int xf, int yf, const std::function<int
         for (int y = 0; y < h; ++y)
             for (int x = 0; x < w; ++x)
                 ASSERT_EQ(got[static_cast<size_t>(y * w + x)], want(x, y))
-                    << what << " " << via << " " << w << "x" << h << " pos (" << xf << "," << yf << ") at (" << x
-                    << "," << y << ")";
+                    << what << " " << via << " " << w << "x" << h << " pos (" << xf << "," << yf << ") at ("
+                    << x << "," << y << ")";
     };
     ASSERT_EQ(kpliInterpolateLuma_H264_8u_C1R(pl.origin(), pl.step, got.data(), w, xf, yf, sz), kplStsNoErr);
     check("public");
@@ -73,7 +73,9 @@ TEST(InterLuma, FlatReferenceGivesItsValueEverywhere) {
     for (int v : {0, 1, 128, 254, 255})
         for (KpliSize sz : kLuma) {
             Plane pl(sz.width, sz.height, [v](int, int) { return v; });
-            for (int p = 0; p < 16; ++p) expect_luma(pl, sz, p % 4, p / 4, [v](int, int) { return v; }, "flat");
+            for (int p = 0; p < 16; ++p)
+                expect_luma(
+                    pl, sz, p % 4, p / 4, [v](int, int) { return v; }, "flat");
         }
 }
 
@@ -85,12 +87,14 @@ TEST(InterLuma, RampsAlongEachAxis) {
         if (sz.width <= 8) {  // the ramp stays below 256 over the window
             Plane pl(sz.width, sz.height, [](int x, int) { return 100 + 10 * x; });
             for (int p = 0; p < 16; ++p)
-                expect_luma(pl, sz, p % 4, p / 4, [p](int x, int) { return kCol0[p % 4] + 10 * x; }, "ramp x");
+                expect_luma(
+                    pl, sz, p % 4, p / 4, [p](int x, int) { return kCol0[p % 4] + 10 * x; }, "ramp x");
         }
         if (sz.height <= 8) {
             Plane pl(sz.width, sz.height, [](int, int y) { return 100 + 10 * y; });
             for (int p = 0; p < 16; ++p)
-                expect_luma(pl, sz, p % 4, p / 4, [p](int, int y) { return kCol0[p / 4] + 10 * y; }, "ramp y");
+                expect_luma(
+                    pl, sz, p % 4, p / 4, [p](int, int y) { return kCol0[p / 4] + 10 * y; }, "ramp y");
         }
     }
 }
@@ -112,7 +116,8 @@ TEST(InterLuma, StepEdgeClipsBothWays) {
     };
     for (const auto& c : cases) {
         Plane pl(4, 4, [&](int x, int) { return (x >= 1) == c.rising ? 255 : 0; });
-        expect_luma(pl, {4, 4}, c.xf, 0, [&](int x, int) { return c.col[x]; }, c.rising ? "rising" : "falling");
+        expect_luma(
+            pl, {4, 4}, c.xf, 0, [&](int x, int) { return c.col[x]; }, c.rising ? "rising" : "falling");
     }
 }
 
@@ -121,7 +126,8 @@ TEST(InterLuma, StepEdgeClipsBothWays) {
 TEST(InterLuma, CentreRoundsOnce) {
     static constexpr int kJ[4][4] = {{100, 0, 5, 0}, {0, 6, 0, 0}, {5, 0, 0, 0}, {0, 0, 0, 0}};
     Plane pl(4, 4, [](int x, int y) { return x == 0 && y == 0 ? 255 : 0; });
-    expect_luma(pl, {4, 4}, 2, 2, [](int x, int y) { return kJ[y][x]; }, "spike j");
+    expect_luma(
+        pl, {4, 4}, 2, 2, [](int x, int y) { return kJ[y][x]; }, "spike j");
     std::vector<uint8_t> out(16);
     for (const auto& [isa, k] : all_tables()) {
         k.luma[6][6](pl.origin(), pl.step, out.data(), 4);  // f
@@ -145,12 +151,15 @@ TEST(InterLuma, CentreSumAtItsLimits) {
         std::vector<uint8_t> out(static_cast<size_t>(sz.width * sz.height));
         const int si = kplvc::h264::luma_size_index(sz.width, sz.height);
         for (int want : {255, 0}) {
-            Plane pl(sz.width, sz.height, [&](int x, int y) { return (tap_sign(wrap(x), wrap(y)) > 0) == (want == 255) ? 255 : 0; });
+            Plane pl(sz.width, sz.height, [&](int x, int y) {
+                return (tap_sign(wrap(x), wrap(y)) > 0) == (want == 255) ? 255 : 0;
+            });
             for (const auto& [isa, k] : all_tables()) {
                 k.luma[si][10](pl.origin(), pl.step, out.data(), sz.width);
                 for (int y = 0; y < sz.height; y += 6)
                     for (int x = 0; x < sz.width; x += 6)
-                        EXPECT_EQ(out[static_cast<size_t>(y * sz.width + x)], want) << kplvc::cpu::isa_name(isa);
+                        EXPECT_EQ(out[static_cast<size_t>(y * sz.width + x)], want)
+                            << kplvc::cpu::isa_name(isa);
             }
         }
     }
@@ -199,36 +208,38 @@ struct WeightCase {
 
 TEST(InterWeight, FormulaCases) {
     const WeightCase cases[] = {
-        {10, 11, 0, 1, 1, 0, 0, 11},            // default average rounds up
-        {100, 200, 5, 40, 24, 3, -2, 139},      // explicit: 138 + 1
-        {100, 200, 5, 48, 16, 0, 0, 125},       // implicit
-        {100, 100, 0, 1, 1, -3, -2, 98},        // (-5 + 1) >> 1 = -2
-        {100, 100, 0, 1, 1, -1, -2, 99},        // -1
-        {100, 100, 0, 1, 1, 1, 2, 102},         // 2
-        {255, 255, 0, 128, 128, 127, 127, 255}, // 32767 before the clip
+        {10, 11, 0, 1, 1, 0, 0, 11},               // default average rounds up
+        {100, 200, 5, 40, 24, 3, -2, 139},         // explicit: 138 + 1
+        {100, 200, 5, 48, 16, 0, 0, 125},          // implicit
+        {100, 100, 0, 1, 1, -3, -2, 98},           // (-5 + 1) >> 1 = -2
+        {100, 100, 0, 1, 1, -1, -2, 99},           // -1
+        {100, 100, 0, 1, 1, 1, 2, 102},            // 2
+        {255, 255, 0, 128, 128, 127, 127, 255},    // 32767 before the clip
         {255, 255, 0, -128, -128, -128, -128, 0},  // -32768
-        {255, 0, 5, -64, 128, 0, 0, 0},         // -255
-        {0, 255, 7, 0, 128, 0, 0, 128},         // (32640 + 128) >> 8
-        {1, 0, 0, 1, 0, 0, 0, 1},               // (1 + 1) >> 1
+        {255, 0, 5, -64, 128, 0, 0, 0},            // -255
+        {0, 255, 7, 0, 128, 0, 0, 128},            // (32640 + 128) >> 8
+        {1, 0, 0, 1, 0, 0, 0, 1},                  // (1 + 1) >> 1
         {255, 255, 7, 128, 128, -128, -128, 127},
         {37, 201, 3, -7, 19, 5, -9, 221},
         // Either side of |w0| + |w1| = 128 with weights that fit bytes.
-        {255, 255, 0, 127, 1, 127, 127, 255},   // 16320 + 127
-        {255, 255, 0, 127, 2, -128, -128, 255}, // 16448 - 128
+        {255, 255, 0, 127, 1, 127, 127, 255},    // 16320 + 127
+        {255, 255, 0, 127, 2, -128, -128, 255},  // 16448 - 128
         {255, 255, 0, -128, 0, -128, -128, 0},
-        {200, 100, 6, 100, 28, -7, 3, 176},     // 22864 >> 7 = 178, (-3) >> 1 = -2
-        {13, 250, 2, -3, 5, 0, 0, 151},         // 1215 >> 3
-        {255, 1, 7, 127, 1, 0, 0, 127},         // (32385 + 1 + 128) >> 8       // (-259 + 3819 + 8) >> 4 = 223, (-3) >> 1 = -2
+        {200, 100, 6, 100, 28, -7, 3, 176},  // 22864 >> 7 = 178, (-3) >> 1 = -2
+        {13, 250, 2, -3, 5, 0, 0, 151},      // 1215 >> 3
+        {255, 1, 7, 127, 1, 0, 0,
+         127},  // (32385 + 1 + 128) >> 8       // (-259 + 3819 + 8) >> 4 = 223, (-3) >> 1 = -2
     };
     for (const auto& c : cases) {
         const int want = c.want;
-        for (KpliSize sz : {KpliSize{16, 16}, KpliSize{16, 8}, KpliSize{8, 16}, KpliSize{8, 8}, KpliSize{8, 4},
-                            KpliSize{4, 8}, KpliSize{4, 4}, KpliSize{4, 2}, KpliSize{2, 4}, KpliSize{2, 2}}) {
+        for (KpliSize sz :
+             {KpliSize{16, 16}, KpliSize{16, 8}, KpliSize{8, 16}, KpliSize{8, 8}, KpliSize{8, 4},
+              KpliSize{4, 8}, KpliSize{4, 4}, KpliSize{4, 2}, KpliSize{2, 4}, KpliSize{2, 2}}) {
             Guarded a(16 * 16), b(16 * 16);
             std::memset(a.data(), c.p0, a.size());
             std::memset(b.data(), c.p1, b.size());
-            ASSERT_EQ(kpliWeightedAverage_H264_8u_C1IR(a.data(), 16, b.data(), 16, c.log_wd, c.w0, c.w1, c.o0, c.o1,
-                                                       sz),
+            ASSERT_EQ(kpliWeightedAverage_H264_8u_C1IR(a.data(), 16, b.data(), 16, c.log_wd, c.w0, c.w1, c.o0,
+                                                       c.o1, sz),
                       kplStsNoErr);
             for (int y = 0; y < 16; ++y)
                 for (int x = 0; x < 16; ++x) {
@@ -244,8 +255,10 @@ TEST(InterWeight, FormulaCases) {
 // Single-list explicit weighting: the second prediction is the first one
 // (same buffer and step), w1 = w0 and o1 = o0.
 TEST(InterWeight, SingleListInPlace) {
-    const WeightCase cases[] = {{100, 100, 1, 3, 3, -5, -5, 145}, {100, 100, 0, 2, 2, 10, 10, 210},
-                                {200, 200, 6, -128, -128, 127, 127, 0}, {7, 7, 3, 128, 128, -128, -128, 0}};
+    const WeightCase cases[] = {{100, 100, 1, 3, 3, -5, -5, 145},
+                                {100, 100, 0, 2, 2, 10, 10, 210},
+                                {200, 200, 6, -128, -128, 127, 127, 0},
+                                {7, 7, 3, 128, 128, -128, -128, 0}};
     for (const auto& c : cases) {
         for (const auto& [isa, k] : all_tables()) {
             for (int wi = 0; wi < 4; ++wi) {
@@ -255,7 +268,8 @@ TEST(InterWeight, SingleListInPlace) {
                 const int w = 16 >> wi;
                 for (int y = 0; y < 4; ++y)
                     for (int x = 0; x < 24; ++x)
-                        ASSERT_EQ(buf[24 * y + x], x < w ? c.want : c.p0) << kplvc::cpu::isa_name(isa) << " w " << w;
+                        ASSERT_EQ(buf[24 * y + x], x < w ? c.want : c.p0)
+                            << kplvc::cpu::isa_name(isa) << " w " << w;
             }
         }
     }
@@ -313,16 +327,18 @@ TEST(InterArgs, FirstFailingCheckWinsAndNothingIsWritten) {
     Rng rng(5);
     rng.fill(src.data(), src.size());
     rng.fill(dst.data(), dst.size());
-    const std::vector<uint8_t> s0(src.data(), src.data() + src.size()), d0(dst.data(), dst.data() + dst.size());
+    const std::vector<uint8_t> s0(src.data(), src.data() + src.size()),
+        d0(dst.data(), dst.data() + dst.size());
     for (const auto& c : cases) {
         // The source pointer leaves room for the window's two rows and columns before it.
         const uint8_t* s = c.null_src ? nullptr : src.data() + 2 * 32 + 2;
         uint8_t* d = c.null_dst ? nullptr : dst.data();
         const KpliSize sz{c.w, c.h};
         const KplStatus got =
-            c.fn == aLuma     ? kpliInterpolateLuma_H264_8u_C1R(s, c.step, d, c.step2, c.xf, c.yf, sz)
-            : c.fn == aChroma ? kpliInterpolateChroma_H264_8u_C1R(s, c.step, d, c.step2, c.xf, c.yf, sz)
-                              : kpliWeightedAverage_H264_8u_C1IR(d, c.step, s, c.step2, c.xf, c.yf, c.w1, c.o0, c.o1, sz);
+            c.fn == aLuma ? kpliInterpolateLuma_H264_8u_C1R(s, c.step, d, c.step2, c.xf, c.yf, sz)
+            : c.fn == aChroma
+                ? kpliInterpolateChroma_H264_8u_C1R(s, c.step, d, c.step2, c.xf, c.yf, sz)
+                : kpliWeightedAverage_H264_8u_C1IR(d, c.step, s, c.step2, c.xf, c.yf, c.w1, c.o0, c.o1, sz);
         EXPECT_EQ(got, c.want) << c.what;
         EXPECT_TRUE(std::equal(d0.begin(), d0.end(), dst.data())) << c.what << ": output touched";
         EXPECT_TRUE(std::equal(s0.begin(), s0.end(), src.data())) << c.what << ": source touched";
@@ -335,7 +351,8 @@ TEST(InterArgs, RangeLimitsAccepted) {
     uint8_t a[64] = {}, b[64] = {};
     for (int w : {-128, 128})
         for (int o : {-128, 127})
-            for (int l : {0, 7}) EXPECT_EQ(kpliWeightedAverage_H264_8u_C1IR(a, 8, b, 8, l, w, w, o, o, {8, 8}), kplStsNoErr);
+            for (int l : {0, 7})
+                EXPECT_EQ(kpliWeightedAverage_H264_8u_C1IR(a, 8, b, 8, l, w, w, o, o, {8, 8}), kplStsNoErr);
 }
 
 }  // namespace

@@ -2,8 +2,8 @@
 // reads confined to the window (guard pages, samples outside the window
 // changed), and the caller's two ways of providing the window.
 #include <algorithm>
-#include <cstdlib>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -13,8 +13,8 @@
 #include "support/support.h"
 
 using kplvc::cpu::Isa;
-using kplvc::h264::InterKernels;
 using kplvc::h264::inter_kernels_for;
+using kplvc::h264::InterKernels;
 using kplvc::h264::kChromaH;
 using kplvc::h264::kChromaSizes;
 using kplvc::h264::kChromaW;
@@ -50,13 +50,27 @@ void fill_window(Rng& rng, uint8_t* p, int32_t step, int w, int h, int kind) {
         for (int x = 0; x < w; ++x) {
             uint8_t v;
             switch (kind) {
-                case 0: v = rng.u8(); break;
-                case 1: v = rng.coin() ? 255 : 0; break;
-                case 2: v = sign(x + phase_x) * sign(y + phase_y) > 0 ? 255 : 0; break;
-                case 3: v = sign(x + phase_x) * sign(y + phase_y) > 0 ? 0 : 255; break;
-                case 4: v = sign(x + phase_x) > 0 ? 255 : 0; break;
-                case 5: v = static_cast<uint8_t>(rng.coin() ? rng.range(0, 3) : rng.range(252, 255)); break;
-                default: v = (x + phase_x) % 4 < 2 ? 255 : 0; break;
+                case 0:
+                    v = rng.u8();
+                    break;
+                case 1:
+                    v = rng.coin() ? 255 : 0;
+                    break;
+                case 2:
+                    v = sign(x + phase_x) * sign(y + phase_y) > 0 ? 255 : 0;
+                    break;
+                case 3:
+                    v = sign(x + phase_x) * sign(y + phase_y) > 0 ? 0 : 255;
+                    break;
+                case 4:
+                    v = sign(x + phase_x) > 0 ? 255 : 0;
+                    break;
+                case 5:
+                    v = static_cast<uint8_t>(rng.coin() ? rng.range(0, 3) : rng.range(252, 255));
+                    break;
+                default:
+                    v = (x + phase_x) % 4 < 2 ? 255 : 0;
+                    break;
             }
             p[static_cast<intptr_t>(y) * step + x] = v;
         }
@@ -88,8 +102,8 @@ TEST(InterVariants, LumaEverySizeAndPosition) {
                     Guarded src(static_cast<size_t>(sstep) * (h + 5), static_cast<size_t>(rng.range(0, 15)));
                     fill_window(rng, src.data(), sstep, sstep, h + 5, t % kKinds);
                     const uint8_t* org = src.data() + 2 * sstep + 2;
-                    Guarded a(static_cast<size_t>(dstep) * h, 0), b(static_cast<size_t>(dstep) * h,
-                                                                   static_cast<size_t>(rng.range(0, 15)));
+                    Guarded a(static_cast<size_t>(dstep) * h, 0),
+                        b(static_cast<size_t>(dstep) * h, static_cast<size_t>(rng.range(0, 15)));
                     std::memset(a.data(), 0x3C, a.size());
                     std::memset(b.data(), 0x3C, b.size());
                     const std::vector<uint8_t> before(src.data(), src.data() + src.size());
@@ -137,7 +151,8 @@ TEST(InterVariants, ChromaEverySizeAndFraction) {
                 ASSERT_TRUE(b.intact() && src.intact());
             }
         };
-        for (const auto& [isa, fn] : changed<kplvc::h264::ChromaFn>([&](const InterKernels& k) { return k.chroma[s]; }))
+        for (const auto& [isa, fn] :
+             changed<kplvc::h264::ChromaFn>([&](const InterKernels& k) { return k.chroma[s]; }))
             run(fn, isa, false);
         for (const auto& [isa, fn] :
              changed<kplvc::h264::CopyFn>([&](const InterKernels& k) { return k.chroma_copy[s]; }))
@@ -155,15 +170,16 @@ struct Params {
 TEST(InterVariants, WeightingEveryWidth) {
     const InterKernels ref = inter_kernels_for(Isa::c);
     static constexpr int kHeights[4][3] = {{16, 8, 8}, {16, 8, 4}, {8, 4, 2}, {4, 2, 2}};
-    const Params extremes[] = {{0, 128, 128, 127, 127},   {0, -128, -128, -128, -128}, {7, 128, 128, -128, -128},
-                               {7, -128, 128, 127, -128}, {5, -64, 128, 0, 0},         {0, 1, 1, 0, 0},
+    const Params extremes[] = {{0, 128, 128, 127, 127},   {0, -128, -128, -128, -128},
+                               {7, 128, 128, -128, -128}, {7, -128, 128, 127, -128},
+                               {5, -64, 128, 0, 0},       {0, 1, 1, 0, 0},
                                {1, 0, 0, 127, 127},       {6, 127, -128, -1, -2}};
-    const Params small_extremes[] = {{7, 64, 64, 127, 127},   {0, 127, 1, 127, 127},  {0, -128, 0, -128, -128},
-                                     {7, -128, 0, 127, 127},  {0, 127, -1, -128, 0},  {7, 0, 127, -128, -128},
-                                     {0, -64, -64, 127, -128}, {6, 1, 127, 0, 0}};
+    const Params small_extremes[] = {
+        {7, 64, 64, 127, 127}, {0, 127, 1, 127, 127},   {0, -128, 0, -128, -128}, {7, -128, 0, 127, 127},
+        {0, 127, -1, -128, 0}, {7, 0, 127, -128, -128}, {0, -64, -64, 127, -128}, {6, 1, 127, 0, 0}};
     auto random_params = [](Rng& rng, bool small) {
-        Params p{rng.range(0, 7), rng.range(-128, small ? 127 : 128), rng.range(-128, 128), rng.range(-128, 127),
-                 rng.range(-128, 127)};
+        Params p{rng.range(0, 7), rng.range(-128, small ? 127 : 128), rng.range(-128, 128),
+                 rng.range(-128, 127), rng.range(-128, 127)};
         if (small) p.w1 = std::min(127, std::clamp(p.w1, std::abs(p.w0) - 128, 128 - std::abs(p.w0)));
         return p;
     };
@@ -191,14 +207,14 @@ TEST(InterVariants, WeightingEveryWidth) {
         // The parameters are drawn on the reference call (t >= 0) and reused.
         for (bool small : {false, true}) {
             Params p{};
-            auto weighted = [&](Rng& rng, int t, kplvc::h264::WeightFn f, uint8_t* d, int32_t s0, const uint8_t* s,
-                                int32_t s1, int h) {
+            auto weighted = [&](Rng& rng, int t, kplvc::h264::WeightFn f, uint8_t* d, int32_t s0,
+                                const uint8_t* s, int32_t s1, int h) {
                 if (t >= 0) p = t < 8 ? (small ? small_extremes : extremes)[t] : random_params(rng, small);
                 EXPECT_TRUE(!small || kplvc::h264::weights_fit_bytes(p.w0, p.w1));
                 f(d, s0, s, s1, h, p.w0, p.w1, p.log_wd, (p.o0 + p.o1 + 1) >> 1);
                 return std::string(small ? "small " : "") + "logWD " + std::to_string(p.log_wd) + " w " +
-                       std::to_string(p.w0) + "," + std::to_string(p.w1) + " o " + std::to_string(p.o0) + "," +
-                       std::to_string(p.o1);
+                       std::to_string(p.w0) + "," + std::to_string(p.w1) + " o " + std::to_string(p.o0) +
+                       "," + std::to_string(p.o1);
             };
             auto pick = [&](const InterKernels& k) { return small ? k.weight_small[wi] : k.weight[wi]; };
             for (const auto& [isa, fn] : changed<kplvc::h264::WeightFn>(pick))
@@ -207,8 +223,8 @@ TEST(InterVariants, WeightingEveryWidth) {
         auto pick = [&](const InterKernels& k) { return k.average[wi]; };
         for (const auto& [isa, fn] : changed<kplvc::h264::AverageFn>(pick))
             compare(isa, 3100 + wi, 200, pick,
-                    [](Rng&, int, kplvc::h264::AverageFn f, uint8_t* d, int32_t s0, const uint8_t* s, int32_t s1,
-                       int h) {
+                    [](Rng&, int, kplvc::h264::AverageFn f, uint8_t* d, int32_t s0, const uint8_t* s,
+                       int32_t s1, int h) {
                         f(d, s0, s, s1, h);
                         return std::string("average");
                     });
@@ -262,7 +278,8 @@ TEST(InterWindow, GuardPagesAroundChromaWindowAndWeighting) {
                     std::vector<uint8_t> tmp(base, base + g.size());
                     uint8_t want[64];
                     inter_kernels_for(Isa::c).chroma[s](tmp.data(), w + 1, want, w, 7, 21, 9, 27);
-                    ASSERT_EQ(0, std::memcmp(want, out, static_cast<size_t>(w * h))) << kplvc::cpu::isa_name(isa);
+                    ASSERT_EQ(0, std::memcmp(want, out, static_cast<size_t>(w * h)))
+                        << kplvc::cpu::isa_name(isa);
                 }
             }
             GuardPages g(static_cast<size_t>(w) * h), g2(static_cast<size_t>(w) * h);
@@ -350,7 +367,8 @@ struct Picture {
     const uint8_t* emulate(std::vector<uint8_t>& scratch, int x0, int y0, int lead, int ww, int wh) const {
         scratch.resize(static_cast<size_t>(ww * wh));
         for (int y = 0; y < wh; ++y)
-            for (int x = 0; x < ww; ++x) scratch[static_cast<size_t>(y * ww + x)] = clamped(x0 - lead + x, y0 - lead + y);
+            for (int x = 0; x < ww; ++x)
+                scratch[static_cast<size_t>(y * ww + x)] = clamped(x0 - lead + x, y0 - lead + y);
         return scratch.data() + lead * ww + lead;
     }
 };
@@ -389,7 +407,8 @@ TEST(InterRecipes, BorderTooNarrowDiffers) {
     Rng rng(92);
     Picture pic(rng, 32, 24, 19);
     for (int y = 0; y < 24; ++y)  // column 1 unlike column 0 in every row
-        pic.pic[static_cast<size_t>(y * 32 + 1)] = static_cast<uint8_t>(pic.pic[static_cast<size_t>(y * 32)] ^ 0x80);
+        pic.pic[static_cast<size_t>(y * 32 + 1)] =
+            static_cast<uint8_t>(pic.pic[static_cast<size_t>(y * 32)] ^ 0x80);
     pic.rebuild();
     std::vector<uint8_t> scratch;
     const uint8_t* e = pic.emulate(scratch, -18, 4, 2, 21, 21);

@@ -61,7 +61,8 @@ TEST(Pred4x4, HandComputedSamples) {
     for (const auto& c : cases) {
         Frame f;
         set_ramp(f);
-        ASSERT_EQ(kpliPredictIntra_4x4_H264_8u_C1IR(f.blk(), Frame::kStep, c.mode, 1 | 2 | 32 | 64), kplStsNoErr);
+        ASSERT_EQ(kpliPredictIntra_4x4_H264_8u_C1IR(f.blk(), Frame::kStep, c.mode, 1 | 2 | 32 | 64),
+                  kplStsNoErr);
         EXPECT_EQ(f.at(c.x, c.y), c.want) << "mode " << c.mode << " (" << c.x << "," << c.y << ")";
     }
 }
@@ -71,14 +72,22 @@ TEST(Pred4x4, SubstitutionAndWarnings) {
         int mode, avail, status;
     };
     const Case cases[] = {
-        {0, 2 | 32 | 64, kplStsNoNeighbourWrn}, {0, 1, kplStsNoErr},
-        {1, 1 | 32, kplStsNoNeighbourWrn},      {1, 2, kplStsNoErr},
-        {2, 0, kplStsNoErr},                    {2, 1, kplStsNoErr},
-        {3, 1, kplStsNoErr},                    {3, 2, kplStsNoNeighbourWrn},
-        {4, 1 | 2, kplStsNoNeighbourWrn},       {4, 1 | 2 | 32, kplStsNoErr},
-        {5, 1 | 32, kplStsNoNeighbourWrn},      {6, 2 | 32, kplStsNoNeighbourWrn},
-        {7, 1, kplStsNoErr},                    {7, 64, kplStsNoNeighbourWrn},
-        {8, 1 | 32 | 64, kplStsNoNeighbourWrn}, {8, 2, kplStsNoErr},
+        {0, 2 | 32 | 64, kplStsNoNeighbourWrn},
+        {0, 1, kplStsNoErr},
+        {1, 1 | 32, kplStsNoNeighbourWrn},
+        {1, 2, kplStsNoErr},
+        {2, 0, kplStsNoErr},
+        {2, 1, kplStsNoErr},
+        {3, 1, kplStsNoErr},
+        {3, 2, kplStsNoNeighbourWrn},
+        {4, 1 | 2, kplStsNoNeighbourWrn},
+        {4, 1 | 2 | 32, kplStsNoErr},
+        {5, 1 | 32, kplStsNoNeighbourWrn},
+        {6, 2 | 32, kplStsNoNeighbourWrn},
+        {7, 1, kplStsNoErr},
+        {7, 64, kplStsNoNeighbourWrn},
+        {8, 1 | 32 | 64, kplStsNoNeighbourWrn},
+        {8, 2, kplStsNoErr},
     };
     for (const auto& c : cases) {
         Frame a, b;
@@ -113,8 +122,8 @@ TEST(Pred16x16, DcAndPlane) {
         int avail, want;
     };
     // T[x] = x, L[y] = 100 + y: sums 120 and 1720.
-    for (const Case c : {Case{1 | 2, (120 + 1720 + 16) >> 5}, Case{1, (120 + 8) >> 4}, Case{2, (1720 + 8) >> 4},
-                         Case{0, 128}, Case{32 | 64, 128}}) {
+    for (const Case c : {Case{1 | 2, (120 + 1720 + 16) >> 5}, Case{1, (120 + 8) >> 4},
+                         Case{2, (1720 + 8) >> 4}, Case{0, 128}, Case{32 | 64, 128}}) {
         Guarded g(48 * 48);
         Kpl8u* p = g.data() + 48 * 8 + 8;
         for (int i = 0; i < 16; ++i) {
@@ -139,8 +148,8 @@ TEST(Pred16x16, DcAndPlane) {
     EXPECT_EQ(p[0], 0);
     EXPECT_EQ(p[48 * 15 + 15], 255);
     EXPECT_EQ(p[48 * 7 + 7], (8160 + 16) >> 5 > 255 ? 255 : (8160 + 16) >> 5);
-    EXPECT_EQ(p[48 * 7 + 8], 255);                                // (8176 + 717) >> 5 = 277
-    EXPECT_EQ(p[48 * 7 + 0], (8176 - 7 * 717) >> 5);              // 98
+    EXPECT_EQ(p[48 * 7 + 8], 255);                    // (8176 + 717) >> 5 = 277
+    EXPECT_EQ(p[48 * 7 + 0], (8176 - 7 * 717) >> 5);  // 98
 }
 
 TEST(PredChroma, DcQuarters) {
@@ -259,7 +268,8 @@ void compare_block(Fn PredKernels::*member, int modes) {
                 if constexpr (std::is_same_v<F, kplvc::h264::Pred4x4Fn>) {
                     // The 4x4 kernels also report the substitution warning.
                     const int32_t sa = (ref().*member)[m](pa, step, avail);
-                    ASSERT_EQ(fn(pb, step, avail), sa) << kplvc::cpu::isa_name(isa) << " mode " << m << " avail " << avail;
+                    ASSERT_EQ(fn(pb, step, avail), sa)
+                        << kplvc::cpu::isa_name(isa) << " mode " << m << " avail " << avail;
                 } else {
                     (ref().*member)[m](pa, step, avail);
                     fn(pb, step, avail);

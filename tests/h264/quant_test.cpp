@@ -44,7 +44,8 @@ TEST(H264QuantChromaDC, RoundingCountsAndRange) {
         int16_t src[4] = {9, 9, 9, 9}, tb[4];
         std::memcpy(tb, c.t, sizeof tb);
         Kpl8u count = 0x77;
-        EXPECT_EQ(kpliTransformQuantChromaDC_H264_16s_C1I(src, tb, c.qp, &count, c.intra, 0), c.status) << c.what;
+        EXPECT_EQ(kpliTransformQuantChromaDC_H264_16s_C1I(src, tb, c.qp, &count, c.intra, 0), c.status)
+            << c.what;
         for (int i = 0; i < 4; ++i) EXPECT_EQ(src[i], c.levels[i]) << c.what << " " << i;
         EXPECT_EQ(as_signed(count), c.count) << c.what;
         EXPECT_EQ(std::memcmp(tb, c.t, sizeof tb), 0) << c.what;
@@ -57,8 +58,8 @@ TEST(H264QuantChromaDC, TransformFlagWritesTheHadamard) {
     ASSERT_EQ(kpliTransformQuantChromaDC_H264_16s_C1I(src, tb, 0, &count, 1, 1), kplStsNoErr);
     const int16_t want_t[4] = {100, -20, -40, 0};
     for (int i = 0; i < 4; ++i) EXPECT_EQ(tb[i], want_t[i]) << i;
-    EXPECT_EQ(src[0], 20);   // (100 * 13107 + 21845) >> 16
-    EXPECT_EQ(src[1], -4);   // (20 * 13107 + 21845) >> 16 = 4
+    EXPECT_EQ(src[0], 20);  // (100 * 13107 + 21845) >> 16
+    EXPECT_EQ(src[1], -4);  // (20 * 13107 + 21845) >> 16 = 4
     EXPECT_EQ(src[2], -8);
     EXPECT_EQ(src[3], 0);
     EXPECT_EQ(as_signed(count), -3);
@@ -86,18 +87,16 @@ struct LastCase {
 
 TEST(H264QuantLumaDC, LastPositionIsTheLargestScanIndex) {
     const LastCase cases[] = {
-        {{-1, -1, -1}, 0, 0},
-        {{3, -1, -1}, 1, 6},
-        {{3, 7, 4}, 3, 12},
-        {{0, 15, -1}, -2, 15},
-        {{12, 5, -1}, 2, 9},
+        {{-1, -1, -1}, 0, 0},  {{3, -1, -1}, 1, 6}, {{3, 7, 4}, 3, 12},
+        {{0, 15, -1}, -2, 15}, {{12, 5, -1}, 2, 9},
     };
     for (const auto& c : cases) {
         int16_t src[16] = {}, tb[16] = {};
         for (int p : c.pos)
             if (p >= 0) tb[p] = 3000;  // (3000 * 13107 + 21845) >> 16 = 600 at QP 0
         Kpl8u count = 0x33, last = 0x33;
-        ASSERT_EQ(kpliTransformQuantLumaDC_H264_16s_C1I(src, tb, 0, &count, 0, kZigzagIndex, &last), kplStsNoErr);
+        ASSERT_EQ(kpliTransformQuantLumaDC_H264_16s_C1I(src, tb, 0, &count, 0, kZigzagIndex, &last),
+                  kplStsNoErr);
         EXPECT_EQ(as_signed(count), c.count);
         EXPECT_EQ(last, c.last);
         for (int p : c.pos) {
@@ -149,7 +148,8 @@ TEST(H264QuantResidual, HandWorkedLevels) {
         int16_t blk[16];
         for (int i = 0; i < 16; ++i) blk[i] = i < 8 ? c.v : static_cast<int16_t>(-c.v);
         Kpl8u count = 0, last = 0;
-        ASSERT_EQ(kpliTransformQuantResidual_H264_16s_C1I(blk, 0, &count, c.intra, kZigzagIndex, &last), kplStsNoErr);
+        ASSERT_EQ(kpliTransformQuantResidual_H264_16s_C1I(blk, 0, &count, c.intra, kZigzagIndex, &last),
+                  kplStsNoErr);
         for (int i = 0; i < 16; ++i) {
             const int16_t want = i == 4 ? c.l4 : (i == 12 ? c.l12 : 0);
             EXPECT_EQ(blk[i], want) << "v " << c.v << " i " << i;
@@ -173,13 +173,15 @@ TEST(H264QuantResidual, EarlyExitLeavesCoefficients) {
     int16_t blk[16];
     for (int i = 0; i < 16; ++i) blk[i] = i < 8 ? 400 : -400;
     Kpl8u count = 0x33, last = 0x44;
-    ASSERT_EQ(kpliTransformQuantResidual_H264_16s_C1I(blk, 0, &count, 1, kZigzagIndex, &last), kplStsLevelRangeErr);
+    ASSERT_EQ(kpliTransformQuantResidual_H264_16s_C1I(blk, 0, &count, 1, kZigzagIndex, &last),
+              kplStsLevelRangeErr);
     EXPECT_EQ(std::memcmp(blk, want, sizeof want), 0);
     EXPECT_TRUE(count == 0x33 && last == 0x44);
     // Flat 500: DC 8000 fails on row 0, so the whole block is coefficients.
     int16_t flat[16];
     for (auto& v : flat) v = 500;
-    ASSERT_EQ(kpliTransformQuantResidual_H264_16s_C1I(flat, 0, &count, 1, kZigzagIndex, &last), kplStsLevelRangeErr);
+    ASSERT_EQ(kpliTransformQuantResidual_H264_16s_C1I(flat, 0, &count, 1, kZigzagIndex, &last),
+              kplStsLevelRangeErr);
     EXPECT_EQ(flat[0], 8000);
     for (int i = 1; i < 16; ++i) EXPECT_EQ(flat[i], 0) << i;
     EXPECT_EQ(count, 0x33);
@@ -197,7 +199,8 @@ TEST(H264QuantResidual, RoundTripWithinQuantisationError) {
             rng.fill(res, 16, -60, 60);
             std::memcpy(blk, res, sizeof res);
             Kpl8u count, last;
-            ASSERT_EQ(kpliTransformQuantResidual_H264_16s_C1I(blk, qp, &count, 0, kZigzagIndex, &last), kplStsNoErr);
+            ASSERT_EQ(kpliTransformQuantResidual_H264_16s_C1I(blk, qp, &count, 0, kZigzagIndex, &last),
+                      kplStsNoErr);
             ASSERT_EQ(kpliDequantTransformResidual_H264_16s_C1I(blk, 8, nullptr, 1, qp), kplStsNoErr);
             double err2 = 0;
             for (int i = 0; i < 16; ++i) err2 += (blk[i] - res[i]) * (blk[i] - res[i]);

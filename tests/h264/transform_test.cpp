@@ -53,16 +53,16 @@ TEST(H264DequantDC, LumaShiftsAndRounding) {
     // All ones: the Hadamard gives 16 at position 0 and 0 elsewhere.
     // A lone value at position 0 spreads to every position.
     const LumaDcCase cases[] = {
-        {1, true, 5, 72, 0},     // (16*18 + 2) >> 2
-        {1, true, 6, 80, 0},     // (16*10 + 1) >> 1
-        {1, true, 12, 160, 0},   // 16*10
-        {1, true, 18, 320, 0},   // 16*20
-        {1, true, 51, 14336, 0}, // 16*896
-        {1, false, 5, 5, 5},     // (18 + 2) >> 2: 4.5 rounds up
-        {1, false, 6, 5, 5},     // (10 + 1) >> 1: 5.5 rounds down
-        {-1, false, 0, -2, -2},  // (-10 + 2) >> 2
-        {-1, false, 6, -5, -5},  // (-10 + 1) >> 1
-        {-1, false, 11, -9, -9}, // (-18 + 1) >> 1
+        {1, true, 5, 72, 0},              // (16*18 + 2) >> 2
+        {1, true, 6, 80, 0},              // (16*10 + 1) >> 1
+        {1, true, 12, 160, 0},            // 16*10
+        {1, true, 18, 320, 0},            // 16*20
+        {1, true, 51, 14336, 0},          // 16*896
+        {1, false, 5, 5, 5},              // (18 + 2) >> 2: 4.5 rounds up
+        {1, false, 6, 5, 5},              // (10 + 1) >> 1: 5.5 rounds down
+        {-1, false, 0, -2, -2},           // (-10 + 2) >> 2
+        {-1, false, 6, -5, -5},           // (-10 + 1) >> 1
+        {-1, false, 11, -9, -9},          // (-18 + 1) >> 1
         {100, false, 51, 24064, 24064},   // 89600 cut to 16 bits
         {40, false, 51, -29696, -29696},  // 35840 cut to 16 bits
     };
@@ -83,12 +83,10 @@ TEST(H264DequantDC, ChromaHadamardAndHalving) {
         int16_t out[4];
     };
     const Case cases[] = {
-        {{1, 0, 0, 0}, 0, {5, 5, 5, 5}},
-        {{-1, 0, 0, 0}, 1, {-6, -6, -6, -6}},         // -11 >> 1
-        {{0, 1, 0, 0}, 0, {5, -5, 5, -5}},
-        {{0, 0, 1, 0}, 0, {5, 5, -5, -5}},
-        {{0, 0, 0, 1}, 6, {10, -10, -10, 10}},        // 20 >> 1
-        {{3, 1, 1, 1}, 12, {120, 40, 40, 40}},        // (6, 2, 2, 2) * 40 >> 1
+        {{1, 0, 0, 0}, 0, {5, 5, 5, 5}},       {{-1, 0, 0, 0}, 1, {-6, -6, -6, -6}},  // -11 >> 1
+        {{0, 1, 0, 0}, 0, {5, -5, 5, -5}},     {{0, 0, 1, 0}, 0, {5, 5, -5, -5}},
+        {{0, 0, 0, 1}, 6, {10, -10, -10, 10}},  // 20 >> 1
+        {{3, 1, 1, 1}, 12, {120, 40, 40, 40}},  // (6, 2, 2, 2) * 40 >> 1
     };
     for (const auto& c : cases) {
         int16_t b[4];
@@ -135,7 +133,9 @@ TEST(H264Residual, HandWorkedBlocks) {
                 }
             const std::vector<uint8_t> before = buf;
             auto* p = reinterpret_cast<Kpl16s*>(buf.data());
-            ASSERT_EQ(kpliDequantTransformResidual_H264_16s_C1I(p, step, c.has_dc ? &c.dc : nullptr, c.ac, c.qp), kplStsNoErr);
+            ASSERT_EQ(
+                kpliDequantTransformResidual_H264_16s_C1I(p, step, c.has_dc ? &c.dc : nullptr, c.ac, c.qp),
+                kplStsNoErr);
             for (int r = 0; r < 4; ++r)
                 for (int k = 0; k < 4; ++k) {
                     int16_t v;
@@ -171,9 +171,9 @@ struct AddCase {
 
 TEST(H264ResidualAdd, DcOnlyClampsAndLimits) {
     const AddCase cases[] = {
-        {640, 250, 255}, {640, 100, 110}, {-640, 5, 0}, {-640, 100, 90},
-        {32000, 0, 255},   // residual 500 limited to 256, 0 + 256 clamps to 255
-        {-32000, 255, 0},  // residual -500 limited to -256
+        {640, 250, 255},  {640, 100, 110}, {-640, 5, 0},
+        {-640, 100, 90},  {32000, 0, 255},  // residual 500 limited to 256, 0 + 256 clamps to 255
+        {-32000, 255, 0},                   // residual -500 limited to -256
         {0, 77, 77},
     };
     for (const auto& c : cases) {
@@ -182,8 +182,8 @@ TEST(H264ResidualAdd, DcOnlyClampsAndLimits) {
             std::memset(pred, c.pred, sizeof pred);
             std::memset(dst, 0xCD, sizeof dst);
             int16_t coef[16] = {123, 5, 5, 5};
-            ASSERT_EQ(kpliDequantTransformResidualAndAdd_H264_16s_C1I(pred, with_coef ? coef : nullptr, &c.dc, dst,
-                                                                      7, 5, 20, 0),
+            ASSERT_EQ(kpliDequantTransformResidualAndAdd_H264_16s_C1I(pred, with_coef ? coef : nullptr, &c.dc,
+                                                                      dst, 7, 5, 20, 0),
                       kplStsNoErr);
             for (int r = 0; r < 4; ++r) {
                 for (int k = 0; k < 4; ++k) EXPECT_EQ(dst[5 * r + k], c.want) << c.dc << " " << int(c.pred);
@@ -202,16 +202,20 @@ TEST(H264ResidualAdd, MatchesResidualPlusPrediction) {
     for (int iter = 0; iter < 3000; ++iter) {
         SCOPED_TRACE(iter);
         int16_t a[16], b[16];
-        if (iter % 3 == 0) rng.fill_extreme(a, 16);
-        else rng.fill(a, 16, -300, 300);
+        if (iter % 3 == 0)
+            rng.fill_extreme(a, 16);
+        else
+            rng.fill(a, 16, -300, 300);
         std::memcpy(b, a, sizeof a);
         const int32_t qp = rng.range(0, 51), ac = rng.range(0, 2);
         const int16_t dc = rng.s16();
         const bool has_dc = rng.coin();
         uint8_t pred[4 * 6], dst[4 * 6];
         rng.fill(pred, sizeof pred);
-        ASSERT_EQ(kpliDequantTransformResidual_H264_16s_C1I(a, 8, has_dc ? &dc : nullptr, ac, qp), kplStsNoErr);
-        ASSERT_EQ(kpliDequantTransformResidualAndAdd_H264_16s_C1I(pred, b, has_dc ? &dc : nullptr, dst, 6, 6, qp, ac),
+        ASSERT_EQ(kpliDequantTransformResidual_H264_16s_C1I(a, 8, has_dc ? &dc : nullptr, ac, qp),
+                  kplStsNoErr);
+        ASSERT_EQ(kpliDequantTransformResidualAndAdd_H264_16s_C1I(pred, b, has_dc ? &dc : nullptr, dst, 6, 6,
+                                                                  qp, ac),
                   kplStsNoErr);
         for (int i = 0; i < 16; ++i) {
             ASSERT_EQ(b[i], a[i]) << i;
@@ -230,7 +234,7 @@ TEST(H264TransformPrediction, HandWorkedBlocks) {
     };
     const Case cases[] = {
         {{10, 10, 10, 10}, {160, 0, 0, 0}},
-        {{0, 1, 2, 3}, {24, -28, 0, -4}},   // rows (6, -7, 0, -1), columns scale by 4
+        {{0, 1, 2, 3}, {24, -28, 0, -4}},  // rows (6, -7, 0, -1), columns scale by 4
         {{255, 0, 255, 0}, {2040, 1020, 0, 3060}},
     };
     for (const auto& c : cases) {
@@ -249,7 +253,8 @@ TEST(H264Sisp, ZeroLevelsReproduceAFlatPrediction) {
     int16_t pred[16] = {1600};
     for (int32_t ac : {0, 1}) {
         int16_t blk[16] = {};
-        ASSERT_EQ(kpliDequantTransformResidual_SISP_H264_16s_C1I(blk, pred, nullptr, ac, 3, 28, 0), kplStsNoErr);
+        ASSERT_EQ(kpliDequantTransformResidual_SISP_H264_16s_C1I(blk, pred, nullptr, ac, 3, 28, 0),
+                  kplStsNoErr);
         for (int i = 0; i < 16; ++i) EXPECT_EQ(blk[i], 100) << i;
     }
 }
@@ -276,8 +281,10 @@ TEST(H264Sisp, SwitchingUsesQsForTheLevels) {
         int16_t a[16], b[16];
         std::memcpy(a, lv, sizeof a);
         std::memcpy(b, lv, sizeof b);
-        ASSERT_EQ(kpliDequantTransformResidual_SISP_H264_16s_C1I(a, pred, nullptr, 1, qp, qs, 1), kplStsNoErr);
-        ASSERT_EQ(kpliDequantTransformResidual_SISP_H264_16s_C1I(b, pred, nullptr, 1, qs, qs, 0), kplStsNoErr);
+        ASSERT_EQ(kpliDequantTransformResidual_SISP_H264_16s_C1I(a, pred, nullptr, 1, qp, qs, 1),
+                  kplStsNoErr);
+        ASSERT_EQ(kpliDequantTransformResidual_SISP_H264_16s_C1I(b, pred, nullptr, 1, qs, qs, 0),
+                  kplStsNoErr);
         ASSERT_EQ(std::memcmp(a, b, sizeof a), 0) << iter;
         int16_t c[4] = {lv[0], lv[1], lv[2], lv[3]}, d[4] = {lv[0], lv[1], lv[2], lv[3]};
         ASSERT_EQ(kpliTransformDequantChromaDC_SISP_H264_16s_C1I(c, pred, qp, qs, 1), kplStsNoErr);
@@ -314,7 +321,8 @@ TEST(H264Sisp, AnyQpAndQsStaysInsideTheTables) {
                 int16_t blk[16], pred[16];
                 rng.fill(blk, 16);
                 rng.fill(pred, 16);
-                ASSERT_EQ(kpliDequantTransformResidual_SISP_H264_16s_C1I(blk, pred, nullptr, 1, qp, qs, sw), kplStsNoErr);
+                ASSERT_EQ(kpliDequantTransformResidual_SISP_H264_16s_C1I(blk, pred, nullptr, 1, qp, qs, sw),
+                          kplStsNoErr);
                 for (int16_t v : blk) ASSERT_TRUE(v >= 0 && v <= 255);
                 ASSERT_EQ(kpliTransformDequantChromaDC_SISP_H264_16s_C1I(blk, pred, qp, qs, sw), kplStsNoErr);
             }

@@ -41,13 +41,22 @@ Guarded twin(const Guarded& a, size_t mis) {
 // every butterfly to wrap, small levels (realistic), sparse.
 void fill_block(Rng& rng, int16_t* b, int iter) {
     switch (iter % 5) {
-        case 0: rng.fill(b, 16); break;
-        case 1: rng.fill_extreme(b, 16); break;
-        case 2: rng.fill(b, 16, -2048, 2047); break;
-        case 3: rng.fill_extreme(b, 16, -255, 255); break;
+        case 0:
+            rng.fill(b, 16);
+            break;
+        case 1:
+            rng.fill_extreme(b, 16);
+            break;
+        case 2:
+            rng.fill(b, 16, -2048, 2047);
+            break;
+        case 3:
+            rng.fill_extreme(b, 16, -255, 255);
+            break;
         default:
             std::fill(b, b + 16, int16_t{0});
-            for (int k = rng.range(0, 3); k >= 0; --k) b[rng.range(0, 15)] = static_cast<int16_t>(rng.range(-40, 40));
+            for (int k = rng.range(0, 3); k >= 0; --k)
+                b[rng.range(0, 15)] = static_cast<int16_t>(rng.range(-40, 40));
     }
 }
 
@@ -71,8 +80,10 @@ std::vector<int16_t> scale_for(Rng& rng, int iter) {
 
 // Random bytes, or extreme ones every other iteration.
 void fill_pixels(Rng& rng, Guarded& g, int iter) {
-    if (iter % 2) rng.fill_extreme(g.data(), g.size());
-    else rng.fill(g.data(), g.size());
+    if (iter % 2)
+        rng.fill_extreme(g.data(), g.size());
+    else
+        rng.fill(g.data(), g.size());
 }
 
 TEST(H264XformVariants, DequantResidual) {
@@ -252,7 +263,8 @@ TEST(H264XformVariants, TransformQuantLumaDC) {
 
 TEST(H264XformVariants, TransformQuantChromaDC) {
     each_variant(&XformKernels::transform_quant_chroma_dc, 1006, [](auto ref, auto fn, Rng& rng) {
-        auto run = [&](const int16_t* src, const int16_t* tb, bool transform, int32_t qp, bool intra, int32_t i) {
+        auto run = [&](const int16_t* src, const int16_t* tb, bool transform, int32_t qp, bool intra,
+                       int32_t i) {
             const int32_t per = qp / 6;
             const int32_t mf = kplvc::h264::FwdQuantTable[static_cast<size_t>(3 * (qp % 6))];
             const int32_t round = kplvc::h264::dc_rounds[static_cast<size_t>((intra ? 9 : 0) + per)];

@@ -10,8 +10,8 @@ using kplvc::mc::McBFn;
 using kplvc::mc::McFn;
 using kplvc::mc::McKernels;
 using kplvc::mc::Shape;
-using kplvc::test::GuardPages;
 using kplvc::test::Guarded;
+using kplvc::test::GuardPages;
 using kplvc::test::Rng;
 
 namespace {
@@ -51,12 +51,15 @@ int sample(const uint8_t* r, int step, int x, int y) { return r[static_cast<ptrd
 int model_pred(const uint8_t* r, int step, int x, int y, int mc_type, int rc, int dx) {
     const int a = sample(r, step, x, y);
     switch (mc_type & 12) {
-        case 0: return a;
-        case 4: return (a + sample(r, step, x, y + 1) + 1 - rc) / 2;
-        case 8: return (a + sample(r, step, x + dx, y) + 1 - rc) / 2;
+        case 0:
+            return a;
+        case 4:
+            return (a + sample(r, step, x, y + 1) + 1 - rc) / 2;
+        case 8:
+            return (a + sample(r, step, x + dx, y) + 1 - rc) / 2;
         default:
-            return (a + sample(r, step, x + dx, y) + sample(r, step, x, y + 1) + sample(r, step, x + dx, y + 1) +
-                    2 - rc) /
+            return (a + sample(r, step, x + dx, y) + sample(r, step, x, y + 1) +
+                    sample(r, step, x + dx, y + 1) + 2 - rc) /
                    4;
     }
 }
@@ -87,13 +90,20 @@ struct Bufs {
     int w, h, ref_step, res_step, dst_step;
     Guarded ref, ref_b, res, dst;
     Bufs(Rng& rng, const ShapeInfo& s, bool extreme)
-        : w(s.w), h(s.h), ref_step(s.w + 2 + rng.range(0, 9)), res_step(2 * s.w + rng.range(0, 5)),
-          dst_step(s.w + rng.range(0, 9)), ref(static_cast<size_t>(ref_step) * (h + 1) + w + 2, mis(rng)),
-          ref_b(ref.size(), mis(rng)), res(static_cast<size_t>(res_step) * h, mis(rng)),
+        : w(s.w),
+          h(s.h),
+          ref_step(s.w + 2 + rng.range(0, 9)),
+          res_step(2 * s.w + rng.range(0, 5)),
+          dst_step(s.w + rng.range(0, 9)),
+          ref(static_cast<size_t>(ref_step) * (h + 1) + w + 2, mis(rng)),
+          ref_b(ref.size(), mis(rng)),
+          res(static_cast<size_t>(res_step) * h, mis(rng)),
           dst(static_cast<size_t>(dst_step) * h, mis(rng)) {
         for (Guarded* g : {&ref, &ref_b}) {
-            if (extreme) rng.fill_extreme(g->data(), g->size());
-            else rng.fill(g->data(), g->size());
+            if (extreme)
+                rng.fill_extreme(g->data(), g->size());
+            else
+                rng.fill(g->data(), g->size());
         }
         // Residual values: full range, small, or pushed to the ends; written
         // bytewise, so odd steps leave the 16-bit cells misaligned.
@@ -135,10 +145,12 @@ struct Flat {
     std::vector<uint8_t> ref, dst;
     std::vector<int16_t> res;
     Flat(const ShapeInfo& s, uint8_t a, uint8_t b, uint8_t c, uint8_t d, int16_t r = 0)
-        : ref(static_cast<size_t>(32 * (s.h + 1))), dst(static_cast<size_t>(16 * s.h), 7),
+        : ref(static_cast<size_t>(32 * (s.h + 1))),
+          dst(static_cast<size_t>(16 * s.h), 7),
           res(static_cast<size_t>(16 * s.h), r) {
         for (int y = 0; y <= s.h; ++y)
-            for (int x = 0; x < 32; ++x) ref[32 * y + x] = (y & 1) ? ((x / s.dx) & 1 ? d : c) : ((x / s.dx) & 1 ? b : a);
+            for (int x = 0; x < 32; ++x)
+                ref[32 * y + x] = (y & 1) ? ((x / s.dx) & 1 ? d : c) : ((x / s.dx) & 1 ? b : a);
     }
 };
 
@@ -150,19 +162,20 @@ TEST(MC, InterpolationWorkedExamples) {
         uint8_t a, b, c, d;
         int mc_type, rc, want;
     } cases[] = {
-        {"HH all ones rc0", 1, 1, 1, 1, 12, 0, 1}, {"HH all ones rc1", 1, 1, 1, 1, 12, 1, 1},
-        {"HH 1,1,2,2 rc0", 1, 1, 2, 2, 12, 0, 2},  {"HH 1,1,2,2 rc1", 1, 1, 2, 2, 12, 1, 1},
-        {"HF 1,2 rc0", 1, 2, 0, 0, 8, 0, 2},       {"HF 1,2 rc1", 1, 2, 0, 0, 8, 1, 1},
-        {"FH 1,.,2 rc0", 1, 0, 2, 0, 4, 0, 2},     {"FH 1,.,2 rc1", 1, 0, 2, 0, 4, 1, 1},
+        {"HH all ones rc0", 1, 1, 1, 1, 12, 0, 1},     {"HH all ones rc1", 1, 1, 1, 1, 12, 1, 1},
+        {"HH 1,1,2,2 rc0", 1, 1, 2, 2, 12, 0, 2},      {"HH 1,1,2,2 rc1", 1, 1, 2, 2, 12, 1, 1},
+        {"HF 1,2 rc0", 1, 2, 0, 0, 8, 0, 2},           {"HF 1,2 rc1", 1, 2, 0, 0, 8, 1, 1},
+        {"FH 1,.,2 rc0", 1, 0, 2, 0, 4, 0, 2},         {"FH 1,.,2 rc1", 1, 0, 2, 0, 4, 1, 1},
         {"mcType 3 is FF", 7, 200, 200, 200, 3, 0, 7}, {"mcType 5 is FH", 1, 0, 2, 0, 5, 1, 1},
-        {"mcType 13 is HH", 1, 1, 2, 2, 13, 0, 2}, {"HH 255s rc0", 255, 255, 255, 255, 12, 0, 255},
-        {"HH 1,1,0,0 rc1", 1, 1, 0, 0, 12, 1, 0},  {"HH 1,1,0,0 rc0", 1, 1, 0, 0, 12, 0, 1},
+        {"mcType 13 is HH", 1, 1, 2, 2, 13, 0, 2},     {"HH 255s rc0", 255, 255, 255, 255, 12, 0, 255},
+        {"HH 1,1,0,0 rc1", 1, 1, 0, 0, 12, 1, 0},      {"HH 1,1,0,0 rc0", 1, 1, 0, 0, 12, 0, 1},
         {"HH 3 ones rc1", 1, 1, 1, 0, 12, 1, 1},
     };
     for (const ShapeInfo& s : kShapes)
         for (const auto& c : cases) {
             Flat f(s, c.a, c.b, c.c, c.d);
-            ASSERT_EQ(s.single(f.ref.data(), 32, f.res.data(), 32, f.dst.data(), 16, c.mc_type, c.rc), kplStsNoErr);
+            ASSERT_EQ(s.single(f.ref.data(), 32, f.res.data(), 32, f.dst.data(), 16, c.mc_type, c.rc),
+                      kplStsNoErr);
             EXPECT_EQ(f.dst[0], c.want) << s.name << " " << c.what;
         }
 }
@@ -176,26 +189,30 @@ TEST(MC, ResidualSaturationAndBidirRounding) {
         int16_t r;
         uint8_t want_bidir;
     } cases[] = {
-        {0, 0, 300, 255},      {0, 0, -1, 0},       {255, 255, -255, 0},    {255, 255, 1, 255},
-        {200, 200, 32767, 255}, {10, 10, -32768, 0}, {128, 128, -128, 0},   {128, 128, 127, 255},
-        {100, 100, 55, 155},   {1, 1, 254, 255},    {1, 2, 0, 2},           {1, 2, -3, 0},
-        {10, 11, 0, 11},       {254, 255, 0, 255},  {0, 1, -1, 0},          {0, 255, 0, 128},
-        {0, 255, 32767, 255},  {255, 255, -32768, 0},
+        {0, 0, 300, 255},       {0, 0, -1, 0},         {255, 255, -255, 0}, {255, 255, 1, 255},
+        {200, 200, 32767, 255}, {10, 10, -32768, 0},   {128, 128, -128, 0}, {128, 128, 127, 255},
+        {100, 100, 55, 155},    {1, 1, 254, 255},      {1, 2, 0, 2},        {1, 2, -3, 0},
+        {10, 11, 0, 11},        {254, 255, 0, 255},    {0, 1, -1, 0},       {0, 255, 0, 128},
+        {0, 255, 32767, 255},   {255, 255, -32768, 0},
     };
     for (const ShapeInfo& s : kShapes)
         for (const auto& c : cases)
             for (int t : {0, 12})
                 for (int rc : {0, 1}) {
                     Flat f(s, c.f, c.f, c.f, c.f, c.r), b(s, c.b, c.b, c.b, c.b);
-                    ASSERT_EQ(s.single(f.ref.data(), 32, f.res.data(), 32, f.dst.data(), 16, t, rc), kplStsNoErr);
+                    ASSERT_EQ(s.single(f.ref.data(), 32, f.res.data(), 32, f.dst.data(), 16, t, rc),
+                              kplStsNoErr);
                     // (The byte-average HH of a flat block is the sample itself only at rc 0.)
                     const int tb = rc ? 0 : t;
-                    ASSERT_EQ(s.bidir(f.ref.data(), 32, tb, b.ref.data(), 32, tb, f.res.data(), 32, b.dst.data(), 16, rc),
+                    ASSERT_EQ(s.bidir(f.ref.data(), 32, tb, b.ref.data(), 32, tb, f.res.data(), 32,
+                                      b.dst.data(), 16, rc),
                               kplStsNoErr);
                     for (int y = 0; y < s.h; ++y)
                         for (int x = 0; x < s.w; ++x) {
-                            ASSERT_EQ(f.dst[16 * y + x], clip(c.f + c.r)) << s.name << " " << c.f << "+" << c.r;
-                            ASSERT_EQ(b.dst[16 * y + x], c.want_bidir) << s.name << " B " << +c.f << "," << +c.b;
+                            ASSERT_EQ(f.dst[16 * y + x], clip(c.f + c.r))
+                                << s.name << " " << c.f << "+" << c.r;
+                            ASSERT_EQ(b.dst[16 * y + x], c.want_bidir)
+                                << s.name << " B " << +c.f << "," << +c.b;
                         }
                 }
 }
@@ -233,7 +250,8 @@ TEST(MC, ByteAverageConstruction) {
     for (const ShapeInfo& s : kShapes)
         for (const auto& c : cases) {
             Flat f(s, c.a, c.b, c.c, c.d, c.r), b(s, c.back, c.back, c.back, c.back);
-            ASSERT_EQ(s.bidir(f.ref.data(), 32, c.tf, b.ref.data(), 32, c.tb, f.res.data(), 32, f.dst.data(), 16, c.rc),
+            ASSERT_EQ(s.bidir(f.ref.data(), 32, c.tf, b.ref.data(), 32, c.tb, f.res.data(), 32, f.dst.data(),
+                              16, c.rc),
                       0);
             EXPECT_EQ(f.dst[0], s.bytes ? c.want_bytes : c.want_exact) << s.name << " " << c.what;
         }
@@ -254,9 +272,10 @@ TEST(MC, PublicFunctionsMatchModel) {
                     const uint8_t *rf = bf.ref.data(), *rb = bf.ref_b.data();
                     const int st = bf.ref_step;
                     if (tb == 0) {
-                        const auto want =
-                            bf.expect([&](int x, int y) { return model_pred(rf, st, x, y, tf, rc, s.dx) + r(x, y); });
-                        ASSERT_EQ(s.single(rf, st, bf.res16(), bf.res_step, bf.dst.data(), bf.dst_step, tf, rc), 0);
+                        const auto want = bf.expect(
+                            [&](int x, int y) { return model_pred(rf, st, x, y, tf, rc, s.dx) + r(x, y); });
+                        ASSERT_EQ(
+                            s.single(rf, st, bf.res16(), bf.res_step, bf.dst.data(), bf.dst_step, tf, rc), 0);
                         ASSERT_EQ(Bufs::snap(bf.dst), want) << s.name << " mcType " << tf << " rc " << rc;
                     }
                     const auto want = bf.expect([&](int x, int y) {
@@ -267,9 +286,11 @@ TEST(MC, PublicFunctionsMatchModel) {
                         const int v = 2 * r(x, y) + pf + pb + 1;
                         return v >= 0 ? v / 2 : -((-v + 1) / 2);
                     });
-                    ASSERT_EQ(s.bidir(rf, st, tf, rb, st, tb, bf.res16(), bf.res_step, bf.dst.data(), bf.dst_step, rc),
+                    ASSERT_EQ(s.bidir(rf, st, tf, rb, st, tb, bf.res16(), bf.res_step, bf.dst.data(),
+                                      bf.dst_step, rc),
                               0);
-                    ASSERT_EQ(Bufs::snap(bf.dst), want) << s.name << " B mcTypeF " << tf << " mcTypeB " << tb << " rc " << rc;
+                    ASSERT_EQ(Bufs::snap(bf.dst), want)
+                        << s.name << " B mcTypeF " << tf << " mcTypeB " << tb << " rc " << rc;
                     ASSERT_TRUE(bf.dst.intact());
                 }
 }
@@ -287,8 +308,10 @@ TEST(MC, NonZeroRoundControlActsAsOne) {
                 s.single(rf, bf.ref_step, bf.res16(), bf.res_step, one.data(), bf.dst_step, t, 1);
                 s.single(rf, bf.ref_step, bf.res16(), bf.res_step, other.data(), bf.dst_step, t, rc);
                 ASSERT_EQ(one, other) << s.name << " rc " << rc;
-                s.bidir(rf, bf.ref_step, t, rb, bf.ref_step, 12, bf.res16(), bf.res_step, one.data(), bf.dst_step, 1);
-                s.bidir(rf, bf.ref_step, t, rb, bf.ref_step, 12, bf.res16(), bf.res_step, other.data(), bf.dst_step, rc);
+                s.bidir(rf, bf.ref_step, t, rb, bf.ref_step, 12, bf.res16(), bf.res_step, one.data(),
+                        bf.dst_step, 1);
+                s.bidir(rf, bf.ref_step, t, rb, bf.ref_step, 12, bf.res16(), bf.res_step, other.data(),
+                        bf.dst_step, rc);
                 ASSERT_EQ(one, other) << s.name << " B rc " << rc;
             }
 }
@@ -308,12 +331,17 @@ TEST(MCArgs, NullPointersFailAndWriteNothing) {
         const std::vector<uint8_t> before = Bufs::snap(dst);
         uint8_t* d = dst.data();
         const KplStatus got[] = {
-            s.single(nullptr, -5, e, 0, d, 0, 99, 7),       s.single(r, -5, nullptr, 0, d, 0, 99, 7),
-            s.single(r, -5, e, 0, nullptr, 0, 99, 7),       s.single(nullptr, -5, nullptr, 0, nullptr, 0, 99, 7),
-            s.bidir(nullptr, 0, 12, r, 0, 12, e, 0, d, 0, 1), s.bidir(r, 0, 12, nullptr, 0, 12, e, 0, d, 0, 1),
-            s.bidir(r, 0, 12, r, 0, 12, nullptr, 0, d, 0, 1), s.bidir(r, 0, 12, r, 0, 12, e, 0, nullptr, 0, 1),
+            s.single(nullptr, -5, e, 0, d, 0, 99, 7),
+            s.single(r, -5, nullptr, 0, d, 0, 99, 7),
+            s.single(r, -5, e, 0, nullptr, 0, 99, 7),
+            s.single(nullptr, -5, nullptr, 0, nullptr, 0, 99, 7),
+            s.bidir(nullptr, 0, 12, r, 0, 12, e, 0, d, 0, 1),
+            s.bidir(r, 0, 12, nullptr, 0, 12, e, 0, d, 0, 1),
+            s.bidir(r, 0, 12, r, 0, 12, nullptr, 0, d, 0, 1),
+            s.bidir(r, 0, 12, r, 0, 12, e, 0, nullptr, 0, 1),
         };
-        for (size_t i = 0; i < std::size(got); ++i) EXPECT_EQ(got[i], kplStsNullPtrErr) << s.name << " case " << i;
+        for (size_t i = 0; i < std::size(got); ++i)
+            EXPECT_EQ(got[i], kplStsNullPtrErr) << s.name << " case " << i;
         EXPECT_EQ(Bufs::snap(dst), before) << s.name;
         // Wild steps, mcType and roundControl are accepted (the block is computed).
         EXPECT_EQ(s.single(r, 64, e, 32, d, 16, -1, 0), kplStsNoErr);
@@ -361,16 +389,20 @@ TEST(MCVariants, MatchReference) {
     for (const ShapeInfo& s : kShapes) {
         for (int pos = 0; pos < 4; ++pos)
             for (auto [isa, fn] : changed<McFn>([&](const McKernels& k) { return k.single[s.shape][pos]; })) {
-                SCOPED_TRACE(testing::Message() << kplvc::cpu::isa_name(isa) << " " << s.name << " pos " << pos);
+                SCOPED_TRACE(testing::Message()
+                             << kplvc::cpu::isa_name(isa) << " " << s.name << " pos " << pos);
                 ++tested;
-                compare(rng, s, 60, [&](Bufs& a, uint8_t* o, int rc) { a.single(c.single[s.shape][pos], o, rc); },
-                        [&, fn = fn](Bufs& a, uint8_t* o, int rc) { a.single(fn, o, rc); });
+                compare(
+                    rng, s, 60, [&](Bufs& a, uint8_t* o, int rc) { a.single(c.single[s.shape][pos], o, rc); },
+                    [&, fn = fn](Bufs& a, uint8_t* o, int rc) { a.single(fn, o, rc); });
             }
         for (int idx = 0; idx < 16; ++idx)
             for (auto [isa, fn] : changed<McBFn>([&](const McKernels& k) { return k.bidir[s.shape][idx]; })) {
-                SCOPED_TRACE(testing::Message() << kplvc::cpu::isa_name(isa) << " " << s.name << " pair " << idx);
-                compare(rng, s, 24, [&](Bufs& a, uint8_t* o, int rc) { a.bidir(c.bidir[s.shape][idx], o, rc); },
-                        [&, fn = fn](Bufs& a, uint8_t* o, int rc) { a.bidir(fn, o, rc); });
+                SCOPED_TRACE(testing::Message()
+                             << kplvc::cpu::isa_name(isa) << " " << s.name << " pair " << idx);
+                compare(
+                    rng, s, 24, [&](Bufs& a, uint8_t* o, int rc) { a.bidir(c.bidir[s.shape][idx], o, rc); },
+                    [&, fn = fn](Bufs& a, uint8_t* o, int rc) { a.bidir(fn, o, rc); });
             }
     }
     if (!kplvc::test::simd_levels().empty()) {
@@ -405,10 +437,10 @@ TEST(MCVariants, ReadsOnlyTheNeededReferenceArea) {
                         c.single[s.shape][pf](gf.flush_end(), step, res.data(), 32, want.data(), 16, 1);
                         ASSERT_EQ(dst, want) << kplvc::cpu::isa_name(isa) << " " << s.name;
                     }
-                    k.bidir[s.shape][pf | (pb << 2)](gf.flush_end(), step, gb.flush_end(), step, res.data(), 32,
-                                                     dst.data(), 16, 0);
-                    c.bidir[s.shape][pf | (pb << 2)](gf.flush_end(), step, gb.flush_end(), step, res.data(), 32,
-                                                     want.data(), 16, 0);
+                    k.bidir[s.shape][pf | (pb << 2)](gf.flush_end(), step, gb.flush_end(), step, res.data(),
+                                                     32, dst.data(), 16, 0);
+                    c.bidir[s.shape][pf | (pb << 2)](gf.flush_end(), step, gb.flush_end(), step, res.data(),
+                                                     32, want.data(), 16, 0);
                     ASSERT_EQ(dst, want) << kplvc::cpu::isa_name(isa) << " " << s.name << " B";
                 }
     }

@@ -21,17 +21,23 @@ enum Mat { Null, Flat16, Flat8, Flat4, Flat255, Default };
 
 const Kpl16s* matrix(Mat m) {
     static const std::vector<Kpl16s> f16(64, 16), f8(64, 8), f4(64, 4), f255(64, 255);
-    static const std::vector<Kpl16s> def = {
-        8,  16, 19, 22, 26, 27, 29, 34, 16, 16, 22, 24, 27, 29, 34, 37, 19, 22, 26, 27, 29, 34,
-        34, 38, 22, 22, 26, 27, 29, 34, 37, 40, 22, 26, 27, 29, 32, 35, 40, 48, 26, 27, 29, 32,
-        35, 40, 48, 58, 26, 27, 29, 34, 38, 46, 56, 69, 27, 29, 35, 38, 46, 56, 69, 83};
+    static const std::vector<Kpl16s> def = {8,  16, 19, 22, 26, 27, 29, 34, 16, 16, 22, 24, 27, 29, 34, 37,
+                                            19, 22, 26, 27, 29, 34, 34, 38, 22, 22, 26, 27, 29, 34, 37, 40,
+                                            22, 26, 27, 29, 32, 35, 40, 48, 26, 27, 29, 32, 35, 40, 48, 58,
+                                            26, 27, 29, 34, 38, 46, 56, 69, 27, 29, 35, 38, 46, 56, 69, 83};
     switch (m) {
-        case Null: return nullptr;
-        case Flat16: return f16.data();
-        case Flat8: return f8.data();
-        case Flat4: return f4.data();
-        case Flat255: return f255.data();
-        default: return def.data();
+        case Null:
+            return nullptr;
+        case Flat16:
+            return f16.data();
+        case Flat8:
+            return f8.data();
+        case Flat4:
+            return f4.data();
+        case Flat255:
+            return f255.data();
+        default:
+            return def.data();
     }
 }
 
@@ -74,15 +80,13 @@ Outcome decode(const Dec& s, std::vector<Kpl32u>& words) {
     Kpl32u* p = words.data();
     Kpl32s off = 31;
     if (s.version == 1)
-        o.st = s.intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(&p, &off, o.block, &o.count, &o.pred,
-                                                                dct, coef, scan, s.qp, w)
-                       : kpliReconstructDCTBlock_MPEG1_32s(&p, &off, o.block, &o.count, coef, scan,
-                                                           s.qp, w);
+        o.st = s.intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(&p, &off, o.block, &o.count, &o.pred, dct,
+                                                                coef, scan, s.qp, w)
+                       : kpliReconstructDCTBlock_MPEG1_32s(&p, &off, o.block, &o.count, coef, scan, s.qp, w);
     else
-        o.st = s.intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(&p, &off, o.block, &o.count, &o.pred,
-                                                                dct, coef, scan, s.qp, w, s.prec)
-                       : kpliReconstructDCTBlock_MPEG2_32s(&p, &off, o.block, &o.count, coef, scan,
-                                                           s.qp, w);
+        o.st = s.intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(&p, &off, o.block, &o.count, &o.pred, dct,
+                                                                coef, scan, s.qp, w, s.prec)
+                       : kpliReconstructDCTBlock_MPEG2_32s(&p, &off, o.block, &o.count, coef, scan, s.qp, w);
     o.consumed = (p - words.data()) * int64_t{32} + (31 - off);
     return o;
 }
@@ -118,89 +122,227 @@ TEST(Mpeg2BlockDecode, WorkedStreams) {
     for (int i = 0; i < 64; ++i) all3[i] = 3;
     for (int i = 0; i < 63; ++i) all1[i] = 1;  // the even sum 64 clears (7, 7)
     const Case cases[] = {
-        {"m2 intra dc +2, mismatch", {2, true, B14, B12, 128}, "01 10 10", kplStsNoErr,
-         {{0, 1040}, {63, 1}}, 64, 6, 130},
-        {"m2 intra B15 eob", {2, true, B15, B12, 128}, "01 10 0110", kplStsNoErr,
-         {{0, 1040}, {63, 1}}, 64, 8, 130},
-        {"m2 intra precision 3", {2, true, B14, B12, 1024, 3}, "00 1 10", kplStsNoErr,
-         {{0, 1025}}, 1, 5, 1025},
-        {"m1 intra no mismatch", {1, true, B14, B12, 128}, "01 10 10", kplStsNoErr, {{0, 1040}}, 1,
-         6, 130},
-        {"m1 intra chroma negative diff", {1, true, B14, B13, 128}, "11110 00011 10", kplStsNoErr,
-         {{0, 800}}, 1, 12, 100},
+        {"m2 intra dc +2, mismatch",
+         {2, true, B14, B12, 128},
+         "01 10 10",
+         kplStsNoErr,
+         {{0, 1040}, {63, 1}},
+         64,
+         6,
+         130},
+        {"m2 intra B15 eob",
+         {2, true, B15, B12, 128},
+         "01 10 0110",
+         kplStsNoErr,
+         {{0, 1040}, {63, 1}},
+         64,
+         8,
+         130},
+        {"m2 intra precision 3",
+         {2, true, B14, B12, 1024, 3},
+         "00 1 10",
+         kplStsNoErr,
+         {{0, 1025}},
+         1,
+         5,
+         1025},
+        {"m1 intra no mismatch", {1, true, B14, B12, 128}, "01 10 10", kplStsNoErr, {{0, 1040}}, 1, 6, 130},
+        {"m1 intra chroma negative diff",
+         {1, true, B14, B13, 128},
+         "11110 00011 10",
+         kplStsNoErr,
+         {{0, 800}},
+         1,
+         12,
+         100},
         {"m1 intra dc to zero", {1, true, B14, B12, 1}, "00 0 10", kplStsNoErr, {}, 0, 5, 0},
-        {"m1 intra size 9 refused", {1, true, B14, B12, 128}, "1111 1110 0 0000 0000 10",
-         kplStsVLCErr, {}, 0, 0, 0},
-        {"m2 intra size 9", {2, true, B14, B12, 0, 1}, "1111 1110 1 0000 0000 10", kplStsNoErr,
-         {{0, 1024}, {63, 1}}, 64, 19, 256},
-        {"m2 intra dc clamps", {2, true, B14, B12, 2000, 0}, "1111 1111 1 111 1111 1111 10",
-         kplStsNoErr, {{0, 2047}}, 1, 22, 4047},
-        {"m2 escape -300", {2, false, B14, B12, 0, 0, 2}, "1 0 000001 000101 1110 1101 0100 10",
-         kplStsNoErr, {{0, 3}, {24, -601}, {63, 1}}, 64, 28, 0},
-        {"m2 escape -300 alternate", {2, false, B14, B12, 0, 0, 2, Null, true},
-         "1 0 000001 000101 1110 1101 0100 10", kplStsNoErr, {{0, 3}, {16, -601}, {63, 1}}, 64, 28,
+        {"m1 intra size 9 refused",
+         {1, true, B14, B12, 128},
+         "1111 1110 0 0000 0000 10",
+         kplStsVLCErr,
+         {},
+         0,
+         0,
          0},
-        {"m1 escape -200", {1, false}, "000001 000000 1000 0000 0011 1000 10", kplStsNoErr,
-         {{0, -401}}, 1, 30, 0},
-        {"m1 escape +200", {1, false}, "000001 000000 0000 0000 1100 1000 10", kplStsNoErr,
-         {{0, 401}}, 1, 30, 0},
-        {"m1 escape 127", {1, false}, "000001 000000 0111 1111 10", kplStsNoErr, {{0, 255}}, 1, 22,
+        {"m2 intra size 9",
+         {2, true, B14, B12, 0, 1},
+         "1111 1110 1 0000 0000 10",
+         kplStsNoErr,
+         {{0, 1024}, {63, 1}},
+         64,
+         19,
+         256},
+        {"m2 intra dc clamps",
+         {2, true, B14, B12, 2000, 0},
+         "1111 1111 1 111 1111 1111 10",
+         kplStsNoErr,
+         {{0, 2047}},
+         1,
+         22,
+         4047},
+        {"m2 escape -300",
+         {2, false, B14, B12, 0, 0, 2},
+         "1 0 000001 000101 1110 1101 0100 10",
+         kplStsNoErr,
+         {{0, 3}, {24, -601}, {63, 1}},
+         64,
+         28,
          0},
-        {"m1 escape -127", {1, false}, "000001 000000 1000 0001 10", kplStsNoErr, {{0, -255}}, 1,
-         22, 0},
-        {"m1 long form of 5", {1, false}, "000001 000000 0000 0000 0000 0101 10", kplStsNoErr,
-         {{0, 11}}, 1, 30, 0},
-        {"m1 long form of -5", {1, false}, "000001 000000 1000 0000 1111 1011 10", kplStsNoErr,
-         {{0, -11}}, 1, 30, 0},
+        {"m2 escape -300 alternate",
+         {2, false, B14, B12, 0, 0, 2, Null, true},
+         "1 0 000001 000101 1110 1101 0100 10",
+         kplStsNoErr,
+         {{0, 3}, {16, -601}, {63, 1}},
+         64,
+         28,
+         0},
+        {"m1 escape -200",
+         {1, false},
+         "000001 000000 1000 0000 0011 1000 10",
+         kplStsNoErr,
+         {{0, -401}},
+         1,
+         30,
+         0},
+        {"m1 escape +200",
+         {1, false},
+         "000001 000000 0000 0000 1100 1000 10",
+         kplStsNoErr,
+         {{0, 401}},
+         1,
+         30,
+         0},
+        {"m1 escape 127", {1, false}, "000001 000000 0111 1111 10", kplStsNoErr, {{0, 255}}, 1, 22, 0},
+        {"m1 escape -127", {1, false}, "000001 000000 1000 0001 10", kplStsNoErr, {{0, -255}}, 1, 22, 0},
+        {"m1 long form of 5",
+         {1, false},
+         "000001 000000 0000 0000 0000 0101 10",
+         kplStsNoErr,
+         {{0, 11}},
+         1,
+         30,
+         0},
+        {"m1 long form of -5",
+         {1, false},
+         "000001 000000 1000 0000 1111 1011 10",
+         kplStsNoErr,
+         {{0, -11}},
+         1,
+         30,
+         0},
         {"m1 oddify non-intra 2", {1, false}, "0100 0 10", kplStsNoErr, {{0, 5}}, 1, 7, 0},
-        {"m1 non-intra 1 weight 8", {1, false, B14, B12, 0, 0, 1, Flat8}, "1 0 10", kplStsNoErr,
-         {{0, 1}}, 1, 4, 0},
-        {"m1 oddify intra 2", {1, true, B14, B12, 0, 0, 1, Flat16}, "100 0100 0 10", kplStsNoErr,
-         {{8, 3}}, 2, 10, 0},
-        {"m1 intra -1", {1, true, B14, B12, 0, 0, 1, Flat16}, "100 11 1 10", kplStsNoErr,
-         {{8, -1}}, 2, 8, 0},
+        {"m1 non-intra 1 weight 8",
+         {1, false, B14, B12, 0, 0, 1, Flat8},
+         "1 0 10",
+         kplStsNoErr,
+         {{0, 1}},
+         1,
+         4,
+         0},
+        {"m1 oddify intra 2",
+         {1, true, B14, B12, 0, 0, 1, Flat16},
+         "100 0100 0 10",
+         kplStsNoErr,
+         {{8, 3}},
+         2,
+         10,
+         0},
+        {"m1 intra -1", {1, true, B14, B12, 0, 0, 1, Flat16}, "100 11 1 10", kplStsNoErr, {{8, -1}}, 2, 8, 0},
         // (-511 * 30 * 16) / 16 = -15330 is even: -15329, then the clamp.
-        {"m1 oddify before clamp", {1, false, B14, B12, 0, 0, 30, Flat16},
-         "000001 000000 1000 0000 0000 0001 10", kplStsNoErr, {{0, -2048}}, 1, 30, 0},
+        {"m1 oddify before clamp",
+         {1, false, B14, B12, 0, 0, 30, Flat16},
+         "000001 000000 1000 0000 0000 0001 10",
+         kplStsNoErr,
+         {{0, -2048}},
+         1,
+         30,
+         0},
         {"first 1s negative", {2, false}, "1 1 10", kplStsNoErr, {{0, -1}}, 1, 4, 0},
         {"m1 first then 11", {1, false}, "1 0 11 0 10", kplStsNoErr, {{0, 3}, {8, 3}}, 2, 7, 0},
-        {"m2 first then 11", {2, false}, "1 0 11 0 10", kplStsNoErr, {{0, 1}, {8, 1}, {63, 1}},
-         64, 7, 0},
-        {"intra 11 is (0,1)", {2, true, B14, B12, 0, 0, 1, Flat16}, "100 11 0 10", kplStsNoErr,
-         {{8, 1}}, 2, 8, 0},
-        {"m2 level to zero", {2, false, B14, B12, 0, 0, 1, Flat8}, "1 0 10", kplStsNoErr,
-         {{63, 1}}, 64, 4, 0},
-        {"m1 level to zero", {1, false, B14, B12, 0, 0, 1, Flat4}, "1 0 10", kplStsNoErr, {}, 0, 4,
+        {"m2 first then 11", {2, false}, "1 0 11 0 10", kplStsNoErr, {{0, 1}, {8, 1}, {63, 1}}, 64, 7, 0},
+        {"intra 11 is (0,1)",
+         {2, true, B14, B12, 0, 0, 1, Flat16},
+         "100 11 0 10",
+         kplStsNoErr,
+         {{8, 1}},
+         2,
+         8,
          0},
-        {"m2 saturate 2047", {2, false, B14, B12, 0, 0, 112, Flat255},
-         "000001 000000 0111 1111 1111 10", kplStsNoErr, {{0, 2047}}, 1, 26, 0},
-        {"m2 saturate -2047", {2, false, B14, B12, 0, 0, 112, Flat255},
-         "000001 000000 1000 0000 0001 10", kplStsNoErr, {{0, -2048}, {63, 1}}, 64, 26, 0},
-        {"mismatch clears (7,7)", {2, false}, "1 0 000001 111110 0000 0000 0001 10", kplStsNoErr,
-         {{0, 1}}, 1, 28, 0},
+        {"m2 level to zero",
+         {2, false, B14, B12, 0, 0, 1, Flat8},
+         "1 0 10",
+         kplStsNoErr,
+         {{63, 1}},
+         64,
+         4,
+         0},
+        {"m1 level to zero", {1, false, B14, B12, 0, 0, 1, Flat4}, "1 0 10", kplStsNoErr, {}, 0, 4, 0},
+        {"m2 saturate 2047",
+         {2, false, B14, B12, 0, 0, 112, Flat255},
+         "000001 000000 0111 1111 1111 10",
+         kplStsNoErr,
+         {{0, 2047}},
+         1,
+         26,
+         0},
+        {"m2 saturate -2047",
+         {2, false, B14, B12, 0, 0, 112, Flat255},
+         "000001 000000 1000 0000 0001 10",
+         kplStsNoErr,
+         {{0, -2048}, {63, 1}},
+         64,
+         26,
+         0},
+        {"mismatch clears (7,7)",
+         {2, false},
+         "1 0 000001 111110 0000 0000 0001 10",
+         kplStsNoErr,
+         {{0, 1}},
+         1,
+         28,
+         0},
         {"64 coefficients", {1, false}, run63.c_str(), kplStsNoErr, all3, 64, 2 + 63 * 3 + 2, 0},
-        {"64 coefficients, mismatch", {2, false}, run63.c_str(), kplStsNoErr, all1, 63,
-         2 + 63 * 3 + 2, 0},
-        {"B14 reads 0000 0001 0000", {2, true, B14, B12, 0, 0, 1, Flat16},
-         "100 0000 0001 0000 0 10", kplStsNoErr, {{8, 11}}, 2, 18, 0},
+        {"64 coefficients, mismatch", {2, false}, run63.c_str(), kplStsNoErr, all1, 63, 2 + 63 * 3 + 2, 0},
+        {"B14 reads 0000 0001 0000",
+         {2, true, B14, B12, 0, 0, 1, Flat16},
+         "100 0000 0001 0000 0 10",
+         kplStsNoErr,
+         {{8, 11}},
+         2,
+         18,
+         0},
         // Errors: nothing written.
         {"twelve zeros", {2, false}, "0000 0000 0000 0000", kplStsVLCErr, {}, 0, 0, 0},
-        {"twelve zeros after dc", {2, true, B14, B12, 5}, "100 0000 0000 0000", kplStsVLCErr, {},
-         0, 0, 0},
+        {"twelve zeros after dc", {2, true, B14, B12, 5}, "100 0000 0000 0000", kplStsVLCErr, {}, 0, 0, 0},
         {"m2 escape 0", {2, false}, "000001 000000 0000 0000 0000 10", kplStsVLCErr, {}, 0, 0, 0},
-        {"m2 escape -2048", {2, false}, "000001 000000 1000 0000 0000 10", kplStsVLCErr, {}, 0, 0,
+        {"m2 escape -2048", {2, false}, "000001 000000 1000 0000 0000 10", kplStsVLCErr, {}, 0, 0, 0},
+        {"m1 escape 0", {1, false}, "000001 000000 0000 0000 0000 0000 10", kplStsVLCErr, {}, 0, 0, 0},
+        {"m1 escape -256", {1, false}, "000001 000000 1000 0000 0000 0000 10", kplStsVLCErr, {}, 0, 0, 0},
+        {"escape run past 63",
+         {2, false},
+         "1 0 000001 111111 0000 0000 0001 10",
+         kplStsCoefCountErr,
+         {},
+         0,
+         0,
          0},
-        {"m1 escape 0", {1, false}, "000001 000000 0000 0000 0000 0000 10", kplStsVLCErr, {}, 0, 0,
+        {"forbidden level before run test",
+         {2, false},
+         "1 0 000001 111111 0000 0000 0000 10",
+         kplStsVLCErr,
+         {},
+         0,
+         0,
          0},
-        {"m1 escape -256", {1, false}, "000001 000000 1000 0000 0000 0000 10", kplStsVLCErr, {}, 0,
-         0, 0},
-        {"escape run past 63", {2, false}, "1 0 000001 111111 0000 0000 0001 10",
-         kplStsCoefCountErr, {}, 0, 0, 0},
-        {"forbidden level before run test", {2, false}, "1 0 000001 111111 0000 0000 0000 10",
-         kplStsVLCErr, {}, 0, 0, 0},
         {"65th coefficient", {2, false}, run64.c_str(), kplStsCoefCountErr, {}, 0, 0, 0},
-        {"B15 rejects B14-only code", {2, true, B15, B12, 0, 0, 1, Flat16},
-         "100 0000 0001 0000 0 0110", kplStsVLCErr, {}, 0, 0, 0},
+        {"B15 rejects B14-only code",
+         {2, true, B15, B12, 0, 0, 1, Flat16},
+         "100 0000 0001 0000 0 0110",
+         kplStsVLCErr,
+         {},
+         0,
+         0,
+         0},
         {"EOB first in non-intra", {2, false, B15}, "0110", kplStsVLCErr, {}, 0, 0, 0},
     };
     for (const Case& c : cases) {
@@ -227,7 +369,7 @@ TEST(Mpeg2BlockDecode, WorkedStreams) {
 // A caller's table whose leaves are not the standard ones: a level of 32767,
 // a marker of no known form and a negative level.
 TEST(Mpeg2BlockDecode, CallerTableLeaves) {
-    const std::vector<Code> codes = {{"1", 0, 32767}, {"01", 64, 0},  {"001", 65, 0},
+    const std::vector<Code> codes = {{"1", 0, 32767}, {"01", 64, 0},    {"001", 65, 0},
                                      {"0001", 7, 0},  {"00001", 3, -5}, {"000001", 241, 240}};
     const std::vector<Kpl32s> list = make_list(codes, true, {4, 4});
     Table t = build(list, true);
@@ -283,25 +425,21 @@ TEST(Mpeg2BlockDecode, ExactReconstructionAtExtremes) {
         const Kpl16s* wp = w.data();
         KplStatus st;
         if (version == 1)
-            st = intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(&p, &off, blk, &count, &pred,
-                                                                tables().b12.get(), t.get(),
-                                                                zz.data(), qp, wp)
-                       : kpliReconstructDCTBlock_MPEG1_32s(&p, &off, blk, &count, t.get(),
-                                                           zz.data(), qp, wp);
+            st = intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(
+                             &p, &off, blk, &count, &pred, tables().b12.get(), t.get(), zz.data(), qp, wp)
+                       : kpliReconstructDCTBlock_MPEG1_32s(&p, &off, blk, &count, t.get(), zz.data(), qp, wp);
         else
-            st = intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(&p, &off, blk, &count, &pred,
-                                                                tables().b12.get(), t.get(),
-                                                                zz.data(), qp, wp, 0)
-                       : kpliReconstructDCTBlock_MPEG2_32s(&p, &off, blk, &count, t.get(),
-                                                           zz.data(), qp, wp);
+            st = intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(
+                             &p, &off, blk, &count, &pred, tables().b12.get(), t.get(), zz.data(), qp, wp, 0)
+                       : kpliReconstructDCTBlock_MPEG2_32s(&p, &off, blk, &count, t.get(), zz.data(), qp, wp);
         ASSERT_EQ(st, kplStsNoErr);
         const int level = (big ? 32767 : 1) * (neg ? -1 : 1);
         const int32_t r0 = intra ? 0 : model_dequant(version, false, 1, qp, w[0]);
         const int32_t r1 = model_dequant(version, intra, level, qp, w[1]);
         const int32_t m63 = version == 2 && ((r0 + r1) & 1) == 0 ? 1 : 0;
         ASSERT_EQ(blk[0], r0) << "v" << version << " qp " << qp << " w " << w[0];
-        ASSERT_EQ(blk[8], r1) << "v" << version << " intra " << intra << " qp " << qp << " w "
-                              << w[1] << " level " << level;
+        ASSERT_EQ(blk[8], r1) << "v" << version << " intra " << intra << " qp " << qp << " w " << w[1]
+                              << " level " << level;
         ASSERT_EQ(blk[63], m63);
         const int expect_count = m63 != 0 ? 64 : (r1 != 0 ? 2 : (r0 != 0 ? 1 : 0));
         ASSERT_EQ(count, expect_count);
@@ -370,8 +508,8 @@ TEST(Mpeg2BlockDecode, ArgumentOrder) {
     for (int version = 1; version <= 2; ++version) {
         for (int intra = 0; intra <= 1; ++intra) {
             for (const A& c : cases) {
-                const bool intra_only = c.a == Pred || c.a == DcT || c.a == Mat || c.a == Prec ||
-                                        (c.prec != 0 && c.a == None);
+                const bool intra_only =
+                    c.a == Pred || c.a == DcT || c.a == Mat || c.a == Prec || (c.prec != 0 && c.a == None);
                 if (!intra && intra_only) continue;
                 if (version == 1 && c.prec != 0 && c.a == None) continue;
                 SCOPED_TRACE(std::string(c.name) + (intra ? " intra" : " inter") + " v" +
@@ -395,15 +533,13 @@ TEST(Mpeg2BlockDecode, ArgumentOrder) {
                 const Kpl16s* mat = has(Mat) ? nullptr : W;
                 KplStatus st;
                 if (version == 1)
-                    st = intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(pp, po, pb, pc, ppred, dct,
-                                                                        coef, scan, c.qp, mat)
-                               : kpliReconstructDCTBlock_MPEG1_32s(pp, po, pb, pc, coef, scan, c.qp,
-                                                                   mat);
+                    st = intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(pp, po, pb, pc, ppred, dct, coef,
+                                                                        scan, c.qp, mat)
+                               : kpliReconstructDCTBlock_MPEG1_32s(pp, po, pb, pc, coef, scan, c.qp, mat);
                 else
-                    st = intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(
-                                     pp, po, pb, pc, ppred, dct, coef, scan, c.qp, mat, c.prec)
-                               : kpliReconstructDCTBlock_MPEG2_32s(pp, po, pb, pc, coef, scan, c.qp,
-                                                                   mat);
+                    st = intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(pp, po, pb, pc, ppred, dct, coef,
+                                                                        scan, c.qp, mat, c.prec)
+                               : kpliReconstructDCTBlock_MPEG2_32s(pp, po, pb, pc, coef, scan, c.qp, mat);
                 EXPECT_EQ(st, c.st);
                 EXPECT_EQ(off, c.offv);
                 if (!has(P)) {
@@ -456,10 +592,14 @@ TEST(Mpeg2BlockDecode, ScanMaskVariants) {
             Kpl32s scan[64 + 1];
             const int kind = n % 4;
             for (int i = 0; i < 64; ++i) {
-                if (kind == 0) scan[i] = kZigzag[i];
-                else if (kind == 1) scan[i] = kAlternate[i];
-                else if (kind == 2) scan[i] = rng.range(0, 63);
-                else scan[i] = static_cast<Kpl32s>(rng.u32());  // high bits ignored
+                if (kind == 0)
+                    scan[i] = kZigzag[i];
+                else if (kind == 1)
+                    scan[i] = kAlternate[i];
+                else if (kind == 2)
+                    scan[i] = rng.range(0, 63);
+                else
+                    scan[i] = static_cast<Kpl32s>(rng.u32());  // high bits ignored
             }
             uint64_t nz = rng.u64();
             if (n % 3 == 0) nz &= rng.u64() & rng.u64();  // sparse

@@ -34,8 +34,10 @@ inline std::vector<Code> read_rl(const char* name) {
         std::istringstream s(line);
         std::string a, code;
         s >> a >> code;
-        if (a == "EOB") out.push_back({code, KPLVC_RL_EOB, 0});
-        else if (a == "ESCAPE") out.push_back({code, KPLVC_RL_ESCAPE, 0});
+        if (a == "EOB")
+            out.push_back({code, KPLVC_RL_EOB, 0});
+        else if (a == "ESCAPE")
+            out.push_back({code, KPLVC_RL_ESCAPE, 0});
         else if (a != "FIRST") {
             int32_t run, level;
             s >> run >> level;
@@ -63,8 +65,7 @@ inline std::vector<Code> read_dc(const char* which) {
 
 // A description in the generic VLC format: [0] unused, L, level bits, then
 // per length a count and the records, then -1.
-inline std::vector<Kpl32s> make_list(const std::vector<Code>& codes, bool rl,
-                                     std::vector<Kpl32s> levels) {
+inline std::vector<Kpl32s> make_list(const std::vector<Code>& codes, bool rl, std::vector<Kpl32s> levels) {
     std::vector<Kpl32s> d = {0, static_cast<Kpl32s>(levels.size())};
     d.insert(d.end(), levels.begin(), levels.end());
     size_t maxlen = 0;
@@ -94,8 +95,8 @@ using Table = std::unique_ptr<Kpl32s, TableFree>;
 
 inline Table build(const std::vector<Kpl32s>& list, bool rl) {
     Kpl32s* t = nullptr;
-    const KplStatus st = rl ? kpliVCHuffmanInitAllocRL_32s(list.data(), &t)
-                            : kpliVCHuffmanInitAlloc_32s(list.data(), &t);
+    const KplStatus st =
+        rl ? kpliVCHuffmanInitAllocRL_32s(list.data(), &t) : kpliVCHuffmanInitAlloc_32s(list.data(), &t);
     EXPECT_EQ(st, kplStsNoErr);
     return Table(t);
 }
@@ -153,14 +154,14 @@ inline std::vector<Kpl32u> words_of(const std::string& bits) {
 
 inline std::vector<Kpl32s> scan32(const uint8_t (&s)[64]) { return {s, s + 64}; }
 
-inline constexpr uint8_t kZigzag[64] = {
-    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33, 40, 48,
-    41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23,
-    30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
-inline constexpr uint8_t kAlternate[64] = {
-    0,  8,  16, 24, 1,  9,  2,  10, 17, 25, 32, 40, 48, 56, 57, 49, 41, 33, 26, 18, 3,  11,
-    4,  12, 19, 27, 34, 42, 50, 58, 35, 43, 51, 59, 20, 28, 5,  13, 6,  14, 21, 29, 36, 44,
-    52, 60, 37, 45, 53, 61, 22, 30, 7,  15, 23, 31, 38, 46, 54, 62, 39, 47, 55, 63};
+inline constexpr uint8_t kZigzag[64] = {0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,
+                                        12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,
+                                        35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
+                                        58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
+inline constexpr uint8_t kAlternate[64] = {0,  8,  16, 24, 1, 9,  2,  10, 17, 25, 32, 40, 48, 56, 57, 49,
+                                           41, 33, 26, 18, 3, 11, 4,  12, 19, 27, 34, 42, 50, 58, 35, 43,
+                                           51, 59, 20, 28, 5, 13, 6,  14, 21, 29, 36, 44, 52, 60, 37, 45,
+                                           53, 61, 22, 30, 7, 15, 23, 31, 38, 46, 54, 62, 39, 47, 55, 63};
 
 // Reconstruction of one level, straight from the rules (exact 64-bit
 // products, C++ division truncating toward zero).

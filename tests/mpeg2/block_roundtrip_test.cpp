@@ -31,9 +31,12 @@ int16_t random_level(Rng& rng, int32_t limit) {
     static const int32_t edge[] = {1, 2, 40, 41, 64, 65, 127, 128, 255, 256, 2047};
     int32_t v;
     const int k = rng.range(0, 9);
-    if (k < 6) v = rng.range(1, 3);
-    else if (k < 8) v = edge[rng.range(0, 10)];
-    else v = rng.range(1, limit);
+    if (k < 6)
+        v = rng.range(1, 3);
+    else if (k < 8)
+        v = edge[rng.range(0, 10)];
+    else
+        v = rng.range(1, limit);
     if (v > limit) v = limit;
     return static_cast<int16_t>(rng.coin() ? -v : v);
 }
@@ -50,9 +53,12 @@ void fill_block(Rng& rng, Block& b, int version, Kpl16s pred) {
     const int32_t top = version == 1 ? 255 : 2047;
     int32_t dc;
     const int k = rng.range(0, 3);
-    if (k == 0) dc = 0;
-    else if (k == 1) dc = top;
-    else dc = pred + rng.range(-limit, limit);
+    if (k == 0)
+        dc = 0;
+    else if (k == 1)
+        dc = top;
+    else
+        dc = pred + rng.range(-limit, limit);
     if (dc < 0) dc = 0;
     if (dc > top) dc = top;
     if (dc - pred > limit || dc - pred < -limit) dc = pred;
@@ -60,8 +66,8 @@ void fill_block(Rng& rng, Block& b, int version, Kpl16s pred) {
 }
 
 // The decoded block the model expects, transposed, and its count.
-void model(const Block& b, int version, int prec, int qp, const Kpl16s* w,
-           const std::vector<Kpl32s>& scan, Kpl16s out[64], Kpl32s* count) {
+void model(const Block& b, int version, int prec, int qp, const Kpl16s* w, const std::vector<Kpl32s>& scan,
+           Kpl16s out[64], Kpl32s* count) {
     int32_t r[64] = {};
     const int first = b.intra ? 1 : 0;
     for (int i = first; i < 64; ++i) {
@@ -103,9 +109,8 @@ TEST(Mpeg2BlockRoundTrip, StreamsOfBlocks) {
     for (const Config& cfg : configs) {
         const std::vector<Kpl32s>& scan = cfg.alternate ? alt : zz;
         for (Kpl32s start_free = 1; start_free <= 32; ++start_free) {
-            SCOPED_TRACE("version " + std::to_string(cfg.version) + " alt " +
-                         std::to_string(cfg.alternate) + " b15 " + std::to_string(cfg.b15) +
-                         " start free " + std::to_string(start_free));
+            SCOPED_TRACE("version " + std::to_string(cfg.version) + " alt " + std::to_string(cfg.alternate) +
+                         " b15 " + std::to_string(cfg.b15) + " start free " + std::to_string(start_free));
             const int nblocks = 12;
             std::vector<Block> blocks(nblocks);
             std::vector<Kpl32u> words(nblocks * 64 + 8, 0xA5A5A5A5u);
@@ -122,10 +127,10 @@ TEST(Mpeg2BlockRoundTrip, StreamsOfBlocks) {
                 fill_block(rng, b, cfg.version, pr);
                 b.pred_in = pr;
                 const Kpl32s* enc = (b.intra && cfg.b15) ? t.enc15.data() : t.enc14.data();
-                const KplStatus st =
-                    b.intra ? kpliPutIntraBlock(b.lv, &p, &f, &pr, b.luma ? t.dc12 : t.dc13, enc,
-                                                scan.data(), cfg.version)
-                            : kpliPutNonIntraBlock(b.lv, &p, &f, enc, scan.data(), cfg.version);
+                const KplStatus st = b.intra
+                                         ? kpliPutIntraBlock(b.lv, &p, &f, &pr, b.luma ? t.dc12 : t.dc13, enc,
+                                                             scan.data(), cfg.version)
+                                         : kpliPutNonIntraBlock(b.lv, &p, &f, enc, scan.data(), cfg.version);
                 ASSERT_EQ(st, kplStsNoErr);
                 if (b.intra) {
                     ASSERT_EQ(pr, b.lv[0]);
@@ -175,14 +180,13 @@ TEST(Mpeg2BlockRoundTrip, StreamsOfBlocks) {
                 KplStatus st;
                 const Kpl32s* dct = b.luma ? t.b12.get() : t.b13.get();
                 if (cfg.version == 1)
-                    st = b.intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(
-                                       &rp, &off, got, &count, &pr, dct, coef, scan.data(), qp, wp)
+                    st = b.intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(&rp, &off, got, &count, &pr, dct,
+                                                                          coef, scan.data(), qp, wp)
                                  : kpliReconstructDCTBlock_MPEG1_32s(&rp, &off, got, &count, coef,
                                                                      scan.data(), qp, wp);
                 else
-                    st = b.intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(&rp, &off, got, &count,
-                                                                          &pr, dct, coef,
-                                                                          scan.data(), qp, wp, prec)
+                    st = b.intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(&rp, &off, got, &count, &pr, dct,
+                                                                          coef, scan.data(), qp, wp, prec)
                                  : kpliReconstructDCTBlock_MPEG2_32s(&rp, &off, got, &count, coef,
                                                                      scan.data(), qp, wp);
                 ASSERT_EQ(st, kplStsNoErr);
@@ -235,8 +239,7 @@ TEST(Mpeg2BlockRoundTrip, CountDrivesTheTransform) {
         Kpl32s f = 32;
         Kpl16s epred = pred;
         const KplStatus es =
-            intra ? kpliPutIntraBlock(b.lv, &p, &f, &epred, t.dc12, t.enc14.data(), scan.data(),
-                                      version)
+            intra ? kpliPutIntraBlock(b.lv, &p, &f, &epred, t.dc12, t.enc14.data(), scan.data(), version)
                   : kpliPutNonIntraBlock(b.lv, &p, &f, t.enc14.data(), scan.data(), version);
         ASSERT_EQ(es, kplStsNoErr);
         if (f != 32) *p <<= f;
@@ -249,17 +252,15 @@ TEST(Mpeg2BlockRoundTrip, CountDrivesTheTransform) {
         rng.fill(w.data(), 64, 1, 64);
         KplStatus st;
         if (version == 1)
-            st = intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(&rp, &off, blk, &count, &pred,
-                                                                t.b12.get(), t.b14.get(),
-                                                                scan.data(), qp, w.data())
-                       : kpliReconstructDCTBlock_MPEG1_32s(&rp, &off, blk, &count, t.b14.get(),
-                                                           scan.data(), qp, w.data());
+            st = intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(&rp, &off, blk, &count, &pred, t.b12.get(),
+                                                                t.b14.get(), scan.data(), qp, w.data())
+                       : kpliReconstructDCTBlock_MPEG1_32s(&rp, &off, blk, &count, t.b14.get(), scan.data(),
+                                                           qp, w.data());
         else
-            st = intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(&rp, &off, blk, &count, &pred,
-                                                                t.b12.get(), t.b14.get(),
-                                                                scan.data(), qp, w.data(), 0)
-                       : kpliReconstructDCTBlock_MPEG2_32s(&rp, &off, blk, &count, t.b14.get(),
-                                                           scan.data(), qp, w.data());
+            st = intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(&rp, &off, blk, &count, &pred, t.b12.get(),
+                                                                t.b14.get(), scan.data(), qp, w.data(), 0)
+                       : kpliReconstructDCTBlock_MPEG2_32s(&rp, &off, blk, &count, t.b14.get(), scan.data(),
+                                                           qp, w.data());
         ASSERT_EQ(st, kplStsNoErr);
         short_paths += count <= 8;
         Kpl8u a[64], full[64];
@@ -280,8 +281,7 @@ TEST(Mpeg2BlockRoundTrip, CountDrivesTheTransform) {
     }
     EXPECT_GT(short_paths, 500);
     EXPECT_GT(dc_only, 50);
-    std::printf("DC-only blocks: %d, of which the full path differs on %d\n", dc_only,
-                dc_only_differs);
+    std::printf("DC-only blocks: %d, of which the full path differs on %d\n", dc_only, dc_only_differs);
 }
 
 }  // namespace

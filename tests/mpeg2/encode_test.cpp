@@ -20,8 +20,8 @@ TEST(Mpeg2Encode, TableWords) {
     struct W {
         int at;
         Kpl32s word;
-    } b14[] = {{0, 0x202},    {1, 0x106},   {2, 0x302},  {66, 0x303},
-               {1986, 0x1B10}, {41, 0x100F}, {42, 0},     {2050, 0}};
+    } b14[] = {{0, 0x202},     {1, 0x106},   {2, 0x302}, {66, 0x303},
+               {1986, 0x1B10}, {41, 0x100F}, {42, 0},    {2050, 0}};
     for (const W& w : b14) EXPECT_EQ(t.enc14[w.at], w.word) << "word " << w.at;
     int nonzero = 0;
     for (Kpl32s v : t.enc14) nonzero += v != 0;
@@ -39,7 +39,10 @@ TEST(Mpeg2Encode, TableFromCallerLists) {
     } cases[] = {
         {"no escape", {{"10", 64, 0}, {"11", 0, 1}}, kplStsBadArgErr, {}},
         {"no eob", {{"000001", 65, 0}, {"11", 0, 1}}, kplStsBadArgErr, {}},
-        {"eob longer than 24 bits", {{"0000000000000000000000001", 64, 0}, {"01", 65, 0}}, kplStsBadArgErr, {}},
+        {"eob longer than 24 bits",
+         {{"0000000000000000000000001", 64, 0}, {"01", 65, 0}},
+         kplStsBadArgErr,
+         {}},
         {"reduced values, later record wins, out-of-range pairs left out",
          {{"10", 64, 0},
           {"01", 65, 0},
@@ -48,7 +51,7 @@ TEST(Mpeg2Encode, TableFromCallerLists) {
           {"11110", 64, 1},             // run 64: no word
           {"111110", 0, 65},            // level 65: no word
           {"1111110", 0, 64},
-          {"11111110", 66, 0}},         // another marker: no word
+          {"11111110", 66, 0}},  // another marker: no word
          kplStsNoErr,
          {{0, 0x202}, {1, 0x102}, {2 + 64 * 3 + 1, 0xE04}, {2 + 63, 0x7E07}}},
     };
@@ -107,30 +110,60 @@ struct Enc {
 TEST(Mpeg2Encode, Streams) {
     const Enc cases[] = {
         {"first -1", false, 2, {{0, -1}}, "", "1 1 10", kplStsNoErr},
-        {"first +1 then escape -300", false, 2, {{0, 1}, {3, -300}}, "",
-         "1 0 000001 000101 1110 1101 0100 10", kplStsNoErr},
-        {"first +1 then 16-bit -200", false, 1, {{0, 1}, {3, -200}}, "",
-         "1 0 000001 000101 1000 0000 0011 1000 10", kplStsNoErr},
-        {"v1 forms", false, 1, {{1, 127}, {8, 128}, {16, -128}, {9, 255}, {2, -255}}, "",
+        {"first +1 then escape -300",
+         false,
+         2,
+         {{0, 1}, {3, -300}},
+         "",
+         "1 0 000001 000101 1110 1101 0100 10",
+         kplStsNoErr},
+        {"first +1 then 16-bit -200",
+         false,
+         1,
+         {{0, 1}, {3, -200}},
+         "",
+         "1 0 000001 000101 1000 0000 0011 1000 10",
+         kplStsNoErr},
+        {"v1 forms",
+         false,
+         1,
+         {{1, 127}, {8, 128}, {16, -128}, {9, 255}, {2, -255}},
+         "",
          "000001 000001 0111 1111  000001 000000 0000 0000 1000 0000"
          "  000001 000000 1000 0000 1000 0000  000001 000000 0000 0000 1111 1111"
          "  000001 000000 1000 0000 0000 0001  10",
          kplStsNoErr},
         {"first coded with a run is not 1s", false, 2, {{1, 1}}, "", "011 0 10", kplStsNoErr},
         {"first coded level 2", false, 2, {{0, -2}}, "", "0100 1 10", kplStsNoErr},
-        {"level 41 escapes, 40 has a code", false, 2, {{0, 40}, {1, 41}}, "",
-         "0000 0000 0010 000 0  000001 000000 0000 0010 1001  10", kplStsNoErr},
-        {"word boundary keeps earlier bits", false, 2, {{0, 100}},
-         "1010 1100 0011 0101 1110 0001 1001", "000001 000000 0000 0110 0100 10", kplStsNoErr},
-        {"alternate scan", false, 2, {{8, 1}, {1, -1}}, "", "011 0  0101 1  10", kplStsNoErr, 0,
-         false, true},
+        {"level 41 escapes, 40 has a code",
+         false,
+         2,
+         {{0, 40}, {1, 41}},
+         "",
+         "0000 0000 0010 000 0  000001 000000 0000 0010 1001  10",
+         kplStsNoErr},
+        {"word boundary keeps earlier bits",
+         false,
+         2,
+         {{0, 100}},
+         "1010 1100 0011 0101 1110 0001 1001",
+         "000001 000000 0000 0110 0100 10",
+         kplStsNoErr},
+        {"alternate scan", false, 2, {{8, 1}, {1, -1}}, "", "011 0  0101 1  10", kplStsNoErr, 0, false, true},
         {"intra v1 chroma", true, 1, {{0, 100}}, "", "11110 00011 10", kplStsNoErr, 128, true},
-        {"intra v2 dc -256 size 9", true, 2, {{0, 0}}, "", "1111 1110 0 1111 1111 10",
-         kplStsNoErr, 256},
-        {"intra v2 B15 (0,1)", true, 2, {{0, 5}, {1, 1}}, "", "100 10 0 0110", kplStsNoErr, 5,
-         false, false, true},
-        {"intra v2 dc 2047", true, 2, {{0, 2047}}, "1", "111111111 111 1111 1111 10",
-         kplStsNoErr, 0},
+        {"intra v2 dc -256 size 9", true, 2, {{0, 0}}, "", "1111 1110 0 1111 1111 10", kplStsNoErr, 256},
+        {"intra v2 B15 (0,1)",
+         true,
+         2,
+         {{0, 5}, {1, 1}},
+         "",
+         "100 10 0 0110",
+         kplStsNoErr,
+         5,
+         false,
+         false,
+         true},
+        {"intra v2 dc 2047", true, 2, {{0, 2047}}, "1", "111111111 111 1111 1111 10", kplStsNoErr, 0},
         {"empty non-intra", false, 2, {}, "0110", "", kplStsNoErr},
         // Level checks: nothing is written.
         {"v2 level -2048", false, 2, {{0, 1}, {63, -2048}}, "", "", kplStsLevelRangeErr},
@@ -158,8 +191,7 @@ TEST(Mpeg2Encode, Streams) {
         const Kpl32s* enc = c.b15 ? t.enc15.data() : t.enc14.data();
         const Kpl32s* scan = c.alternate ? alt.data() : zz.data();
         const KplStatus st =
-            c.intra ? kpliPutIntraBlock(blk, &p, &f, &pred, c.chroma ? t.dc13 : t.dc12, enc, scan,
-                                        c.version)
+            c.intra ? kpliPutIntraBlock(blk, &p, &f, &pred, c.chroma ? t.dc13 : t.dc12, enc, scan, c.version)
                     : kpliPutNonIntraBlock(blk, &p, &f, enc, scan, c.version);
         ASSERT_EQ(st, c.st);
         if (st != kplStsNoErr || strip(c.bits).empty()) {
@@ -191,13 +223,20 @@ TEST(Mpeg2Encode, ArgumentOrder) {
         bool bad_level;
         KplStatus st;
     } cases[] = {
-        {"src null", Src, 32, 2, false, kplStsNullPtrErr},      {"pp null", PP, 32, 2, false, kplStsNullPtrErr},
-        {"offset null", Off, 32, 2, false, kplStsNullPtrErr},   {"stream null", P, 32, 2, false, kplStsNullPtrErr},
-        {"pred null", Pred, 32, 2, false, kplStsNullPtrErr},    {"dc codes null", Dc, 32, 2, false, kplStsNullPtrErr},
-        {"rl null", Rl, 32, 2, false, kplStsNullPtrErr},        {"scan null", Scan, 32, 2, false, kplStsNullPtrErr},
-        {"offset 0", None, 0, 2, false, kplStsBadArgErr},       {"offset 33", None, 33, 2, false, kplStsBadArgErr},
-        {"version 0", None, 32, 0, false, kplStsBadArgErr},     {"version 3", None, 32, 3, false, kplStsBadArgErr},
-        {"level", None, 32, 2, true, kplStsLevelRangeErr},      {"null before offset", Scan, 0, 2, true, kplStsNullPtrErr},
+        {"src null", Src, 32, 2, false, kplStsNullPtrErr},
+        {"pp null", PP, 32, 2, false, kplStsNullPtrErr},
+        {"offset null", Off, 32, 2, false, kplStsNullPtrErr},
+        {"stream null", P, 32, 2, false, kplStsNullPtrErr},
+        {"pred null", Pred, 32, 2, false, kplStsNullPtrErr},
+        {"dc codes null", Dc, 32, 2, false, kplStsNullPtrErr},
+        {"rl null", Rl, 32, 2, false, kplStsNullPtrErr},
+        {"scan null", Scan, 32, 2, false, kplStsNullPtrErr},
+        {"offset 0", None, 0, 2, false, kplStsBadArgErr},
+        {"offset 33", None, 33, 2, false, kplStsBadArgErr},
+        {"version 0", None, 32, 0, false, kplStsBadArgErr},
+        {"version 3", None, 32, 3, false, kplStsBadArgErr},
+        {"level", None, 32, 2, true, kplStsLevelRangeErr},
+        {"null before offset", Scan, 0, 2, true, kplStsNullPtrErr},
         {"offset before version", None, 0, 7, true, kplStsBadArgErr},
         {"version before level", None, 32, 7, true, kplStsBadArgErr},
     };
@@ -220,9 +259,8 @@ TEST(Mpeg2Encode, ArgumentOrder) {
             const Kpl32s* dc = has(Dc) ? nullptr : t.dc12;
             const Kpl32s* rl = has(Rl) ? nullptr : t.enc14.data();
             const Kpl32s* scan = has(Scan) ? nullptr : zz.data();
-            const KplStatus st =
-                intra ? kpliPutIntraBlock(src, pp, po, ppred, dc, rl, scan, c.version)
-                      : kpliPutNonIntraBlock(src, pp, po, rl, scan, c.version);
+            const KplStatus st = intra ? kpliPutIntraBlock(src, pp, po, ppred, dc, rl, scan, c.version)
+                                       : kpliPutNonIntraBlock(src, pp, po, rl, scan, c.version);
             EXPECT_EQ(st, c.st);
             EXPECT_EQ(off, c.off);
             EXPECT_EQ(pred, 3);

@@ -152,7 +152,8 @@ TEST(Mpeg2Quant, DefaultIntraMatrixIsReciprocalOfSharedTable) {
         for (int u = 0; u < 8; ++u) {
             ASSERT_TRUE(static_cast<bool>(ls >> w));
             EXPECT_EQ(kplvc::mpeg2::kDefaultIntraMatrix[8 * v + u], w);
-            const float want = 1.0f / static_cast<float>(w), got = kplvc::mpeg2::kDefaultIntraRecip.v[8 * v + u];
+            const float want = 1.0f / static_cast<float>(w),
+                        got = kplvc::mpeg2::kDefaultIntraRecip.v[8 * v + u];
             EXPECT_EQ(std::memcmp(&got, &want, sizeof got), 0) << v << "," << u;
         }
         ++rows;
@@ -294,16 +295,26 @@ int32_t pick_qp(Rng& rng, bool nonzero) {
     const int32_t odd[] = {0,     -1,         32,         63,        255,       4095, 32767,
                            32768, 65536 + 31, -65536 - 5, INT32_MAX, INT32_MIN, 1,    31};
     const int k = rng.range(0, 3);
-    const int32_t q = k == 0 ? odd[rng.range(0, 13)] : k == 1 ? static_cast<int32_t>(rng.u32()) : rng.range(1, 31);
+    const int32_t q = k == 0   ? odd[rng.range(0, 13)]
+                      : k == 1 ? static_cast<int32_t>(rng.u32())
+                               : rng.range(1, 31);
     return (nonzero && q == 0) ? 7 : q;
 }
 
 void fill_block(Rng& rng, int16_t* b) {
     switch (rng.range(0, 3)) {
-        case 0: rng.fill(b, 64); break;
-        case 1: rng.fill(b, 64, -2048, 2047); break;
-        case 2: rng.fill(b, 64, -8, 8); break;
-        default: rng.fill_extreme(b, 64); break;
+        case 0:
+            rng.fill(b, 64);
+            break;
+        case 1:
+            rng.fill(b, 64, -2048, 2047);
+            break;
+        case 2:
+            rng.fill(b, 64, -8, 8);
+            break;
+        default:
+            rng.fill_extreme(b, 64);
+            break;
     }
 }
 
@@ -321,17 +332,24 @@ void fill_aux(Rng& rng, int iter, int16_t* w) {
 
 void fill_aux(Rng& rng, int iter, float* m) {
     const float inf = std::numeric_limits<float>::infinity();
-    const float specials[] = {0.0f, -0.0f, 1e30f, -1e30f, inf, -inf, std::numeric_limits<float>::quiet_NaN(),
-                              1e-40f, 3e9f, 1.0f, 0.0625f, 65536.0f};
+    const float specials[] = {
+        0.0f,   -0.0f, 1e30f, -1e30f,  inf,     -inf, std::numeric_limits<float>::quiet_NaN(),
+        1e-40f, 3e9f,  1.0f,  0.0625f, 65536.0f};
     for (int i = 0; i < 64; ++i) {
         if (iter < 255) {
             m[i] = 1.0f / static_cast<float>(iter + 1);
             continue;
         }
         switch (rng.range(0, 4)) {
-            case 0: m[i] = 1.0f / static_cast<float>(rng.range(1, 255)); break;
-            case 1: m[i] = specials[rng.range(0, 11)]; break;
-            case 2: m[i] = static_cast<float>(rng.range(-100000, 100000)) / 1000.0f; break;
+            case 0:
+                m[i] = 1.0f / static_cast<float>(rng.range(1, 255));
+                break;
+            case 1:
+                m[i] = specials[rng.range(0, 11)];
+                break;
+            case 2:
+                m[i] = static_cast<float>(rng.range(-100000, 100000)) / 1000.0f;
+                break;
             default: {
                 const uint32_t bits = rng.u32();
                 std::memcpy(&m[i], &bits, 4);
@@ -348,7 +366,8 @@ template <class Aux, class Fn>
 void compare(Fn QuantKernels::*member, bool uses_aux) {
     const QuantKernels ref = kplvc::mpeg2::quant_kernels_for(kplvc::cpu::Isa::c);
     size_t levels = 0;
-    for (auto isa : kplvc::test::simd_levels()) levels += isa == kplvc::cpu::Isa::sse2 || isa == kplvc::cpu::Isa::avx2;
+    for (auto isa : kplvc::test::simd_levels())
+        levels += isa == kplvc::cpu::Isa::sse2 || isa == kplvc::cpu::Isa::avx2;
     const auto vs = variants(kplvc::mpeg2::quant_kernels_for, member);
     EXPECT_EQ(vs.size(), levels);
     for (auto [isa, fn] : vs) {
@@ -356,7 +375,8 @@ void compare(Fn QuantKernels::*member, bool uses_aux) {
         Rng rng(8000 + 1000 * sizeof(Aux) + static_cast<int>(isa));
         for (int iter = 0; iter < 3000; ++iter) {
             const size_t mis = 2 * static_cast<size_t>(rng.range(0, 15));
-            Guarded a(128, mis), b(128, mis), xg(64 * sizeof(Aux), sizeof(Aux) * static_cast<size_t>(rng.range(0, 32 / sizeof(Aux) - 1)));
+            Guarded a(128, mis), b(128, mis),
+                xg(64 * sizeof(Aux), sizeof(Aux) * static_cast<size_t>(rng.range(0, 32 / sizeof(Aux) - 1)));
             fill_block(rng, a.as<int16_t>());
             std::memcpy(b.data(), a.data(), 128);
             fill_aux(rng, iter, xg.as<Aux>());
@@ -364,7 +384,8 @@ void compare(Fn QuantKernels::*member, bool uses_aux) {
             const Aux* x = uses_aux ? xg.as<Aux>() : nullptr;
             const int32_t qp = pick_qp(rng, std::is_same_v<Aux, float>);
             if constexpr (std::is_same_v<Aux, float>) {
-                ASSERT_EQ((ref.*member)(a.as<int16_t>(), qp, x), fn(b.as<int16_t>(), qp, x)) << "iter " << iter;
+                ASSERT_EQ((ref.*member)(a.as<int16_t>(), qp, x), fn(b.as<int16_t>(), qp, x))
+                    << "iter " << iter;
             } else {
                 (ref.*member)(a.as<int16_t>(), qp, x);
                 fn(b.as<int16_t>(), qp, x);

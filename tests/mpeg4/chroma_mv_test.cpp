@@ -19,8 +19,15 @@ TEST(ChromaMV, OneVector) {
         int16_t x, y, wx, wy;
     };
     const Case cases[] = {
-        {-1, 4, -1, 2}, {0, -5, 0, -3}, {1, 2, 1, 1},   {3, 4, 1, 2},        {5, 6, 3, 3},
-        {7, 8, 3, 4},   {-7, -8, -3, -4}, {9, -9, 5, -5}, {32767, -32768, 16383, -16384},
+        {-1, 4, -1, 2},
+        {0, -5, 0, -3},
+        {1, 2, 1, 1},
+        {3, 4, 1, 2},
+        {5, 6, 3, 3},
+        {7, 8, 3, 4},
+        {-7, -8, -3, -4},
+        {9, -9, 5, -5},
+        {32767, -32768, 16383, -16384},
         {-32767, 32766, -16383, 16383},
     };
     for (const auto& c : cases) {
@@ -50,7 +57,9 @@ TEST(ChromaMV, FourVectorsWorkedCases) {
         {"two: S -17 -> -(2·2 + table8[1])", {{0, -8}, {0, 0}, {0, 0}, {0, -9}}, {1, 0, 0, 1}, {0, -4}},
         {"four: S 30 -> 1·2 + table16[14] = 4", {{7, 0}, {8, 0}, {7, 0}, {8, 0}}, {1, 1, 1, 1}, {4, 0}},
         {"four: S 19 -> 2 + table16[3] = 3", {{4, 0}, {5, 0}, {5, 0}, {5, 0}}, {1, 1, 1, 1}, {3, 0}},
-        {"four extremes", {{-32768, 32767}, {-32768, 32767}, {-32768, 32767}, {-32768, 32767}}, {1, 1, 1, 1},
+        {"four extremes",
+         {{-32768, 32767}, {-32768, 32767}, {-32768, 32767}, {-32768, 32767}},
+         {1, 1, 1, 1},
          {-16384, 16383}},
     };
     for (const auto& c : cases) {
@@ -91,13 +100,24 @@ TEST(LimitMV, WorkedCases) {
         {"exactly at the left bound", {0, 0, 176, 144}, 16, 16, 16, {-32, -32}, {-32, -32}},
         {"one half sample left of it", {0, 0, 176, 144}, 16, 16, 16, {-33, -33}, {-32, -32}},
         {"one half sample before the far bound", {0, 0, 176, 144}, 16, 16, 16, {287, 223}, {287, 223}},
-        {"at the far bound: replaced by the same value", {0, 0, 176, 144}, 16, 16, 16, {288, 224}, {288, 224}},
+        {"at the far bound: replaced by the same value",
+         {0, 0, 176, 144},
+         16,
+         16,
+         16,
+         {288, 224},
+         {288, 224}},
         {"past the far bound", {0, 0, 176, 144}, 16, 16, 16, {300, 1000}, {288, 224}},
         {"offset rectangle, size 8", {-16, 8, 64, 48}, 0, 8, 8, {-40, -2}, {-32, 0}},
         {"offset rectangle far side", {-16, 8, 64, 48}, 0, 8, 8, {200, 200}, {80, 80}},
         {"result wraps to 16 bits", {-40000, 0, 80000, 32}, 0, 0, 16, {-32768, 0}, {-32768, 0}},
         {"far bound beyond 16 bits", {0, 0, 2000000, 32}, 0, 0, 16, {32767, 0}, {32767, 0}},
-        {"huge position, exact sums", {0, 0, 64, 64}, 2000000000, -2000000000, 16, {0, 0},
+        {"huge position, exact sums",
+         {0, 0, 64, 64},
+         2000000000,
+         -2000000000,
+         16,
+         {0, 0},
          {static_cast<int16_t>(2 * (48 - 2000000000LL)), static_cast<int16_t>(4000000000LL)}},
     };
     for (const auto& c : cases) {
@@ -130,7 +150,8 @@ TEST(ChromaMVArgs, FirstFailingCheckWinsAndNothingIsWritten) {
         {"limit size 12", kpliLimitMVToRect_MPEG4(in, &out, &ok, 0, 0, 12), kplStsBlockSizeErr},
         {"limit size 0", kpliLimitMVToRect_MPEG4(in, &out, &ok, 0, 0, 0), kplStsBlockSizeErr},
         {"limit size 4", kpliLimitMVToRect_MPEG4(in, &out, &ok, 0, 0, 4), kplStsBlockSizeErr},
-        {"limit block size before rect size", kpliLimitMVToRect_MPEG4(in, &out, &narrow, 0, 0, 32), kplStsBlockSizeErr},
+        {"limit block size before rect size", kpliLimitMVToRect_MPEG4(in, &out, &narrow, 0, 0, 32),
+         kplStsBlockSizeErr},
         {"limit width 31 size 16", kpliLimitMVToRect_MPEG4(in, &out, &narrow, 0, 0, 16), kplStsSizeErr},
         {"limit height 15 size 8", kpliLimitMVToRect_MPEG4(in, &out, &low, 0, 0, 8), kplStsSizeErr},
     };

@@ -40,9 +40,12 @@ enum Form { kIntra, kInterW, kInterFlat };
 
 KplStatus run(Form f, int16_t* b, int32_t qp, const int16_t* w) {
     switch (f) {
-        case kIntra: return kpliQuantInvIntra_MPEG4_16s_C1I(b, qp, w);
-        case kInterW: return kpliQuantInv_MPEG4_16s_C1I(b, qp, w);
-        default: return kpliQuantInv_MPEG4_16s_C1I(b, qp, nullptr);
+        case kIntra:
+            return kpliQuantInvIntra_MPEG4_16s_C1I(b, qp, w);
+        case kInterW:
+            return kpliQuantInv_MPEG4_16s_C1I(b, qp, w);
+        default:
+            return kpliQuantInv_MPEG4_16s_C1I(b, qp, nullptr);
     }
 }
 
@@ -150,7 +153,8 @@ namespace {
 using DequantFn = kplvc::mpeg4::DequantFn;
 
 int32_t pick_qp(Rng& rng) {
-    const int32_t odd[] = {0, -1, 32, 63, 255, 4095, 32767, 32768, 65536 + 31, -65536 - 5, INT32_MAX, INT32_MIN};
+    const int32_t odd[] = {0,     -1,    32,         63,         255,       4095,
+                           32767, 32768, 65536 + 31, -65536 - 5, INT32_MAX, INT32_MIN};
     const int k = rng.range(0, 3);
     return k == 0 ? odd[rng.range(0, 11)] : k == 1 ? static_cast<int32_t>(rng.u32()) : rng.range(1, 31);
 }
@@ -161,7 +165,8 @@ int32_t pick_qp(Rng& rng) {
 void compare(DequantFn QuantKernels::*member, bool uses_weights) {
     const QuantKernels ref = kplvc::mpeg4::quant_kernels_for(kplvc::cpu::Isa::c);
     size_t levels = 0;
-    for (auto isa : kplvc::test::simd_levels()) levels += isa == kplvc::cpu::Isa::sse2 || isa == kplvc::cpu::Isa::avx2;
+    for (auto isa : kplvc::test::simd_levels())
+        levels += isa == kplvc::cpu::Isa::sse2 || isa == kplvc::cpu::Isa::avx2;
     const auto vs = variants(kplvc::mpeg4::quant_kernels_for, member);
     EXPECT_EQ(vs.size(), levels);
     for (auto [isa, fn] : vs) {
@@ -172,10 +177,18 @@ void compare(DequantFn QuantKernels::*member, bool uses_weights) {
             Guarded a(128, mis), b(128, mis), wg(128, 2 * static_cast<size_t>(rng.range(0, 15)));
             int16_t* blk = a.as<int16_t>();
             switch (rng.range(0, 3)) {
-                case 0: rng.fill(blk, 64); break;
-                case 1: rng.fill(blk, 64, -2048, 2047); break;
-                case 2: rng.fill(blk, 64, -6, 6); break;
-                default: rng.fill_extreme(blk, 64); break;
+                case 0:
+                    rng.fill(blk, 64);
+                    break;
+                case 1:
+                    rng.fill(blk, 64, -2048, 2047);
+                    break;
+                case 2:
+                    rng.fill(blk, 64, -6, 6);
+                    break;
+                default:
+                    rng.fill_extreme(blk, 64);
+                    break;
             }
             std::memcpy(b.data(), a.data(), 128);
             int16_t* w = wg.as<int16_t>();

@@ -12,12 +12,24 @@ void Rng::fill_extreme(uint8_t* p, size_t n) {
     const int kind = range(0, 5);
     for (size_t i = 0; i < n; ++i) {
         switch (kind) {
-            case 0: p[i] = 0; break;
-            case 1: p[i] = 255; break;
-            case 2: p[i] = (i & 1) ? 255 : 0; break;
-            case 3: p[i] = coin() ? 255 : 0; break;
-            case 4: p[i] = coin() ? static_cast<uint8_t>(range(0, 3)) : static_cast<uint8_t>(range(252, 255)); break;
-            default: p[i] = u8(); break;
+            case 0:
+                p[i] = 0;
+                break;
+            case 1:
+                p[i] = 255;
+                break;
+            case 2:
+                p[i] = (i & 1) ? 255 : 0;
+                break;
+            case 3:
+                p[i] = coin() ? 255 : 0;
+                break;
+            case 4:
+                p[i] = coin() ? static_cast<uint8_t>(range(0, 3)) : static_cast<uint8_t>(range(252, 255));
+                break;
+            default:
+                p[i] = u8();
+                break;
         }
     }
 }
@@ -27,12 +39,24 @@ void Rng::fill_extreme(int16_t* p, size_t n, int32_t lo, int32_t hi) {
     for (size_t i = 0; i < n; ++i) {
         int32_t v;
         switch (kind) {
-            case 0: v = lo; break;
-            case 1: v = hi; break;
-            case 2: v = (i & 1) ? hi : lo; break;
-            case 3: v = coin() ? hi : lo; break;
-            case 4: v = coin() ? lo + range(0, 3) : hi - range(0, 3); break;
-            default: v = range(lo, hi); break;
+            case 0:
+                v = lo;
+                break;
+            case 1:
+                v = hi;
+                break;
+            case 2:
+                v = (i & 1) ? hi : lo;
+                break;
+            case 3:
+                v = coin() ? hi : lo;
+                break;
+            case 4:
+                v = coin() ? lo + range(0, 3) : hi - range(0, 3);
+                break;
+            default:
+                v = range(lo, hi);
+                break;
         }
         p[i] = static_cast<int16_t>(v);
     }

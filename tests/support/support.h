@@ -25,7 +25,8 @@ public:
     uint64_t u64() { return g_(); }
     // Uniform in lo..hi inclusive.
     int32_t range(int32_t lo, int32_t hi) {
-        return static_cast<int32_t>(lo + static_cast<int64_t>(g_() % (static_cast<uint64_t>(int64_t{hi} - lo) + 1)));
+        return static_cast<int32_t>(
+            lo + static_cast<int64_t>(g_() % (static_cast<uint64_t>(int64_t{hi} - lo) + 1)));
     }
     uint8_t u8() { return static_cast<uint8_t>(g_()); }
     int16_t s16() { return static_cast<int16_t>(g_()); }
@@ -65,7 +66,9 @@ public:
     const uint8_t* data() const { return buf_.data() + kGuard + misalign_; }
     size_t size() const { return size_; }
     template <class T>
-    T* as() { return reinterpret_cast<T*>(data()); }
+    T* as() {
+        return reinterpret_cast<T*>(data());
+    }
     bool intact() const;
 
 private:

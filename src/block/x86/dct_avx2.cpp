@@ -63,7 +63,8 @@ inline __m256i inv_row2(__m256i x, const RowPairConsts& c) {
 
 inline void inv_rows(const int16_t* src, __m128i* x) {
     for (int p = 0; p < 4; ++p) {
-        const __m256i y = inv_row2(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 16 * p)), kInvPair[p]);
+        const __m256i y =
+            inv_row2(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 16 * p)), kInvPair[p]);
         x[2 * p] = _mm256_castsi256_si128(y);
         x[2 * p + 1] = _mm256_extracti128_si256(y, 1);
     }
@@ -74,7 +75,8 @@ void inv(const int16_t* src, int16_t* dst) {
     inv_rows(src, x);
     inv_cols(x);
     for (int p = 0; p < 4; ++p)
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 16 * p), _mm256_set_m128i(x[2 * p + 1], x[2 * p]));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 16 * p),
+                            _mm256_set_m128i(x[2 * p + 1], x[2 * p]));
 }
 
 void inv_u8(const int16_t* src, uint8_t* dst, int32_t step) {
@@ -186,13 +188,19 @@ inline void transpose8x32(__m256i* r) {
 template <bool Corner>
 inline void aan_two_passes(__m256i* z, int16_t* out) {
     __m256i r[8];
-    if (Corner) aan_step_corner(z, r); else aan_step(z, r);
+    if (Corner)
+        aan_step_corner(z, r);
+    else
+        aan_step(z, r);
     const __m256i k1 = _mm256_set1_epi32(kplvc::block::dct::aan_round1);
     for (int k = 0; k < 8; ++k) z[k] = _mm256_srai_epi32(add(r[k], k1), 16);
     transpose8x32(z);
     // In the corner case pass 1 leaves zeros in lanes 4..7, so after the
     // transpose z4..z7 are zero.
-    if (Corner) aan_step_corner(z, r); else aan_step(z, r);
+    if (Corner)
+        aan_step_corner(z, r);
+    else
+        aan_step(z, r);
     const __m256i k2 = _mm256_set1_epi32(kplvc::block::dct::aan_round2);
     const __m256i lo = _mm256_set1_epi32(-256), hi = _mm256_set1_epi32(255);
     for (int i = 0; i < 8; ++i)
@@ -261,14 +269,17 @@ void field_inv(int16_t* blk) {
     const __m256i x04 = pairs(X[0], X[4]), x26 = pairs(X[2], X[6]);
     const __m256i p = _mm256_madd_epi16(x17, pk(22725, 4520)), q = _mm256_madd_epi16(x17, pk(4520, -22725));
     const __m256i r = _mm256_madd_epi16(x35, pk(19265, 12872)), w = _mm256_madd_epi16(x35, pk(-12872, 19265));
-    const __m256i E0 = _mm256_madd_epi16(x04, pk(16384, 16384)), E1 = _mm256_madd_epi16(x04, pk(16384, -16384));
+    const __m256i E0 = _mm256_madd_epi16(x04, pk(16384, 16384)),
+                  E1 = _mm256_madd_epi16(x04, pk(16384, -16384));
     const __m256i g = _mm256_madd_epi16(x26, pk(21406, 8866)), hh = _mm256_madd_epi16(x26, pk(8866, -21406));
     const __m256i r1024 = _mm256_set1_epi32(1024);
-    const __m256i m = _mm256_srai_epi32(mul(_mm256_srai_epi32(add(sub(sub(add(p, q), r), w), r1024), 11), 11585), 3);
-    const __m256i n = _mm256_srai_epi32(mul(_mm256_srai_epi32(add(add(sub(sub(p, q), r), w), r1024), 11), 11585), 3);
+    const __m256i m =
+        _mm256_srai_epi32(mul(_mm256_srai_epi32(add(sub(sub(add(p, q), r), w), r1024), 11), 11585), 3);
+    const __m256i n =
+        _mm256_srai_epi32(mul(_mm256_srai_epi32(add(add(sub(sub(p, q), r), w), r1024), 11), 11585), 3);
     const __m256i pr = add(p, r), qw = add(q, w), gE0 = add(g, E0), E0g = sub(E0, g);
     const __m256i E1h = add(E1, hh), E1mh = sub(E1, hh);
-    __m256i Y[8] = {add(pr, gE0), add(m, E1h),   add(n, E1mh), add(qw, E0g),
+    __m256i Y[8] = {add(pr, gE0), add(m, E1h),  add(n, E1mh), add(qw, E0g),
                     sub(E0g, qw), sub(E1mh, n), sub(E1h, m),  sub(gE0, pr)};
     const __m256i r8192 = _mm256_set1_epi32(8192);
     for (int k = 0; k < 8; ++k) Y[k] = _mm256_srai_epi32(add(Y[k], r8192), 14);

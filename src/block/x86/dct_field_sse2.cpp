@@ -80,10 +80,10 @@ struct alignas(16) FieldRowConsts {
 constexpr FieldRowConsts field_row_consts(const int32_t* w) {
     const int c0 = w[0], a = w[1], b = w[2], c1 = w[3], c3 = w[4], c5 = w[5], c7 = w[6];
     const int M[8][8] = {
-        {c0, c0, c0, c0, c0, c0, c0, c0},          {c1, c3, c5, c7, -c7, -c5, -c3, -c1},
-        {a, b, -b, -a, -a, -b, b, a},              {c3, -c7, -c1, -c5, c5, c1, c7, -c3},
-        {c0, -c0, -c0, c0, c0, -c0, -c0, c0},      {c5, -c1, c7, c3, -c3, -c7, c1, -c5},
-        {b, -a, a, -b, -b, a, -a, b},              {c7, -c5, c3, -c1, c1, -c3, c5, -c7},
+        {c0, c0, c0, c0, c0, c0, c0, c0},     {c1, c3, c5, c7, -c7, -c5, -c3, -c1},
+        {a, b, -b, -a, -a, -b, b, a},         {c3, -c7, -c1, -c5, c5, c1, c7, -c3},
+        {c0, -c0, -c0, c0, c0, -c0, -c0, c0}, {c5, -c1, c7, c3, -c3, -c7, c1, -c5},
+        {b, -a, a, -b, -b, a, -a, b},         {c7, -c5, c3, -c1, c1, -c3, c5, -c7},
     };
     FieldRowConsts r{};
     for (int p = 0; p < 4; ++p)
@@ -161,20 +161,22 @@ void field_inv(int16_t* blk) {
     __m128i Y[8][2];
     const __m128i r8192 = _mm_set1_epi32(8192), r1024 = _mm_set1_epi32(1024);
     for (int h = 0; h < 2; ++h) {
-        auto il = [h](__m128i a, __m128i b) { return h ? _mm_unpackhi_epi16(a, b) : _mm_unpacklo_epi16(a, b); };
+        auto il = [h](__m128i a, __m128i b) {
+            return h ? _mm_unpackhi_epi16(a, b) : _mm_unpacklo_epi16(a, b);
+        };
         const __m128i x17 = il(X[1], X[7]), x35 = il(X[3], X[5]);
         const __m128i x04 = il(X[0], X[4]), x26 = il(X[2], X[6]);
         const __m128i p = _mm_madd_epi16(x17, pk(22725, 4520)), q = _mm_madd_epi16(x17, pk(4520, -22725));
         const __m128i r = _mm_madd_epi16(x35, pk(19265, 12872)), w = _mm_madd_epi16(x35, pk(-12872, 19265));
         const __m128i E0 = _mm_madd_epi16(x04, pk(16384, 16384)), E1 = _mm_madd_epi16(x04, pk(16384, -16384));
         const __m128i g = _mm_madd_epi16(x26, pk(21406, 8866)), hh = _mm_madd_epi16(x26, pk(8866, -21406));
-        const __m128i m = _mm_srai_epi32(
-            mullo32(_mm_srai_epi32(add(sub(sub(add(p, q), r), w), r1024), 11), 11585), 3);
-        const __m128i n = _mm_srai_epi32(
-            mullo32(_mm_srai_epi32(add(add(sub(sub(p, q), r), w), r1024), 11), 11585), 3);
+        const __m128i m =
+            _mm_srai_epi32(mullo32(_mm_srai_epi32(add(sub(sub(add(p, q), r), w), r1024), 11), 11585), 3);
+        const __m128i n =
+            _mm_srai_epi32(mullo32(_mm_srai_epi32(add(add(sub(sub(p, q), r), w), r1024), 11), 11585), 3);
         const __m128i pr = add(p, r), qw = add(q, w), gE0 = add(g, E0), E0g = sub(E0, g);
         const __m128i E1h = add(E1, hh), E1mh = sub(E1, hh);
-        const __m128i y[8] = {add(pr, gE0), add(m, E1h),   add(n, E1mh), add(qw, E0g),
+        const __m128i y[8] = {add(pr, gE0), add(m, E1h),  add(n, E1mh), add(qw, E0g),
                               sub(E0g, qw), sub(E1mh, n), sub(E1h, m),  sub(gE0, pr)};
         for (int k = 0; k < 8; ++k) Y[k][h] = _mm_srai_epi32(add(y[k], r8192), 14);
     }

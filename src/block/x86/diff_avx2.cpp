@@ -19,14 +19,11 @@ using mc::x86::avx2::Predictor16;
 KPLVC_INLINE __m256i cur16(const uint8_t* p) {
     return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
 }
-KPLVC_INLINE void store16x16(int16_t* p, __m256i v) {
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v);
-}
+KPLVC_INLINE void store16x16(int16_t* p, __m256i v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
 
 template <int H, Pos P, bool WithPred>
-KPLVC_INLINE void diff16_body(const uint8_t* cur, int32_t cur_step, const uint8_t* ref,
-                              int32_t ref_step, int16_t* d, int32_t d_step, int16_t* pred,
-                              int32_t pred_step, int32_t rc) {
+KPLVC_INLINE void diff16_body(const uint8_t* cur, int32_t cur_step, const uint8_t* ref, int32_t ref_step,
+                              int16_t* d, int32_t d_step, int16_t* pred, int32_t pred_step, int32_t rc) {
     Predictor16<1, P> predictor(ref, ref_step, rc);
     for (int y = 0; y < H; ++y) {
         const __m256i p = predictor.row(y);
@@ -46,8 +43,8 @@ void diff(const uint8_t* cur, int32_t cur_step, const uint8_t* ref, int32_t ref_
 }
 
 template <int W, int H, Pos PF, Pos PB>
-void diff_b(const uint8_t* cur, int32_t cur_step, const uint8_t* ref_f, int32_t step_f,
-            const uint8_t* ref_b, int32_t step_b, int16_t* d, int32_t d_step, int32_t rc) {
+void diff_b(const uint8_t* cur, int32_t cur_step, const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b,
+            int32_t step_b, int16_t* d, int32_t d_step, int32_t rc) {
     static_assert(W == 16);
     Predictor16<1, PF> pf(ref_f, step_f, rc);
     Predictor16<1, PB> pb(ref_b, step_b, rc);
@@ -59,8 +56,7 @@ void diff_b(const uint8_t* cur, int32_t cur_step, const uint8_t* ref_f, int32_t 
 
 template <int W, int H>
 void set_diff(DiffFn (&tbl)[16]) {
-    const DiffFn by_pos[4] = {diff<W, H, mc::ff>, diff<W, H, mc::fh>, diff<W, H, mc::hf>,
-                              diff<W, H, mc::hh>};
+    const DiffFn by_pos[4] = {diff<W, H, mc::ff>, diff<W, H, mc::fh>, diff<W, H, mc::hf>, diff<W, H, mc::hh>};
     set_diff_group(tbl, by_pos);
 }
 

@@ -35,9 +35,8 @@ KPLVC_INLINE void store_row(int16_t* p, const __m128i* v) {
 }
 
 template <int W, int H, Pos P, bool WithPred>
-KPLVC_INLINE void diff_body(const uint8_t* cur, int32_t cur_step, const uint8_t* ref,
-                            int32_t ref_step, int16_t* diff, int32_t diff_step, int16_t* pred,
-                            int32_t pred_step, int32_t rc) {
+KPLVC_INLINE void diff_body(const uint8_t* cur, int32_t cur_step, const uint8_t* ref, int32_t ref_step,
+                            int16_t* diff, int32_t diff_step, int16_t* pred, int32_t pred_step, int32_t rc) {
     constexpr int N = W / 8;
     Predictor<W, 1, P> predictor(ref, ref_step, rc);
     for (int y = 0; y < H; ++y) {
@@ -60,8 +59,8 @@ void diff(const uint8_t* cur, int32_t cur_step, const uint8_t* ref, int32_t ref_
 }
 
 template <int W, int H, Pos PF, Pos PB>
-void diff_b(const uint8_t* cur, int32_t cur_step, const uint8_t* ref_f, int32_t step_f,
-            const uint8_t* ref_b, int32_t step_b, int16_t* d, int32_t d_step, int32_t rc) {
+void diff_b(const uint8_t* cur, int32_t cur_step, const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b,
+            int32_t step_b, int16_t* d, int32_t d_step, int32_t rc) {
     constexpr int N = W / 8;
     Predictor<W, 1, PF> pf(ref_f, step_f, rc);
     Predictor<W, 1, PB> pb(ref_b, step_b, rc);
@@ -76,16 +75,16 @@ void diff_b(const uint8_t* cur, int32_t cur_step, const uint8_t* ref_f, int32_t 
 }
 
 // Two rows of four samples at a time.
-void diff4x4(const uint8_t* cur, int32_t cur_step, const uint8_t* ref, int32_t ref_step,
-             int16_t* d, int32_t d_step) {
+void diff4x4(const uint8_t* cur, int32_t cur_step, const uint8_t* ref, int32_t ref_step, int16_t* d,
+             int32_t d_step) {
     const __m128i z = _mm_setzero_si128();
     for (int y = 0; y < 4; y += 2) {
-        const __m128i c = _mm_unpacklo_epi32(
-            _mm_cvtsi32_si128(static_cast<int>(load32u(row_at(cur, cur_step, y)))),
-            _mm_cvtsi32_si128(static_cast<int>(load32u(row_at(cur, cur_step, y + 1)))));
-        const __m128i r = _mm_unpacklo_epi32(
-            _mm_cvtsi32_si128(static_cast<int>(load32u(row_at(ref, ref_step, y)))),
-            _mm_cvtsi32_si128(static_cast<int>(load32u(row_at(ref, ref_step, y + 1)))));
+        const __m128i c =
+            _mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(load32u(row_at(cur, cur_step, y)))),
+                               _mm_cvtsi32_si128(static_cast<int>(load32u(row_at(cur, cur_step, y + 1)))));
+        const __m128i r =
+            _mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(load32u(row_at(ref, ref_step, y)))),
+                               _mm_cvtsi32_si128(static_cast<int>(load32u(row_at(ref, ref_step, y + 1)))));
         const __m128i v = _mm_sub_epi16(_mm_unpacklo_epi8(c, z), _mm_unpacklo_epi8(r, z));
         _mm_storel_epi64(reinterpret_cast<__m128i*>(row_at(d, d_step, y)), v);
         _mm_storel_epi64(reinterpret_cast<__m128i*>(row_at(d, d_step, y + 1)), _mm_unpackhi_epi64(v, v));
@@ -94,8 +93,7 @@ void diff4x4(const uint8_t* cur, int32_t cur_step, const uint8_t* ref, int32_t r
 
 template <int W, int H>
 void set_diff(DiffFn (&tbl)[16]) {
-    const DiffFn by_pos[4] = {diff<W, H, mc::ff>, diff<W, H, mc::fh>, diff<W, H, mc::hf>,
-                              diff<W, H, mc::hh>};
+    const DiffFn by_pos[4] = {diff<W, H, mc::ff>, diff<W, H, mc::fh>, diff<W, H, mc::hf>, diff<W, H, mc::hh>};
     set_diff_group(tbl, by_pos);
 }
 

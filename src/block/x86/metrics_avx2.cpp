@@ -88,8 +88,8 @@ struct RowPredictor {
 };
 
 template <int P, class Acc>
-inline __attribute__((always_inline)) void walk16(const uint8_t* s, int32_t ss, const uint8_t* r,
-                                                  int32_t rs, Acc&& acc) {
+inline __attribute__((always_inline)) void walk16(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs,
+                                                  Acc&& acc) {
     RowPredictor<P> pr(r, rs);
     for (int y = 0; y < 16; ++y, s = next(s, ss)) acc(ld16(s), pr.row());
 }
@@ -113,7 +113,8 @@ inline __m256i sqr_row(__m128i s, __m128i p) {
 inline __m256i hh_fix2(__m256i a, __m256i b, __m256i c, __m256i d) {
     const __m256i h0 = _mm256_avg_epu8(a, b), h1 = _mm256_avg_epu8(c, d);
     const __m256i lost = _mm256_or_si256(_mm256_xor_si256(a, b), _mm256_xor_si256(c, d));
-    const __m256i err = _mm256_and_si256(_mm256_and_si256(lost, _mm256_xor_si256(h0, h1)), _mm256_set1_epi8(1));
+    const __m256i err =
+        _mm256_and_si256(_mm256_and_si256(lost, _mm256_xor_si256(h0, h1)), _mm256_set1_epi8(1));
     return _mm256_sub_epi8(_mm256_avg_epu8(h0, h1), err);
 }
 
@@ -135,7 +136,8 @@ template <int P>
 int32_t sad16x16(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs) {
     __m256i acc = _mm256_setzero_si256();
     for (int y = 0; y < 16; y += 2) {
-        acc = _mm256_add_epi64(acc, _mm256_sad_epu8(ld16x2(row_at(s, ss, y), ss), pred_rows2<P>(row_at(r, rs, y), rs)));
+        acc = _mm256_add_epi64(
+            acc, _mm256_sad_epu8(ld16x2(row_at(s, ss, y), ss), pred_rows2<P>(row_at(r, rs, y), rs)));
     }
     return hsum32(acc);
 }
@@ -148,7 +150,8 @@ int32_t sqr16x16(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs) {
 }
 
 template <int PF, int PB>
-int32_t sqr16x16_bi(const uint8_t* s, int32_t ss, const uint8_t* f, int32_t fs, const uint8_t* b, int32_t bs) {
+int32_t sqr16x16_bi(const uint8_t* s, int32_t ss, const uint8_t* f, int32_t fs, const uint8_t* b,
+                    int32_t bs) {
     __m256i acc = _mm256_setzero_si256();
     RowPredictor<PF> pf(f, fs);
     RowPredictor<PB> pb(b, bs);

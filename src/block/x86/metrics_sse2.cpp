@@ -104,15 +104,13 @@ struct RowPredictor {
 
 // Hands each pair (current row, predicted row) of an H-row block to acc.
 template <int P, int H, __m128i (*Ld)(const uint8_t*), class Acc>
-inline __attribute__((always_inline)) void walk(const uint8_t* s, int32_t ss, const uint8_t* r,
-                                                int32_t rs, Acc&& acc) {
+inline __attribute__((always_inline)) void walk(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs,
+                                                Acc&& acc) {
     RowPredictor<P, Ld> pr(r, rs);
     for (int y = 0; y < H; ++y, s = next(s, ss)) acc(Ld(s), pr.row());
 }
 
-inline int32_t hsum64(__m128i v) {
-    return _mm_cvtsi128_si32(_mm_add_epi32(v, _mm_unpackhi_epi64(v, v)));
-}
+inline int32_t hsum64(__m128i v) { return _mm_cvtsi128_si32(_mm_add_epi32(v, _mm_unpackhi_epi64(v, v))); }
 inline int32_t hsum32(__m128i v) {
     v = _mm_add_epi32(v, _mm_unpackhi_epi64(v, v));
     v = _mm_add_epi32(v, _mm_shuffle_epi32(v, 0x55));
@@ -131,7 +129,8 @@ inline __m128i sqr_bytes(__m128i s, __m128i p) {
 template <int P>
 int32_t sad16x16(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs) {
     __m128i acc = _mm_setzero_si128();
-    walk<P, 16, ld16>(s, ss, r, rs, [&](__m128i a, __m128i b) { acc = _mm_add_epi64(acc, _mm_sad_epu8(a, b)); });
+    walk<P, 16, ld16>(s, ss, r, rs,
+                      [&](__m128i a, __m128i b) { acc = _mm_add_epi64(acc, _mm_sad_epu8(a, b)); });
     return hsum64(acc);
 }
 
@@ -140,7 +139,8 @@ int32_t sad16x16(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs) {
 template <int P>
 int32_t sad8x8(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs) {
     __m128i acc = _mm_setzero_si128();
-    walk<P, 8, ld8>(s, ss, r, rs, [&](__m128i a, __m128i b) { acc = _mm_add_epi64(acc, _mm_sad_epu8(a, b)); });
+    walk<P, 8, ld8>(s, ss, r, rs,
+                    [&](__m128i a, __m128i b) { acc = _mm_add_epi64(acc, _mm_sad_epu8(a, b)); });
     return _mm_cvtsi128_si32(acc);
 }
 
@@ -158,7 +158,8 @@ int32_t sad4x4(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs) {
 void sad_blocks8x8(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs, uint16_t* out) {
     for (int half = 0; half < 2; ++half) {
         __m128i acc = _mm_setzero_si128();
-        for (int y = 0; y < 8; ++y, s = next(s, ss), r = next(r, rs)) acc = _mm_add_epi64(acc, _mm_sad_epu8(ld16(s), ld16(r)));
+        for (int y = 0; y < 8; ++y, s = next(s, ss), r = next(r, rs))
+            acc = _mm_add_epi64(acc, _mm_sad_epu8(ld16(s), ld16(r)));
         out[2 * half] = static_cast<uint16_t>(_mm_cvtsi128_si32(acc));
         out[2 * half + 1] = static_cast<uint16_t>(_mm_cvtsi128_si32(_mm_unpackhi_epi64(acc, acc)));
     }
@@ -193,7 +194,8 @@ int32_t sqr16x16(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs) {
 
 // pred = (pF + pB + 1) >> 1 is pavgb of the two predictions.
 template <int PF, int PB>
-int32_t sqr16x16_bi(const uint8_t* s, int32_t ss, const uint8_t* f, int32_t fs, const uint8_t* b, int32_t bs) {
+int32_t sqr16x16_bi(const uint8_t* s, int32_t ss, const uint8_t* f, int32_t fs, const uint8_t* b,
+                    int32_t bs) {
     __m128i acc = _mm_setzero_si128();
     RowPredictor<PF, ld16> pf(f, fs);
     RowPredictor<PB, ld16> pb(b, bs);
@@ -312,7 +314,8 @@ uint8_t edges16x16(const uint8_t* p, int32_t ps, uint8_t pel_diff, uint8_t pel_c
         const __m128i dh = _mm_min_epu8(_mm_or_si128(_mm_subs_epu8(a, right), _mm_subs_epu8(right, a)), cap);
         const __m128i dv = _mm_min_epu8(_mm_or_si128(_mm_subs_epu8(a, below), _mm_subs_epu8(below, a)), cap);
         const __m128i edge = _mm_or_si128(_mm_cmpgt_epi8(dh, thr), _mm_cmpgt_epi8(dv, thr));
-        n += static_cast<uint32_t>(__builtin_popcount(static_cast<unsigned>(_mm_movemask_epi8(edge)) & 0x7FFFu));
+        n += static_cast<uint32_t>(
+            __builtin_popcount(static_cast<unsigned>(_mm_movemask_epi8(edge)) & 0x7FFFu));
         if (static_cast<uint8_t>(255u * n) < c) return 1;
         a = below;
     }
@@ -353,8 +356,10 @@ void sumsdiff(const uint8_t* s, int32_t ss, const uint8_t* p, int32_t ps, int16_
         }
         // Pairs of lanes, then pairs of pairs: one int32 per sub-block.
         const __m128i plo = _mm_madd_epi16(acc_lo, ones), phi = _mm_madd_epi16(acc_hi, ones);
-        const __m128i even = _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(plo), _mm_castsi128_ps(phi), 0x88));
-        const __m128i odd = _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(plo), _mm_castsi128_ps(phi), 0xDD));
+        const __m128i even =
+            _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(plo), _mm_castsi128_ps(phi), 0x88));
+        const __m128i odd =
+            _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(plo), _mm_castsi128_ps(phi), 0xDD));
         const __m128i blk = _mm_packs_epi32(_mm_add_epi32(even, odd), z);  // |sum| <= 4080
         int16_t out[8];
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out), blk);
@@ -381,8 +386,10 @@ int32_t texture_error8x8(const uint8_t* s, int32_t ss, const uint8_t* ref, int16
     for (int y = 0; y < 8; y += 2, ref += 16, dst += 16) {
         const __m128i a = ld8x2(row_at(s, ss, y), ss), b = ld16(ref);
         sad = _mm_add_epi64(sad, _mm_sad_epu8(a, b));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm_sub_epi16(_mm_unpacklo_epi8(a, z), _mm_unpacklo_epi8(b, z)));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 8), _mm_sub_epi16(_mm_unpackhi_epi8(a, z), _mm_unpackhi_epi8(b, z)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst),
+                         _mm_sub_epi16(_mm_unpacklo_epi8(a, z), _mm_unpacklo_epi8(b, z)));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 8),
+                         _mm_sub_epi16(_mm_unpackhi_epi8(a, z), _mm_unpackhi_epi8(b, z)));
     }
     return hsum64(sad);
 }

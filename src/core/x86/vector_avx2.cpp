@@ -158,7 +158,8 @@ inline void map16(int16_t* p, size_t len, Op op) {
     if (i < len) {
         alignas(32) int16_t t[16] = {};
         std::memcpy(t, p + i, (len - i) * 2);
-        _mm256_store_si256(reinterpret_cast<__m256i*>(t), op(_mm256_load_si256(reinterpret_cast<const __m256i*>(t))));
+        _mm256_store_si256(reinterpret_cast<__m256i*>(t),
+                           op(_mm256_load_si256(reinterpret_cast<const __m256i*>(t))));
         std::memcpy(p + i, t, (len - i) * 2);
     }
 }

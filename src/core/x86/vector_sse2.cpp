@@ -103,8 +103,7 @@ void copy8(const uint8_t* src, uint8_t* dst, size_t len) {
     const __m128i last = loadu(src + len - 16);
     size_t i = 0;
     for (; i + 64 <= len; i += 64) {
-        __m128i a = loadu(src + i), b = loadu(src + i + 16), c = loadu(src + i + 32),
-                d = loadu(src + i + 48);
+        __m128i a = loadu(src + i), b = loadu(src + i + 16), c = loadu(src + i + 32), d = loadu(src + i + 48);
         storeu(dst + i, a);
         storeu(dst + i + 16, b);
         storeu(dst + i + 32, c);
@@ -123,8 +122,7 @@ void copy_stream(const uint8_t* src, uint8_t* dst, size_t len) {
     }
     for (; i + 64 <= len; i += 64) {
         if constexpr (Prefetch) _mm_prefetch(reinterpret_cast<const char*>(src + i + 512), _MM_HINT_NTA);
-        __m128i a = loadu(src + i), b = loadu(src + i + 16), c = loadu(src + i + 32),
-                d = loadu(src + i + 48);
+        __m128i a = loadu(src + i), b = loadu(src + i + 16), c = loadu(src + i + 32), d = loadu(src + i + 48);
         _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i), a);
         _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 16), b);
         _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 32), c);
@@ -151,7 +149,8 @@ inline void map16(int16_t* p, size_t len, Op op) {
     if (i < len) {
         alignas(16) int16_t t[8] = {};
         std::memcpy(t, p + i, (len - i) * 2);
-        _mm_store_si128(reinterpret_cast<__m128i*>(t), op(_mm_load_si128(reinterpret_cast<const __m128i*>(t))));
+        _mm_store_si128(reinterpret_cast<__m128i*>(t),
+                        op(_mm_load_si128(reinterpret_cast<const __m128i*>(t))));
         std::memcpy(p + i, t, (len - i) * 2);
     }
 }

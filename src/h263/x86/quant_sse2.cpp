@@ -21,7 +21,8 @@ inline __m128i dequant8(__m128i l, __m128i q2, __m128i off) {
 
 void quant_inv16(int16_t* block, int first, int qp) {
     const __m128i q2 = _mm_set1_epi16(static_cast<short>(static_cast<uint32_t>(qp) * 2u));
-    const __m128i off = _mm_set1_epi16(static_cast<short>((qp & 1) ? static_cast<uint32_t>(qp) : static_cast<uint32_t>(qp) - 1u));
+    const __m128i off = _mm_set1_epi16(
+        static_cast<short>((qp & 1) ? static_cast<uint32_t>(qp) : static_cast<uint32_t>(qp) - 1u));
     const int16_t dc = block[0];
     for (int i = 0; i < 64; i += 8) {
         __m128i* p = reinterpret_cast<__m128i*>(block + i);

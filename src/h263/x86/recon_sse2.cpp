@@ -19,7 +19,8 @@ void recon16(const uint8_t* pred, const int16_t* res, uint8_t* dst, int32_t step
         const __m128i p = loadu(pred + static_cast<intptr_t>(y) * step);
         const __m128i lo = _mm_add_epi16(_mm_unpacklo_epi8(p, z), loadu(res + 16 * y));
         const __m128i hi = _mm_add_epi16(_mm_unpackhi_epi8(p, z), loadu(res + 16 * y + 8));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + static_cast<intptr_t>(y) * step), _mm_packus_epi16(lo, hi));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + static_cast<intptr_t>(y) * step),
+                         _mm_packus_epi16(lo, hi));
     }
 }
 
@@ -27,7 +28,8 @@ void recon8(const uint8_t* pred, const int16_t* res, uint8_t* dst, int32_t step)
     const __m128i z = _mm_setzero_si128();
     for (int y = 0; y < 8; ++y) {
         const __m128i p = _mm_unpacklo_epi8(load8(pred + static_cast<intptr_t>(y) * step), z);
-        store8(dst + static_cast<intptr_t>(y) * step, _mm_packus_epi16(_mm_add_epi16(p, loadu(res + 8 * y)), z));
+        store8(dst + static_cast<intptr_t>(y) * step,
+               _mm_packus_epi16(_mm_add_epi16(p, loadu(res + 8 * y)), z));
     }
 }
 
@@ -52,14 +54,16 @@ inline void filter(__m128i& a, __m128i& b, __m128i& c, __m128i& d, int strength)
     const __m128i dd = div_trunc<3>(t);
     const __m128i sign = _mm_srai_epi16(dd, 15);
     const __m128i ad = abs16(dd);
-    const __m128i ramp = _mm_max_epi16(_mm_slli_epi16(_mm_sub_epi16(ad, _mm_set1_epi16(static_cast<short>(strength))), 1), z);
+    const __m128i ramp =
+        _mm_max_epi16(_mm_slli_epi16(_mm_sub_epi16(ad, _mm_set1_epi16(static_cast<short>(strength))), 1), z);
     const __m128i mag = _mm_max_epi16(_mm_sub_epi16(ad, ramp), z);
     const __m128i d1 = _mm_sub_epi16(_mm_xor_si128(mag, sign), sign);
     // B and C saturate to 0..255 through the final pack.
     b = _mm_add_epi16(b, d1);
     c = _mm_sub_epi16(c, d1);
     const __m128i lim = _mm_srai_epi16(mag, 1);  // |d1 / 2| = |d1| >> 1
-    const __m128i d2 = _mm_max_epi16(_mm_sub_epi16(z, lim), _mm_min_epi16(lim, div_trunc<2>(_mm_sub_epi16(a, d))));
+    const __m128i d2 =
+        _mm_max_epi16(_mm_sub_epi16(z, lim), _mm_min_epi16(lim, div_trunc<2>(_mm_sub_epi16(a, d))));
     a = _mm_sub_epi16(a, d2);
     d = _mm_add_epi16(d, d2);
 }
@@ -125,11 +129,14 @@ template <int N>
 inline __m128i predict_row(const uint8_t* ref, int32_t step, const int16_t* mv, int x0, int y) {
     const int hx = mv[0] & 1, hy = mv[1] & 1;
     const uint8_t* s = ref + static_cast<intptr_t>(y + (mv[1] >> 1)) * step + x0 + (mv[0] >> 1);
-    auto load = [](const uint8_t* p) { return _mm_unpacklo_epi8(N == 8 ? load8(p) : load4(p), _mm_setzero_si128()); };
+    auto load = [](const uint8_t* p) {
+        return _mm_unpacklo_epi8(N == 8 ? load8(p) : load4(p), _mm_setzero_si128());
+    };
     const __m128i a = load(s);
     if (!hx && !hy) return a;
     if (hx && hy) {
-        const __m128i sum = _mm_add_epi16(_mm_add_epi16(a, load(s + 1)), _mm_add_epi16(load(s + step), load(s + step + 1)));
+        const __m128i sum =
+            _mm_add_epi16(_mm_add_epi16(a, load(s + 1)), _mm_add_epi16(load(s + step), load(s + step + 1)));
         return _mm_srli_epi16(_mm_add_epi16(sum, _mm_set1_epi16(2)), 2);
     }
     const __m128i b = load(hx ? s + 1 : s + step);

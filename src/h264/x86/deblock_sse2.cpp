@@ -18,7 +18,9 @@ struct O {
     static V add(V a, V b) { return _mm_add_epi16(a, b); }
     static V sub(V a, V b) { return _mm_sub_epi16(a, b); }
     template <int N>
-    static V sra(V a) { return _mm_srai_epi16(a, N); }
+    static V sra(V a) {
+        return _mm_srai_epi16(a, N);
+    }
     static V max(V a, V b) { return _mm_max_epi16(a, b); }
     static V lt(V a, V b) { return _mm_cmplt_epi16(a, b); }
     static V and_(V a, V b) { return _mm_and_si128(a, b); }
@@ -26,7 +28,9 @@ struct O {
     static V sel(V m, V a, V b) { return _mm_or_si128(_mm_and_si128(m, a), _mm_andnot_si128(m, b)); }
 };
 
-KPLVC_INLINE __m128i blend8(__m128i m, __m128i a, __m128i b) { return _mm_or_si128(_mm_and_si128(m, a), _mm_andnot_si128(m, b)); }
+KPLVC_INLINE __m128i blend8(__m128i m, __m128i a, __m128i b) {
+    return _mm_or_si128(_mm_and_si128(m, a), _mm_andnot_si128(m, b));
+}
 
 #include "h264/x86/deblock_core.inc"
 
@@ -35,8 +39,10 @@ inline __m128i hi16(__m128i v) { return _mm_unpackhi_epi8(v, _mm_setzero_si128()
 
 KPLVC_INLINE void luma_strong_edge(__m128i* c, __m128i bs, int alpha, int beta) {
     const __m128i on = _mm_xor_si128(_mm_cmpeq_epi8(bs, _mm_setzero_si128()), _mm_set1_epi8(-1));
-    LumaLines<O> lo{lo16(c[0]), lo16(c[1]), lo16(c[2]), lo16(c[3]), lo16(c[4]), lo16(c[5]), lo16(c[6]), lo16(c[7])};
-    LumaLines<O> hi{hi16(c[0]), hi16(c[1]), hi16(c[2]), hi16(c[3]), hi16(c[4]), hi16(c[5]), hi16(c[6]), hi16(c[7])};
+    LumaLines<O> lo{lo16(c[0]), lo16(c[1]), lo16(c[2]), lo16(c[3]),
+                    lo16(c[4]), lo16(c[5]), lo16(c[6]), lo16(c[7])};
+    LumaLines<O> hi{hi16(c[0]), hi16(c[1]), hi16(c[2]), hi16(c[3]),
+                    hi16(c[4]), hi16(c[5]), hi16(c[6]), hi16(c[7])};
     // The byte mask widened by interleaving with itself stays all-ones/zero.
     luma_strong16<O>(lo, _mm_unpacklo_epi8(on, on), alpha, beta);
     luma_strong16<O>(hi, _mm_unpackhi_epi8(on, on), alpha, beta);

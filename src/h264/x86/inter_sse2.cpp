@@ -8,8 +8,6 @@
 
 #include "h264/inter.h"
 
-
-
 namespace kplvc::h264::x86::sse2 {
 
 #include "h264/x86/inter_kernels.inc"

@@ -16,8 +16,9 @@ inline void store16b(uint8_t* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<
 // along a run whose q[0] is the corner.
 inline int gradient8(const uint8_t* q) {
     const __m128i hi = _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(q + 9)));
-    const __m128i lo = _mm_shuffle_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(q)),
-                                        _mm_setr_epi8(7, -1, 6, -1, 5, -1, 4, -1, 3, -1, 2, -1, 1, -1, 0, -1));
+    const __m128i lo =
+        _mm_shuffle_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(q)),
+                         _mm_setr_epi8(7, -1, 6, -1, 5, -1, 4, -1, 3, -1, 2, -1, 1, -1, 0, -1));
     // Differences are -255..255, weights 1..8: every pmaddwd pair fits easily.
     __m128i s = _mm_madd_epi16(_mm_sub_epi16(hi, lo), _mm_setr_epi16(1, 2, 3, 4, 5, 6, 7, 8));
     s = _mm_add_epi32(s, _mm_shuffle_epi32(s, 0x4E));
@@ -60,8 +61,8 @@ void dc16(uint8_t* p, int32_t step, int32_t avail) {
     if (t || l) {
         int st = 0, sl = 0;
         if (t) {
-            const __m128i s = _mm_sad_epu8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(row_at(p, step, -1))),
-                                           _mm_setzero_si128());
+            const __m128i s = _mm_sad_epu8(
+                _mm_loadu_si128(reinterpret_cast<const __m128i*>(row_at(p, step, -1))), _mm_setzero_si128());
             st = _mm_cvtsi128_si32(_mm_add_epi32(s, _mm_srli_si128(s, 8)));
         }
         if (l)

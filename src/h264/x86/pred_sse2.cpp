@@ -42,7 +42,8 @@ void dc16(uint8_t* p, int32_t step, int32_t avail) {
     const bool t = (avail & kAvailTop) != 0, l = (avail & kAvailLeft) != 0;
     int dc = 128;
     if (t || l) {
-        const int st = t ? sum_bytes(_mm_loadu_si128(reinterpret_cast<const __m128i*>(row_at(p, step, -1)))) : 0;
+        const int st =
+            t ? sum_bytes(_mm_loadu_si128(reinterpret_cast<const __m128i*>(row_at(p, step, -1)))) : 0;
         const int sl = l ? sum_left(p, step, 0, 16) : 0;
         dc = t && l ? (st + sl + 16) >> 5 : (st + sl + 8) >> 4;
     }
@@ -130,8 +131,10 @@ void dc_chroma(uint8_t* p, int32_t step, int32_t avail) {
         q0 = q1 = (l0 + 2) >> 2;
         q2 = q3 = (l1 + 2) >> 2;
     }
-    const __m128i top = _mm_unpacklo_epi32(_mm_set1_epi8(static_cast<char>(q0)), _mm_set1_epi8(static_cast<char>(q1)));
-    const __m128i bot = _mm_unpacklo_epi32(_mm_set1_epi8(static_cast<char>(q2)), _mm_set1_epi8(static_cast<char>(q3)));
+    const __m128i top =
+        _mm_unpacklo_epi32(_mm_set1_epi8(static_cast<char>(q0)), _mm_set1_epi8(static_cast<char>(q1)));
+    const __m128i bot =
+        _mm_unpacklo_epi32(_mm_set1_epi8(static_cast<char>(q2)), _mm_set1_epi8(static_cast<char>(q3)));
     for (int y = 0; y < 4; ++y) store8b(row_at(p, step, y), top);
     for (int y = 4; y < 8; ++y) store8b(row_at(p, step, y), bot);
 }
@@ -149,9 +152,9 @@ void plane_chroma(uint8_t* p, int32_t step, int32_t) {
     const int a = 16 * (L(7) + T(7));
     const int b = (17 * h + 16) >> 5, c = (17 * v + 16) >> 5;
     const int base = a - 3 * b - 3 * c + 16;
-    __m128i row = _mm_add_epi16(_mm_set1_epi16(static_cast<int16_t>(base)),
-                                _mm_mullo_epi16(_mm_set1_epi16(static_cast<int16_t>(b)),
-                                                _mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7)));
+    __m128i row = _mm_add_epi16(
+        _mm_set1_epi16(static_cast<int16_t>(base)),
+        _mm_mullo_epi16(_mm_set1_epi16(static_cast<int16_t>(b)), _mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7)));
     const __m128i vc = _mm_set1_epi16(static_cast<int16_t>(c));
     for (int y = 0; y < 8; y += 2) {
         const __m128i next = _mm_add_epi16(row, vc);

@@ -106,7 +106,8 @@ inline __m128i gather(const uint8_t* d, int32_t step, int32_t avail) {
         uint32_t tr = 0;
         if constexpr (kUsesTopRight[M])
             tr = (avail & kAvailTopRight) ? load32u(above + 4) : (t >> 24) * 0x01010101u;
-        top = _mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(t)), _mm_cvtsi32_si128(static_cast<int>(tr)));
+        top = _mm_unpacklo_epi32(_mm_cvtsi32_si128(static_cast<int>(t)),
+                                 _mm_cvtsi32_si128(static_cast<int>(tr)));
     }
     if constexpr (kUsesLeft[M]) left = (avail & kAvailLeft) ? left_word(d, step) : kFill128;
     if constexpr (kUsesCorner[M]) corner = (avail & kAvailCorner) ? above[-1] : 128u;
@@ -123,9 +124,11 @@ int32_t directional(uint8_t* d, int32_t step, int32_t avail) {
     const __m128i f2 = _mm_avg_epu8(e, er);
     // floor((a + c) / 2) = pavgb(a, c) - ((a ^ c) & 1), and
     // (a + 2b + c + 2) >> 2 = pavgb(b, floor((a + c) / 2)) exactly.
-    const __m128i half = _mm_sub_epi8(_mm_avg_epu8(el, er), _mm_and_si128(_mm_xor_si128(el, er), _mm_set1_epi8(1)));
+    const __m128i half =
+        _mm_sub_epi8(_mm_avg_epu8(el, er), _mm_and_si128(_mm_xor_si128(el, er), _mm_set1_epi8(1)));
     const __m128i f3 = _mm_avg_epu8(e, half);
-    store4x4(d, step, _mm_or_si128(_mm_shuffle_epi8(f2, load_table(P.f2)), _mm_shuffle_epi8(f3, load_table(P.f3))));
+    store4x4(d, step,
+             _mm_or_si128(_mm_shuffle_epi8(f2, load_table(P.f2)), _mm_shuffle_epi8(f3, load_table(P.f3))));
     return status4x4(M, avail);
 }
 

@@ -57,7 +57,8 @@ inline int32_t store_levels(int16_t* dst, __m256i lv, const int16_t* scan, uint8
     *count = static_cast<uint8_t>((nz & 1u) != 0 ? -n : n);
     const __m256i k = _mm256_or_si256(
         _mm256_xor_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(scan)), load_const(kLow15)), z);
-    const __m128i m = _mm_minpos_epu16(_mm_min_epu16(_mm256_castsi256_si128(k), _mm256_extracti128_si256(k, 1)));
+    const __m128i m =
+        _mm_minpos_epu16(_mm_min_epu16(_mm256_castsi256_si128(k), _mm256_extracti128_si256(k, 1)));
     *last = static_cast<uint8_t>(~_mm_cvtsi128_si32(m) & 0x7F);
     return kplStsNoErr;
 }
@@ -76,7 +77,8 @@ int32_t transform_quant_residual_256(int16_t* blk, const int16_t* mf, Rounding r
     forward_rows(blk, c01, c23);
     const __m256i c = _mm256_set_m128i(c23, c01);
     __m256i mag;
-    const __m256i lv = quant16(c, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(mf)), rs.round, rs.shift, mag);
+    const __m256i lv =
+        quant16(c, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(mf)), rs.round, rs.shift, mag);
     const unsigned over = over_mask(mag);
     if (over != 0) {
         // The failing row and later ones keep the transform coefficients.
@@ -88,7 +90,7 @@ int32_t transform_quant_residual_256(int16_t* blk, const int16_t* mf, Rounding r
 }
 
 int32_t transform_quant_luma_dc_256(int16_t* src, int16_t* tblock, bool transform, int32_t mf, int32_t round,
-                                int32_t shift, const int16_t* scan, uint8_t* count, uint8_t* last) {
+                                    int32_t shift, const int16_t* scan, uint8_t* count, uint8_t* last) {
     __m256i t;
     if (transform) {
         const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));

@@ -24,8 +24,8 @@ inline uint8_t* at(void* base, int32_t step, int r) {
 
 // 4x4 transpose of 16-bit lanes held in the low halves of a0..a3.
 inline void transpose4(__m128i& a0, __m128i& a1, __m128i& a2, __m128i& a3) {
-    const __m128i t0 = _mm_unpacklo_epi16(a0, a1);  // a00 a10 a01 a11 a02 a12 a03 a13
-    const __m128i t1 = _mm_unpacklo_epi16(a2, a3);  // a20 a30 a21 a31 ...
+    const __m128i t0 = _mm_unpacklo_epi16(a0, a1);   // a00 a10 a01 a11 a02 a12 a03 a13
+    const __m128i t1 = _mm_unpacklo_epi16(a2, a3);   // a20 a30 a21 a31 ...
     const __m128i c01 = _mm_unpacklo_epi32(t0, t1);  // column 0 | column 1
     const __m128i c23 = _mm_unpackhi_epi32(t0, t1);  // column 2 | column 3
     a0 = c01;
@@ -94,7 +94,7 @@ inline void dequant_inverse(__m128i c01, __m128i c23, const int16_t* dc, const i
     __m128i y01, y32;
     inv_pass2(c01, c23, y01, y32);  // the row pass: columns 0, 1 and 3, 2 of the intermediate
     __m128i y23 = _mm_shuffle_epi32(y32, _MM_SHUFFLE(1, 0, 3, 2));
-    transpose2(y01, y23);  // back to rows
+    transpose2(y01, y23);           // back to rows
     inv_pass2(y01, y23, o01, o32);  // the column pass
     o01 = _mm_srai_epi16(o01, 6);
     o32 = _mm_srai_epi16(o32, 6);
@@ -137,8 +137,10 @@ int32_t dequant_residual_add(const uint8_t* pred, int16_t* coef, const int16_t* 
     // the unsigned pack gives the same bytes without the limit: whenever the
     // limit changes r, the sum is already below 0 or above 255 either way.
     const __m128i zero = _mm_setzero_si128();
-    const __m128i p01 = _mm_unpacklo_epi8(load_pred_rows(at(pred, pred_step, 0), at(pred, pred_step, 1)), zero);
-    const __m128i p32 = _mm_unpacklo_epi8(load_pred_rows(at(pred, pred_step, 3), at(pred, pred_step, 2)), zero);
+    const __m128i p01 =
+        _mm_unpacklo_epi8(load_pred_rows(at(pred, pred_step, 0), at(pred, pred_step, 1)), zero);
+    const __m128i p32 =
+        _mm_unpacklo_epi8(load_pred_rows(at(pred, pred_step, 3), at(pred, pred_step, 2)), zero);
     const __m128i out = _mm_packus_epi16(_mm_adds_epi16(p01, o01), _mm_adds_epi16(p32, o32));  // rows 0 1 3 2
     store_row(at(dst, dst_step, 0), out);
 #ifdef __SSE4_1__
@@ -158,10 +160,13 @@ int32_t dequant_residual_add(const uint8_t* pred, int16_t* coef, const int16_t* 
 
 // The limit of the residual to -256..256 is replaced by the saturating add,
 // as in dequant_residual_add.
-[[maybe_unused]] void add_dc(const uint8_t* pred, int32_t pred_step, uint8_t* dst, int32_t dst_step, int16_t r) {
+[[maybe_unused]] void add_dc(const uint8_t* pred, int32_t pred_step, uint8_t* dst, int32_t dst_step,
+                             int16_t r) {
     const __m128i zero = _mm_setzero_si128(), rv = _mm_set1_epi16(r);
-    const __m128i p01 = _mm_unpacklo_epi8(load_pred_rows(at(pred, pred_step, 0), at(pred, pred_step, 1)), zero);
-    const __m128i p23 = _mm_unpacklo_epi8(load_pred_rows(at(pred, pred_step, 2), at(pred, pred_step, 3)), zero);
+    const __m128i p01 =
+        _mm_unpacklo_epi8(load_pred_rows(at(pred, pred_step, 0), at(pred, pred_step, 1)), zero);
+    const __m128i p23 =
+        _mm_unpacklo_epi8(load_pred_rows(at(pred, pred_step, 2), at(pred, pred_step, 3)), zero);
     const __m128i out = _mm_packus_epi16(_mm_adds_epi16(p01, rv), _mm_adds_epi16(p23, rv));
     store_row(at(dst, dst_step, 0), out);
     store_row(at(dst, dst_step, 1), _mm_srli_si128(out, 4));
@@ -237,8 +242,8 @@ inline int32_t store_levels(int16_t* dst, __m128i l01, __m128i l23, const int16_
     return kplStsNoErr;
 }
 
-[[maybe_unused]] int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, Rounding rs, const int16_t* scan,
-                                                  uint8_t* count, uint8_t* last) {
+[[maybe_unused]] int32_t transform_quant_residual(int16_t* blk, const int16_t* mf, Rounding rs,
+                                                  const int16_t* scan, uint8_t* count, uint8_t* last) {
     const int32_t round = rs.round, shift = rs.shift;
     __m128i c01, c23;
     forward_rows(blk, c01, c23);
@@ -284,7 +289,8 @@ inline void had_pass(__m128i& x0, __m128i& x1, __m128i& x2, __m128i& x3) {
     transpose4(r0, r1, r2, r3);
     // y * m as 32-bit products (m < 2^10), + r, >> s, then the low 16 bits
     // (shift up and back down so that the signed pack cannot saturate).
-    const __m128i mv = _mm_set1_epi16(static_cast<int16_t>(m)), rv = _mm_set1_epi32(r), sh = _mm_cvtsi32_si128(s);
+    const __m128i mv = _mm_set1_epi16(static_cast<int16_t>(m)), rv = _mm_set1_epi32(r),
+                  sh = _mm_cvtsi32_si128(s);
     const __m128i y[2] = {_mm_unpacklo_epi64(r0, r1), _mm_unpacklo_epi64(r2, r3)};
     for (int i = 0; i < 2; ++i) {
         const __m128i lo = _mm_mullo_epi16(y[i], mv), hi = _mm_mulhi_epi16(y[i], mv);
@@ -296,8 +302,9 @@ inline void had_pass(__m128i& x0, __m128i& x1, __m128i& x2, __m128i& x3) {
     }
 }
 
-[[maybe_unused]] int32_t transform_quant_luma_dc(int16_t* src, int16_t* tblock, bool transform, int32_t mf, int32_t round,
-                                int32_t shift, const int16_t* scan, uint8_t* count, uint8_t* last) {
+[[maybe_unused]] int32_t transform_quant_luma_dc(int16_t* src, int16_t* tblock, bool transform, int32_t mf,
+                                                 int32_t round, int32_t shift, const int16_t* scan,
+                                                 uint8_t* count, uint8_t* last) {
     __m128i t01, t23;
     if (transform) {
         const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
@@ -341,8 +348,8 @@ int32_t transform_quant_chroma_dc(int16_t* src, int16_t* tblock, bool transform,
                                   int32_t shift, uint8_t* count) {
     __m128i t;
     if (transform) {
-        const __m128i v = load4x16(src);                                      // c0 c1 c2 c3
-        const __m128i p = _mm_shufflelo_epi16(v, _MM_SHUFFLE(2, 3, 0, 1));    // c1 c0 c3 c2
+        const __m128i v = load4x16(src);                                    // c0 c1 c2 c3
+        const __m128i p = _mm_shufflelo_epi16(v, _MM_SHUFFLE(2, 3, 0, 1));  // c1 c0 c3 c2
         const __m128i pairs = _mm_unpacklo_epi16(_mm_add_epi16(v, p), _mm_sub_epi16(v, p));
         const __m128i u = _mm_shuffle_epi32(pairs, _MM_SHUFFLE(3, 1, 2, 0));  // a b d e (a = c0+c1, ...)
         const __m128i w = _mm_shufflelo_epi16(u, _MM_SHUFFLE(1, 0, 3, 2));    // d e a b
@@ -356,9 +363,9 @@ int32_t transform_quant_chroma_dc(int16_t* src, int16_t* tblock, bool transform,
                               _mm_cvtsi32_si128(shift), mag);
     store4x16(src, lv);
     const int over = _mm_movemask_epi8(_mm_cmpgt_epi16(mag, _mm_set1_epi16(2063))) & 0xFF;
-    const unsigned nz = ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(lv, _mm_setzero_si128()))) & 0xFFu;
+    const unsigned nz =
+        ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi16(lv, _mm_setzero_si128()))) & 0xFFu;
     const int n = __builtin_popcount(nz) / 2;
     *count = static_cast<uint8_t>((nz & 1u) != 0 ? -n : n);
     return over != 0 ? kplStsLevelRangeErr : kplStsNoErr;
 }
-

@@ -20,7 +20,8 @@ namespace {
 KPLVC_INLINE void store_pair(__m256i v0, __m256i v1, uint8_t* dst, int32_t dst_step, int y) {
     const __m256i pk = _mm256_permute4x64_epi64(_mm256_packus_epi16(v0, v1), 0xD8);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(row_at(dst, dst_step, y)), _mm256_castsi256_si128(pk));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(row_at(dst, dst_step, y + 1)), _mm256_extracti128_si256(pk, 1));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(row_at(dst, dst_step, y + 1)),
+                     _mm256_extracti128_si256(pk, 1));
 }
 
 template <int H, int DX, Pos P>
@@ -47,8 +48,8 @@ void mcb16_exact(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int
     }
 }
 
-KPLVC_INLINE void finish8(__m256i p, const int16_t* res, int32_t res_step, uint8_t* dst,
-                          int32_t dst_step, int y) {
+KPLVC_INLINE void finish8(__m256i p, const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step,
+                          int y) {
     const __m256i r = _mm256_inserti128_si256(_mm256_castsi128_si256(loadu(row_at(res, res_step, y))),
                                               loadu(row_at(res, res_step, y + 1)), 1);
     const __m128i b = pack16(_mm256_adds_epi16(p, r));
@@ -67,9 +68,8 @@ void mc8(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_s
 // then the average widened to 16 lanes for the residual. (The 8-wide forms
 // measured no faster than SSE2 and keep the SSE2 kernels.)
 template <int W, int H, Pos PF, Pos PB, int RC>
-KPLVC_INLINE void mcb_bytes_body(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b,
-                                 int32_t step_b, const int16_t* res, int32_t res_step, uint8_t* dst,
-                                 int32_t dst_step) {
+KPLVC_INLINE void mcb_bytes_body(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b,
+                                 const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step) {
     static_assert(W == 16);
     bytes::BytePredictor<W, PF, true, RC> pf(ref_f, step_f);
     bytes::BytePredictor<W, PB, false, RC> pb(ref_b, step_b);
@@ -82,8 +82,8 @@ KPLVC_INLINE void mcb_bytes_body(const uint8_t* ref_f, int32_t step_f, const uin
 }
 
 template <int W, int H, Pos PF, Pos PB>
-void mcb_bytes(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b,
-               const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
+void mcb_bytes(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b, const int16_t* res,
+               int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
     if (rc == 0)
         mcb_bytes_body<W, H, PF, PB, 0>(ref_f, step_f, ref_b, step_b, res, res_step, dst, dst_step);
     else

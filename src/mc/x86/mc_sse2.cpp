@@ -50,8 +50,8 @@ void mc(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_st
 }
 
 template <int W, int H, int DX, Pos PF, Pos PB>
-void mcb_exact(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b,
-               const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
+void mcb_exact(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b, const int16_t* res,
+               int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
     Predictor<W, DX, PF> pf(ref_f, step_f, rc);
     Predictor<W, DX, PB> pb(ref_b, step_b, rc);
     for (int y = 0; y < H; ++y) {
@@ -64,9 +64,8 @@ void mcb_exact(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32
 }
 
 template <int W, int H, Pos PF, Pos PB, int RC>
-KPLVC_INLINE void mcb_bytes_body(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b,
-                                 int32_t step_b, const int16_t* res, int32_t res_step, uint8_t* dst,
-                                 int32_t dst_step) {
+KPLVC_INLINE void mcb_bytes_body(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b,
+                                 const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step) {
     BytePredictor<W, PF, true, RC> pf(ref_f, step_f);
     BytePredictor<W, PB, false, RC> pb(ref_b, step_b);
     const __m128i z = _mm_setzero_si128();
@@ -78,8 +77,8 @@ KPLVC_INLINE void mcb_bytes_body(const uint8_t* ref_f, int32_t step_f, const uin
 }
 
 template <int W, int H, int DX, Pos PF, Pos PB>
-void mcb_bytes(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b,
-               const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
+void mcb_bytes(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b, const int16_t* res,
+               int32_t res_step, uint8_t* dst, int32_t dst_step, int32_t rc) {
     static_assert(DX == 1);
     if (rc == 0)
         mcb_bytes_body<W, H, PF, PB, 0>(ref_f, step_f, ref_b, step_b, res, res_step, dst, dst_step);
@@ -93,14 +92,18 @@ void mcb_bytes(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32
 // W bytes of one row in the low bytes of a register.
 template <int W>
 KPLVC_INLINE __m128i load_row(const uint8_t* p) {
-    if constexpr (W == 4) return _mm_cvtsi32_si128(static_cast<int>(load32u(p)));
-    else return _mm_cvtsi32_si128(static_cast<uint16_t>(load16(p)));
+    if constexpr (W == 4)
+        return _mm_cvtsi32_si128(static_cast<int>(load32u(p)));
+    else
+        return _mm_cvtsi32_si128(static_cast<uint16_t>(load16(p)));
 }
 
 template <int W>
 KPLVC_INLINE __m128i join_rows(__m128i r0, __m128i r1) {
-    if constexpr (W == 4) return _mm_unpacklo_epi32(r0, r1);
-    else return _mm_unpacklo_epi16(r0, r1);
+    if constexpr (W == 4)
+        return _mm_unpacklo_epi32(r0, r1);
+    else
+        return _mm_unpacklo_epi16(r0, r1);
 }
 
 // Sums of rows y and y+1, widened.
@@ -187,8 +190,8 @@ KPLVC_INLINE void finish_narrow(__m128i p, const int16_t* res, int32_t res_step,
 }
 
 template <int W, int H, Pos P>
-void mc_narrow(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_step,
-               uint8_t* dst, int32_t dst_step, int32_t rc) {
+void mc_narrow(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_step, uint8_t* dst,
+               int32_t dst_step, int32_t rc) {
     PredictorNarrow<W, H, P> pred(ref, ref_step, rc);
     for (int y = 0; y < H; y += 2) finish_narrow<W>(pred.rows(y), res, res_step, dst, dst_step, y);
 }
@@ -226,8 +229,10 @@ void set_single(McFn (&row)[4]) {
 // Entry i: forward position i & 3, backward position i >> 2.
 template <int W, int H, int DX, bool Bytes, int... I>
 void set_bidir(McBFn (&row)[16], std::integer_sequence<int, I...>) {
-    if constexpr (Bytes) ((row[I] = mcb_bytes<W, H, DX, Pos(I & 3), Pos(I >> 2)>), ...);
-    else ((row[I] = mcb_exact<W, H, DX, Pos(I & 3), Pos(I >> 2)>), ...);
+    if constexpr (Bytes)
+        ((row[I] = mcb_bytes<W, H, DX, Pos(I & 3), Pos(I >> 2)>), ...);
+    else
+        ((row[I] = mcb_exact<W, H, DX, Pos(I & 3), Pos(I >> 2)>), ...);
 }
 
 }  // namespace

@@ -17,9 +17,7 @@ namespace {
 
 KPLVC_INLINE __m128i loadu(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
 KPLVC_INLINE __m128i loadl(const void* p) { return _mm_loadl_epi64(static_cast<const __m128i*>(p)); }
-KPLVC_INLINE __m256i loadu256(const void* p) {
-    return _mm256_loadu_si256(static_cast<const __m256i*>(p));
-}
+KPLVC_INLINE __m256i loadu256(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
 KPLVC_INLINE __m256i widen(__m128i v) { return _mm256_cvtepu8_epi16(v); }
 
 // Clipped bytes of 16 lanes: low 8 lanes to bytes 0..7, high 8 to 8..15.
@@ -104,8 +102,9 @@ struct Predictor8 {
         __m256i p;
         if constexpr (Ver) {
             // Sums of rows y+2, y+3 (or y+2 alone at the bottom edge).
-            const __m256i nxt = y + 3 <= H ? pair_sum8<Hor>(row_at(ref, step, y + 2), row_at(ref, step, y + 3))
-                                           : single_sum8<Hor>(row_at(ref, step, y + 2));
+            const __m256i nxt = y + 3 <= H
+                                    ? pair_sum8<Hor>(row_at(ref, step, y + 2), row_at(ref, step, y + 3))
+                                    : single_sum8<Hor>(row_at(ref, step, y + 2));
             // Sums of rows y+1, y+2.
             const __m256i mid = _mm256_permute2x128_si256(carry, nxt, 0x21);
             p = _mm256_add_epi16(carry, mid);

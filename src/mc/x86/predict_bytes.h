@@ -18,8 +18,10 @@ namespace {
 
 template <int W>
 KPLVC_INLINE __m128i load_bytes(const uint8_t* p) {
-    if constexpr (W == 16) return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    else return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+    if constexpr (W == 16)
+        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    else
+        return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
 }
 
 // (x + y) >> 1 from the rounding average: subtract the lost odd bit.
@@ -35,8 +37,10 @@ struct BytePredictor {
     __m128i one = _mm_set1_epi8(1);
 
     __attribute__((always_inline)) BytePredictor(const uint8_t* r, int32_t s) : ref(r), step(s) {
-        if constexpr (P == hh) carry = _mm_avg_epu8(load_bytes<W>(ref), load_bytes<W>(ref + 1));
-        else if constexpr (P == fh) carry = load_bytes<W>(ref);
+        if constexpr (P == hh)
+            carry = _mm_avg_epu8(load_bytes<W>(ref), load_bytes<W>(ref + 1));
+        else if constexpr (P == fh)
+            carry = load_bytes<W>(ref);
     }
 
     __attribute__((always_inline)) __m128i half(__m128i x, __m128i y) const {
@@ -60,11 +64,15 @@ struct BytePredictor {
             const __m128i bottom = _mm_avg_epu8(load_bytes<W>(r), load_bytes<W>(r + 1));
             carry = bottom;
             if constexpr (Forward) {
-                if constexpr (RC == 0) return _mm_avg_epu8(top, _mm_subs_epu8(bottom, one));
-                else return _mm_avg_epu8(_mm_subs_epu8(bottom, one), _mm_subs_epu8(top, one));
+                if constexpr (RC == 0)
+                    return _mm_avg_epu8(top, _mm_subs_epu8(bottom, one));
+                else
+                    return _mm_avg_epu8(_mm_subs_epu8(bottom, one), _mm_subs_epu8(top, one));
             } else {
-                if constexpr (RC == 0) return _mm_avg_epu8(_mm_subs_epu8(top, one), bottom);
-                else return _mm_avg_epu8(top, _mm_subs_epu8(bottom, one));
+                if constexpr (RC == 0)
+                    return _mm_avg_epu8(_mm_subs_epu8(top, one), bottom);
+                else
+                    return _mm_avg_epu8(top, _mm_subs_epu8(bottom, one));
             }
         }
     }

@@ -50,7 +50,9 @@ int32_t quant_block(int16_t* block, int32_t qp, const float* m) {
 void upgrade_mpeg2quant(mpeg2::QuantKernels& k) {
     k.dequant_intra = dequant_block<true, true, 4>;
     k.dequant_inter = dequant_block<false, true, 5>;
-    k.dequant_flat = [](int16_t* b, int32_t qp, const int16_t*) { dequant_block<false, false, 1>(b, qp, nullptr); };
+    k.dequant_flat = [](int16_t* b, int32_t qp, const int16_t*) {
+        dequant_block<false, false, 1>(b, qp, nullptr);
+    };
     k.quant_intra = quant_block<1, false>;
     k.quant_inter = quant_block<0, false>;
     k.quant_flat = quant_block<0, true>;

@@ -8,7 +8,9 @@ namespace kplvc::x86::avx2 {
 void upgrade_mpeg4quant(mpeg4::QuantKernels& k) {
     k.dequant_intra = dequant_block<true, true, 3>;
     k.dequant_inter = dequant_block<false, true, 4>;
-    k.dequant_flat = [](int16_t* b, int32_t qp, const int16_t*) { dequant_block<false, false, 0>(b, qp, nullptr); };
+    k.dequant_flat = [](int16_t* b, int32_t qp, const int16_t*) {
+        dequant_block<false, false, 0>(b, qp, nullptr);
+    };
 }
 
 }  // namespace kplvc::x86::avx2
