@@ -17,6 +17,7 @@
 #include "bench/bench_util.h"
 #include "kplvc.h"
 #include "mpeg2/block.h"
+#include "support/code_lists.h"
 
 namespace {
 
@@ -24,36 +25,7 @@ using kplvc::bench::per_level;
 using kplvc::mpeg2::block_kernels_for;
 using kplvc::mpeg2::BlockKernels;
 
-std::string shared_tables() {
-    std::string f = __FILE__;  // <source>/bench/mpeg2b_bench.cpp
-    f = f.substr(0, f.rfind('/'));
-    f = f.substr(0, f.rfind('/'));
-    return f + "/../shared/tables/";
-}
-
-struct Rec {
-    std::string bits;
-    int32_t v1, v2;
-};
-
-std::vector<Kpl32s> list_of(const std::vector<Rec>& recs, bool rl) {
-    std::vector<Kpl32s> d = {0, 2, 8, 8};
-    size_t maxlen = 0;
-    for (const Rec& r : recs) maxlen = std::max(maxlen, r.bits.size());
-    for (size_t len = 1; len <= maxlen; ++len) {
-        const size_t at = d.size();
-        d.push_back(0);
-        for (const Rec& r : recs) {
-            if (r.bits.size() != len) continue;
-            ++d[at];
-            d.push_back(static_cast<Kpl32s>(std::stoul(r.bits, nullptr, 2)));
-            d.push_back(r.v1);
-            if (rl) d.push_back(r.v2);
-        }
-    }
-    d.push_back(-1);
-    return d;
-}
+using kplvc::codelists::Code;
 
 struct Tables {
     std::vector<Kpl32s> rl_list, enc;
@@ -68,43 +40,17 @@ struct Tables {
 };
 
 std::shared_ptr<Tables> load() {
-    std::ifstream b14(shared_tables() + "mpeg2_dct_coef_b14.txt");
-    std::ifstream dcs(shared_tables() + "mpeg2_dc_size.txt");
-    if (!b14 || !dcs) return nullptr;
-    std::vector<Rec> rl, dc;
-    std::string line;
-    while (std::getline(b14, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream s(line);
-        std::string a, code;
-        s >> a >> code;
-        if (a == "EOB")
-            rl.push_back({code, KPLVC_RL_EOB, 0});
-        else if (a == "ESCAPE")
-            rl.push_back({code, KPLVC_RL_ESCAPE, 0});
-        else if (a != "FIRST") {
-            int32_t run, level;
-            s >> run >> level;
-            rl.push_back({code, run, level});
-        }
-    }
-    while (std::getline(dcs, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream s(line);
-        std::string t, code;
-        int32_t size;
-        s >> t >> code >> size;
-        if (t == "B12") dc.push_back({code, size, 0});
-    }
+    const std::vector<Code> rl = kplvc::codelists::read_rl("mpeg2_dct_coef_b14.txt");
+    const std::vector<Code> dc = kplvc::codelists::read_dc("B12");
+    if (rl.empty() || dc.empty()) return nullptr;
     auto t = std::make_shared<Tables>();
-    t->rl_list = list_of(rl, true);
+    t->rl_list = kplvc::codelists::make_list(rl, true, {8, 8});
     t->enc.resize(KPLVC_RL_ENCODE_TABLE_SIZE);
     if (kpliVCHuffmanInitAllocRL_32s(t->rl_list.data(), &t->rl) != kplStsNoErr) return nullptr;
-    const std::vector<Kpl32s> dl = list_of(dc, false);
+    const std::vector<Kpl32s> dl = kplvc::codelists::make_list(dc, false, {8, 8});
     if (kpliVCHuffmanInitAlloc_32s(dl.data(), &t->dc) != kplStsNoErr) return nullptr;
     if (kpliCreateRLEncodeTable(t->rl_list.data(), t->enc.data()) != kplStsNoErr) return nullptr;
-    for (const Rec& r : dc)
-        t->dc_codes[r.v1] = static_cast<Kpl32s>((std::stoul(r.bits, nullptr, 2) << 8) | r.bits.size());
+    kplvc::codelists::dc_codes(dc, t->dc_codes);
     static const uint8_t zz[64] = {0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,
                                    12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,
                                    35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
@@ -260,7 +206,8 @@ void register_all() {
     const std::shared_ptr<Tables> t = load();
     scan_mask();
     if (t == nullptr) {
-        std::fprintf(stderr, "mpeg2block: code tables not found under %s\n", shared_tables().c_str());
+        std::fprintf(stderr, "mpeg2block: code tables not found under %s\n",
+                     kplvc::codelists::table_path("").c_str());
         return;
     }
     decoders(t);

@@ -23,76 +23,17 @@
 #include <vector>
 
 #include "kplvc.h"
+#include "support/code_lists.h"
 
 namespace {
 
-struct Rec {
-    std::string bits;
-    int32_t v1, v2;
-};
+using kplvc::codelists::Code;
+using kplvc::codelists::read_dc;
+using kplvc::codelists::read_rl;
 
-std::string tables_dir() {
-    std::string f = __FILE__;  // <source>/fuzz/mpeg2_block_decode.cpp
-    f = f.substr(0, f.rfind('/'));
-    f = f.substr(0, f.rfind('/'));
-    return f + "/../shared/tables/";
-}
-
-std::vector<Rec> read_rl(const char* name) {
-    std::ifstream in(tables_dir() + name);
-    std::vector<Rec> out;
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream s(line);
-        std::string a, code;
-        s >> a >> code;
-        if (a == "EOB")
-            out.push_back({code, KPLVC_RL_EOB, 0});
-        else if (a == "ESCAPE")
-            out.push_back({code, KPLVC_RL_ESCAPE, 0});
-        else if (a != "FIRST") {
-            int32_t run, level;
-            s >> run >> level;
-            out.push_back({code, run, level});
-        }
-    }
-    return out;
-}
-
-std::vector<Rec> read_dc(const char* which) {
-    std::ifstream in(tables_dir() + "mpeg2_dc_size.txt");
-    std::vector<Rec> out;
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream s(line);
-        std::string t, code;
-        int32_t size;
-        s >> t >> code >> size;
-        if (t == which) out.push_back({code, size, 0});
-    }
-    return out;
-}
-
-Kpl32s* build(const std::vector<Rec>& recs, bool rl, std::vector<Kpl32s> levels) {
+Kpl32s* build(const std::vector<Code>& recs, bool rl, const std::vector<Kpl32s>& levels) {
     if (recs.empty()) abort();  // tables missing: nothing to fuzz
-    std::vector<Kpl32s> d = {0, static_cast<Kpl32s>(levels.size())};
-    d.insert(d.end(), levels.begin(), levels.end());
-    size_t maxlen = 0;
-    for (const Rec& r : recs) maxlen = std::max(maxlen, r.bits.size());
-    for (size_t len = 1; len <= maxlen; ++len) {
-        const size_t at = d.size();
-        d.push_back(0);
-        for (const Rec& r : recs) {
-            if (r.bits.size() != len) continue;
-            ++d[at];
-            d.push_back(static_cast<Kpl32s>(std::stoul(r.bits, nullptr, 2)));
-            d.push_back(r.v1);
-            if (rl) d.push_back(r.v2);
-        }
-    }
-    d.push_back(-1);
+    const std::vector<Kpl32s> d = kplvc::codelists::make_list(recs, rl, levels);
     Kpl32s* t = nullptr;
     const KplStatus st =
         rl ? kpliVCHuffmanInitAllocRL_32s(d.data(), &t) : kpliVCHuffmanInitAlloc_32s(d.data(), &t);

@@ -15,75 +15,14 @@
 #include <vector>
 
 #include "kplvc.h"
+#include "support/code_lists.h"
 
 namespace kplvc::test::mpeg2b {
 
-struct Code {
-    std::string bits;
-    int32_t v1, v2;
-};
-
-// Reads a run-level table file: numbered rows, EOB and ESCAPE (FIRST is the
-// coders' own rule and not listed).
-inline std::vector<Code> read_rl(const char* name) {
-    std::ifstream in(std::string(KPLVC_SHARED_DIR) + "/tables/" + name);
-    std::vector<Code> out;
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream s(line);
-        std::string a, code;
-        s >> a >> code;
-        if (a == "EOB")
-            out.push_back({code, KPLVC_RL_EOB, 0});
-        else if (a == "ESCAPE")
-            out.push_back({code, KPLVC_RL_ESCAPE, 0});
-        else if (a != "FIRST") {
-            int32_t run, level;
-            s >> run >> level;
-            out.push_back({code, run, level});
-        }
-    }
-    return out;
-}
-
-// Reads the dct_dc_size codes of "B12" or "B13" (value1 = size).
-inline std::vector<Code> read_dc(const char* which) {
-    std::ifstream in(std::string(KPLVC_SHARED_DIR) + "/tables/mpeg2_dc_size.txt");
-    std::vector<Code> out;
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream s(line);
-        std::string t, code;
-        int32_t size;
-        s >> t >> code >> size;
-        if (t == which) out.push_back({code, size, 0});
-    }
-    return out;
-}
-
-// A description in the generic VLC format: [0] unused, L, level bits, then
-// per length a count and the records, then -1.
-inline std::vector<Kpl32s> make_list(const std::vector<Code>& codes, bool rl, std::vector<Kpl32s> levels) {
-    std::vector<Kpl32s> d = {0, static_cast<Kpl32s>(levels.size())};
-    d.insert(d.end(), levels.begin(), levels.end());
-    size_t maxlen = 0;
-    for (const Code& c : codes) maxlen = std::max(maxlen, c.bits.size());
-    for (size_t len = 1; len <= maxlen; ++len) {
-        const size_t at = d.size();
-        d.push_back(0);
-        for (const Code& c : codes) {
-            if (c.bits.size() != len) continue;
-            ++d[at];
-            d.push_back(static_cast<Kpl32s>(std::stoul(c.bits, nullptr, 2)));
-            d.push_back(c.v1);
-            if (rl) d.push_back(c.v2);
-        }
-    }
-    d.push_back(-1);
-    return d;
-}
+using codelists::Code;
+using codelists::make_list;
+using codelists::read_dc;
+using codelists::read_rl;
 
 struct TableFree {
     void operator()(Kpl32s* t) const {
@@ -109,10 +48,7 @@ struct Tables {
     Kpl32s dc12[12], dc13[12];
 };
 
-inline void dc_codes(const std::vector<Code>& codes, Kpl32s* out) {
-    for (const Code& c : codes)
-        out[c.v1] = static_cast<Kpl32s>((std::stoul(c.bits, nullptr, 2) << 8) | c.bits.size());
-}
+using codelists::dc_codes;
 
 // Built once per test executable; read-only afterwards.
 inline const Tables& tables() {
