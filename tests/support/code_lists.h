@@ -66,7 +66,8 @@ inline std::vector<Code> read_dc(const char* which) {
 
 // A description in the generic VLC format: [0] unused, L, the level bits,
 // then per code length a count and the records, then -1.
-inline std::vector<Kpl32s> make_list(const std::vector<Code>& codes, bool rl, const std::vector<Kpl32s>& levels) {
+inline std::vector<Kpl32s> make_list(const std::vector<Code>& codes, bool rl,
+                                     const std::vector<Kpl32s>& levels) {
     std::vector<Kpl32s> d = {0, static_cast<Kpl32s>(levels.size())};
     d.insert(d.end(), levels.begin(), levels.end());
     size_t maxlen = 0;
