@@ -1,59 +1,45 @@
 // kplvc: the library's command-line tool.
-//   kplvc info    the version record, the CPU's features and the ISA level
-//                 that each kernel family uses on this machine
+//   kplvc info                   library, CPU and kernel levels
+//   kplvc decode IN [-o OUT]     decode a video stream with the codecs built
+//                                on the library
+//   kplvc compare A B ...        per-frame PSNR and largest difference of
+//                                two raw YUV files
 #include <cstdio>
 #include <cstring>
 
-#include "core/cpu.h"
-#include "core/dispatch.h"
-#include "kplvc.h"
+#include "tools/commands.h"
 
 namespace {
 
-int info() {
-    const KplLibraryVersion* v = kplvcGetLibVersion();
-    std::printf("library      %s %s (%s), target \"%.4s\"\n", v->Name, v->Version, v->BuildDate,
-                v->targetCpu);
-    std::printf("version      %d.%d.%d.%d\n", v->major, v->minor, v->majorBuild, v->build);
-
-    const auto& f = kplvc::cpu::features();
-    std::printf("cpu          %s (%s)\n", f.brand, f.vendor);
-    std::printf("features    ");
-    const struct {
-        const char* name;
-        bool on;
-    } flags[] = {{"sse2", f.sse2},         {"sse3", f.sse3},         {"ssse3", f.ssse3},
-                 {"sse4.1", f.sse41},      {"sse4.2", f.sse42},      {"popcnt", f.popcnt},
-                 {"avx", f.avx},           {"avx2", f.avx2},         {"bmi1", f.bmi1},
-                 {"bmi2", f.bmi2},         {"fma", f.fma},           {"avx512f", f.avx512f},
-                 {"avx512bw", f.avx512bw}, {"avx512vl", f.avx512vl}, {"avx512dq", f.avx512dq}};
-    for (const auto& fl : flags)
-        if (fl.on) std::printf(" %s", fl.name);
-    std::printf("\n");
-    std::printf("os state     ymm %s, zmm %s\n", f.os_ymm ? "saved" : "not saved",
-                f.os_zmm ? "saved" : "not saved");
-    std::printf("isa level    %s\n", kplvc::cpu::isa_name(kplvc::cpu::detected()));
-    std::printf("kernels\n");
-    int n = 0;
-    const kplvc::FamilyInfo* fam = kplvc::families(&n);
-    for (int i = 0; i < n; ++i)
-        std::printf("  %-14s %s\n", fam[i].name, kplvc::cpu::isa_name(fam[i].level()));
-    return 0;
-}
-
 int usage(FILE* out) {
     std::fprintf(out,
-                 "usage: kplvc <command>\n"
+                 "usage: kplvc <command> [arguments]\n"
                  "commands:\n"
-                 "  info    print the version record, CPU features and the kernel level of each family\n");
+                 "  info                      version record, CPU features, kernel level of each family\n"
+                 "  decode IN [-o OUT.yuv]    decode a stream (format from its content) to planar YUV\n"
+                 "         [--null] [--format NAME] [--pix-fmt yuv420p|yuv422p|yuv411p]\n"
+                 "         [--postfilter]\n"
+                 "  compare A.yuv B.yuv --size WxH [--pix-fmt F] [--min-psnr DB | --exact]\n"
+                 "                            per-frame PSNR of each plane and largest difference\n");
     return out == stdout ? 0 : 2;
 }
+
+struct Command {
+    const char* name;
+    int (*run)(int, char**);
+};
+constexpr Command kCommands[] = {
+    {"info", kplvc_tool::info},
+    {"decode", kplvc_tool::decode},
+    {"compare", kplvc_tool::compare},
+};
 
 }  // namespace
 
 int main(int argc, char** argv) {
     if (argc < 2) return usage(stderr);
-    if (std::strcmp(argv[1], "info") == 0) return info();
+    for (const Command& c : kCommands)
+        if (std::strcmp(argv[1], c.name) == 0) return c.run(argc - 2, argv + 2);
     if (std::strcmp(argv[1], "help") == 0 || std::strcmp(argv[1], "--help") == 0) return usage(stdout);
     std::fprintf(stderr, "kplvc: unknown command '%s'\n", argv[1]);
     return usage(stderr);
