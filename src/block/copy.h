@@ -38,7 +38,6 @@ struct BlockCopyKernels {
 
 BlockCopyKernels blockcopy_kernels_for(cpu::Isa isa);
 const BlockCopyKernels& blockcopy_kernels();
-cpu::Isa blockcopy_level();
 
 // The scalar difference kernels (diff.cpp), installed first by the builder.
 void install_scalar_diff(BlockCopyKernels& k);

@@ -45,7 +45,6 @@ struct DctKernels {
 
 DctKernels dct_kernels_for(cpu::Isa isa);
 const DctKernels& dct_kernels();
-cpu::Isa dct_level();
 
 // Scalar pieces shared by the reference kernels and the entry points.
 namespace ref {

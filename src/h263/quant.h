@@ -15,7 +15,6 @@ struct QuantKernels {
 
 QuantKernels quant_kernels_for(cpu::Isa isa);
 const QuantKernels& quant_kernels();
-cpu::Isa quant_level();
 
 // |rec| = 2*QP*|L| + QP (QP odd) or + QP - 1 (QP even), sign of L, clamped
 // to -2048..2047; formed in 32 bits. 0 stays 0.

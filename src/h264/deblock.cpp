@@ -142,6 +142,12 @@ void chroma_hor_c(uint8_t* p, int32_t step, const uint8_t* a, const uint8_t* b, 
 
 constexpr DeblockKernels kScalar = {luma_ver_c, luma_hor_c, chroma_ver_c, chroma_hor_c};
 
+constexpr Upgrade<DeblockKernels> kCascade[] = {
+    {cpu::Isa::c, [](DeblockKernels& k) { k = kScalar; }},
+    KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_deblock},
+                       {cpu::Isa::avx2, x86::avx2::upgrade_deblock},
+                       {cpu::Isa::avx512, x86::avx512::upgrade_deblock})};
+
 inline KplStatus run(DeblockFn DeblockKernels::*which, Kpl8u* p, Kpl32s step, const Kpl8u* alpha,
                      const Kpl8u* beta, const Kpl8u* tc0, const Kpl8u* bs) {
     if (p == nullptr || alpha == nullptr || beta == nullptr || tc0 == nullptr || bs == nullptr)
@@ -152,21 +158,9 @@ inline KplStatus run(DeblockFn DeblockKernels::*which, Kpl8u* p, Kpl32s step, co
 
 }  // namespace
 
-DeblockKernels deblock_kernels_for(cpu::Isa isa) {
-    DeblockKernels k = kScalar;
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_deblock(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_deblock(k);
-    if (isa >= cpu::Isa::avx512) x86::avx512::upgrade_deblock(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+DeblockKernels deblock_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const DeblockKernels& deblock_kernels() { return active_table<DeblockKernels, deblock_kernels_for>(); }
-
-cpu::Isa deblock_level() { return level_in_use(cpu::Isa::avx512); }
 
 }  // namespace kplvc::h264
 

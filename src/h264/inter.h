@@ -59,7 +59,6 @@ struct InterKernels {
 
 InterKernels inter_kernels_for(cpu::Isa isa);
 const InterKernels& inter_kernels();
-cpu::Isa inter_level();
 
 namespace x86::sse2 {
 void upgrade_inter(InterKernels& k);

@@ -62,7 +62,6 @@ struct PredKernels {
 
 PredKernels pred_kernels_for(cpu::Isa isa);
 const PredKernels& pred_kernels();
-cpu::Isa pred_level();
 
 namespace x86::sse2 {
 void upgrade_pred(PredKernels& k);

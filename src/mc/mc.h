@@ -47,7 +47,6 @@ struct McKernels {
 
 McKernels mc_kernels_for(cpu::Isa isa);
 const McKernels& mc_kernels();
-cpu::Isa mc_level();
 
 // The shapes whose two-reference kernels build half-sample predictions from
 // rounding byte averages with a saturating decrement (see mc.cpp).

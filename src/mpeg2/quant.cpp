@@ -74,22 +74,15 @@ constexpr QuantKernels kScalar = {
     quant_matrix_c<1>,     quant_matrix_c<0>,     quant_flat_c,
 };
 
+constexpr Upgrade<QuantKernels> kCascade[] = {{cpu::Isa::c, [](QuantKernels& k) { k = kScalar; }},
+                                              KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_quant},
+                                                                 {cpu::Isa::avx2, x86::avx2::upgrade_quant})};
+
 }  // namespace
 
-QuantKernels quant_kernels_for(cpu::Isa isa) {
-    QuantKernels k = kScalar;
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_mpeg2quant(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_mpeg2quant(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+QuantKernels quant_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const QuantKernels& quant_kernels() { return active_table<QuantKernels, quant_kernels_for>(); }
-
-cpu::Isa quant_level() { return level_in_use(cpu::Isa::avx2); }
 
 void Dequantize_16s_IntraMP2_a6(int16_t* block, int32_t qp, const int16_t* weights) {
     quant_kernels().dequant_intra(block, qp, weights);

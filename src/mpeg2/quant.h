@@ -31,7 +31,6 @@ struct QuantKernels {
 
 QuantKernels quant_kernels_for(cpu::Isa isa);
 const QuantKernels& quant_kernels();
-cpu::Isa quant_level();
 
 // The default intra quantiser matrix, raster order (row = vertical
 // frequency, column = horizontal frequency).
@@ -68,11 +67,11 @@ inline constexpr RecipMatrix kDefaultIntraRecip = reciprocals(kDefaultIntraMatri
 void Dequantize_16s_IntraMP2_a6(int16_t* block, int32_t qp, const int16_t* weights);
 void Dequantize_16s_NonIntraMP2_a6(int16_t* block, int32_t qp, const int16_t* weights);
 
-}  // namespace kplvc::mpeg2
+namespace x86::sse2 {
+void upgrade_quant(QuantKernels& k);
+}
+namespace x86::avx2 {
+void upgrade_quant(QuantKernels& k);
+}
 
-namespace kplvc::x86::sse2 {
-void upgrade_mpeg2quant(mpeg2::QuantKernels& k);
-}
-namespace kplvc::x86::avx2 {
-void upgrade_mpeg2quant(mpeg2::QuantKernels& k);
-}
+}  // namespace kplvc::mpeg2

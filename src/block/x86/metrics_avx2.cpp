@@ -10,13 +10,8 @@
 #include "block/metrics.h"
 #include "core/arith.h"
 
-namespace kplvc::x86::avx2 {
+namespace kplvc::block::x86::avx2 {
 namespace {
-
-using block::kFF;
-using block::kFH;
-using block::kHF;
-using block::kHH;
 
 inline __m128i ld16(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 inline const uint8_t* next(const uint8_t* p, int32_t step) { return row_at(p, step, 1); }
@@ -163,7 +158,7 @@ int32_t sqr16x16_bi(const uint8_t* s, int32_t ss, const uint8_t* f, int32_t fs, 
 }
 
 template <int PF, int... PB>
-void fill_bi(block::BiMetricFn* t, std::integer_sequence<int, PB...>) {
+void fill_bi(BiMetricFn* t, std::integer_sequence<int, PB...>) {
     ((t[PF | (PB << 2)] = sqr16x16_bi<PF, PB>), ...);
 }
 
@@ -187,7 +182,7 @@ int32_t variance16x16(const uint8_t* p, int32_t ps) {
 
 }  // namespace
 
-void upgrade_metrics(block::MetricsKernels& k) {
+void upgrade_metrics(MetricsKernels& k) {
     // Full and vertical-half 16x16 SADs: no gain over the reference, which
     // the compiler already turns into psadbw / pavgb code; the block is
     // bound by its 32 row loads either way.
@@ -205,4 +200,4 @@ void upgrade_metrics(block::MetricsKernels& k) {
     k.variance16x16 = variance16x16;
 }
 
-}  // namespace kplvc::x86::avx2
+}  // namespace kplvc::block::x86::avx2

@@ -16,13 +16,8 @@
 #include "block/metrics.h"
 #include "core/arith.h"
 
-namespace kplvc::x86::sse2 {
+namespace kplvc::block::x86::sse2 {
 namespace {
-
-using block::kFF;
-using block::kFH;
-using block::kHF;
-using block::kHH;
 
 inline __m128i ld16(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 inline __m128i ld8(const uint8_t* p) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)); }
@@ -207,7 +202,7 @@ int32_t sqr16x16_bi(const uint8_t* s, int32_t ss, const uint8_t* f, int32_t fs, 
 }
 
 template <int PF, int... PB>
-void fill_bi(block::BiMetricFn* t, std::integer_sequence<int, PB...>) {
+void fill_bi(BiMetricFn* t, std::integer_sequence<int, PB...>) {
     ((t[PF | (PB << 2)] = sqr16x16_bi<PF, PB>), ...);
 }
 
@@ -396,7 +391,7 @@ int32_t texture_error8x8(const uint8_t* s, int32_t ss, const uint8_t* ref, int16
 
 }  // namespace
 
-void upgrade_metrics(block::MetricsKernels& k) {
+void upgrade_metrics(MetricsKernels& k) {
     // The full and vertical-half 16x16 SADs, the full 8x8 SAD and the full and
     // vertical-half squared differences stay with the reference: GCC turns
     // those loops into the same psadbw / pavgb / pmaddwd code, and the
@@ -436,4 +431,4 @@ void upgrade_metrics(block::MetricsKernels& k) {
     k.texture_error8x8 = texture_error8x8;
 }
 
-}  // namespace kplvc::x86::sse2
+}  // namespace kplvc::block::x86::sse2

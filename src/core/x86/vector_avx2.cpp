@@ -6,7 +6,7 @@
 
 #include "core/vector.h"
 
-namespace kplvc::x86::avx2 {
+namespace kplvc::vector::x86::avx2 {
 namespace {
 
 inline __m256i loadu(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
@@ -246,4 +246,4 @@ void upgrade_vector(VectorKernels& k) {
     k.threshold_lt = threshold_lt;
 }
 
-}  // namespace kplvc::x86::avx2
+}  // namespace kplvc::vector::x86::avx2

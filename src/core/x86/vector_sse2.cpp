@@ -6,7 +6,7 @@
 
 #include "core/vector.h"
 
-namespace kplvc::x86::sse2 {
+namespace kplvc::vector::x86::sse2 {
 namespace {
 
 inline __m128i loadu(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
@@ -233,4 +233,4 @@ void upgrade_vector(VectorKernels& k) {
     k.threshold_lt = threshold_lt;
 }
 
-}  // namespace kplvc::x86::sse2
+}  // namespace kplvc::vector::x86::sse2

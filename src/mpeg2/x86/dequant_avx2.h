@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-namespace kplvc::x86::avx2 {
+namespace kplvc::mpeg2::x86::avx2 {
 namespace {
 
 // A block is usually written just before it is inverse-quantised, often by
@@ -68,4 +68,4 @@ void dequant_block(int16_t* block, int32_t qp, const int16_t* w) {
 }
 
 }  // namespace
-}  // namespace kplvc::x86::avx2
+}  // namespace kplvc::mpeg2::x86::avx2

@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-namespace kplvc::x86::sse2 {
+namespace kplvc::mpeg2::x86::sse2 {
 namespace {
 
 // Intra: p = low16(c·q)·W, offset when c <= 0, the DC taking part as 0 and
@@ -61,4 +61,4 @@ void dequant_block(int16_t* block, int32_t qp, const int16_t* w) {
 }
 
 }  // namespace
-}  // namespace kplvc::x86::sse2
+}  // namespace kplvc::mpeg2::x86::sse2

@@ -5,7 +5,7 @@
 #include "mpeg2/quant.h"
 #include "mpeg2/x86/dequant_avx2.h"
 
-namespace kplvc::x86::avx2 {
+namespace kplvc::mpeg2::x86::avx2 {
 namespace {
 
 // Clamp to -2047..2047 in float (a NaN becomes -2047: maxps returns its
@@ -47,7 +47,7 @@ int32_t quant_block(int16_t* block, int32_t qp, const float* m) {
 
 }  // namespace
 
-void upgrade_mpeg2quant(mpeg2::QuantKernels& k) {
+void upgrade_quant(QuantKernels& k) {
     k.dequant_intra = dequant_block<true, true, 4>;
     k.dequant_inter = dequant_block<false, true, 5>;
     k.dequant_flat = [](int16_t* b, int32_t qp, const int16_t*) {
@@ -58,4 +58,4 @@ void upgrade_mpeg2quant(mpeg2::QuantKernels& k) {
     k.quant_flat = quant_block<0, true>;
 }
 
-}  // namespace kplvc::x86::avx2
+}  // namespace kplvc::mpeg2::x86::avx2

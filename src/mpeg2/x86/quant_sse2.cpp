@@ -5,7 +5,7 @@
 #include "mpeg2/quant.h"
 #include "mpeg2/x86/dequant_sse2.h"
 
-namespace kplvc::x86::sse2 {
+namespace kplvc::mpeg2::x86::sse2 {
 namespace {
 
 // Eight coefficients to 16·c as two vectors of four floats (exact: |16c| <=
@@ -64,7 +64,7 @@ int32_t quant_block(int16_t* block, int32_t qp, const float* m) {
 
 }  // namespace
 
-void upgrade_mpeg2quant(mpeg2::QuantKernels& k) {
+void upgrade_quant(QuantKernels& k) {
     k.dequant_intra = dequant_block<true, true, 4>;
     k.dequant_inter = dequant_block<false, true, 5>;
     k.dequant_flat = [](int16_t* b, int32_t qp, const int16_t*) {
@@ -75,4 +75,4 @@ void upgrade_mpeg2quant(mpeg2::QuantKernels& k) {
     k.quant_flat = quant_block<0, true>;
 }
 
-}  // namespace kplvc::x86::sse2
+}  // namespace kplvc::mpeg2::x86::sse2

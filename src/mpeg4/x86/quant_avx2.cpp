@@ -3,9 +3,11 @@
 #include "mpeg2/x86/dequant_avx2.h"
 #include "mpeg4/quant.h"
 
-namespace kplvc::x86::avx2 {
+namespace kplvc::mpeg4::x86::avx2 {
 
-void upgrade_mpeg4quant(mpeg4::QuantKernels& k) {
+using mpeg2::x86::avx2::dequant_block;
+
+void upgrade_quant(QuantKernels& k) {
     k.dequant_intra = dequant_block<true, true, 3>;
     k.dequant_inter = dequant_block<false, true, 4>;
     k.dequant_flat = [](int16_t* b, int32_t qp, const int16_t*) {
@@ -13,4 +15,4 @@ void upgrade_mpeg4quant(mpeg4::QuantKernels& k) {
     };
 }
 
-}  // namespace kplvc::x86::avx2
+}  // namespace kplvc::mpeg4::x86::avx2
