@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "core/arith.h"
 #include "core/cpu.h"
 
 namespace kplvc::block {
@@ -43,7 +44,7 @@ const BlockCopyKernels& blockcopy_kernels();
 void install_scalar_diff(BlockCopyKernels& k);
 
 // Places one kernel per sub-sample position into its group of four entries.
-inline void set_diff_group(DiffFn (&tbl)[16], const DiffFn (&by_pos)[4]) {
+KPLVC_INLINE void set_diff_group(DiffFn (&tbl)[16], const DiffFn (&by_pos)[4]) {
     for (int i = 0; i < 16; ++i) tbl[i] = by_pos[i >> 2];
 }
 

@@ -54,7 +54,7 @@ constexpr FwdPick kFwdPattern[32] = {
 struct Table32 {
     int16_t v[32];
 };
-constexpr Table32 make_fwd(const int16_t (&inv)[32]) {
+static constexpr Table32 make_fwd(const int16_t (&inv)[32]) {
     Table32 t{};
     for (int n = 0; n < 32; ++n) t.v[n] = static_cast<int16_t>(inv[kFwdPattern[n].idx] * kFwdPattern[n].sign);
     return t;
@@ -65,12 +65,12 @@ constexpr Table32 tab_f_26 = make_fwd(tab_i_26);
 constexpr Table32 tab_f_35 = make_fwd(tab_i_35);
 
 // Row r of the block uses these tables (inverse and forward alike).
-constexpr const int16_t* inv_table(int r) {
+static constexpr const int16_t* inv_table(int r) {
     constexpr const int16_t* t[8] = {tab_i_04, tab_i_17, tab_i_26, tab_i_35,
                                      tab_i_04, tab_i_35, tab_i_26, tab_i_17};
     return t[r];
 }
-constexpr const int16_t* fwd_table(int r) {
+static constexpr const int16_t* fwd_table(int r) {
     constexpr const int16_t* t[8] = {tab_f_04.v, tab_f_17.v, tab_f_26.v, tab_f_35.v,
                                      tab_f_04.v, tab_f_35.v, tab_f_26.v, tab_f_17.v};
     return t[r];

@@ -20,7 +20,7 @@ const char* isa_name(Isa isa);
 Isa detected();
 
 // True when the CPU supports isa (and every level below it).
-inline bool supports(Isa isa) { return static_cast<int>(isa) <= static_cast<int>(detected()); }
+static inline bool supports(Isa isa) { return static_cast<int>(isa) <= static_cast<int>(detected()); }
 
 // The features of core/isa_features.def as reported by cpuid (each one also
 // needs the register state it names to be saved by the OS), for `kplvc info`.

@@ -50,7 +50,9 @@ const McKernels& mc_kernels();
 
 // The shapes whose two-reference kernels build half-sample predictions from
 // rounding byte averages with a saturating decrement (see mc.cpp).
-constexpr bool uses_byte_average(Shape s) { return s == s16x16 || s == s8x16 || s == s8x8 || s == s8x4; }
+static constexpr bool uses_byte_average(Shape s) {
+    return s == s16x16 || s == s8x16 || s == s8x8 || s == s8x4;
+}
 
 namespace x86::sse2 {
 void upgrade_mc(McKernels& k);

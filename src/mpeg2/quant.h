@@ -51,7 +51,7 @@ struct RecipMatrix {
 
 // 1/w[i], each rounded once to single precision (constant evaluation rounds
 // to nearest, as the run-time division does).
-constexpr RecipMatrix reciprocals(const int16_t (&w)[64]) {
+static constexpr RecipMatrix reciprocals(const int16_t (&w)[64]) {
     RecipMatrix r{};
     for (int i = 0; i < 64; ++i) r.v[i] = 1.0f / static_cast<float>(w[i]);
     return r;
