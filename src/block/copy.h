@@ -4,7 +4,6 @@
 
 #include <cstdint>
 
-#include "core/arith.h"
 #include "core/cpu.h"
 
 namespace kplvc::block {
@@ -42,11 +41,6 @@ const BlockCopyKernels& blockcopy_kernels();
 
 // The scalar difference kernels (diff.cpp), installed first by the builder.
 void install_scalar_diff(BlockCopyKernels& k);
-
-// Places one kernel per sub-sample position into its group of four entries.
-KPLVC_INLINE void set_diff_group(DiffFn (&tbl)[16], const DiffFn (&by_pos)[4]) {
-    for (int i = 0; i < 16; ++i) tbl[i] = by_pos[i >> 2];
-}
 
 namespace x86::sse2 {
 void upgrade_blockcopy(BlockCopyKernels& k);  // copy_sse2.cpp

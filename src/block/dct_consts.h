@@ -88,4 +88,17 @@ constexpr int32_t aan_round2 = 163840;  // pass 2: (r + 163840) >> 18, 0.625 of 
 constexpr int32_t field_fwd_even[7] = {8192, 10703, 4433, 11363, 9633, 6436, 2260};
 constexpr int32_t field_fwd_odd[7] = {10703, 13985, 5793, 14846, 12586, 8410, 2953};
 
+// Inverse: the 8-point row pass weighs input k by field_inv_ck (about
+// 2^14 sqrt(2) cos(k pi / 16); c4 is 2^14 exactly), the odd part's rotation
+// multiplies by field_inv_r (about 2^14 / sqrt(2)), and the 4-point vertical
+// passes reuse c2, c4 and c6.
+constexpr int32_t field_inv_c1 = 22725;
+constexpr int32_t field_inv_c2 = 21406;
+constexpr int32_t field_inv_c3 = 19265;
+constexpr int32_t field_inv_c4 = 16384;
+constexpr int32_t field_inv_c5 = 12872;
+constexpr int32_t field_inv_c6 = 8866;
+constexpr int32_t field_inv_c7 = 4520;
+constexpr int32_t field_inv_r = 11585;
+
 }  // namespace kplvc::block::dct

@@ -102,8 +102,9 @@ void install_scalar(MetricsKernels& k) {
 
 constexpr Upgrade<MetricsKernels> kCascade[] = {
     {cpu::Isa::c, install_scalar},
-    KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_metrics},
-                       {cpu::Isa::avx2, x86::avx2::upgrade_metrics})};
+    KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_sad}, {cpu::Isa::sse2, x86::sse2::upgrade_var},
+                       {cpu::Isa::sse2, x86::sse2::upgrade_metrics}, {cpu::Isa::avx2, x86::avx2::upgrade_sad},
+                       {cpu::Isa::avx2, x86::avx2::upgrade_var})};
 
 }  // namespace
 

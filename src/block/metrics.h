@@ -68,11 +68,16 @@ void scalar_sad_kernels(MetricsKernels& k);
 void scalar_var_kernels(MetricsKernels& k);
 void scalar_misc_kernels(MetricsKernels& k);
 
+// One upgrade per x86 file, split as the scalar files are: sad_<isa>.cpp,
+// var_<isa>.cpp and metrics_<isa>.cpp.
 namespace x86::sse2 {
+void upgrade_sad(MetricsKernels& k);
+void upgrade_var(MetricsKernels& k);
 void upgrade_metrics(MetricsKernels& k);
-}
+}  // namespace x86::sse2
 namespace x86::avx2 {
-void upgrade_metrics(MetricsKernels& k);
-}
+void upgrade_sad(MetricsKernels& k);
+void upgrade_var(MetricsKernels& k);
+}  // namespace x86::avx2
 
 }  // namespace kplvc::block
