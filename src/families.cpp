@@ -32,6 +32,8 @@ cpu::Isa level() {
 
 using h264::DeblockKernels;
 constexpr std::size_t kChromaDeblock = offsetof(DeblockKernels, chroma_ver);
+// The MPEG-2 table's MPEG-4 entries are reported on the mpeg4quant line.
+constexpr std::size_t kMpeg4Dequant = offsetof(mpeg2::QuantKernels, mpeg4_intra);
 
 // One line per kernel family; a new family adds its own line here.
 const FamilyInfo kFamilies[] = {
@@ -43,7 +45,8 @@ const FamilyInfo kFamilies[] = {
     {"dv", level<dv::DvKernels, dv::dv_kernels_for, dv::dv_kernels>},
     {"h263recon", level<h263::ReconKernels, h263::recon_kernels_for, h263::recon_kernels>},
     {"h263quant", level<h263::QuantKernels, h263::quant_kernels_for, h263::quant_kernels>},
-    {"mpeg2quant", level<mpeg2::QuantKernels, mpeg2::quant_kernels_for, mpeg2::quant_kernels>},
+    {"mpeg2quant",
+     level<mpeg2::QuantKernels, mpeg2::quant_kernels_for, mpeg2::quant_kernels, 0, kMpeg4Dequant>},
     {"mpeg2block", level<mpeg2::BlockKernels, mpeg2::block_kernels_for, mpeg2::block_kernels>},
     {"mpeg4quant", level<mpeg4::QuantKernels, mpeg4::quant_kernels_for, mpeg4::quant_kernels>},
     {"h264xform", level<h264::XformKernels, h264::xform_kernels_for, h264::xform_kernels>},

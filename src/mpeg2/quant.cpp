@@ -24,7 +24,9 @@ namespace kplvc::mpeg2 {
 
 namespace {
 
-// ---- Scalar reference: inverse (shifts 4 intra, 5 non-intra, 1 flat) ----------
+// The scalar reference of the inverse kernels is mpeg2/dequant_ref.h, at the
+// shifts of both standards (MPEG-2: 4 intra, 5 non-intra, 1 flat; MPEG-4: 3,
+// 4, none).
 
 // ---- Scalar reference: forward ------------------------------------------------
 
@@ -72,6 +74,7 @@ int32_t quant_flat_c(int16_t* block, int32_t qp, const float*) {
 constexpr QuantKernels kScalar = {
     dequant_ref::intra<4>, dequant_ref::inter<5>, dequant_ref::flat<1>,
     quant_matrix_c<1>,     quant_matrix_c<0>,     quant_flat_c,
+    dequant_ref::intra<3>, dequant_ref::inter<4>, dequant_ref::flat<0>,
 };
 
 constexpr Upgrade<QuantKernels> kCascade[] = {{cpu::Isa::c, [](QuantKernels& k) { k = kScalar; }},

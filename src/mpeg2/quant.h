@@ -1,7 +1,7 @@
 // MPEG-2 quantiser kernels: inverse quantisation in 16-bit wrapping lanes
 // with mismatch control, forward quantisation in single precision with
-// reciprocal weights. The MPEG-2 block decoders reach the inverse arithmetic
-// through Dequantize_16s_IntraMP2_a6 / Dequantize_16s_NonIntraMP2_a6.
+// reciprocal weights. The table also holds the inverse kernels at the MPEG-4
+// shifts, which the MPEG-4 inverse quantisers take from it.
 #pragma once
 
 #include <cstdint>
@@ -27,6 +27,11 @@ struct QuantKernels {
     QuantFn quant_intra;      // indexes 1..63, matrix m
     QuantFn quant_inter;      // indexes 0..63, matrix m
     QuantFn quant_flat;       // indexes 0..63, factor 1/16
+    // The same inverse method at the MPEG-4 shifts (3 intra, 4 inter, none
+    // flat), for the MPEG-4 inverse quantisers (mpeg4/quant.h).
+    DequantFn mpeg4_intra;
+    DequantFn mpeg4_inter;
+    DequantFn mpeg4_flat;
 };
 
 QuantKernels quant_kernels_for(cpu::Isa isa);

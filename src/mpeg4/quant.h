@@ -27,11 +27,4 @@ const QuantKernels& quant_kernels();
 void Dequantize_16s_IntraMP14_a6(int16_t* block, int32_t qp, const int16_t* weights);
 void Dequantize_16s_NonIntraMP14_a6(int16_t* block, int32_t qp, const int16_t* weights);
 
-namespace x86::sse2 {
-void upgrade_quant(QuantKernels& k);
-}
-namespace x86::avx2 {
-void upgrade_quant(QuantKernels& k);
-}
-
 }  // namespace kplvc::mpeg4
