@@ -38,9 +38,11 @@ Kpl32u* build_table(bool tolerant = false);
 // sum field, rows 4..7 the difference field).
 extern const Kpl32s kScans[128];
 
-// Multipliers (14 fractional bits) for kpliQuantInv_DV_16s_C1I, in the
-// output layout of kScans, for DCT mode m (0, 1), class c (0..3) and QNO
-// (0..15): 128 tables of 64.
+// Multipliers with 14 fractional bits for DCT mode m (0, 1), class c (0..3)
+// and QNO (0..15), in the output layout of kScans: 128 tables of 64. For a
+// value x of the segment decoder (64 times the quantised value), (x q) >> 14
+// is the coefficient in the scale of the library's inverse transforms (a DC
+// alone of D gives samples D / 8); kpliQuantInv_DV_16s_C1I takes them too.
 struct Dequant {
     alignas(32) Kpl16s q[2][4][16][64];
 };
