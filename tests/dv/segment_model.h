@@ -5,6 +5,7 @@
 // on every input, valid or not.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -41,7 +42,7 @@ inline ModelResult model_decode(const uint8_t* seg, const uint32_t* table, const
     auto run = [&](Blk& b, Pool& pool, int pass) -> KplStatus {
         for (;;) {
             Bits a = b.pending;
-            a.insert(a.end(), pool.bits.begin() + static_cast<ptrdiff_t>(pool.at), pool.bits.end());
+            a.insert(a.end(), pool.bits.begin() + static_cast<std::ptrdiff_t>(pool.at), pool.bits.end());
             const size_t n = a.size();
             if (n == 0) return kplStsNoErr;
             uint32_t e = table[1 + value(a, 0, 9)];
@@ -71,7 +72,7 @@ inline ModelResult model_decode(const uint8_t* seg, const uint32_t* table, const
                 return kplStsNoErr;
             }
             const size_t from_p = len < b.pending.size() ? len : b.pending.size();
-            b.pending.erase(b.pending.begin(), b.pending.begin() + static_cast<ptrdiff_t>(from_p));
+            b.pending.erase(b.pending.begin(), b.pending.begin() + static_cast<std::ptrdiff_t>(from_p));
             pool.at += len - from_p;
             int r = 0, v = 0;
             if (kind == invalid) return kplStsVLCErr;
@@ -110,7 +111,7 @@ inline ModelResult model_decode(const uint8_t* seg, const uint32_t* table, const
         for (int i = 12; i < 12 + kSpace[j]; ++i) own.bits.push_back(bit(at + i));
         if ((res.status = run(blk[n], own, 1)) != kplStsNoErr) return res;
         if (blk[n].pass)
-            spare[n].bits.assign(own.bits.begin() + static_cast<ptrdiff_t>(own.at), own.bits.end());
+            spare[n].bits.assign(own.bits.begin() + static_cast<std::ptrdiff_t>(own.at), own.bits.end());
     }
     Pool whole;
     for (int k = 0; k < 5; ++k) {
@@ -119,7 +120,7 @@ inline ModelResult model_decode(const uint8_t* seg, const uint32_t* table, const
             r.bits.insert(r.bits.end(), spare[6 * k + j].bits.begin(), spare[6 * k + j].bits.end());
         for (int j = 0; j < 6; ++j)
             if (!blk[6 * k + j].pass && (res.status = run(blk[6 * k + j], r, 2)) != kplStsNoErr) return res;
-        whole.bits.insert(whole.bits.end(), r.bits.begin() + static_cast<ptrdiff_t>(r.at), r.bits.end());
+        whole.bits.insert(whole.bits.end(), r.bits.begin() + static_cast<std::ptrdiff_t>(r.at), r.bits.end());
     }
     for (int n = 0; n < 30; ++n)
         if (!blk[n].pass && (res.status = run(blk[n], whole, 3)) != kplStsNoErr) return res;
