@@ -115,6 +115,12 @@ public:
         for (int s = 0; s < sys.sequences; ++s)
             for (int k = 0; k < kSegments; ++k)
                 for (int b = 0; b < 5; ++b) places_[(s * kSegments + k) * 5 + b] = place(sys, s, k, b);
+        for (int dc = 0; dc < 2048; ++dc) {
+            alignas(16) Kpl16s b[64] = {static_cast<Kpl16s>(dc)};
+            uint8_t out[64];
+            kpliDCT8x8Inv_16s8u_C1R(b, out, 8);
+            flat_dc_[dc] = std::memcmp(out, out + 1, 63) == 0;
+        }
         // Black until the first frame arrives (what a concealed segment of the
         // first frame shows).
         for (int p = 0; p < 3; ++p)
@@ -160,6 +166,19 @@ private:
         // down to a multiple of 4), which in busy blocks adds up to 16 levels
         // of error against other decoders.
         const Kpl16s* q = dq_.q[m][cls][qno];
+        if ((info & KPLVC_DV_INFO_COUNT) <= 1) {
+            // The DC alone (most blocks of flat pictures): every sample is
+            // (DC + 4) >> 3, exactly what the 2-4-8 transform gives, and the
+            // 8-8 one for the DC values marked flat (the others get a ripple
+            // of one level from its row rounders and take the transform).
+            const int dc = ((c[0] * q[0] + 8192) >> 14) + 1024;  // 0..2044
+            if (m == 1 || flat_dc_[dc]) {
+                const int v = (dc + 4) >> 3;
+                const uint8_t fill = static_cast<uint8_t>(v > 255 ? 255 : v);
+                for (int y = 0; y < 8; ++y) std::memset(dst + y * stride, fill, 8);
+                return;
+            }
+        }
         for (int i = 0; i < 64; ++i) c[i] = static_cast<Kpl16s>((c[i] * q[i] + 8192) >> 14);
         c[0] = static_cast<Kpl16s>(c[0] + 1024);
         if (m == 0) {
@@ -205,6 +224,7 @@ private:
     Frame frame_;
     Dequant dq_;
     std::vector<Place> places_;
+    bool flat_dc_[2048];  // an 8-8 block of this DC alone is flat
     alignas(32) Kpl16s coef_[KPLVC_DV_SEGMENT_BLOCKS * 64];
     Kpl32u info_[KPLVC_DV_SEGMENT_BLOCKS];
 };

@@ -51,19 +51,34 @@ inline uint64_t peek_bits(const uint8_t* buf, uint32_t at, int take) {
     return (load_be64(buf + (at >> 3)) << (at & 7)) & ~(~uint64_t{0} >> take);
 }
 
-// Appends bits [from, to) of src to a zero-filled destination that holds
-// `*n` bits so far. Each step moves at most 56 bits, which stay within one
-// 8-byte read-modify-write of the destination at any bit offset.
-void append_bits(uint8_t* dst, uint32_t* n, const uint8_t* src, uint32_t from, uint32_t to) {
-    while (from < to) {
-        const int take = to - from < 56 ? static_cast<int>(to - from) : 56;
-        const uint64_t chunk = peek_bits(src, from, take);
-        uint8_t* d = dst + (*n >> 3);
-        store_be64(d, load_be64(d) | (chunk >> (*n & 7)));
-        *n += static_cast<uint32_t>(take);
-        from += static_cast<uint32_t>(take);
+// Gathers bit ranges into one buffer through a 64-bit accumulator that is
+// stored a whole word at a time (read-modify-write of overlapping words would
+// stall on store forwarding). The buffer needs room for the last word.
+struct BitWriter {
+    uint8_t* out;
+    uint64_t acc = 0;
+    int fill = 0;       // bits in acc, top-aligned
+    uint32_t bits = 0;  // bits written in all
+
+    explicit BitWriter(uint8_t* dst) : out(dst) {}
+    void append(const uint8_t* src, uint32_t from, uint32_t to) {
+        while (from < to) {
+            const int take = to - from < 56 ? static_cast<int>(to - from) : 56;
+            const uint64_t chunk = peek_bits(src, from, take);
+            acc |= chunk >> fill;
+            fill += take;
+            if (fill >= 64) {
+                store_be64(out, acc);
+                out += 8;
+                fill -= 64;
+                acc = fill ? chunk << (take - fill) : 0;
+            }
+            bits += static_cast<uint32_t>(take);
+            from += static_cast<uint32_t>(take);
+        }
     }
-}
+    void flush() { store_be64(out, acc); }
+};
 
 struct BlockState {
     int16_t* coef;        // the block's 64 values (local copy)
@@ -268,10 +283,10 @@ KPLVC_API KplStatus kpliHuffmanDecodeSegment_DV_8u16s(const Kpl8u* pStream, cons
             if (!any) continue;
             pooled[k] = true;
             std::memset(pool[k], 0, sizeof pool[k]);
-            uint32_t bits = 0;
-            for (int j = 0; j < 6; ++j)
-                append_bits(pool[k], &bits, seg, spare[6 * k + j][0], spare[6 * k + j][1]);
-            Source s = {pool[k], 0, bits};
+            BitWriter w(pool[k]);
+            for (int j = 0; j < 6; ++j) w.append(seg, spare[6 * k + j][0], spare[6 * k + j][1]);
+            w.flush();
+            Source s = {pool[k], 0, w.bits};
             for (int j = 0; j < 6; ++j) {
                 BlockState& b = blk[6 * k + j];
                 if (b.pass != 0) continue;
@@ -289,16 +304,16 @@ KPLVC_API KplStatus kpliHuffmanDecodeSegment_DV_8u16s(const Kpl8u* pStream, cons
     if (unfinished != 0) {
         alignas(16) uint8_t all[320 + 8];
         std::memset(all, 0, sizeof all);
-        uint32_t bits = 0;
+        BitWriter w(all);
         for (int k = 0; k < 5; ++k) {
             if (pooled[k]) {
-                append_bits(all, &bits, pool[k], pool_at[k], pool_end[k]);
+                w.append(pool[k], pool_at[k], pool_end[k]);
             } else {
-                for (int j = 0; j < 6; ++j)
-                    append_bits(all, &bits, seg, spare[6 * k + j][0], spare[6 * k + j][1]);
+                for (int j = 0; j < 6; ++j) w.append(seg, spare[6 * k + j][0], spare[6 * k + j][1]);
             }
         }
-        Source s = {all, 0, bits};
+        w.flush();
+        Source s = {all, 0, w.bits};
         for (int n = 0; n < kBlocks; ++n) {
             BlockState& b = blk[n];
             if (b.pass != 0) continue;
