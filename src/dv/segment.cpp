@@ -101,7 +101,8 @@ struct Source {
 // the bits available to it (then its unread bits become its pending bits).
 // Returns the status; on success src->at is where the source stands (the
 // block's spare bits start there if it finished).
-KplStatus continue_block(BlockState& b, Source* src, const uint32_t* table, int32_t pass) {
+[[gnu::always_inline]] inline KplStatus continue_block(BlockState& b, Source* src, const uint32_t* table,
+                                                       int32_t pass) {
     const uint8_t* const buf = src->buf;
     const uint32_t end = src->end, start = src->at;
     int16_t* const coef = b.coef;
@@ -131,7 +132,8 @@ KplStatus continue_block(BlockState& b, Source* src, const uint32_t* table, int3
         uint32_t v1 = (e >> 8) & 0x3FFF;
         int len = static_cast<int>(e & 0xFF);
         int32_t run, value;
-        if (v1 < 64 && len <= have && len <= kMaxCode) [[likely]] {
+        const int fits = have < kMaxCode ? have : kMaxCode;
+        if (v1 < 64 && len <= fits) [[likely]] {
             // A pair that fits.
             run = static_cast<int32_t>(v1);
             value = static_cast<int32_t>(e) >> 22;
