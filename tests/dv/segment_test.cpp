@@ -171,7 +171,7 @@ const Code& code() {
 
 // ---- The tests' encoder -------------------------------------------------------------------
 
-struct BlockSpec {
+struct BlockPlan {
     int dc = 0, m = 0, c = 0;
     std::vector<std::pair<int, int>> coefs;  // (scan position 1..63, value), increasing positions
 };
@@ -185,7 +185,7 @@ struct Coded {
     std::vector<Event> events;
 };
 
-Coded encode_block(const BlockSpec& b) {
+Coded encode_block(const BlockPlan& b) {
     const Code& c = code();
     Coded out;
     auto word_for = [&](int run, int v) -> std::string {  // one code word of a pair, or ""
@@ -221,7 +221,7 @@ struct Encoded {
 
 // Places the strings in the three passes; bits that carry nothing are filled
 // by `fill`: 0 zeros, 1 ones, 2 random, 3 zeros to the byte's end then ones.
-Encoded encode_segment(const std::vector<BlockSpec>& blocks, const int (&staqno)[5], int fill, Rng& rng) {
+Encoded encode_segment(const std::vector<BlockPlan>& blocks, const int (&staqno)[5], int fill, Rng& rng) {
     static const int kArea[6] = {4, 18, 32, 46, 60, 70}, kSpace[6] = {100, 100, 100, 100, 68, 68};
     Encoded e;
     e.seg.assign(400, 0);
@@ -232,7 +232,7 @@ Encoded encode_segment(const std::vector<BlockSpec>& blocks, const int (&staqno)
     std::vector<std::vector<int>> spare(30);
     for (int n = 0; n < 30; ++n) {
         const int k = n / 6, j = n % 6, at = (80 * k + kArea[j]) * 8;
-        const BlockSpec& b = blocks[n];
+        const BlockPlan& b = blocks[n];
         const int h = ((b.dc & 511) << 3) | (b.m << 2) | b.c;
         for (int i = 0; i < 12; ++i) put(at + i, ((h >> (11 - i)) & 1) ? '1' : '0');
         e.coded.push_back(encode_block(b));
@@ -286,8 +286,8 @@ Encoded encode_segment(const std::vector<BlockSpec>& blocks, const int (&staqno)
 
 // Random blocks: empty, small, large, full or sparse; values near 0, at the
 // limits of the rows and the escape (22, 23, 255) or anywhere.
-BlockSpec random_block(Rng& rng, int load) {
-    BlockSpec b;
+BlockPlan random_block(Rng& rng, int load) {
+    BlockPlan b;
     b.dc = rng.range(-256, 255);
     b.m = rng.range(0, 1);
     b.c = rng.range(0, 3);
@@ -313,11 +313,11 @@ BlockSpec random_block(Rng& rng, int load) {
 }
 
 // What the decoder must give for an encoded segment (the round-trip rule).
-ModelResult expected(const Encoded& e, const std::vector<BlockSpec>& blocks, const int (&staqno)[5],
+ModelResult expected(const Encoded& e, const std::vector<BlockPlan>& blocks, const int (&staqno)[5],
                      const int32_t* scan) {
     ModelResult r;
     for (int n = 0; n < 30; ++n) {
-        const BlockSpec& b = blocks[n];
+        const BlockPlan& b = blocks[n];
         const int32_t* s = scan + 64 * b.m;
         uint32_t count = 0;
         if (b.dc) r.out[n][s[0] & 63] = static_cast<int16_t>(64 * b.dc), count = 1;
@@ -345,9 +345,9 @@ void expect_same(const A& got, const B& want, const std::string& what) {
     }
 }
 
-// Random segments with their block specs, light to overfull.
+// Random segments with their block plans, light to overfull.
 struct Sample {
-    std::vector<BlockSpec> blocks;
+    std::vector<BlockPlan> blocks;
     int staqno[5];
     Encoded enc;
 };
@@ -446,7 +446,7 @@ TEST(DvSegment, EveryCodeWord) {
     }
 }
 
-// Algorithms H both ways: what the encoder placed comes back exactly, for
+// The encoder and the decoder both ways: what the encoder placed comes back exactly, for
 // segments that fit and segments that do not, every pass and fill, both
 // modes, all classes, QNO and STA values, and three scan tables.
 TEST(DvSegment, RoundTrip) {
@@ -486,7 +486,7 @@ TEST(DvSegment, EncoderChoices) {
          "0110"},
     };
     for (const auto& c : cases) {
-        BlockSpec b;
+        BlockPlan b;
         b.coefs = {{c.pos, c.value}};
         EXPECT_EQ(encode_block(b).bits, c.bits);
     }
