@@ -316,7 +316,7 @@ TEST(VlcRoundTrip, Mpeg2CoefficientTable) {
     // A real code: the MPEG-2 coefficient table zero (run, level) with the
     // value run * 64 + level, EOB and ESCAPE, in three levels of 5, 5 and 6
     // bits (codes up to 16 bits).
-    std::ifstream in(std::string(KPLVC_SHARED_DIR) + "/tables/mpeg2_dct_coef_b14.txt");
+    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/mpeg2_dct_coef_b14.txt");
     ASSERT_TRUE(in.good());
     std::vector<Code> codes;
     std::string line;

@@ -117,7 +117,7 @@ TEST(H263Block, IntraRoundTripMatchesDirectReconstruction) {
 TEST(H263Block, TcoefTablesMatchTheCodeLists) {
     for (auto [file, adv] :
          {std::pair<const char*, bool>{"h263_tcoef.txt", false}, {"h263_advintra_tcoef.txt", true}}) {
-        std::ifstream in(std::string(KPLVC_SHARED_DIR) + "/tables/" + file);
+        std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/" + file);
         ASSERT_TRUE(in.good());
         std::string line;
         int n = 0;

@@ -1,5 +1,5 @@
 // H.263 symbol decoders against the standard's code lists (read from the
-// shared tables), plus the prediction, wrap and error-handling rules.
+// repository's tests/data), plus the prediction, wrap and error-handling rules.
 #include <algorithm>
 #include <fstream>
 #include <map>
@@ -21,7 +21,7 @@ struct CodeWord {
 };
 
 std::vector<std::vector<std::string>> rows(const char* file) {
-    std::ifstream in(std::string(KPLVC_SHARED_DIR) + "/tables/" + file);
+    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/" + file);
     EXPECT_TRUE(in.good()) << file;
     std::vector<std::vector<std::string>> out;
     std::string line;

@@ -25,7 +25,7 @@ struct Row {
 const std::vector<Row>& table() {
     static const std::vector<Row> rows = [] {
         std::vector<Row> out;
-        std::ifstream in(KPLVC_SHARED_DIR "/tables/h264_deblock_tables.txt");
+        std::ifstream in(KPLVC_TEST_DATA_DIR "/h264_deblock_tables.txt");
         std::string line;
         while (std::getline(in, line)) {
             if (line.empty() || line[0] == '#') continue;

@@ -23,7 +23,7 @@ struct DeblockRow {
 };
 
 DeblockRow deblock_row(int index) {
-    std::ifstream in(std::string(KPLVC_SHARED_DIR) + "/tables/h264_deblock_tables.txt");
+    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/h264_deblock_tables.txt");
     std::string line;
     while (std::getline(in, line)) {
         if (line.empty() || line[0] == '#') continue;

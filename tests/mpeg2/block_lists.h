@@ -1,5 +1,5 @@
 // Test helpers for the MPEG-1/MPEG-2 block coders: the callers' code lists
-// read from the standards' tables in /work/shared/tables, the tables built
+// read from the standards' tables in tests/data, the tables built
 // from them, bit strings turned into words, and a plain model of the
 // reconstruction arithmetic written independently of the library.
 #pragma once

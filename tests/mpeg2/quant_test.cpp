@@ -142,7 +142,7 @@ TEST(Mpeg2QuantInv, WithoutWrapIsTruncatingDivision) {
 // ---- Behaviour: forward --------------------------------------------------------
 
 TEST(Mpeg2Quant, DefaultIntraMatrixIsReciprocalOfSharedTable) {
-    std::ifstream in(std::string(KPLVC_SHARED_DIR) + "/tables/mpeg2_default_matrices.txt");
+    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/mpeg2_default_matrices.txt");
     ASSERT_TRUE(in.good());
     std::string line, name;
     int rows = 0, v, w;
