@@ -6,8 +6,9 @@
 #include <vector>
 
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/args.h"
 
+using kplvc::test::Arg;
 using kplvc::test::Guarded;
 using kplvc::test::Rng;
 
@@ -327,51 +328,23 @@ TEST(DctField, FieldSumOnlyBlockGivesEqualLinePairs) {
 // ---- Argument checks ---------------------------------------------------------------
 
 TEST(DctArgs, FirstFailingCheckWinsAndNothingIsWritten) {
-    Guarded g(256);
-    auto* d16 = g.as<Kpl16s>();
-    auto* d8 = g.data();
-    std::memset(g.data(), 0x3C, 256);
-    const std::vector<uint8_t> before(g.data(), g.data() + 256);
-    Block src = dc_block(80);
-    const Kpl16s* s = src.data();
-    const uint8_t px[64] = {};
-    const struct {
-        const char* what;
-        KplStatus got, want;
-    } cases[] = {
-        {"inv I", kpliDCT8x8Inv_16s_C1I(nullptr), kplStsNullPtrErr},
-        {"inv src", kpliDCT8x8Inv_16s_C1(nullptr, d16), kplStsNullPtrErr},
-        {"inv dst", kpliDCT8x8Inv_16s_C1(s, nullptr), kplStsNullPtrErr},
-        {"4x4", kpliDCT8x8Inv_4x4_16s_C1I(nullptr), kplStsNullPtrErr},
-        {"2x2", kpliDCT8x8Inv_2x2_16s_C1I(nullptr), kplStsNullPtrErr},
-        {"u8 src+step", kpliDCT8x8Inv_16s8u_C1R(nullptr, d8, 0), kplStsNullPtrErr},
-        {"u8 dst", kpliDCT8x8Inv_16s8u_C1R(s, nullptr, 8), kplStsNullPtrErr},
-        {"u8 step 0", kpliDCT8x8Inv_16s8u_C1R(s, d8, 0), kplStsStepErr},
-        {"u8 step -8", kpliDCT8x8Inv_16s8u_C1R(s, d8, -8), kplStsStepErr},
-        {"inv8 dst before step", kpliDCTInv_8x8_16s8u(nullptr, nullptr, 7), kplStsNullPtrErr},
-        {"inv8 step before src", kpliDCTInv_8x8_16s8u(nullptr, d8, 7), kplStsBlockStepErr},
-        {"inv8 step", kpliDCTInv_8x8_16s8u(s, d8, 7), kplStsBlockStepErr},
-        {"inv8 src", kpliDCTInv_8x8_16s8u(nullptr, d8, 8), kplStsNullPtrErr},
-        {"fwd8 src", kpliDCT8x8Fwd_8u16s_C1R(nullptr, 0, d16), kplStsNullPtrErr},
-        {"fwd8 dst", kpliDCT8x8Fwd_8u16s_C1R(px, 8, nullptr), kplStsNullPtrErr},
-        {"fwd8 step", kpliDCT8x8Fwd_8u16s_C1R(px, 0, d16), kplStsStepErr},
-        {"fwd src", kpliDCT8x8Fwd_16s_C1(nullptr, d16), kplStsNullPtrErr},
-        {"fwd dst", kpliDCT8x8Fwd_16s_C1(s, nullptr), kplStsNullPtrErr},
-        {"aan src", kpliDCT8x8Inv_AANTransposed_16s_C1R(nullptr, d16, 16, 64), kplStsNullPtrErr},
-        {"aan dst", kpliDCT8x8Inv_AANTransposed_16s_C1R(s, nullptr, 16, 64), kplStsNullPtrErr},
-        {"aan8 src", kpliDCT8x8Inv_AANTransposed_16s8u_C1R(nullptr, d8, 8, 0), kplStsNullPtrErr},
-        {"aan8 dst", kpliDCT8x8Inv_AANTransposed_16s8u_C1R(s, nullptr, 8, 1), kplStsNullPtrErr},
-        {"p2 u", kpliDCT8x8Inv_AANTransposed_16s_P2C2R(nullptr, s, d16, 32, 1, 1), kplStsNullPtrErr},
-        {"p2 v", kpliDCT8x8Inv_AANTransposed_16s_P2C2R(s, nullptr, d16, 32, 1, 1), kplStsNullPtrErr},
-        {"p2 dst", kpliDCT8x8Inv_AANTransposed_16s_P2C2R(s, s, nullptr, 32, 1, 1), kplStsNullPtrErr},
-        {"p2 8 u", kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R(nullptr, s, d8, 16, 0, 0), kplStsNullPtrErr},
-        {"p2 8 v", kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R(s, nullptr, d8, 16, 0, 0), kplStsNullPtrErr},
-        {"p2 8 dst", kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R(s, s, nullptr, 16, 0, 0), kplStsNullPtrErr},
-        {"field fwd", kpliDCT2x4x8Frw_16s_C1I(nullptr), kplStsNullPtrErr},
-        {"field inv", kpliDCT2x4x8Inv_16s_C1I(nullptr), kplStsNullPtrErr},
-    };
-    for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
-    EXPECT_EQ(std::vector<uint8_t>(g.data(), g.data() + 256), before);
-    EXPECT_TRUE(g.intact());
-    EXPECT_EQ(src, dc_block(80));
+    kplvc::test::ArgPool p;
+    const Kpl16s *s = p.take<Kpl16s>(64), *v = p.take<Kpl16s>(64);
+    const Kpl8u* px = p.take<Kpl8u>(64);
+    Kpl16s* d16 = p.take<Kpl16s>(8 * 16);
+    Kpl8u* d8 = p.take<Kpl8u>(8 * 16);
+    const Arg null0{0, nullptr, kplStsNullPtrErr}, null1{1, nullptr, kplStsNullPtrErr},
+        null2{2, nullptr, kplStsNullPtrErr};
+    for (auto f : {kpliDCT8x8Inv_16s_C1I, kpliDCT8x8Inv_4x4_16s_C1I, kpliDCT8x8Inv_2x2_16s_C1I,
+                   kpliDCT2x4x8Frw_16s_C1I, kpliDCT2x4x8Inv_16s_C1I})
+        CHECK_ARGS(p, f, {d16}, {null0});
+    for (auto f : {kpliDCT8x8Inv_16s_C1, kpliDCT8x8Fwd_16s_C1}) CHECK_ARGS(p, f, {s, d16}, {null0, null1});
+    CHECK_ARGS(p, kpliDCT8x8Inv_16s8u_C1R, {s, d8, 8},
+               {null0, null1, {2, 0, kplStsStepErr}, {2, -8, kplStsStepErr}, {2, 1, kplStsNoErr}});
+    CHECK_ARGS(p, kpliDCTInv_8x8_16s8u, {s, d8, 8}, {null1, {2, 7, kplStsBlockStepErr}, null0});
+    CHECK_ARGS(p, kpliDCT8x8Fwd_8u16s_C1R, {px, 8, d16}, {null0, null2, {1, 0, kplStsStepErr}});
+    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s_C1R, {s, d16, 16, 64}, {null0, null1, {3, 0, kplStsNoErr}});
+    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s8u_C1R, {s, d8, 8, 64}, {null0, null1, {3, 0, kplStsNoErr}});
+    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s_P2C2R, {s, v, d16, 32, 1, 1}, {null0, null1, null2});
+    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R, {s, v, d8, 16, 0, 0}, {null0, null1, null2});
 }

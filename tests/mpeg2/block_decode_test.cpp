@@ -10,7 +10,8 @@
 #include "block_lists.h"
 #include "kplvc.h"
 #include "mpeg2/block.h"
-#include "support/support.h"
+#include "support/args.h"
+#include "support/variants.h"
 
 namespace kplvc::test::mpeg2b {
 namespace {
@@ -400,8 +401,7 @@ TEST(Mpeg2BlockDecode, ExactReconstructionAtExtremes) {
     const std::vector<Code> codes = {{"1", 0, 32767}, {"01", 64, 0}, {"001", 65, 0}, {"0001", 0, 1}};
     const std::vector<Kpl32s> list = make_list(codes, true, {8});
     Table t = build(list, true);
-    Rng rng(20240610);
-    SCOPED_TRACE(seed_trace(rng.seed()));
+    Rng rng("mpeg2 block extremes");
     const std::vector<Kpl32s> zz = scan32(kZigzag);
     for (int n = 0; n < 3000; ++n) {
         const int version = rng.coin() ? 1 : 2;
@@ -474,83 +474,74 @@ TEST(Mpeg2BlockDecode, CountFollowsScanEntries) {
 
 // ---- Argument checks ------------------------------------------------------------
 
+// Pointers (the stream's word included) first, then the bit offset, the
+// quantiser scale and the intra DC precision; the non-intra decoders take a
+// null matrix as flat 16. Each function decodes a fresh valid stream.
 TEST(Mpeg2BlockDecode, ArgumentOrder) {
     const Tables& t = tables();
     const std::vector<Kpl32s> zz = scan32(kZigzag);
     const Kpl16s* W = matrix(Default);
-    std::vector<Kpl32u> words = words_of("01 10 10");
-    enum Field { None, PP, Off, P, Blk, Cnt, Pred, DcT, Coef, Scan, Mat, OffVal, Qp, Prec };
-    struct A {
-        const char* name;
-        Field a, b;
-        int offv, qp, prec;
-        KplStatus st;
-    } cases[] = {
-        {"pp null", PP, None, 31, 1, 0, kplStsNullPtrErr},
-        {"offset ptr null", Off, None, 31, 1, 0, kplStsNullPtrErr},
-        {"stream null", P, None, 31, 1, 0, kplStsNullPtrErr},
-        {"block null", Blk, None, 31, 1, 0, kplStsNullPtrErr},
-        {"count null", Cnt, None, 31, 1, 0, kplStsNullPtrErr},
-        {"pred null", Pred, None, 31, 1, 0, kplStsNullPtrErr},
-        {"dc table null", DcT, None, 31, 1, 0, kplStsNullPtrErr},
-        {"coef null", Coef, None, 31, 1, 0, kplStsNullPtrErr},
-        {"scan null", Scan, None, 31, 1, 0, kplStsNullPtrErr},
-        {"matrix null", Mat, None, 31, 1, 0, kplStsNullPtrErr},
-        {"offset 32", None, None, 32, 1, 0, kplStsBadArgErr},
-        {"offset -1", None, None, -1, 1, 0, kplStsBadArgErr},
-        {"qp 0", None, None, 31, 0, 0, kplStsBadArgErr},
-        {"precision 4", None, None, 31, 1, 4, kplStsBadArgErr},
-        {"precision -1", None, None, 31, 1, -1, kplStsBadArgErr},
-        {"null before bad offset", Scan, None, 32, 1, 0, kplStsNullPtrErr},
-        {"null before bad qp", Mat, None, 31, 0, 4, kplStsNullPtrErr},
-        {"stream null before block null", P, Blk, 31, 1, 0, kplStsNullPtrErr},
+    ArgPool p;
+    auto stream = [&p](const char* bits) {
+        const std::vector<Kpl32u> w = words_of(bits);
+        Kpl32u* s = p.take<Kpl32u>(w.size());
+        std::memcpy(s, w.data(), 4 * w.size());
+        return p.take<Kpl32u*>({s});
     };
-    for (int version = 1; version <= 2; ++version) {
-        for (int intra = 0; intra <= 1; ++intra) {
-            for (const A& c : cases) {
-                const bool intra_only =
-                    c.a == Pred || c.a == DcT || c.a == Mat || c.a == Prec || (c.prec != 0 && c.a == None);
-                if (!intra && intra_only) continue;
-                if (version == 1 && c.prec != 0 && c.a == None) continue;
-                SCOPED_TRACE(std::string(c.name) + (intra ? " intra" : " inter") + " v" +
-                             std::to_string(version));
-                Kpl32u* p = words.data();
-                Kpl32s off = c.offv;
-                Kpl16s blk[64];
-                for (auto& v : blk) v = kFill;
-                Kpl32s count = kCountFill;
-                Kpl16s pred = 77;
-                auto has = [&](Field f) { return c.a == f || c.b == f; };
-                Kpl32u** pp = has(PP) ? nullptr : &p;
-                if (has(P)) p = nullptr;
-                Kpl32s* po = has(Off) ? nullptr : &off;
-                Kpl16s* pb = has(Blk) ? nullptr : blk;
-                Kpl32s* pc = has(Cnt) ? nullptr : &count;
-                Kpl16s* ppred = has(Pred) ? nullptr : &pred;
-                const Kpl32s* dct = has(DcT) ? nullptr : t.b12.get();
-                const Kpl32s* coef = has(Coef) ? nullptr : t.b14.get();
-                const Kpl32s* scan = has(Scan) ? nullptr : zz.data();
-                const Kpl16s* mat = has(Mat) ? nullptr : W;
-                KplStatus st;
-                if (version == 1)
-                    st = intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(pp, po, pb, pc, ppred, dct, coef,
-                                                                        scan, c.qp, mat)
-                               : kpliReconstructDCTBlock_MPEG1_32s(pp, po, pb, pc, coef, scan, c.qp, mat);
-                else
-                    st = intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(pp, po, pb, pc, ppred, dct, coef,
-                                                                        scan, c.qp, mat, c.prec)
-                               : kpliReconstructDCTBlock_MPEG2_32s(pp, po, pb, pc, coef, scan, c.qp, mat);
-                EXPECT_EQ(st, c.st);
-                EXPECT_EQ(off, c.offv);
-                if (!has(P)) {
-                    EXPECT_EQ(p, words.data());
-                }
-                EXPECT_EQ(count, kCountFill);
-                EXPECT_EQ(pred, 77);
-                for (int i = 0; i < 64; ++i) ASSERT_EQ(blk[i], kFill);
-            }
-        }
-    }
+    Kpl16s* blk = p.take<Kpl16s>(64);
+    Kpl32s* cnt = p.take<Kpl32s>(1);
+    auto null = [](size_t i) { return Arg{i, nullptr, kplStsNullPtrErr}; };
+    const Arg word{0, p.take<Kpl32u*>({nullptr}), kplStsNullPtrErr},
+        off32{1, p.take<Kpl32s>({32}), kplStsBadArgErr}, off_neg{1, p.take<Kpl32s>({-1}), kplStsBadArgErr};
+    CHECK_ARGS(p, kpliReconstructDCTBlockIntra_MPEG1_32s,
+               {stream("100 11 0 10"), p.take<Kpl32s>({31}), blk, cnt, p.take<Kpl16s>({0}), t.b12.get(),
+                t.b14.get(), zz.data(), 1, W},
+               {null(0),
+                word,
+                null(1),
+                null(2),
+                null(3),
+                null(4),
+                null(5),
+                null(6),
+                null(7),
+                null(9),
+                off32,
+                off_neg,
+                {8, 0, kplStsBadArgErr},
+                {8, 32, kplStsBadArgErr}});
+    CHECK_ARGS(p, kpliReconstructDCTBlockIntra_MPEG2_32s,
+               {stream("100 11 0 10"), p.take<Kpl32s>({31}), blk, cnt, p.take<Kpl16s>({0}), t.b12.get(),
+                t.b14.get(), zz.data(), 1, W, 0},
+               {null(0),
+                word,
+                null(1),
+                null(2),
+                null(3),
+                null(4),
+                null(5),
+                null(6),
+                null(7),
+                null(9),
+                off32,
+                off_neg,
+                {8, 0, kplStsBadArgErr},
+                {8, 113, kplStsBadArgErr},
+                {10, 4, kplStsBadArgErr},
+                {10, -1, kplStsBadArgErr}});
+    for (auto f : {kpliReconstructDCTBlock_MPEG1_32s, kpliReconstructDCTBlock_MPEG2_32s})
+        CHECK_ARGS(p, f, {stream("1 0 10"), p.take<Kpl32s>({31}), blk, cnt, t.b14.get(), zz.data(), 1, W},
+                   {null(0),
+                    word,
+                    null(1),
+                    null(2),
+                    null(3),
+                    null(4),
+                    null(5),
+                    off32,
+                    off_neg,
+                    {6, 0, kplStsBadArgErr},
+                    {7, nullptr, kplStsNoErr}});
 }
 
 TEST(Mpeg2BlockDecode, QuantiserScaleLimits) {
@@ -583,31 +574,22 @@ TEST(Mpeg2BlockDecode, QuantiserScaleLimits) {
 // ---- The SIMD scan mask against its reference ------------------------------------
 
 TEST(Mpeg2BlockDecode, ScanMaskVariants) {
-    const auto ref = mpeg2::block_kernels_for(cpu::Isa::c).scan_mask;
-    Rng rng(77001);
-    SCOPED_TRACE(seed_trace(rng.seed()));
-    for (const auto& [isa, fn] : variants(mpeg2::block_kernels_for, &mpeg2::BlockKernels::scan_mask)) {
-        SCOPED_TRACE(cpu::isa_name(isa));
-        for (int n = 0; n < 4000; ++n) {
-            Kpl32s scan[64 + 1];
-            const int kind = n % 4;
-            for (int i = 0; i < 64; ++i) {
-                if (kind == 0)
-                    scan[i] = kZigzag[i];
-                else if (kind == 1)
-                    scan[i] = kAlternate[i];
-                else if (kind == 2)
-                    scan[i] = rng.range(0, 63);
-                else
-                    scan[i] = static_cast<Kpl32s>(rng.u32());  // high bits ignored
-            }
-            uint64_t nz = rng.u64();
-            if (n % 3 == 0) nz &= rng.u64() & rng.u64();  // sparse
-            if (n % 7 == 0) nz = uint64_t{1} << rng.range(0, 63);
-            if (n == 1) nz = ~uint64_t{0};
-            ASSERT_EQ(fn(nz, scan), ref(nz, scan)) << "n " << n;
-        }
-    }
+    check_variants(mpeg2::block_kernels_for, &mpeg2::BlockKernels::scan_mask, "mpeg2 scan_mask", 4000,
+                   [](Arena& a, Rng& rng, int n) {
+                       auto scan = a.in<Kpl32s>(64);
+                       for (int i = 0; i < 64; ++i) {
+                           const int32_t kind = n % 4;
+                           a[scan][i] = kind == 0   ? kZigzag[i]
+                                        : kind == 1 ? kAlternate[i]
+                                        : kind == 2 ? rng.range(0, 63)
+                                                    : static_cast<Kpl32s>(rng.u32());  // high bits ignored
+                       }
+                       uint64_t nz = rng.u64();
+                       if (n % 3 == 0) nz &= rng.u64() & rng.u64();  // sparse
+                       if (n % 7 == 0) nz = uint64_t{1} << rng.range(0, 63);
+                       if (n == 1) nz = ~uint64_t{0};
+                       return [=](auto f, Arena& x) { return f(nz, x[scan]); };
+                   });
 }
 
 }  // namespace

@@ -103,8 +103,7 @@ TEST(Mpeg2BlockRoundTrip, StreamsOfBlocks) {
     const std::vector<Kpl32s> zz = scan32(kZigzag), alt = scan32(kAlternate);
     const Config configs[] = {{1, false, false}, {1, true, false}, {2, false, false},
                               {2, true, false},  {2, false, true}, {2, true, true}};
-    Rng rng(0x5eed2b);
-    SCOPED_TRACE(seed_trace(rng.seed()));
+    Rng rng("mpeg2 block round trip");
     int blocks_checked = 0;
     for (const Config& cfg : configs) {
         const std::vector<Kpl32s>& scan = cfg.alternate ? alt : zz;
@@ -213,8 +212,7 @@ TEST(Mpeg2BlockRoundTrip, StreamsOfBlocks) {
 TEST(Mpeg2BlockRoundTrip, CountDrivesTheTransform) {
     const Tables& t = tables();
     const std::vector<Kpl32s> zz = scan32(kZigzag), alt = scan32(kAlternate);
-    Rng rng(0xdc7);
-    SCOPED_TRACE(seed_trace(rng.seed()));
+    Rng rng("mpeg2 block count");
     int short_paths = 0, dc_only = 0, dc_only_differs = 0;
     for (int n = 0; n < 2000; ++n) {
         const int version = rng.coin() ? 1 : 2;

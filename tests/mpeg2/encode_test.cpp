@@ -10,7 +10,7 @@
 
 #include "block_lists.h"
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/args.h"
 
 namespace kplvc::test::mpeg2b {
 namespace {
@@ -212,62 +212,51 @@ TEST(Mpeg2Encode, Streams) {
     }
 }
 
+// Pointers (the stream's word included), then the bit offset (1..32), the
+// version (1 or 2), then a level beyond the escape range.
 TEST(Mpeg2Encode, ArgumentOrder) {
     const Tables& t = tables();
     const std::vector<Kpl32s> zz = scan32(kZigzag);
-    enum F { None, Src, PP, Off, P, Pred, Dc, Rl, Scan };  // the argument passed as null
-    const struct {
-        const char* name;
-        F null;
-        int off, version;
-        bool bad_level;
-        KplStatus st;
-    } cases[] = {
-        {"src null", Src, 32, 2, false, kplStsNullPtrErr},
-        {"pp null", PP, 32, 2, false, kplStsNullPtrErr},
-        {"offset null", Off, 32, 2, false, kplStsNullPtrErr},
-        {"stream null", P, 32, 2, false, kplStsNullPtrErr},
-        {"pred null", Pred, 32, 2, false, kplStsNullPtrErr},
-        {"dc codes null", Dc, 32, 2, false, kplStsNullPtrErr},
-        {"rl null", Rl, 32, 2, false, kplStsNullPtrErr},
-        {"scan null", Scan, 32, 2, false, kplStsNullPtrErr},
-        {"offset 0", None, 0, 2, false, kplStsBadArgErr},
-        {"offset 33", None, 33, 2, false, kplStsBadArgErr},
-        {"version 0", None, 32, 0, false, kplStsBadArgErr},
-        {"version 3", None, 32, 3, false, kplStsBadArgErr},
-        {"level", None, 32, 2, true, kplStsLevelRangeErr},
-        {"null before offset", Scan, 0, 2, true, kplStsNullPtrErr},
-        {"offset before version", None, 0, 7, true, kplStsBadArgErr},
-        {"version before level", None, 32, 7, true, kplStsBadArgErr},
-    };
-    for (int intra = 0; intra <= 1; ++intra) {
-        for (const auto& c : cases) {
-            if (!intra && (c.null == Pred || c.null == Dc)) continue;
-            SCOPED_TRACE(std::string(c.name) + (intra ? " intra" : " inter"));
-            Kpl16s blk[64] = {3, 1};
-            if (c.bad_level) blk[8] = 4000;
-            Kpl32u words[4] = {1, 2, 3, 4};
-            Kpl32u* p = words;
-            Kpl32s off = c.off;
-            Kpl16s pred = 3;
-            auto has = [&](F f) { return c.null == f; };
-            const Kpl16s* src = has(Src) ? nullptr : blk;
-            Kpl32u** pp = has(PP) ? nullptr : &p;
-            if (has(P)) p = nullptr;
-            Kpl32s* po = has(Off) ? nullptr : &off;
-            Kpl16s* ppred = has(Pred) ? nullptr : &pred;
-            const Kpl32s* dc = has(Dc) ? nullptr : t.dc12;
-            const Kpl32s* rl = has(Rl) ? nullptr : t.enc14.data();
-            const Kpl32s* scan = has(Scan) ? nullptr : zz.data();
-            const KplStatus st = intra ? kpliPutIntraBlock(src, pp, po, ppred, dc, rl, scan, c.version)
-                                       : kpliPutNonIntraBlock(src, pp, po, rl, scan, c.version);
-            EXPECT_EQ(st, c.st);
-            EXPECT_EQ(off, c.off);
-            EXPECT_EQ(pred, 3);
-            EXPECT_TRUE(words[0] == 1u && words[1] == 2u);
-            EXPECT_EQ(p, has(P) ? nullptr : words);
-        }
-    }
+    ArgPool p;
+    Kpl16s *blk = p.take<Kpl16s>(64), *bad = p.take<Kpl16s>(64);
+    std::memset(blk, 0, 128);
+    blk[0] = 3;
+    blk[1] = 1;
+    std::memcpy(bad, blk, 128);
+    bad[8] = 4000;
+    auto null = [](size_t i) { return Arg{i, nullptr, kplStsNullPtrErr}; };
+    const Arg word{1, p.take<Kpl32u*>({nullptr}), kplStsNullPtrErr},
+        off0{2, p.take<Kpl32s>({0}), kplStsBadArgErr}, off33{2, p.take<Kpl32s>({33}), kplStsBadArgErr},
+        level{0, bad, kplStsLevelRangeErr};
+    auto stream = [&p] { return p.take<Kpl32u*>({p.take<Kpl32u>(8)}); };
+    CHECK_ARGS(
+        p, kpliPutIntraBlock,
+        {blk, stream(), p.take<Kpl32s>({32}), p.take<Kpl16s>({3}), t.dc12, t.enc14.data(), zz.data(), 2},
+        {null(0),
+         null(1),
+         word,
+         null(2),
+         null(3),
+         null(4),
+         null(5),
+         null(6),
+         off0,
+         off33,
+         {7, 0, kplStsBadArgErr},
+         {7, 3, kplStsBadArgErr},
+         level});
+    CHECK_ARGS(p, kpliPutNonIntraBlock, {blk, stream(), p.take<Kpl32s>({32}), t.enc14.data(), zz.data(), 1},
+               {null(0),
+                null(1),
+                word,
+                null(2),
+                null(3),
+                null(4),
+                off0,
+                off33,
+                {5, 0, kplStsBadArgErr},
+                {5, 3, kplStsBadArgErr},
+                level});
 }
 
 }  // namespace
