@@ -228,7 +228,8 @@ TEST(VlcBuild, DescriptionsBeyondTheBlockStayInside) {
 TEST(VlcArgs, NullChecksInOrderAndNothingWritten) {
     kplvc::test::ArgPool p;
     // One 1-bit code "1" (value 5; run-level form: 5, 0).
-    const Kpl32s *d = p.take<Kpl32s>({0, 1, 1, 1, 1, 5, -1}), *drl = p.take<Kpl32s>({0, 1, 1, 1, 1, 5, 0, -1});
+    const Kpl32s *d = p.take<Kpl32s>({0, 1, 1, 1, 1, 5, -1}),
+                 *drl = p.take<Kpl32s>({0, 1, 1, 1, 1, 5, 0, -1});
     Kpl32s** out = p.take<Kpl32s*>({nullptr});
     for (auto [f, desc] : {std::pair{&kpliVCHuffmanInitAlloc_32s, d}, {&kpliVCHuffmanInitAllocRL_32s, drl}}) {
         CHECK_ARGS(p, f, {desc, out}, {{0, nullptr, kplStsNullPtrErr}, {1, nullptr, kplStsNullPtrErr}});

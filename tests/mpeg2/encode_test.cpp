@@ -108,22 +108,17 @@ struct Enc {
 };
 
 TEST(Mpeg2Encode, Streams) {
+    const KplStatus ok = kplStsNoErr, range = kplStsLevelRangeErr;
     const Enc cases[] = {
-        {"first -1", false, 2, {{0, -1}}, "", "1 1 10", kplStsNoErr},
-        {"first +1 then escape -300",
-         false,
-         2,
-         {{0, 1}, {3, -300}},
-         "",
-         "1 0 000001 000101 1110 1101 0100 10",
-         kplStsNoErr},
-        {"first +1 then 16-bit -200",
+        {"first -1", false, 2, {{0, -1}}, "", "1 1 10", ok},
+        {"first +1, esc -300", false, 2, {{0, 1}, {3, -300}}, "", "1 0 000001 000101 1110 1101 0100 10", ok},
+        {"first +1, 16-bit -200",
          false,
          1,
          {{0, 1}, {3, -200}},
          "",
          "1 0 000001 000101 1000 0000 0011 1000 10",
-         kplStsNoErr},
+         ok},
         {"v1 forms",
          false,
          1,
@@ -132,45 +127,35 @@ TEST(Mpeg2Encode, Streams) {
          "000001 000001 0111 1111  000001 000000 0000 0000 1000 0000"
          "  000001 000000 1000 0000 1000 0000  000001 000000 0000 0000 1111 1111"
          "  000001 000000 1000 0000 0000 0001  10",
-         kplStsNoErr},
-        {"first coded with a run is not 1s", false, 2, {{1, 1}}, "", "011 0 10", kplStsNoErr},
-        {"first coded level 2", false, 2, {{0, -2}}, "", "0100 1 10", kplStsNoErr},
-        {"level 41 escapes, 40 has a code",
+         ok},
+        {"first coded with a run is not 1s", false, 2, {{1, 1}}, "", "011 0 10", ok},
+        {"first coded level 2", false, 2, {{0, -2}}, "", "0100 1 10", ok},
+        {"41 escapes",
          false,
          2,
          {{0, 40}, {1, 41}},
          "",
          "0000 0000 0010 000 0  000001 000000 0000 0010 1001  10",
-         kplStsNoErr},
-        {"word boundary keeps earlier bits",
+         ok},
+        {"keeps earlier bits",
          false,
          2,
          {{0, 100}},
          "1010 1100 0011 0101 1110 0001 1001",
          "000001 000000 0000 0110 0100 10",
-         kplStsNoErr},
-        {"alternate scan", false, 2, {{8, 1}, {1, -1}}, "", "011 0  0101 1  10", kplStsNoErr, 0, false, true},
-        {"intra v1 chroma", true, 1, {{0, 100}}, "", "11110 00011 10", kplStsNoErr, 128, true},
-        {"intra v2 dc -256 size 9", true, 2, {{0, 0}}, "", "1111 1110 0 1111 1111 10", kplStsNoErr, 256},
-        {"intra v2 B15 (0,1)",
-         true,
-         2,
-         {{0, 5}, {1, 1}},
-         "",
-         "100 10 0 0110",
-         kplStsNoErr,
-         5,
-         false,
-         false,
-         true},
-        {"intra v2 dc 2047", true, 2, {{0, 2047}}, "1", "111111111 111 1111 1111 10", kplStsNoErr, 0},
-        {"empty non-intra", false, 2, {}, "0110", "", kplStsNoErr},
+         ok},
+        {"alternate scan", false, 2, {{8, 1}, {1, -1}}, "", "011 0  0101 1  10", ok, 0, false, true},
+        {"intra v1 chroma", true, 1, {{0, 100}}, "", "11110 00011 10", ok, 128, true},
+        {"intra v2 dc -256 size 9", true, 2, {{0, 0}}, "", "1111 1110 0 1111 1111 10", ok, 256},
+        {"intra v2 B15 (0,1)", true, 2, {{0, 5}, {1, 1}}, "", "100 10 0 0110", ok, 5, false, false, true},
+        {"intra v2 dc 2047", true, 2, {{0, 2047}}, "1", "111111111 111 1111 1111 10", ok, 0},
+        {"empty non-intra", false, 2, {}, "0110", "", ok},
         // Level checks: nothing is written.
-        {"v2 level -2048", false, 2, {{0, 1}, {63, -2048}}, "", "", kplStsLevelRangeErr},
-        {"v1 level 256", false, 1, {{5, 256}}, "", "", kplStsLevelRangeErr},
-        {"v1 intra dc diff -256", true, 1, {{0, 0}}, "", "", kplStsLevelRangeErr, 256},
-        {"v2 intra dc diff 2048", true, 2, {{0, 2048}}, "", "", kplStsLevelRangeErr, 0},
-        {"v1 intra AC 256", true, 1, {{0, 9}, {63, -256}}, "", "", kplStsLevelRangeErr, 9},
+        {"v2 level -2048", false, 2, {{0, 1}, {63, -2048}}, "", "", range},
+        {"v1 level 256", false, 1, {{5, 256}}, "", "", range},
+        {"v1 intra dc diff -256", true, 1, {{0, 0}}, "", "", range, 256},
+        {"v2 intra dc diff 2048", true, 2, {{0, 2048}}, "", "", range, 0},
+        {"v1 intra AC 256", true, 1, {{0, 9}, {63, -256}}, "", "", range, 9},
     };
     const Tables& t = tables();
     const std::vector<Kpl32s> zz = scan32(kZigzag), alt = scan32(kAlternate);
@@ -191,8 +176,7 @@ TEST(Mpeg2Encode, Streams) {
         const Kpl32s* enc = c.b15 ? t.enc15.data() : t.enc14.data();
         const Kpl32s* scan = c.alternate ? alt.data() : zz.data();
         const KplStatus st =
-            c.intra ? kpliPutIntraBlock(blk, &p, &f, &pred, c.chroma ? t.dc13 : t.dc12, enc, scan, c.version)
-                    : kpliPutNonIntraBlock(blk, &p, &f, enc, scan, c.version);
+            encode_block(c.version, c.intra, blk, &p, &f, &pred, c.chroma ? t.dc13 : t.dc12, enc, scan);
         ASSERT_EQ(st, c.st);
         if (st != kplStsNoErr || strip(c.bits).empty()) {
             EXPECT_EQ(p, w.data());

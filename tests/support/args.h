@@ -62,8 +62,8 @@ public:
             expect(name, fn, with(good_args, {&v[i]}), v[i].status, i, i);
             for (size_t j = i + 1; j < v.size(); ++j)
                 if (v[i].index != v[j].index && (v[i].status != 0 || v[j].status != 0))
-                    expect(name, fn, with(good_args, {&v[i], &v[j]}), v[i].status != 0 ? v[i].status : v[j].status,
-                           i, j);
+                    expect(name, fn, with(good_args, {&v[i], &v[j]}),
+                           v[i].status != 0 ? v[i].status : v[j].status, i, j);
         }
         expect(name, fn, good_args, good, v.size(), v.size(), true);
     }

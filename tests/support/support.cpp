@@ -50,57 +50,29 @@ struct Settings : ::testing::Environment {
 [[maybe_unused]] ::testing::Environment* const kSettings = ::testing::AddGlobalTestEnvironment(new Settings);
 }  // namespace
 
-void Rng::fill_extreme(uint8_t* p, size_t n) {
-    const int kind = range(0, 5);
-    for (size_t i = 0; i < n; ++i) {
-        switch (kind) {
-            case 0:
-                p[i] = 0;
-                break;
-            case 1:
-                p[i] = 255;
-                break;
-            case 2:
-                p[i] = (i & 1) ? 255 : 0;
-                break;
-            case 3:
-                p[i] = coin() ? 255 : 0;
-                break;
-            case 4:
-                p[i] = coin() ? static_cast<uint8_t>(range(0, 3)) : static_cast<uint8_t>(range(252, 255));
-                break;
-            default:
-                p[i] = u8();
-                break;
-        }
-    }
-}
-
 void Rng::fill_extreme(int16_t* p, size_t n, int32_t lo, int32_t hi) {
     const int kind = range(0, 5);
-    for (size_t i = 0; i < n; ++i) {
-        int32_t v;
-        switch (kind) {
-            case 0:
-                v = lo;
-                break;
-            case 1:
-                v = hi;
-                break;
-            case 2:
-                v = (i & 1) ? hi : lo;
-                break;
-            case 3:
-                v = coin() ? hi : lo;
-                break;
-            case 4:
-                v = coin() ? lo + range(0, 3) : hi - range(0, 3);
-                break;
-            default:
-                v = range(lo, hi);
-                break;
-        }
-        p[i] = static_cast<int16_t>(v);
+    for (size_t i = 0; i < n; ++i) p[i] = static_cast<int16_t>(extreme(kind, i, lo, hi));
+}
+
+void Rng::fill_extreme(uint8_t* p, size_t n) {
+    const int kind = range(0, 5);
+    for (size_t i = 0; i < n; ++i) p[i] = static_cast<uint8_t>(extreme(kind, i, 0, 255));
+}
+
+int32_t Rng::extreme(int kind, size_t i, int32_t lo, int32_t hi) {
+    switch (kind) {
+        case 0:
+        case 1:
+            return kind == 0 ? lo : hi;
+        case 2:
+            return (i & 1) ? hi : lo;
+        case 3:
+            return coin() ? hi : lo;
+        case 4:
+            return coin() ? lo + range(0, 3) : hi - range(0, 3);
+        default:
+            return range(lo, hi);
     }
 }
 
@@ -217,38 +189,26 @@ std::vector<int> iterations(int n) {
 }
 
 size_t Arena::add(size_t bytes, size_t align, bool input, Edge edge) {
-    Slot s;
-    s.bytes = bytes;
-    s.align = align == 0 ? 1 : align;
-    s.input = input;
-    s.edge = edge;
-    s.store.assign(bytes + 2 * Guarded::kGuard + 32, Guarded::kCanary);
-    s.data = s.store.data() + Guarded::kGuard;
+    Slot s{bytes, align == 0 ? 1 : align, input, edge, std::make_unique<Guarded>(bytes), nullptr, nullptr};
+    s.data = s.guarded->data();
     rng_.fill(s.data, bytes);
     slots_.push_back(std::move(s));
     return slots_.size() - 1;
 }
 
-void Arena::place(Slot& s) const {
-    if (s.edge != Edge::none) {
-        s.pages = std::make_unique<GuardPages>(s.bytes);
-        s.data = s.edge == Edge::end ? s.pages->flush_end() : s.pages->flush_start();
-        return;
-    }
-    s.store.assign(s.bytes + 2 * Guarded::kGuard + 32, Guarded::kCanary);
-    const size_t mis = s.align * static_cast<size_t>(rng_.range(0, static_cast<int32_t>(31 / s.align)));
-    s.data = s.store.data() + Guarded::kGuard + mis;
-}
-
 Arena Arena::clone() const {
     Arena c(rng_);
     for (const Slot& m : slots_) {
-        Slot s;
-        s.bytes = m.bytes;
-        s.align = m.align;
-        s.input = m.input;
-        s.edge = m.edge;
-        place(s);
+        Slot s{m.bytes, m.align, m.input, m.edge, nullptr, nullptr, nullptr};
+        if (m.edge != Edge::none) {
+            s.pages = std::make_unique<GuardPages>(m.bytes);
+            s.data = m.edge == Edge::end ? s.pages->flush_end() : s.pages->flush_start();
+        } else {
+            const int32_t slots = static_cast<int32_t>(31 / m.align);
+            s.guarded =
+                std::make_unique<Guarded>(m.bytes, m.align * static_cast<size_t>(rng_.range(0, slots)));
+            s.data = s.guarded->data();
+        }
         if (m.bytes != 0) std::memcpy(s.data, m.data, m.bytes);
         c.slots_.push_back(std::move(s));
     }
@@ -267,16 +227,9 @@ std::string Arena::compare(const Arena& ref, const Arena& var) const {
                                  std::to_string(m.bytes) + " bytes)";
         for (const Slot* s : {&r, &v}) {
             const char* who = s == &r ? "the reference" : "the variant";
-            if (s->edge == Edge::none)
-                for (size_t i = 0; i < s->store.size(); ++i) {
-                    const size_t at = static_cast<size_t>(s->data - s->store.data());
-                    if ((i < at || i >= at + s->bytes) && s->store[i] != Guarded::kCanary)
-                        return what + ": " + who + " wrote outside it";
-                }
-            if (m.input)
-                for (size_t i = 0; i < m.bytes; ++i)
-                    if (s->data[i] != m.data[i])
-                        return what + ": " + who + " changed byte " + std::to_string(i);
+            if (s->guarded && !s->guarded->intact()) return what + ": " + who + " wrote outside it";
+            if (m.input && std::memcmp(s->data, m.data, m.bytes) != 0)
+                return what + ": " + who + " changed it";
         }
         for (size_t i = 0; i < m.bytes; ++i)
             if (r.data[i] != v.data[i])

@@ -58,6 +58,7 @@ public:
     void fill_extreme(int16_t* p, size_t n, int32_t lo = -32768, int32_t hi = 32767);
 
 private:
+    int32_t extreme(int kind, size_t i, int32_t lo, int32_t hi);
     std::mt19937_64 g_;
 };
 

@@ -77,15 +77,14 @@ public:
 
 private:
     struct Slot {
-        size_t bytes = 0, align = 1;
-        bool input = false;
-        Edge edge = Edge::none;
-        std::vector<uint8_t> store;
+        size_t bytes, align;
+        bool input;
+        Edge edge;
+        std::unique_ptr<Guarded> guarded;  // or, at an edge, guard pages
         std::unique_ptr<GuardPages> pages;
-        uint8_t* data = nullptr;
+        uint8_t* data;
     };
     size_t add(size_t bytes, size_t align, bool input, Edge edge);
-    void place(Slot& s) const;
 
     Rng& rng_;
     std::vector<Slot> slots_;
