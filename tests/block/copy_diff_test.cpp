@@ -9,6 +9,8 @@
 #include "support/args.h"
 #include "support/variants.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 using kplvc::block::BlockCopyKernels;
 using kplvc::test::Arena;
 using kplvc::test::Guarded;
@@ -199,38 +201,20 @@ TEST(CopyDiffArgs, ChecksInOrderAndNothingWritten) {
     Kpl8u* d8 = p.take<Kpl8u>(16 * 16);
     Kpl16s *d = p.take<Kpl16s>(256), *pr = p.take<Kpl16s>(256);
     CHECK_ARGS(p, kpliCopyBlock_8x8_8u, {c, 8, d8, 16},
-               {{0, nullptr, kplStsNullPtrErr},
-                {2, nullptr, kplStsNullPtrErr},
-                {1, 7, kplStsStep8x8Err},
-                {1, -16, kplStsStep8x8Err},
-                {3, 7, kplStsStep8x8Err}});
+               {null(0), null(2), fails(1, 7, kplStsStep8x8Err), fails(1, -16, kplStsStep8x8Err),
+                fails(3, 7, kplStsStep8x8Err)});
     CHECK_ARGS(p, kpliCopyBlock_16x16_8u, {c, 17, d8, 16},
-               {{0, nullptr, kplStsNullPtrErr},
-                {2, nullptr, kplStsNullPtrErr},
-                {1, 15, kplStsStep16x16Err},
-                {3, 8, kplStsStep16x16Err}});
+               {null(0), null(2), fails(1, 15, kplStsStep16x16Err), fails(3, 8, kplStsStep16x16Err)});
     for (auto f : {kpliMCBlock_RoundOn_8u, kpliMCBlock_RoundOff_8u})
-        CHECK_ARGS(p, f, {r, 16, d8, 8, 3},
-                   {{0, nullptr, kplStsNullPtrErr}, {2, nullptr, kplStsNullPtrErr}, {1, 1, kplStsNoErr}});
+        CHECK_ARGS(p, f, {r, 16, d8, 8, 3}, {null(0), null(2), passes(1, 1)});
     for (const DiffShapeInfo& s : kShapes) {
         SCOPED_TRACE(s.name);
         CHECK_ARGS(p, s.single, {c, 16, r, 17, d, 32, pr, 32, 12, 0},
-                   {{0, nullptr, kplStsNullPtrErr},
-                    {2, nullptr, kplStsNullPtrErr},
-                    {4, nullptr, kplStsNullPtrErr},
-                    {6, nullptr, kplStsNoErr},
-                    {8, -1, kplStsNoErr},
-                    {9, 5, kplStsNoErr}});
+                   {null(0), null(2), null(4), passes(6, nullptr), passes(8, -1), passes(9, 5)});
         CHECK_ARGS(p, s.bidir, {c, 16, r, 17, 4, r, 17, 8, d, 32, 1},
-                   {{0, nullptr, kplStsNullPtrErr},
-                    {2, nullptr, kplStsNullPtrErr},
-                    {5, nullptr, kplStsNullPtrErr},
-                    {8, nullptr, kplStsNullPtrErr},
-                    {10, 9, kplStsNoErr}});
+                   {null(0), null(2), null(5), null(8), passes(10, 9)});
     }
-    CHECK_ARGS(
-        p, kpliGetDiff4x4_8u16s_C1, {c, 4, r, 4, d, 8},
-        {{0, nullptr, kplStsNullPtrErr}, {2, nullptr, kplStsNullPtrErr}, {4, nullptr, kplStsNullPtrErr}});
+    CHECK_ARGS(p, kpliGetDiff4x4_8u16s_C1, {c, 4, r, 4, d, 8}, {null(0), null(2), null(4)});
 }
 
 // ---- SIMD variants against the scalar reference -------------------------------------

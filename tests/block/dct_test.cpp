@@ -8,7 +8,7 @@
 #include "kplvc.h"
 #include "support/args.h"
 
-using kplvc::test::Arg;
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 using kplvc::test::Guarded;
 using kplvc::test::Rng;
 
@@ -269,18 +269,17 @@ TEST(DctArgs, FirstFailingCheckWinsAndNothingIsWritten) {
     const Kpl8u* px = p.take<Kpl8u>(64);
     Kpl16s* d16 = p.take<Kpl16s>(8 * 16);
     Kpl8u* d8 = p.take<Kpl8u>(8 * 16);
-    const Arg null0{0, nullptr, kplStsNullPtrErr}, null1{1, nullptr, kplStsNullPtrErr},
-        null2{2, nullptr, kplStsNullPtrErr};
     for (auto f : {kpliDCT8x8Inv_16s_C1I, kpliDCT8x8Inv_4x4_16s_C1I, kpliDCT8x8Inv_2x2_16s_C1I,
                    kpliDCT2x4x8Frw_16s_C1I, kpliDCT2x4x8Inv_16s_C1I})
-        CHECK_ARGS(p, f, {d16}, {null0});
-    for (auto f : {kpliDCT8x8Inv_16s_C1, kpliDCT8x8Fwd_16s_C1}) CHECK_ARGS(p, f, {s, d16}, {null0, null1});
+        CHECK_ARGS(p, f, {d16}, {null(0)});
+    for (auto f : {kpliDCT8x8Inv_16s_C1, kpliDCT8x8Fwd_16s_C1})
+        CHECK_ARGS(p, f, {s, d16}, {null(0), null(1)});
     CHECK_ARGS(p, kpliDCT8x8Inv_16s8u_C1R, {s, d8, 8},
-               {null0, null1, {2, 0, kplStsStepErr}, {2, -8, kplStsStepErr}, {2, 1, kplStsNoErr}});
-    CHECK_ARGS(p, kpliDCTInv_8x8_16s8u, {s, d8, 8}, {null1, {2, 7, kplStsBlockStepErr}, null0});
-    CHECK_ARGS(p, kpliDCT8x8Fwd_8u16s_C1R, {px, 8, d16}, {null0, null2, {1, 0, kplStsStepErr}});
-    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s_C1R, {s, d16, 16, 64}, {null0, null1, {3, 0, kplStsNoErr}});
-    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s8u_C1R, {s, d8, 8, 64}, {null0, null1, {3, 0, kplStsNoErr}});
-    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s_P2C2R, {s, v, d16, 32, 1, 1}, {null0, null1, null2});
-    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R, {s, v, d8, 16, 0, 0}, {null0, null1, null2});
+               {null(0), null(1), fails(2, 0, kplStsStepErr), fails(2, -8, kplStsStepErr), passes(2, 1)});
+    CHECK_ARGS(p, kpliDCTInv_8x8_16s8u, {s, d8, 8}, {null(1), fails(2, 7, kplStsBlockStepErr), null(0)});
+    CHECK_ARGS(p, kpliDCT8x8Fwd_8u16s_C1R, {px, 8, d16}, {null(0), null(2), fails(1, 0, kplStsStepErr)});
+    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s_C1R, {s, d16, 16, 64}, {null(0), null(1), passes(3, 0)});
+    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s8u_C1R, {s, d8, 8, 64}, {null(0), null(1), passes(3, 0)});
+    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s_P2C2R, {s, v, d16, 32, 1, 1}, {null(0), null(1), null(2)});
+    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R, {s, v, d8, 16, 0, 0}, {null(0), null(1), null(2)});
 }

@@ -7,6 +7,7 @@
 #include "kplvc.h"
 #include "support/args.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 using kplvc::test::Guarded;
 
 namespace {
@@ -405,7 +406,6 @@ TEST(MetricsSteps, NegativeStepsAreTrusted) {
 // Null pointers in order; a few results may be null (nothing is written
 // then), and the texture-error functions answer -5.
 TEST(MetricsArgs, NullPointersInOrderAndNothingWritten) {
-    using kplvc::test::Arg;
     kplvc::test::ArgPool p;
     const Kpl8u* s = p.take<Kpl8u>(32 * 18);
     const Kpl16s* coefs = p.take<Kpl16s>(64);
@@ -414,7 +414,6 @@ TEST(MetricsArgs, NullPointersInOrderAndNothingWritten) {
     Kpl16s* o16 = p.take<Kpl16s>(16 + 256);
     Kpl16u* o16u = p.take<Kpl16u>(16);
     Kpl8u* o8 = p.take<Kpl8u>(1);
-    auto null = [](size_t i, KplStatus st = kplStsNullPtrErr) { return Arg{i, nullptr, st}; };
     for (auto f : {kpliSAD16x16_8u32s, kpliSAD8x8_8u32s_C1R})
         CHECK_ARGS(p, f, {s, 32, s, 32, o, 12}, {null(0), null(2), null(4, kplStsNoErr)});
     CHECK_ARGS(p, kpliSAD4x4_8u32s, {s, 32, s, 32, o}, {null(0), null(2), null(4)});

@@ -10,6 +10,8 @@
 #include "kplvc.h"
 #include "support/args.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 using kplvc::test::Rng;
 namespace blk = kplvc::block;
 
@@ -116,12 +118,9 @@ TEST(InverseScanArgs, FirstFailureAndNothingWritten) {
     const Kpl16s* src = p.take<Kpl16s>(64);
     Kpl16s* dst = p.take<Kpl16s>(64);
     for (auto f : {kpliZigzagInv_Horizontal_16s, kpliZigzagInv_Vertical_16s})
-        CHECK_ARGS(p, f, {src, dst}, {{0, nullptr, kplStsNullPtrErr}, {1, nullptr, kplStsNullPtrErr}});
+        CHECK_ARGS(p, f, {src, dst}, {null(0), null(1)});
     for (const auto& c : kCompact)
         CHECK_ARGS(p, c.fn, {src, 5, dst},
-                   {{0, nullptr, kplStsNullPtrErr},
-                    {2, nullptr, kplStsNullPtrErr},
-                    {1, 0, kplStsCoefCountErr},
-                    {1, 65, kplStsCoefCountErr},
-                    {1, -1, kplStsCoefCountErr}});
+                   {null(0), null(2), fails(1, 0, kplStsCoefCountErr), fails(1, 65, kplStsCoefCountErr),
+                    fails(1, -1, kplStsCoefCountErr)});
 }

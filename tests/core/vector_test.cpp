@@ -7,6 +7,8 @@
 #include "support/args.h"
 #include "support/variants.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 using kplvc::VectorKernels;
 using kplvc::test::Arena;
 using kplvc::test::Guarded;
@@ -124,20 +126,15 @@ TEST(VectorArgs, FirstFailingCheckWinsAndNothingIsWritten) {
     kplvc::test::ArgPool p;
     Kpl8u* b = p.take<Kpl8u>(64);
     Kpl16s* w = p.take<Kpl16s>(32);
-    CHECK_ARGS(p, kplsSet_8u, {1, b, 4}, {{1, nullptr, kplStsNullPtrErr}, {2, 0, kplStsSizeErr}});
-    CHECK_ARGS(p, kplsSet_16s, {1, w, 4}, {{1, nullptr, kplStsNullPtrErr}, {2, -1, kplStsSizeErr}});
-    CHECK_ARGS(p, kplsZero_16s, {w, 4}, {{0, nullptr, kplStsNullPtrErr}, {1, 0, kplStsSizeErr}});
-    CHECK_ARGS(p, kplsCopy_8u, {b + 32, b, 4},
-               {{0, nullptr, kplStsNullPtrErr}, {1, nullptr, kplStsNullPtrErr}, {2, 0, kplStsSizeErr}});
-    CHECK_ARGS(p, kplsMulC_16s_ISfs, {3, w, 4, 1}, {{1, nullptr, kplStsNullPtrErr}, {2, 0, kplStsSizeErr}});
-    CHECK_ARGS(p, kplsThreshold_16s_I, {w, 4, -100, 1},
-               {{0, nullptr, kplStsNullPtrErr}, {1, -1, kplStsSizeErr}, {3, 9, kplStsNoErr}});
+    CHECK_ARGS(p, kplsSet_8u, {1, b, 4}, {null(1), fails(2, 0, kplStsSizeErr)});
+    CHECK_ARGS(p, kplsSet_16s, {1, w, 4}, {null(1), fails(2, -1, kplStsSizeErr)});
+    CHECK_ARGS(p, kplsZero_16s, {w, 4}, {null(0), fails(1, 0, kplStsSizeErr)});
+    CHECK_ARGS(p, kplsCopy_8u, {b + 32, b, 4}, {null(0), null(1), fails(2, 0, kplStsSizeErr)});
+    CHECK_ARGS(p, kplsMulC_16s_ISfs, {3, w, 4, 1}, {null(1), fails(2, 0, kplStsSizeErr)});
+    CHECK_ARGS(p, kplsThreshold_16s_I, {w, 4, -100, 1}, {null(0), fails(1, -1, kplStsSizeErr), passes(3, 9)});
     CHECK_ARGS(p, kpliSet_8u_C1R, {1, b, 8, KpliSize{4, 4}},
-               {{1, nullptr, kplStsNullPtrErr},
-                {3, KpliSize{0, 4}, kplStsSizeErr},
-                {3, KpliSize{4, 0}, kplStsSizeErr},
-                {2, 0, kplStsStepErr},
-                {2, 1, kplStsNoErr}});
+               {null(1), fails(3, KpliSize{0, 4}, kplStsSizeErr), fails(3, KpliSize{4, 0}, kplStsSizeErr),
+                fails(2, 0, kplStsStepErr), passes(2, 1)});
 }
 
 // ---- Variants against the reference -----------------------------------------------

@@ -12,6 +12,8 @@
 #include "kplvc.h"
 #include "support/args.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 using kplvc::test::Rng;
 
 namespace {
@@ -232,16 +234,15 @@ TEST(VlcArgs, NullChecksInOrderAndNothingWritten) {
                  *drl = p.take<Kpl32s>({0, 1, 1, 1, 1, 5, 0, -1});
     Kpl32s** out = p.take<Kpl32s*>({nullptr});
     for (auto [f, desc] : {std::pair{&kpliVCHuffmanInitAlloc_32s, d}, {&kpliVCHuffmanInitAllocRL_32s, drl}}) {
-        CHECK_ARGS(p, f, {desc, out}, {{0, nullptr, kplStsNullPtrErr}, {1, nullptr, kplStsNullPtrErr}});
+        CHECK_ARGS(p, f, {desc, out}, {null(0), null(1)});
         EXPECT_EQ(kpliVCHuffmanFree_32s(out), kplStsNoErr);
     }
     Table tb(std::vector<Kpl32s>(d, d + 7));
     Kpl32u* w = p.take<Kpl32u>({0xFFFFFFFF, 0});
     Kpl32u** pp = p.take<Kpl32u*>({w});
     Kpl32u** pnull = p.take<Kpl32u*>({nullptr});
-    CHECK_ARGS(
-        p, kpliVCHuffmanDecodeOne_1u32s, {pp, p.take<Kpl32s>({31}), p.take<Kpl32s>({1234}), tb.t},
-        {{0, nullptr, kplStsNullPtrErr}, {0, pnull, kplStsNullPtrErr}, {3, nullptr, kplStsNullPtrErr}});
+    CHECK_ARGS(p, kpliVCHuffmanDecodeOne_1u32s, {pp, p.take<Kpl32s>({31}), p.take<Kpl32s>({1234}), tb.t},
+               {null(0), fails(0, pnull, kplStsNullPtrErr), null(3)});
 }
 
 // ---- Round trips ------------------------------------------------------------------

@@ -8,6 +8,8 @@
 #include "support/args.h"
 #include "support/variants.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 using kplvc::dv::DvKernels;
 using kplvc::test::Arena;
 using kplvc::test::Rng;
@@ -84,13 +86,10 @@ TEST(DvArgs, NullChecksAndUntouchedOutput) {
     kplvc::test::ArgPool p;
     const Kpl32s* a = p.take<Kpl32s>({1, 0, 0, 1, 1, 1, 1});
     Kpl32u** out = p.take<Kpl32u*>({nullptr});
-    CHECK_ARGS(
-        p, kpliInitAllocHuffmanTable_DV_32u, {a, a, out},
-        {{0, nullptr, kplStsNullPtrErr}, {1, nullptr, kplStsNullPtrErr}, {2, nullptr, kplStsNullPtrErr}});
+    CHECK_ARGS(p, kpliInitAllocHuffmanTable_DV_32u, {a, a, out}, {null(0), null(1), null(2)});
     EXPECT_EQ(kpliFreeHuffmanTable_DV_32u(*out), kplStsNoErr);
     EXPECT_EQ(kpliFreeHuffmanTable_DV_32u(nullptr), kplStsNullPtrErr);
-    CHECK_ARGS(p, kpliQuantInv_DV_16s_C1I, {p.take<Kpl16s>(64), p.take<Kpl16s>(64)},
-               {{0, nullptr, kplStsNullPtrErr}, {1, nullptr, kplStsNullPtrErr}});
+    CHECK_ARGS(p, kpliQuantInv_DV_16s_C1I, {p.take<Kpl16s>(64), p.take<Kpl16s>(64)}, {null(0), null(1)});
 }
 
 // ---- Inverse quantisation -------------------------------------------------------------

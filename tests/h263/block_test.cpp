@@ -14,6 +14,8 @@
 #include "kplvc.h"
 #include "support/args.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 namespace {
 
 using kplvc::test::Rng;
@@ -334,26 +336,17 @@ TEST(H263Block, CodersCheckInOrder) {
     const Arg s0{0, nullptr, kplStsNullPtrErr}, s1{0, p.take<Kpl8u*>({nullptr}), kplStsNullPtrErr},
         s2{1, nullptr, kplStsNullPtrErr}, out{2, nullptr, kplStsNullPtrErr}, step{3, 7, kplStsBlockStepErr};
     CHECK_ARGS(p, kpliDecodeBlockCoef_Intra_H263_1u8u, {pp, off, px, 8, 5},
-               {s0, s1, s2, out, step, {4, 32, kplStsH263QPErr}, {4, 0, kplStsH263QPErr}}, kplStsIntraDCErr);
+               {s0, s1, s2, out, step, fails(4, 32, kplStsH263QPErr), fails(4, 0, kplStsH263QPErr)},
+               kplStsIntraDCErr);
     CHECK_ARGS(p, kpliDecodeBlockCoef_Inter_H263_1u16s, {pp, off, res, 31},
-               {s0, s1, s2, {2, nullptr, kplStsNullPtrErr}, {3, 0, kplStsH263QPErr}}, kplStsVLCErr);
+               {s0, s1, s2, null(2), fails(3, 0, kplStsH263QPErr)}, kplStsVLCErr);
     CHECK_ARGS(p, kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u, {pp, off, px, 8}, {s0, s1, s2, out, step},
                kplStsIntraDCErr);
     CHECK_ARGS(p, kpliDecodeBlockCoef_AdvIntra_H263_1u8u, {pp, off, px, 8, row, col, 1, 3},
-               {s0,
-                s1,
-                s2,
-                out,
-                step,
-                {4, nullptr, kplStsNullPtrErr},
-                {5, nullptr, kplStsNullPtrErr},
-                {6, 32, kplStsH263QPErr},
-                {7, 0, kplStsAdvIntraModeErr},
-                {7, 4, kplStsAdvIntraModeErr}},
+               {s0, s1, s2, out, step, null(4), null(5), fails(6, 32, kplStsH263QPErr),
+                fails(7, 0, kplStsAdvIntraModeErr), fails(7, 4, kplStsAdvIntraModeErr)},
                kplStsIntraDCErr);
     const Arg off8{2, p.take<int>({8}), kplStsShapeArgErr}, off_neg{2, p.take<int>({-1}), kplStsShapeArgErr};
-    CHECK_ARGS(p, kpliEncode_IntraDCVLC_H263_16s1u, {1, pp, off},
-               {{1, nullptr, kplStsNullPtrErr}, {2, nullptr, kplStsNullPtrErr}, off8, off_neg});
-    CHECK_ARGS(p, kpliEncode_ACVLC_H263_16s1u, {res, pp, off, 0},
-               {s0, {1, nullptr, kplStsNullPtrErr}, {2, nullptr, kplStsNullPtrErr}, off8, off_neg});
+    CHECK_ARGS(p, kpliEncode_IntraDCVLC_H263_16s1u, {1, pp, off}, {null(1), null(2), off8, off_neg});
+    CHECK_ARGS(p, kpliEncode_ACVLC_H263_16s1u, {res, pp, off, 0}, {s0, null(1), null(2), off8, off_neg});
 }

@@ -6,6 +6,8 @@
 #include "kplvc.h"
 #include "support/args.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 namespace {
 
 using Copy = KplStatus (*)(const Kpl8u*, Kpl8u*, int);
@@ -72,8 +74,5 @@ TEST(H263Copy, ChecksAndStepCodes) {
     Kpl8u* dst = p.take<Kpl8u>(17 * 17);
     for (const auto& c : kCases)
         CHECK_ARGS(p, c.fn, {src, dst, 17},
-                   {{0, nullptr, kplStsNullPtrErr},
-                    {1, nullptr, kplStsNullPtrErr},
-                    {2, c.size - 1, c.step_err},
-                    {2, -c.size, c.step_err}});
+                   {null(0), null(1), {2, c.size - 1, c.step_err}, {2, -c.size, c.step_err}});
 }

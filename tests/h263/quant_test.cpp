@@ -9,6 +9,8 @@
 #include "support/args.h"
 #include "support/variants.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 using kplvc::h263::QuantKernels;
 using kplvc::test::Rng;
 
@@ -134,13 +136,12 @@ TEST(H263Quant, ChecksInOrder) {
     kplvc::test::ArgPool p;
     Kpl16s* blk = p.take<Kpl16s>(64);
     int* last = p.take<int>(1);
-    const kplvc::test::Arg null0{0, nullptr, kplStsNullPtrErr};
     for (auto f : {kpliQuantInv_H263_C1I, kpliQuantInvIntra_H263_C1I})
-        CHECK_ARGS(p, f, {blk, 3}, {null0, {1, 0, kplStsNoErr}});
+        CHECK_ARGS(p, f, {blk, 3}, {null(0), passes(1, 0)});
     for (auto f : {kpliQuantInvInter_Compact_H263_16s_I, kpliQuantInvIntra_Compact_H263_16s_I})
         CHECK_ARGS(p, f, {blk, 5, 3},
-                   {null0, {1, 0, kplStsSizeErr}, {2, 0, kplStsH263QPErr}, {2, 32, kplStsH263QPErr}});
+                   {null(0), fails(1, 0, kplStsSizeErr), fails(2, 0, kplStsH263QPErr),
+                    fails(2, 32, kplStsH263QPErr)});
     for (auto f : {kpliQuant_H263_C1I, kpliQuantIntra_H263_C1I})
-        CHECK_ARGS(p, f, {blk, 3, last},
-                   {null0, {2, nullptr, kplStsNullPtrErr}, {1, 0, kplStsH263QPErr}, {1, 1000, kplStsNoErr}});
+        CHECK_ARGS(p, f, {blk, 3, last}, {null(0), null(2), fails(1, 0, kplStsH263QPErr), passes(1, 1000)});
 }

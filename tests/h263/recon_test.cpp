@@ -10,6 +10,8 @@
 #include "support/args.h"
 #include "support/variants.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 namespace {
 
 using kplvc::h263::ReconKernels;
@@ -202,31 +204,27 @@ TEST(H263Expand, BordersAndCornersForEveryPath) {
 }
 
 TEST(H263ReconArgs, ChecksInOrderAndNothingWritten) {
-    using kplvc::test::Arg;
     kplvc::test::ArgPool p(1 << 15);
     Kpl8u* b = p.take<Kpl8u>(64 * 48);
     const Kpl16s *res = p.take<Kpl16s>(256), *mv = p.take<Kpl16s>({0, 0});
-    auto null = [](size_t i) { return Arg{i, nullptr, kplStsNullPtrErr}; };
     CHECK_ARGS(p, kpliReconMB_H263, {b, res, b + 16, 64},
-               {null(0), null(1), null(2), {3, 15, kplStsMBStepErr}});
-    CHECK_ARGS(p, kpliReconMB_H263_I, {b, res, 64}, {null(0), null(1), {2, 15, kplStsMBStepErr}});
+               {null(0), null(1), null(2), fails(3, 15, kplStsMBStepErr)});
+    CHECK_ARGS(p, kpliReconMB_H263_I, {b, res, 64}, {null(0), null(1), fails(2, 15, kplStsMBStepErr)});
     CHECK_ARGS(p, kpliReconBlock_H263, {b, res, b + 8, 64},
-               {null(0), null(1), null(2), {3, 7, kplStsBlockStepErr}});
-    CHECK_ARGS(p, kpliReconBlock_H263_I, {b, res, 64}, {null(0), null(1), {2, 7, kplStsBlockStepErr}});
-    CHECK_ARGS(p, kpliPredictBlock_OBMC_8u, {b + 64 * 16 + 16, b, 64, mv, mv, mv, mv, mv},
-               {null(0), null(1), null(3), null(5), null(4), null(7), null(6), {2, 7, kplStsBlockStepErr}});
+               {null(0), null(1), null(2), fails(3, 7, kplStsBlockStepErr)});
+    CHECK_ARGS(p, kpliReconBlock_H263_I, {b, res, 64}, {null(0), null(1), fails(2, 7, kplStsBlockStepErr)});
+    CHECK_ARGS(
+        p, kpliPredictBlock_OBMC_8u, {b + 64 * 16 + 16, b, 64, mv, mv, mv, mv, mv},
+        {null(0), null(1), null(3), null(5), null(4), null(7), null(6), fails(2, 7, kplStsBlockStepErr)});
     // Width 8 and expansion 8 need a step of 24; 0x40000000 samples overflow no sum.
     CHECK_ARGS(p, kpliExpandFrame_H263_8u, {b, 8, 1, 8, 24},
-               {null(0),
-                {1, 7, kplStsFrameWidthErr},
-                {2, 0, kplStsFrameHeightErr},
-                {3, 7, kplStsFrameExpandErr},
-                {4, 7, kplStsBlockStepErr},
-                {4, 23, kplStsFrameStepErr},
-                {3, 0x40000000, kplStsFrameStepErr}});
+               {null(0), fails(1, 7, kplStsFrameWidthErr), fails(2, 0, kplStsFrameHeightErr),
+                fails(3, 7, kplStsFrameExpandErr), fails(4, 7, kplStsBlockStepErr),
+                fails(4, 23, kplStsFrameStepErr), fails(3, 0x40000000, kplStsFrameStepErr)});
     for (auto f : {kpliFilterDeblocking_HorEdge_H263_8u_I, kpliFilterDeblocking_VerEdge_H263_8u_I})
         CHECK_ARGS(p, f, {b + 64 * 4 + 4, 64, 1},
-                   {null(0), {1, 7, kplStsBlockStepErr}, {2, 0, kplStsH263QPErr}, {2, 32, kplStsH263QPErr}});
+                   {null(0), fails(1, 7, kplStsBlockStepErr), fails(2, 0, kplStsH263QPErr),
+                    fails(2, 32, kplStsH263QPErr)});
 }
 
 TEST(H263Obmc, VariantsMatchReference) {

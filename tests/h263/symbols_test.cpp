@@ -10,6 +10,8 @@
 #include "kplvc.h"
 #include "support/args.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 namespace {
 
 using kplvc::test::Rng;

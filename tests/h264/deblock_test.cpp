@@ -11,6 +11,8 @@
 #include "support/args.h"
 #include "support/variants.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 using kplvc::h264::DeblockFn;
 using kplvc::h264::DeblockKernels;
 using kplvc::test::Arena;
@@ -226,13 +228,7 @@ TEST(Deblock, NullPointersRejectedBeforeAnything) {
     const Kpl8u* zero = p.take<Kpl8u>({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
     for (const auto& api : kApis)
         CHECK_ARGS(p, api.api, {blk, 48, a, b, t, four},
-                   {{0, nullptr, kplStsNullPtrErr},
-                    {2, nullptr, kplStsNullPtrErr},
-                    {3, nullptr, kplStsNullPtrErr},
-                    {4, nullptr, kplStsNullPtrErr},
-                    {5, nullptr, kplStsNullPtrErr},
-                    {5, zero, kplStsNoErr},
-                    {1, 0, kplStsNoErr}});
+                   {null(0), null(2), null(3), null(4), null(5), passes(5, zero), passes(1, 0)});
 }
 
 TEST(Deblock, ZeroStrengthEdgeZeroReadsNothingOutside) {

@@ -11,6 +11,8 @@
 #include "kplvc.h"
 #include "support/args.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 using kplvc::h264::inter_kernels_for;
 using kplvc::h264::InterKernels;
 using kplvc::test::Guarded;
@@ -279,55 +281,28 @@ TEST(InterWeight, SingleListInPlace) {
 // Pointers, then the size (below 1, then not one of the block sizes), the
 // steps, then fractions or weights; the range limits themselves are accepted.
 TEST(InterArgs, FirstFailingCheckWinsAndNothingIsWritten) {
-    using kplvc::test::Arg;
     kplvc::test::ArgPool p;
     const Kpl8u* src = p.take<Kpl8u>(64 * 64) + 2 * 32 + 2;  // room for the window before the block
     Kpl8u* dst = p.take<Kpl8u>(32 * 32);
-    const Arg null0{0, nullptr, kplStsNullPtrErr}, null2{2, nullptr, kplStsNullPtrErr},
-        size0{6, KpliSize{0, 16}, kplStsSizeErr}, size_neg{6, KpliSize{16, -1}, kplStsSizeErr};
     CHECK_ARGS(p, kpliInterpolateLuma_H264_8u_C1R, {src, 32, dst, 16, 1, 2, KpliSize{16, 16}},
-               {null0,
-                null2,
-                size0,
-                size_neg,
-                {6, KpliSize{16, 4}, kplStsBlockSizeErr},
-                {6, KpliSize{2, 2}, kplStsBlockSizeErr},
-                {6, KpliSize{4, 16}, kplStsBlockSizeErr},
-                {1, 15, kplStsStepErr},
-                {3, 7, kplStsStepErr},
-                {4, 4, kplStsBadArgErr},
-                {5, -1, kplStsBadArgErr}});
+               {null(0), null(2), fails(6, KpliSize{0, 16}, kplStsSizeErr),
+                fails(6, KpliSize{16, -1}, kplStsSizeErr), fails(6, KpliSize{16, 4}, kplStsBlockSizeErr),
+                fails(6, KpliSize{2, 2}, kplStsBlockSizeErr), fails(6, KpliSize{4, 16}, kplStsBlockSizeErr),
+                fails(1, 15, kplStsStepErr), fails(3, 7, kplStsStepErr), fails(4, 4, kplStsBadArgErr),
+                fails(5, -1, kplStsBadArgErr)});
     CHECK_ARGS(p, kpliInterpolateChroma_H264_8u_C1R, {src, 32, dst, 8, 1, 7, KpliSize{8, 8}},
-               {null0,
-                null2,
-                {6, KpliSize{2, 0}, kplStsSizeErr},
-                {6, KpliSize{16, 16}, kplStsBlockSizeErr},
-                {6, KpliSize{2, 8}, kplStsBlockSizeErr},
-                {1, 3, kplStsStepErr},
-                {3, 7, kplStsStepErr},
-                {4, 8, kplStsBadArgErr},
-                {5, -1, kplStsBadArgErr}});
+               {null(0), null(2), fails(6, KpliSize{2, 0}, kplStsSizeErr),
+                fails(6, KpliSize{16, 16}, kplStsBlockSizeErr), fails(6, KpliSize{2, 8}, kplStsBlockSizeErr),
+                fails(1, 3, kplStsStepErr), fails(3, 7, kplStsStepErr), fails(4, 8, kplStsBadArgErr),
+                fails(5, -1, kplStsBadArgErr)});
     const KplStatus range = kplStsOutOfRangeErr;
-    CHECK_ARGS(p, kpliWeightedAverage_H264_8u_C1IR, {dst, 16, src, 16, 5, 1, 1, 0, 0, KpliSize{16, 16}},
-               {null0,
-                null2,
-                {9, KpliSize{-3, 4}, kplStsSizeErr},
-                {9, KpliSize{2, 8}, kplStsBlockSizeErr},
-                {9, KpliSize{16, 4}, kplStsBlockSizeErr},
-                {1, 15, kplStsStepErr},
-                {3, 3, kplStsStepErr},
-                {4, 8, range},
-                {4, -1, range},
-                {5, 129, range},
-                {6, -129, range},
-                {7, 128, range},
-                {8, -129, range},
-                {4, 0, kplStsNoErr},
-                {4, 7, kplStsNoErr},
-                {5, -128, kplStsNoErr},
-                {6, 128, kplStsNoErr},
-                {7, -128, kplStsNoErr},
-                {8, 127, kplStsNoErr}});
+    CHECK_ARGS(
+        p, kpliWeightedAverage_H264_8u_C1IR, {dst, 16, src, 16, 5, 1, 1, 0, 0, KpliSize{16, 16}},
+        {null(0), null(2), fails(9, KpliSize{-3, 4}, kplStsSizeErr),
+         fails(9, KpliSize{2, 8}, kplStsBlockSizeErr), fails(9, KpliSize{16, 4}, kplStsBlockSizeErr),
+         fails(1, 15, kplStsStepErr), fails(3, 3, kplStsStepErr), fails(4, 8, range), fails(4, -1, range),
+         fails(5, 129, range), fails(6, -129, range), fails(7, 128, range), fails(8, -129, range),
+         passes(4, 0), passes(4, 7), passes(5, -128), passes(6, 128), passes(7, -128), passes(8, 127)});
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // H.264 inter prediction: every SIMD kernel against the scalar reference,
-// reads confined to the window (guard pages, samples outside the window
-// changed), and the caller's two ways of providing the window.
+// with reads confined to the window (guard pages, samples outside the window
+// changed).
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -228,86 +228,6 @@ TEST(InterWindow, OutsideSamplesDoNotMatter) {
             ASSERT_EQ(0, std::memcmp(first, second, static_cast<size_t>(w * h)))
                 << w << "x" << h << " pos " << pos;
         }
-}
-
-// ---- The caller's recipes --------------------------------------------------------------------
-
-// A picture, its copy with a replicated border, and edge emulation.
-struct Picture {
-    int w, h, border;
-    int32_t step;
-    std::vector<uint8_t> pic, framed;
-    Picture(Rng& rng, int pw, int ph, int b) : w(pw), h(ph), border(b), step(pw + 2 * b) {
-        pic.resize(static_cast<size_t>(w * h));
-        rng.fill(pic.data(), pic.size());
-        rebuild();
-    }
-    void rebuild() {
-        framed.resize(static_cast<size_t>(step) * (h + 2 * border));
-        for (int y = -border; y < h + border; ++y)
-            for (int x = -border; x < w + border; ++x)
-                framed[static_cast<size_t>((y + border) * step + x + border)] = clamped(x, y);
-    }
-    uint8_t clamped(int x, int y) const {
-        return pic[static_cast<size_t>(std::clamp(y, 0, h - 1) * w + std::clamp(x, 0, w - 1))];
-    }
-    const uint8_t* at(int x, int y) const { return framed.data() + (y + border) * step + x + border; }
-    // A scratch window copied at clamped coordinates: columns x0-lead .. and
-    // rows y0-lead .., ww x wh samples; returns the pointer lead samples in.
-    const uint8_t* emulate(std::vector<uint8_t>& scratch, int x0, int y0, int lead, int ww, int wh) const {
-        scratch.resize(static_cast<size_t>(ww * wh));
-        for (int y = 0; y < wh; ++y)
-            for (int x = 0; x < ww; ++x)
-                scratch[static_cast<size_t>(y * ww + x)] = clamped(x0 - lead + x, y0 - lead + y);
-        return scratch.data() + lead * ww + lead;
-    }
-};
-
-// The window read from a picture with a replicated border equals the window
-// built by clamping coordinates, for every block size, far outside the picture.
-TEST(InterRecipes, BorderExpansionMatchesEdgeEmulation) {
-    Rng rng(91);
-    std::vector<uint8_t> scratch;
-    auto check = [&](bool luma, int w, int h) {
-        // Luma reads 2 samples before and 3 after the block, chroma 0 and 1.
-        const int lead = luma ? 2 : 0, ext = luma ? 5 : 1, pw = luma ? 32 : 16, ph = luma ? 24 : 12;
-        const int b = std::max(w, h) + (luma ? 4 : 0), reach = luma ? 60 : 30, fmax = luma ? 3 : 7;
-        const auto api = luma ? kpliInterpolateLuma_H264_8u_C1R : kpliInterpolateChroma_H264_8u_C1R;
-        Picture pic(rng, pw, ph, b);
-        for (int t = 0; t < 200; ++t) {
-            const int xi = rng.range(-reach - w, pw + reach), yi = rng.range(-reach - h, ph + reach);
-            const int xf = rng.range(0, fmax), yf = rng.range(0, fmax);
-            const uint8_t* e = pic.emulate(scratch, xi, yi, lead, w + ext, h + ext);
-            uint8_t want[256], got[256];
-            ASSERT_EQ(api(e, w + ext, want, w, xf, yf, {w, h}), kplStsNoErr);
-            const int cx = std::clamp(xi, lead - b, pw + b - w - (ext - lead));
-            const int cy = std::clamp(yi, lead - b, ph + b - h - (ext - lead));
-            ASSERT_EQ(api(pic.at(cx, cy), pic.step, got, w, xf, yf, {w, h}), kplStsNoErr);
-            ASSERT_EQ(0, std::memcmp(want, got, static_cast<size_t>(w * h)))
-                << w << "x" << h << " at " << xi << "," << yi << " frac " << xf << "," << yf;
-        }
-    };
-    for (int s = 0; s < kLumaSizes; ++s) check(true, kLumaW[s], kLumaH[s]);
-    for (int s = 0; s < kChromaSizes; ++s) check(false, kChromaW[s], kChromaH[s]);
-}
-
-// A border one sample too narrow (W + 3) moves a 16x16 block at integer
-// column -18 so that its window reaches picture column 1.
-TEST(InterRecipes, BorderTooNarrowDiffers) {
-    Rng rng(92);
-    Picture pic(rng, 32, 24, 19);
-    for (int y = 0; y < 24; ++y)  // column 1 unlike column 0 in every row
-        pic.pic[static_cast<size_t>(y * 32 + 1)] =
-            static_cast<uint8_t>(pic.pic[static_cast<size_t>(y * 32)] ^ 0x80);
-    pic.rebuild();
-    std::vector<uint8_t> scratch;
-    const uint8_t* e = pic.emulate(scratch, -18, 4, 2, 21, 21);
-    uint8_t want[256], got[256];
-    ASSERT_EQ(kpliInterpolateLuma_H264_8u_C1R(e, 21, want, 16, 2, 0, {16, 16}), kplStsNoErr);
-    const int cx = std::clamp(-18, 2 - 19, 32 + 19 - 16 - 3);
-    ASSERT_EQ(cx, -17);
-    ASSERT_EQ(kpliInterpolateLuma_H264_8u_C1R(pic.at(cx, 4), pic.step, got, 16, 2, 0, {16, 16}), kplStsNoErr);
-    EXPECT_NE(0, std::memcmp(want, got, sizeof want));
 }
 
 }  // namespace

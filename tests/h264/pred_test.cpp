@@ -7,6 +7,8 @@
 #include "support/args.h"
 #include "support/variants.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 using kplvc::h264::PredKernels;
 using kplvc::test::Arena;
 using kplvc::test::Edge;
@@ -181,29 +183,26 @@ TEST(PredChroma, DcQuarters) {
 // ---- Argument checks --------------------------------------------------------------
 
 TEST(PredArgs, FirstFailingCheckWinsAndNothingIsWritten) {
-    using kplvc::test::Arg;
     kplvc::test::ArgPool p;
     Kpl8u* blk = p.take<Kpl8u>(48 * 48) + 48 * 8 + 8;
-    const Arg null{0, nullptr, kplStsNullPtrErr};
     CHECK_ARGS(p, kpliPredictIntra_4x4_H264_8u_C1IR, {blk, 48, 0, 1 | 2 | 32 | 64},
-               {null, {1, 3, kplStsStepErr}, {2, 9, kplStsOutOfRangeErr}, {2, -1, kplStsOutOfRangeErr}});
+               {null(0), fails(1, 3, kplStsStepErr), fails(2, 9, kplStsOutOfRangeErr),
+                fails(2, -1, kplStsOutOfRangeErr)});
     // 16x16 and chroma: the neighbours a mode needs are checked after the
     // mode; the good calls use the plane mode with every neighbour.
     CHECK_ARGS(p, kpliPredictIntra_16x16_H264_8u_C1IR, {blk, 48, 3, 1 | 2 | 32},
-               {null,
-                {1, 15, kplStsMBStepErr},
-                {2, 4, kplStsOutOfRangeErr},
-                {2, -1, kplStsOutOfRangeErr},
-                {3, 1 | 2, kplStsNeighbourErr},
-                {3, 1 | 32 | 64, kplStsNeighbourErr}});
+               {null(0), fails(1, 15, kplStsMBStepErr), fails(2, 4, kplStsOutOfRangeErr),
+                fails(2, -1, kplStsOutOfRangeErr), fails(3, 1 | 2, kplStsNeighbourErr),
+                fails(3, 1 | 32 | 64, kplStsNeighbourErr)});
     for (auto [mode, lacking] : {std::pair{0, 2 | 32}, {1, 1 | 32}})
         CHECK_ARGS(p, kpliPredictIntra_16x16_H264_8u_C1IR, {blk, 48, mode, 1 | 2 | 32},
-                   {{3, lacking, kplStsNeighbourErr}});
+                   {fails(3, lacking, kplStsNeighbourErr)});
     CHECK_ARGS(p, kpliPredictIntraChroma8x8_H264_8u_C1IR, {blk, 48, 3, 1 | 2 | 32},
-               {null, {1, 7, kplStsMBStepErr}, {2, 4, kplStsOutOfRangeErr}, {3, 2 | 32, kplStsNeighbourErr}});
+               {null(0), fails(1, 7, kplStsMBStepErr), fails(2, 4, kplStsOutOfRangeErr),
+                fails(3, 2 | 32, kplStsNeighbourErr)});
     for (auto [mode, lacking] : {std::pair{2, 2 | 32}, {1, 1}})
         CHECK_ARGS(p, kpliPredictIntraChroma8x8_H264_8u_C1IR, {blk, 8, mode, 1 | 2 | 32},
-                   {{3, lacking, kplStsNeighbourErr}});
+                   {fails(3, lacking, kplStsNeighbourErr)});
 }
 
 TEST(PredArgs, MissingNeighboursAreNotRead) {

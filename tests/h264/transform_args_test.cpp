@@ -7,13 +7,11 @@
 #include "kplvc.h"
 #include "support/args.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 namespace {
 
-using kplvc::test::Arg;
-
-Arg null(size_t i) { return {i, nullptr, kplStsNullPtrErr}; }
-Arg range(size_t i, long long v) { return {i, v, kplStsOutOfRangeErr}; }
-Arg any(size_t i, long long v) { return {i, v, kplStsNoErr}; }
+kplvc::test::Arg range(size_t i, long long v) { return fails(i, v, kplStsOutOfRangeErr); }
 
 TEST(H264XformArgs, FirstFailingCheckWinsAndNothingWritten) {
     kplvc::test::ArgPool p;
@@ -26,31 +24,25 @@ TEST(H264XformArgs, FirstFailingCheckWinsAndNothingWritten) {
     Kpl16s* scan16 = p.take<Kpl16s>(16);
     Kpl32s* scan32 = p.take<Kpl32s>(16);
     for (int i = 0; i < 16; ++i) scan16[i] = static_cast<Kpl16s>(scan32[i] = i);
-    const Arg no_dc{2, nullptr, kplStsNoErr};
 
     CHECK_ARGS(p, kpliTransformDequantLumaDC_H264_16s_C1I, {coef, 51}, {null(0), range(1, -1), range(1, 52)});
     CHECK_ARGS(p, kpliTransformDequantChromaDC_H264_16s_C1I, {coef, 0}, {null(0), range(1, 52)});
     // The QP before the step.
     CHECK_ARGS(p, kpliDequantTransformResidual_H264_16s_C1I, {coef, 8, dc, 1, 51},
-               {null(0),
-                range(4, 52),
-                range(4, -1),
-                {1, 7, kplStsStepErr},
-                {1, -8, kplStsStepErr},
-                no_dc,
-                any(3, 0)});
+               {null(0), range(4, 52), range(4, -1), fails(1, 7, kplStsStepErr), fails(1, -8, kplStsStepErr),
+                passes(2, nullptr), passes(3, 0)});
     // Coefficients and DC may each be null, not both (checked after the QP);
     // the steps are not checked.
     CHECK_ARGS(p, kpliDequantTransformResidualAndAdd_H264_16s_C1I, {pred8, coef, dc, dst, 4, 4, 51, 1},
-               {null(0), null(3), range(6, 52), {1, nullptr, kplStsNoErr}, no_dc, any(5, 1)});
+               {null(0), null(3), range(6, 52), passes(1, nullptr), passes(2, nullptr), passes(5, 1)});
     p.expect("AndAdd, both null", kpliDequantTransformResidualAndAdd_H264_16s_C1I,
              {pred8, nullptr, nullptr, dst, 4, 4, 51, 0}, kplStsNullPtrErr);
-    CHECK_ARGS(p, kpliTransformPrediction_H264_8u16s_C1, {pred8, 4, coef}, {null(0), null(2), any(1, 1)});
+    CHECK_ARGS(p, kpliTransformPrediction_H264_8u16s_C1, {pred8, 4, coef}, {null(0), null(2), passes(1, 1)});
     // SP/SI: only pointers are checked.
     CHECK_ARGS(p, kpliDequantTransformResidual_SISP_H264_16s_C1I, {coef, pred16, dc, 1, 28, 28, 0},
-               {null(0), null(1), no_dc, any(4, INT_MIN), any(5, INT_MAX), any(6, 1)});
+               {null(0), null(1), passes(2, nullptr), passes(4, INT_MIN), passes(5, INT_MAX), passes(6, 1)});
     CHECK_ARGS(p, kpliTransformDequantChromaDC_SISP_H264_16s_C1I, {coef, pred16, 28, 28, 0},
-               {null(0), null(1), any(2, INT_MAX), any(3, INT_MIN)});
+               {null(0), null(1), passes(2, INT_MAX), passes(3, INT_MIN)});
     // Quantisers: pointers, then QP.
     CHECK_ARGS(p, kpliTransformQuantChromaDC_H264_16s_C1I, {zeros, tblock, 39, count, 1, 1},
                {null(0), null(1), null(3), range(2, 40), range(2, -1)});

@@ -7,6 +7,8 @@
 #include "support/args.h"
 #include "support/variants.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 using kplvc::mc::McKernels;
 using kplvc::mc::Shape;
 using kplvc::test::Arena;
@@ -174,24 +176,16 @@ TEST(MC, PublicFunctionsMatchModel) {
 
 // Any null pointer gives -8; steps, mcType and roundControl are not checked.
 TEST(MCArgs, NullPointersFailAndWriteNothing) {
-    using kplvc::test::Arg;
     kplvc::test::ArgPool p;
     const uint8_t* r = p.take<uint8_t>(64 * 20);
     const int16_t* e = p.take<int16_t>(16 * 16);
     uint8_t* d = p.take<uint8_t>(16 * 16);
-    auto null = [](size_t i) { return Arg{i, nullptr, kplStsNullPtrErr}; };
     for (const ShapeInfo& s : kShapes) {
         SCOPED_TRACE(s.name);
         CHECK_ARGS(p, s.single, {r, 64, e, 32, d, 16, 12, 0},
-                   {null(0),
-                    null(2),
-                    null(4),
-                    {1, 1, kplStsNoErr},
-                    {5, 1, kplStsNoErr},
-                    {6, -1, kplStsNoErr},
-                    {7, 7, kplStsNoErr}});
+                   {null(0), null(2), null(4), passes(1, 1), passes(5, 1), passes(6, -1), passes(7, 7)});
         CHECK_ARGS(p, s.bidir, {r, 64, 12, r, 64, 4, e, 32, d, 16, 1},
-                   {null(0), null(3), null(6), null(8), {2, 99, kplStsNoErr}, {10, -5, kplStsNoErr}});
+                   {null(0), null(3), null(6), null(8), passes(2, 99), passes(10, -5)});
     }
 }
 

@@ -373,58 +373,23 @@ TEST(Mpeg2BlockDecode, ArgumentOrder) {
     };
     Kpl16s* blk = p.take<Kpl16s>(64);
     Kpl32s* cnt = p.take<Kpl32s>(1);
-    auto null = [](size_t i) { return Arg{i, nullptr, kplStsNullPtrErr}; };
     const Arg word{0, p.take<Kpl32u*>({nullptr}), kplStsNullPtrErr},
         off32{1, p.take<Kpl32s>({32}), kplStsBadArgErr}, off_neg{1, p.take<Kpl32s>({-1}), kplStsBadArgErr};
     CHECK_ARGS(p, kpliReconstructDCTBlockIntra_MPEG1_32s,
                {stream("100 11 0 10"), p.take<Kpl32s>({31}), blk, cnt, p.take<Kpl16s>({0}), t.b12.get(),
                 t.b14.get(), zz.data(), 1, W},
-               {null(0),
-                word,
-                null(1),
-                null(2),
-                null(3),
-                null(4),
-                null(5),
-                null(6),
-                null(7),
-                null(9),
-                off32,
-                off_neg,
-                {8, 0, kplStsBadArgErr},
-                {8, 32, kplStsBadArgErr}});
+               {null(0), word, null(1), null(2), null(3), null(4), null(5), null(6), null(7), null(9), off32,
+                off_neg, fails(8, 0, kplStsBadArgErr), fails(8, 32, kplStsBadArgErr)});
     CHECK_ARGS(p, kpliReconstructDCTBlockIntra_MPEG2_32s,
                {stream("100 11 0 10"), p.take<Kpl32s>({31}), blk, cnt, p.take<Kpl16s>({0}), t.b12.get(),
                 t.b14.get(), zz.data(), 1, W, 0},
-               {null(0),
-                word,
-                null(1),
-                null(2),
-                null(3),
-                null(4),
-                null(5),
-                null(6),
-                null(7),
-                null(9),
-                off32,
-                off_neg,
-                {8, 0, kplStsBadArgErr},
-                {8, 113, kplStsBadArgErr},
-                {10, 4, kplStsBadArgErr},
-                {10, -1, kplStsBadArgErr}});
+               {null(0), word, null(1), null(2), null(3), null(4), null(5), null(6), null(7), null(9), off32,
+                off_neg, fails(8, 0, kplStsBadArgErr), fails(8, 113, kplStsBadArgErr),
+                fails(10, 4, kplStsBadArgErr), fails(10, -1, kplStsBadArgErr)});
     for (auto f : {kpliReconstructDCTBlock_MPEG1_32s, kpliReconstructDCTBlock_MPEG2_32s})
         CHECK_ARGS(p, f, {stream("1 0 10"), p.take<Kpl32s>({31}), blk, cnt, t.b14.get(), zz.data(), 1, W},
-                   {null(0),
-                    word,
-                    null(1),
-                    null(2),
-                    null(3),
-                    null(4),
-                    null(5),
-                    off32,
-                    off_neg,
-                    {6, 0, kplStsBadArgErr},
-                    {7, nullptr, kplStsNoErr}});
+                   {null(0), word, null(1), null(2), null(3), null(4), null(5), off32, off_neg,
+                    fails(6, 0, kplStsBadArgErr), passes(7, nullptr)});
 }
 
 TEST(Mpeg2BlockDecode, QuantiserScaleLimits) {

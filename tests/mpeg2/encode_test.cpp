@@ -208,7 +208,6 @@ TEST(Mpeg2Encode, ArgumentOrder) {
     blk[1] = 1;
     std::memcpy(bad, blk, 128);
     bad[8] = 4000;
-    auto null = [](size_t i) { return Arg{i, nullptr, kplStsNullPtrErr}; };
     const Arg word{1, p.take<Kpl32u*>({nullptr}), kplStsNullPtrErr},
         off0{2, p.take<Kpl32s>({0}), kplStsBadArgErr}, off33{2, p.take<Kpl32s>({33}), kplStsBadArgErr},
         level{0, bad, kplStsLevelRangeErr};
@@ -216,31 +215,11 @@ TEST(Mpeg2Encode, ArgumentOrder) {
     CHECK_ARGS(
         p, kpliPutIntraBlock,
         {blk, stream(), p.take<Kpl32s>({32}), p.take<Kpl16s>({3}), t.dc12, t.enc14.data(), zz.data(), 2},
-        {null(0),
-         null(1),
-         word,
-         null(2),
-         null(3),
-         null(4),
-         null(5),
-         null(6),
-         off0,
-         off33,
-         {7, 0, kplStsBadArgErr},
-         {7, 3, kplStsBadArgErr},
-         level});
+        {null(0), null(1), word, null(2), null(3), null(4), null(5), null(6), off0, off33,
+         fails(7, 0, kplStsBadArgErr), fails(7, 3, kplStsBadArgErr), level});
     CHECK_ARGS(p, kpliPutNonIntraBlock, {blk, stream(), p.take<Kpl32s>({32}), t.enc14.data(), zz.data(), 1},
-               {null(0),
-                null(1),
-                word,
-                null(2),
-                null(3),
-                null(4),
-                off0,
-                off33,
-                {5, 0, kplStsBadArgErr},
-                {5, 3, kplStsBadArgErr},
-                level});
+               {null(0), null(1), word, null(2), null(3), null(4), off0, off33, fails(5, 0, kplStsBadArgErr),
+                fails(5, 3, kplStsBadArgErr), level});
 }
 
 }  // namespace

@@ -18,6 +18,8 @@
 #include "support/args.h"
 #include "support/variants.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 using kplvc::test::Arena;
 using kplvc::test::Rng;
 
@@ -274,21 +276,18 @@ TEST(Mpeg2Quant, IntraKeepsDcAndUsesDefaultMatrix) {
 // ---- Argument checks ---------------------------------------------------------------
 
 TEST(QuantArgs, FirstFailingCheckWinsAndNothingIsWritten) {
-    using kplvc::test::Arg;
     kplvc::test::ArgPool p;
     Kpl16s *blk = p.take<Kpl16s>(64), *w = p.take<Kpl16s>(64);
     for (int i = 0; i < 64; ++i) w[i] = 16;
     const Kpl32f* m = p.take<Kpl32f>(64);
     Kpl32s* cnt = p.take<Kpl32s>(1);
-    const Arg null0{0, nullptr, kplStsNullPtrErr};
     for (InvFn f : {kpliQuantInvIntra_MPEG2_16s_C1I, kpliQuantInvIntra_MPEG4_16s_C1I})
-        CHECK_ARGS(p, f, {blk, 3, w}, {null0, {2, nullptr, kplStsNullPtrErr}, {1, 0, kplStsNoErr}});
+        CHECK_ARGS(p, f, {blk, 3, w}, {null(0), null(2), passes(1, 0)});
     for (InvFn f : {kpliQuantInv_MPEG2_16s_C1I, kpliQuantInv_MPEG4_16s_C1I})
-        CHECK_ARGS(p, f, {blk, 3, w}, {null0, {2, nullptr, kplStsNoErr}, {1, 0, kplStsNoErr}});
+        CHECK_ARGS(p, f, {blk, 3, w}, {null(0), passes(2, nullptr), passes(1, 0)});
     for (auto f : {kpliQuantIntra_MPEG2_16s_C1I, kpliQuant_MPEG2_16s_C1I})
-        CHECK_ARGS(
-            p, f, {blk, 3, m, cnt},
-            {null0, {3, nullptr, kplStsNullPtrErr}, {1, 0, kplStsDivByZeroErr}, {2, nullptr, kplStsNoErr}});
+        CHECK_ARGS(p, f, {blk, 3, m, cnt},
+                   {null(0), null(3), fails(1, 0, kplStsDivByZeroErr), passes(2, nullptr)});
 }
 
 // ---- Variants against the reference ------------------------------------------------

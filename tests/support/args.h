@@ -3,8 +3,7 @@
 //   ArgPool p;
 //   Kpl16s* blk = p.take<Kpl16s>(64);
 //   CHECK_ARGS(p, kpliQuantIntra_MPEG2_16s_C1I, {blk, 3, m, count},
-//              {{0, nullptr, kplStsNullPtrErr}, {3, nullptr, kplStsNullPtrErr},
-//               {1, 0, kplStsDivByZeroErr}, {2, nullptr, kplStsNoErr}});
+//              {null(0), null(3), fails(1, 0, kplStsDivByZeroErr), passes(2, nullptr)});
 //
 // The list gives, in the order the function checks them, values that fail
 // (with their status) or that are accepted (kplStsNoErr). Each value is tried
@@ -33,6 +32,18 @@ struct Arg {
     std::variant<std::nullptr_t, long long, const void*, KpliSize, KpliRect> value;
     KplStatus status;
 };
+
+// Argument i null (failing with -8 unless said otherwise); argument i set to
+// v, failing with st; argument i set to v, accepted.
+inline Arg null(size_t i, KplStatus st = kplStsNullPtrErr) { return {i, nullptr, st}; }
+template <class V>
+Arg fails(size_t i, V v, KplStatus st) {
+    return {i, v, st};
+}
+template <class V>
+Arg passes(size_t i, V v) {
+    return {i, v, kplStsNoErr};
+}
 
 class ArgPool {
 public:
