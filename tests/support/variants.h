@@ -105,6 +105,8 @@ auto changed_levels(Table (*for_isa)(cpu::Isa), Get get) {
     return out;
 }
 
+// Names the call under way for the fault handler.
+void set_running(const std::string& what);
 // Prints the line for an entry without variants or a level the CPU lacks.
 void report_untested(const std::string& name, const char* marker, const char* why);
 // The iteration indices of n: all of them, or every 16th (shifted, so that
@@ -135,6 +137,7 @@ int check_variants(Table (*for_isa)(cpu::Isa), Get get, const std::string& name,
             Arena r = a.clone(), v = a.clone();
             const std::string where = label + ", iteration " + std::to_string(i) + " of " + seed_text() +
                                       (a.notes().empty() ? "" : ": " + a.notes());
+            set_running(where);
             if constexpr (std::is_void_v<decltype(call(ref, r))>) {
                 call(ref, r);
                 call(fn, v);
