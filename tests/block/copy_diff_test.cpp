@@ -65,34 +65,26 @@ int16_t cell(const uint8_t* base, int step, int x, int y) {
     return v;
 }
 
-// cur, two references and two 16-bit outputs with their own (possibly odd) steps.
-struct Bufs {
-    int w, h, cur_step, ref_step, diff_step, pred_step;
-    Guarded cur, ref, ref_b, diff, pred;
-    Bufs(Rng& rng, int w_, int h_)
-        : w(w_),
-          h(h_),
-          cur_step(w_ + rng.range(0, 7)),
-          ref_step(w_ + 1 + rng.range(0, 7)),
-          diff_step(2 * w_ + rng.range(0, 5)),
-          pred_step(2 * w_ + rng.range(0, 5)),
-          cur(static_cast<size_t>(cur_step) * h_, static_cast<size_t>(rng.range(0, 31))),
-          ref(static_cast<size_t>(ref_step) * (h_ + 1), static_cast<size_t>(rng.range(0, 31))),
-          ref_b(static_cast<size_t>(ref_step) * (h_ + 1), static_cast<size_t>(rng.range(0, 31))),
-          diff(static_cast<size_t>(diff_step) * h_, static_cast<size_t>(rng.range(0, 31))),
-          pred(static_cast<size_t>(pred_step) * h_, static_cast<size_t>(rng.range(0, 31))) {
-        const bool extreme = rng.coin();
-        for (Guarded* g : {&cur, &ref, &ref_b, &diff, &pred})
-            if (extreme && g != &diff && g != &pred)
-                rng.fill_extreme(g->data(), g->size());
-            else
-                rng.fill(g->data(), g->size());
-    }
-    int16_t* d16() { return diff.as<int16_t>(); }
-    int16_t* p16() { return pred.as<int16_t>(); }
-};
+// Exactly the bytes a w x h block at position pos (bit 0: half vertically,
+// bit 1: half horizontally) reads at `step`; every fourth iteration the last
+// one sits before an unmapped page, so that a kernel reading more faults.
+kplvc::test::Buf<uint8_t> area(Arena& a, Rng& rng, int w, int h, int pos, int32_t step, int i) {
+    const size_t n = static_cast<size_t>(step * (h - 1 + (pos & 1)) + w + (pos >> 1));
+    auto b = a.in<uint8_t>(n, 1, i % 4 == 0 ? kplvc::test::Edge::end : kplvc::test::Edge::none);
+    if (i % 3 == 0) rng.fill_extreme(a[b], n);
+    return b;
+}
 
-std::vector<uint8_t> snapshot(const Guarded& g) { return {g.data(), g.data() + g.size()}; }
+// A 16-bit output at a byte step (odd steps misalign its rows).
+struct Out16 {
+    kplvc::test::Buf<uint8_t> buf;
+    int32_t step;
+    int16_t* p(Arena& x) const { return reinterpret_cast<int16_t*>(x[buf]); }
+};
+Out16 out16(Arena& a, Rng& rng, int w, int h) {
+    const int32_t step = 2 * w + rng.range(0, 5);
+    return {a.out<uint8_t>(static_cast<size_t>(step * h), 1), step};
+}
 
 }  // namespace
 
@@ -104,52 +96,54 @@ std::vector<uint8_t> snapshot(const Guarded& g) { return {g.data(), g.data() + g
 // the plain difference.
 TEST(GetDiff, PublicFunctionsMatchModel) {
     Rng rng("getdiff model");
-    // Checks every cell of the block against want(x, y) and the canaries.
-    auto check = [](Bufs& b, const Guarded& out, int out_step, auto want) {
-        for (int y = 0; y < b.h; ++y)
-            for (int x = 0; x < b.w; ++x)
-                ASSERT_EQ(cell(out.data(), out_step, x, y), want(x, y)) << x << "," << y;
-        ASSERT_TRUE(b.diff.intact() && b.pred.intact());
-    };
     const int32_t rcs[] = {0, 1, 2, -1, INT32_MIN, INT32_MAX};
     for (const DiffShapeInfo& s : kShapes)
         for (int32_t rc : rcs)
-            for (int tf = 0; tf < 16; ++tf) {
-                SCOPED_TRACE(testing::Message() << s.name << " mcType " << tf << " rc " << rc);
-                for (bool with_pred : {false, true}) {
-                    Bufs b(rng, s.w, s.h);
-                    const std::vector<uint8_t> pred_before = snapshot(b.pred);
-                    ASSERT_EQ(s.single(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, b.d16(),
-                                       b.diff_step, with_pred ? b.p16() : nullptr, b.pred_step, tf, rc),
-                              kplStsNoErr);
-                    auto p = [&](int x, int y) { return model_pred(b.ref.data(), b.ref_step, x, y, tf, rc); };
-                    check(b, b.diff, b.diff_step,
-                          [&](int x, int y) { return px(b.cur.data(), b.cur_step, x, y) - p(x, y); });
-                    if (with_pred)
-                        check(b, b.pred, b.pred_step, p);
+            for (int tf = 0; tf < 16; ++tf)
+                for (int tb = -1; tb < 16; tb += rc == 0 || rc == 1 ? 1 : 5) {
+                    SCOPED_TRACE(testing::Message()
+                                 << s.name << " mcType " << tf << "/" << tb << " rc " << rc);
+                    // tb -1: one reference, with or without the predictor.
+                    Arena a(rng);
+                    const int32_t cs = s.w + rng.range(0, 7), rs = s.w + 1 + rng.range(0, 7);
+                    const uint8_t *cur = a[area(a, rng, s.w, s.h, 0, cs, tf)],
+                                  *f = a[area(a, rng, s.w, s.h, 3, rs, tf)],
+                                  *b = a[area(a, rng, s.w, s.h, 3, rs, tf)];
+                    const Out16 d = out16(a, rng, s.w, s.h), p = out16(a, rng, s.w, s.h);
+                    const std::vector<uint8_t> pred_before(a[p.buf], a[p.buf] + p.step * s.h);
+                    auto pf = [&](int x, int y) { return model_pred(f, rs, x, y, tf, rc); };
+                    const bool with_pred = tb == -1 && rng.coin();
+                    if (tb == -1)
+                        ASSERT_EQ(s.single(cur, cs, f, rs, d.p(a), d.step, with_pred ? p.p(a) : nullptr,
+                                           p.step, tf, rc),
+                                  0);
                     else
-                        ASSERT_EQ(snapshot(b.pred), pred_before);
+                        ASSERT_EQ(s.bidir(cur, cs, f, rs, tf, b, rs, tb, d.p(a), d.step, rc), 0);
+                    for (int y = 0; y < s.h; ++y)
+                        for (int x = 0; x < s.w; ++x) {
+                            const int pred =
+                                tb == -1 ? pf(x, y) : (pf(x, y) + model_pred(b, rs, x, y, tb, rc) + 1) / 2;
+                            ASSERT_EQ(cell(a[d.buf], d.step, x, y), px(cur, cs, x, y) - pred)
+                                << x << "," << y;
+                            if (with_pred) {
+                                ASSERT_EQ(cell(a[p.buf], p.step, x, y), pred);
+                            }
+                        }
+                    if (!with_pred) {
+                        ASSERT_TRUE(std::equal(pred_before.begin(), pred_before.end(), a[p.buf]));
+                    }
+                    ASSERT_TRUE(a.intact());
                 }
-                for (int tb = 0; tb < 16; tb += rc == 0 || rc == 1 ? 1 : 5) {
-                    Bufs b(rng, s.w, s.h);
-                    ASSERT_EQ(s.bidir(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, tf, b.ref_b.data(),
-                                      b.ref_step, tb, b.d16(), b.diff_step, rc),
-                              kplStsNoErr);
-                    check(b, b.diff, b.diff_step, [&](int x, int y) {
-                        const int f = model_pred(b.ref.data(), b.ref_step, x, y, tf, rc);
-                        const int bb = model_pred(b.ref_b.data(), b.ref_step, x, y, tb, rc);
-                        return px(b.cur.data(), b.cur_step, x, y) - (f + bb + 1) / 2;
-                    });
-                }
-            }
     for (int iter = 0; iter < 200; ++iter) {
-        Bufs b(rng, 4, 4);
-        ASSERT_EQ(
-            kpliGetDiff4x4_8u16s_C1(b.cur.data(), b.cur_step, b.ref.data(), b.ref_step, b.d16(), b.diff_step),
-            0);
-        check(b, b.diff, b.diff_step, [&](int x, int y) {
-            return px(b.cur.data(), b.cur_step, x, y) - px(b.ref.data(), b.ref_step, x, y);
-        });
+        Arena a(rng);
+        const int32_t cs = 4 + rng.range(0, 7), rs = 4 + rng.range(0, 7);
+        const uint8_t *cur = a[area(a, rng, 4, 4, 0, cs, iter)], *ref = a[area(a, rng, 4, 4, 0, rs, iter)];
+        const Out16 d = out16(a, rng, 4, 4);
+        ASSERT_EQ(kpliGetDiff4x4_8u16s_C1(cur, cs, ref, rs, d.p(a), d.step), 0);
+        for (int y = 0; y < 4; ++y)
+            for (int x = 0; x < 4; ++x)
+                ASSERT_EQ(cell(a[d.buf], d.step, x, y), px(cur, cs, x, y) - px(ref, rs, x, y));
+        ASSERT_TRUE(a.intact());
     }
 }
 
@@ -224,27 +218,6 @@ namespace {
 template <class Get, class Body>
 void check(Get get, const std::string& name, int n, Body body) {
     kplvc::test::check_variants(kplvc::block::blockcopy_kernels_for, get, "blockcopy " + name, n, body);
-}
-
-// Exactly the bytes a w x h block at position pos (bit 0: half vertically,
-// bit 1: half horizontally) reads at `step`; every fourth iteration the last
-// one sits before an unmapped page, so that a kernel reading more faults.
-kplvc::test::Buf<uint8_t> area(Arena& a, Rng& rng, int w, int h, int pos, int32_t step, int i) {
-    const size_t n = static_cast<size_t>(step * (h - 1 + (pos & 1)) + w + (pos >> 1));
-    auto b = a.in<uint8_t>(n, 1, i % 4 == 0 ? kplvc::test::Edge::end : kplvc::test::Edge::none);
-    if (i % 3 == 0) rng.fill_extreme(a[b], n);
-    return b;
-}
-
-// A 16-bit output at a byte step (odd steps misalign its rows).
-struct Out16 {
-    kplvc::test::Buf<uint8_t> buf;
-    int32_t step;
-    int16_t* p(Arena& x) const { return reinterpret_cast<int16_t*>(x[buf]); }
-};
-Out16 out16(Arena& a, Rng& rng, int w, int h) {
-    const int32_t step = 2 * w + rng.range(0, 5);
-    return {a.out<uint8_t>(static_cast<size_t>(step * h), 1), step};
 }
 
 }  // namespace

@@ -76,126 +76,12 @@ int model_byte_pred(const uint8_t* r, int step, int x, int y, int mc_type, int r
     return rc == 0 ? avg(dec(top), bottom) : avg(top, dec(bottom));
 }
 
-int clip(int v) { return v < 0 ? 0 : (v > 255 ? 255 : v); }
+uint8_t clip(int v) { return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v)); }
 
 int16_t res_at(const uint8_t* res, int step, int x, int y) {
     int16_t v;
     std::memcpy(&v, res + static_cast<ptrdiff_t>(step) * y + 2 * x, 2);
     return v;
-}
-
-// Buffers for one call: reference (with the extra row and columns), residual
-// and output, each with its own random step (odd steps allowed) and a random
-// misalignment, inside canaries.
-struct Bufs {
-    int w, h, ref_step, res_step, dst_step;
-    Guarded ref, ref_b, res, dst;
-    Bufs(Rng& rng, const ShapeInfo& s, bool extreme)
-        : w(s.w),
-          h(s.h),
-          ref_step(s.w + 2 + rng.range(0, 9)),
-          res_step(2 * s.w + rng.range(0, 5)),
-          dst_step(s.w + rng.range(0, 9)),
-          ref(static_cast<size_t>(ref_step) * (h + 1) + w + 2, mis(rng)),
-          ref_b(ref.size(), mis(rng)),
-          res(static_cast<size_t>(res_step) * h, mis(rng)),
-          dst(static_cast<size_t>(dst_step) * h, mis(rng)) {
-        for (Guarded* g : {&ref, &ref_b}) {
-            if (extreme)
-                rng.fill_extreme(g->data(), g->size());
-            else
-                rng.fill(g->data(), g->size());
-        }
-        // Residual values: full range, small, or pushed to the ends; written
-        // bytewise, so odd steps leave the 16-bit cells misaligned.
-        const int kind = rng.range(0, 3);
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
-                int16_t v = kind == 0   ? rng.s16()
-                            : kind == 1 ? static_cast<int16_t>(rng.range(-300, 300))
-                            : kind == 2 ? static_cast<int16_t>(rng.coin() ? 32767 : -32768)
-                                        : static_cast<int16_t>(rng.range(-2, 2));
-                std::memcpy(res.data() + static_cast<ptrdiff_t>(res_step) * y + 2 * x, &v, 2);
-            }
-        rng.fill(dst.data(), dst.size());
-    }
-    static size_t mis(Rng& rng) { return static_cast<size_t>(rng.range(0, 31)); }
-    const int16_t* res16() { return reinterpret_cast<const int16_t*>(res.data()); }
-    // The output buffer with block sample (x, y) replaced by clip(f(x, y)).
-    template <class F>
-    std::vector<uint8_t> expect(F f) const {
-        std::vector<uint8_t> want = snap(dst);
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x)
-                want[static_cast<size_t>(dst_step * y + x)] = static_cast<uint8_t>(clip(f(x, y)));
-        return want;
-    }
-    static std::vector<uint8_t> snap(const Guarded& g) { return {g.data(), g.data() + g.size()}; }
-};
-
-// Every shape and every mcType (pairs for two references) through the public
-// functions against the per-sample model: checks the table index, the
-// forward/backward order of the pair index and each kernel's geometry.
-// roundControl is not checked: any non-zero value acts as 1 (and must not
-// overflow 1 - rc or 2 - rc).
-TEST(MC, PublicFunctionsMatchModel) {
-    Rng rng("mc model");
-    for (const ShapeInfo& s : kShapes)
-        for (int32_t rc : {0, 1, 2, -1, INT32_MIN, INT32_MAX})
-            for (int tf = 0; tf < 16; ++tf)
-                for (int tb = 0; tb < 16; tb += rc == 0 || rc == 1 ? 1 : 5) {
-                    Bufs bf(rng, s, rng.coin());
-                    auto r = [&](int x, int y) { return res_at(bf.res.data(), bf.res_step, x, y); };
-                    const uint8_t *rf = bf.ref.data(), *rb = bf.ref_b.data();
-                    const int st = bf.ref_step;
-                    if (tb == 0) {
-                        const auto want = bf.expect(
-                            [&](int x, int y) { return model_pred(rf, st, x, y, tf, rc, s.dx) + r(x, y); });
-                        ASSERT_EQ(
-                            s.single(rf, st, bf.res16(), bf.res_step, bf.dst.data(), bf.dst_step, tf, rc), 0);
-                        ASSERT_EQ(Bufs::snap(bf.dst), want) << s.name << " mcType " << tf << " rc " << rc;
-                    }
-                    const auto want = bf.expect([&](int x, int y) {
-                        const int pf = s.bytes ? model_byte_pred(rf, st, x, y, tf, rc, true)
-                                               : model_pred(rf, st, x, y, tf, rc, s.dx);
-                        const int pb = s.bytes ? model_byte_pred(rb, st, x, y, tb, rc, false)
-                                               : model_pred(rb, st, x, y, tb, rc, s.dx);
-                        const int v = 2 * r(x, y) + pf + pb + 1;
-                        return v >= 0 ? v / 2 : -((-v + 1) / 2);
-                    });
-                    ASSERT_EQ(s.bidir(rf, st, tf, rb, st, tb, bf.res16(), bf.res_step, bf.dst.data(),
-                                      bf.dst_step, rc),
-                              0);
-                    ASSERT_EQ(Bufs::snap(bf.dst), want)
-                        << s.name << " B mcTypeF " << tf << " mcTypeB " << tb << " rc " << rc;
-                    ASSERT_TRUE(bf.dst.intact());
-                }
-}
-
-// ---- Argument checks ------------------------------------------------------------------
-
-// Any null pointer gives -8; steps, mcType and roundControl are not checked.
-TEST(MCArgs, NullPointersFailAndWriteNothing) {
-    kplvc::test::ArgPool p;
-    const uint8_t* r = p.take<uint8_t>(64 * 20);
-    const int16_t* e = p.take<int16_t>(16 * 16);
-    uint8_t* d = p.take<uint8_t>(16 * 16);
-    for (const ShapeInfo& s : kShapes) {
-        SCOPED_TRACE(s.name);
-        CHECK_ARGS(p, s.single, {r, 64, e, 32, d, 16, 12, 0},
-                   {null(0), null(2), null(4), passes(1, 1), passes(5, 1), passes(6, -1), passes(7, 7)});
-        CHECK_ARGS(p, s.bidir, {r, 64, 12, r, 64, 4, e, 32, d, 16, 1},
-                   {null(0), null(3), null(6), null(8), passes(2, 99), passes(10, -5)});
-    }
-}
-
-// ---- SIMD variants against the scalar reference -------------------------------------
-
-namespace {
-
-template <class Get, class Body>
-void check(Get get, const std::string& name, int n, Body body) {
-    kplvc::test::check_variants(kplvc::mc::mc_kernels_for, get, "mc " + name, n, body);
 }
 
 // Exactly the reference bytes position pos of shape s reads at `step`, tight
@@ -231,7 +117,78 @@ ResDst res_dst(Arena& a, Rng& rng, const ShapeInfo& s) {
     return b;
 }
 
-}  // namespace
+// Every shape and every mcType (pairs for two references) through the public
+// functions against the per-sample model: checks the table index, the
+// forward/backward order of the pair index and each kernel's geometry.
+// roundControl is not checked: any non-zero value acts as 1 (and must not
+// overflow 1 - rc or 2 - rc).
+TEST(MC, PublicFunctionsMatchModel) {
+    Rng rng("mc model");
+    for (const ShapeInfo& s : kShapes)
+        for (int32_t rc : {0, 1, 2, -1, INT32_MIN, INT32_MAX})
+            for (int tf = 0; tf < 16; ++tf)
+                for (int tb = 0; tb < 16; tb += rc == 0 || rc == 1 ? 1 : 5) {
+                    SCOPED_TRACE(testing::Message()
+                                 << s.name << " mcType " << tf << "/" << tb << " rc " << rc);
+                    Arena a(rng);
+                    const int32_t st = s.w + 2 + rng.range(0, 9);
+                    auto rf = reference(a, rng, s, 3, st, tf), rb = reference(a, rng, s, 3, st, tb);
+                    const ResDst b = res_dst(a, rng, s);
+                    const uint8_t *f = a[rf], *bk = a[rb];
+                    auto r = [&](int x, int y) { return res_at(a[b.res], b.res_step, x, y); };
+                    auto got = [&] { return std::vector<uint8_t>(a[b.dst], a[b.dst] + b.dst_step * s.h); };
+                    // The output with block sample (x, y) replaced by clip(p(x, y)).
+                    auto expect = [&](auto p) {
+                        std::vector<uint8_t> want = got();
+                        for (int y = 0; y < s.h; ++y)
+                            for (int x = 0; x < s.w; ++x)
+                                want[static_cast<size_t>(b.dst_step * y + x)] = clip(p(x, y));
+                        return want;
+                    };
+                    if (tb == 0) {
+                        const auto want = expect(
+                            [&](int x, int y) { return model_pred(f, st, x, y, tf, rc, s.dx) + r(x, y); });
+                        ASSERT_EQ(s.single(f, st, b.r(a), b.res_step, a[b.dst], b.dst_step, tf, rc), 0);
+                        ASSERT_EQ(got(), want);
+                    }
+                    const auto want = expect([&](int x, int y) {
+                        const int pf = s.bytes ? model_byte_pred(f, st, x, y, tf, rc, true)
+                                               : model_pred(f, st, x, y, tf, rc, s.dx);
+                        const int pb = s.bytes ? model_byte_pred(bk, st, x, y, tb, rc, false)
+                                               : model_pred(bk, st, x, y, tb, rc, s.dx);
+                        const int v = 2 * r(x, y) + pf + pb + 1;
+                        return v >= 0 ? v / 2 : -((-v + 1) / 2);
+                    });
+                    ASSERT_EQ(s.bidir(f, st, tf, bk, st, tb, b.r(a), b.res_step, a[b.dst], b.dst_step, rc),
+                              0);
+                    ASSERT_EQ(got(), want);
+                    ASSERT_TRUE(a.intact());
+                }
+}
+
+// ---- Argument checks ------------------------------------------------------------------
+
+// Any null pointer gives -8; steps, mcType and roundControl are not checked.
+TEST(MCArgs, NullPointersFailAndWriteNothing) {
+    kplvc::test::ArgPool p;
+    const uint8_t* r = p.take<uint8_t>(64 * 20);
+    const int16_t* e = p.take<int16_t>(16 * 16);
+    uint8_t* d = p.take<uint8_t>(16 * 16);
+    for (const ShapeInfo& s : kShapes) {
+        SCOPED_TRACE(s.name);
+        CHECK_ARGS(p, s.single, {r, 64, e, 32, d, 16, 12, 0},
+                   {null(0), null(2), null(4), passes(1, 1), passes(5, 1), passes(6, -1), passes(7, 7)});
+        CHECK_ARGS(p, s.bidir, {r, 64, 12, r, 64, 4, e, 32, d, 16, 1},
+                   {null(0), null(3), null(6), null(8), passes(2, 99), passes(10, -5)});
+    }
+}
+
+// ---- SIMD variants against the scalar reference -------------------------------------
+
+template <class Get, class Body>
+void check(Get get, const std::string& name, int n, Body body) {
+    kplvc::test::check_variants(kplvc::mc::mc_kernels_for, get, "mc " + name, n, body);
+}
 
 TEST(MCVariants, MatchReference) {
     for (const ShapeInfo& s : kShapes) {

@@ -74,6 +74,12 @@ public:
     // unchanged inputs and intact canaries; else what differs.
     std::string compare(const Arena& ref, const Arena& var) const;
     const std::string& notes() const { return note_; }
+    // The canaries of every buffer of this arena unchanged.
+    bool intact() const {
+        for (const Slot& s : slots_)
+            if (s.guarded && !s.guarded->intact()) return false;
+        return true;
+    }
 
 private:
     struct Slot {
