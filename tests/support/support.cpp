@@ -188,8 +188,21 @@ void h264_levels(Rng& rng, int16_t* blk, int qp) {
 
 void set_running(const std::string& what) { g_running = what + "\n"; }
 
-void report_untested(const std::string& name, const char* marker, const char* why) {
-    std::printf("%s %s: %s\n", marker, name.c_str(), why);
+void report_scalar(const std::string& name) {
+    std::printf("[   SCALAR ] %s: one kernel at every level\n", name.c_str());
+}
+
+void report_missing_levels() {
+    static std::string reported;
+    const auto* t = ::testing::UnitTest::GetInstance()->current_test_info();
+    const std::string test = std::string(t->test_suite_name()) + "." + t->name();
+    if (test == reported) return;
+    reported = test;
+    std::string lacks;
+    for (int l = 1; l < cpu::kIsaCount; ++l)
+        if (!cpu::supports(static_cast<cpu::Isa>(l)))
+            lacks += std::string(" ") + cpu::isa_name(static_cast<cpu::Isa>(l));
+    std::printf("[  SKIPPED ] %s: variants of%s not run, this CPU lacks them\n", test.c_str(), lacks.c_str());
 }
 
 std::vector<int> iterations(int n) {
