@@ -69,10 +69,9 @@ TEST(Mpeg2Encode, TableFromCallerLists) {
         EXPECT_EQ(nonzero, static_cast<int>(c.words.size()));
         for (const auto& [at, w] : c.words) EXPECT_EQ(out[at], w) << "word " << at;
     }
-    std::vector<Kpl32s> out(4);
-    const std::vector<Kpl32s>& l = tables().b14_list;
-    EXPECT_EQ(kpliCreateRLEncodeTable(nullptr, out.data()), kplStsNullPtrErr);
-    EXPECT_EQ(kpliCreateRLEncodeTable(l.data(), nullptr), kplStsNullPtrErr);
+    ArgPool p(1 << 15);
+    CHECK_ARGS(p, kpliCreateRLEncodeTable,
+               {tables().b14_list.data(), p.take<Kpl32s>(KPLVC_RL_ENCODE_TABLE_SIZE)}, {null(0), null(1)});
 }
 
 // The stream bits in order: whole words from bit 31, then the low 32 - f
