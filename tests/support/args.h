@@ -9,12 +9,16 @@
 // (with their status) or that are accepted (kplStsNoErr). Each value is tried
 // alone in the good call, then every two values of different arguments of
 // which at least one fails, at once: they must give the status of the one
-// listed first that fails, which pins the order. Every buffer the calls may touch comes from the pool, which
-// must be unchanged, canaries included, after each failing call. The good call
-// itself runs last and must pass the checks: it returns kplStsNoErr, or `good`
-// where its data makes it fail later (a stream that holds no code).
+// listed first that fails, which pins the order. Every buffer the calls may
+// touch comes from the pool, which must be unchanged, canaries included,
+// after each failing call (and is restored after each call, so that every
+// call reads the same contents). The good call itself runs last and must pass
+// the checks: it returns kplStsNoErr, or `good` where its data makes it fail
+// later (a stream that holds no code).
 #pragma once
 
+#include <algorithm>
+#include <cstdlib>
 #include <initializer_list>
 #include <string>
 #include <tuple>

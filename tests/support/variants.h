@@ -11,13 +11,13 @@
 // The entry is tested at each level where the table's pointer differs from
 // the level below, so every implementation runs once; levels this CPU lacks
 // are reported as skipped (once per test), entries without variants as
-// scalar. Per iteration the body declares the call's
-// buffers in a master Arena and returns the call; the harness runs it on two
-// copies of the buffers at other misalignments (the reference on one, the
-// variant on the other) and requires equal return values, equal outputs,
-// inputs unchanged and every canary intact. The random stream is seeded from
-// KPLVC_TEST_SEED and the entry's name, the same at each level; a failure
-// names the level, the iteration and the buffer and byte that differ.
+// scalar. Per iteration the body declares the call's buffers in a master
+// Arena and returns the call; the harness runs it on two copies of the
+// buffers at other misalignments (the reference on one, the variant on the
+// other) and requires equal return values, equal outputs, inputs unchanged
+// and every canary intact. The random stream is seeded from KPLVC_TEST_SEED
+// and the entry's name, the same at each level; a failure names the level,
+// the iteration and the buffer and byte that differ.
 #pragma once
 
 #include <functional>
