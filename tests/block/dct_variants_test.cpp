@@ -120,8 +120,9 @@ TEST(DctVariants, MatrixStoresMatchReference) {
     auto store = [](Arena& a, Rng& rng, int i, bool bytes) {
         static const int32_t steps16[] = {2, 6, 16, 18, 31, 32, 34, 64, -32, -40, 7, 33};
         static const int32_t steps8[] = {1, 3, 8, 9, 15, 16, 17, 40, -16, -24, 2, 5};
+        const size_t k = static_cast<size_t>(i) % 12;
         Store s{a.in<int16_t>(64), a.in<int16_t>(64), a.out<uint8_t>(2 * 8 * 70),
-                (bytes ? steps8 : steps16)[i % 12]};
+                bytes ? steps8[k] : steps16[k]};
         for (auto b : {s.u, s.v})
             if (rng.coin()) rng.fill(a[b], 64, -300, 300);
         return s;
