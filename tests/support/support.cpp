@@ -45,8 +45,8 @@ namespace {
 std::string g_running;  // what a variant loop is running, for a fault
 void on_fault(int sig) {
     const char head[] = "\n[  FAULT   ] ";
-    if (write(2, head, sizeof head - 1) < 0 || write(2, g_running.data(), g_running.size()) < 0) {
-    }
+    [[maybe_unused]] const bool reported =
+        write(2, head, sizeof head - 1) >= 0 && write(2, g_running.data(), g_running.size()) >= 0;
     std::signal(sig, SIG_DFL);
     std::raise(sig);
 }
