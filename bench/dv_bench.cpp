@@ -13,7 +13,7 @@
 namespace {
 
 std::vector<uint8_t> segments() {
-    std::ifstream in(std::string(KPLVC_SOURCE_DIR) + "/tests/data/dv_segments.bin", std::ios::binary);
+    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/dv_segments.bin", std::ios::binary);
     return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
 }
 

@@ -22,7 +22,7 @@ using kplvc::test::GuardPages;
 using kplvc::test::Rng;
 namespace cdv = kplvc::codecs::dv;
 
-std::string data_path(const char* name) { return std::string(KPLVC_SOURCE_DIR) + "/tests/data/" + name; }
+std::string data_path(const char* name) { return std::string(KPLVC_TEST_DATA_DIR) + "/" + name; }
 
 // ---- Tables and scans -----------------------------------------------------------------
 
