@@ -4,9 +4,14 @@
 
 namespace kplvc::codecs {
 
+namespace dv {
+extern const Decoder kDvDecoder;
+}
+
 // Each format defines its Decoder beside its code; list it here, before the
 // terminating null.
 static const Decoder* const kDecoders[] = {
+    &dv::kDvDecoder,
     nullptr,
 };
 

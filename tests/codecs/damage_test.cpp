@@ -19,7 +19,9 @@ struct DamageCase {
 };
 
 // One row per decoder.
-const std::vector<DamageCase> kCases = {};
+const std::vector<DamageCase> kCases = {
+    {"dv", "testsrc2=size=720x480:rate=30000/1001", 4, "-c:v dvvideo -pix_fmt yuv411p", "dv"},
+};
 
 enum class Damage { flip_bits, overwrite_bytes, cut_piece, truncate };
 
