@@ -5,7 +5,8 @@
 // file's own namespace (kplvc::vector::x86::<isa>), after that file's
 // intrinsics header and <cstring>. It includes nothing, so each including
 // file compiles its own internal copy with its own flags. Needs: SSE2, and
-// of the includer a lane ops struct O: vector type V of kLanes 16-bit lanes;
+// of the includer a lane ops struct O (core/x86/lanes-inl.h or
+// lanes256-inl.h): vector type V of kLanes 16-bit lanes;
 // set1 (16-bit), set1_32, zero, load, store, load_aligned, store_aligned,
 // mullo, mulhi, unpacklo, unpackhi (16-bit), packs (32 to 16 bits, within
 // 128-bit lanes, so unpack then pack keeps the order), srai32<n>, sll32 and

@@ -9,6 +9,7 @@
 namespace kplvc::vector::x86::avx2 {
 namespace {
 
+#include "core/x86/lanes256-inl.h"
 #include "core/x86/vector-inl.h"
 
 inline __m256i loadu(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
@@ -141,36 +142,7 @@ void copy_stream(const uint8_t* src, uint8_t* dst, size_t len) {
     for (; i < len; ++i) dst[i] = src[i];
 }
 
-// Sixteen 16-bit lanes (unpack and pack work within 128-bit lanes, so their
-// pairs keep the order).
-struct O {
-    using V = __m256i;
-    static constexpr int kLanes = 16;
-    static V set1(int16_t v) { return _mm256_set1_epi16(v); }
-    static V set1_32(int32_t v) { return _mm256_set1_epi32(v); }
-    static V zero() { return _mm256_setzero_si256(); }
-    static V load(const int16_t* p) { return loadu(p); }
-    static void store(int16_t* p, V v) { storeu(p, v); }
-    static V load_aligned(const int16_t* p) { return _mm256_load_si256(reinterpret_cast<const __m256i*>(p)); }
-    static void store_aligned(int16_t* p, V v) { _mm256_store_si256(reinterpret_cast<__m256i*>(p), v); }
-    static V mullo(V a, V b) { return _mm256_mullo_epi16(a, b); }
-    static V mulhi(V a, V b) { return _mm256_mulhi_epi16(a, b); }
-    static V unpacklo(V a, V b) { return _mm256_unpacklo_epi16(a, b); }
-    static V unpackhi(V a, V b) { return _mm256_unpackhi_epi16(a, b); }
-    static V packs(V a, V b) { return _mm256_packs_epi32(a, b); }
-    template <int N>
-    static V srai32(V a) {
-        return _mm256_srai_epi32(a, N);
-    }
-    static V sll32(V a, __m128i n) { return _mm256_sll_epi32(a, n); }
-    static V sra32(V a, __m128i n) { return _mm256_sra_epi32(a, n); }
-    static V add32(V a, V b) { return _mm256_add_epi32(a, b); }
-    static V and_(V a, V b) { return _mm256_and_si256(a, b); }
-    static V or_(V a, V b) { return _mm256_or_si256(a, b); }
-    static V cmpgt(V a, V b) { return _mm256_cmpgt_epi16(a, b); }
-    static V min(V a, V b) { return _mm256_min_epi16(a, b); }
-    static V max(V a, V b) { return _mm256_max_epi16(a, b); }
-};
+using O = Lanes256;
 
 }  // namespace
 

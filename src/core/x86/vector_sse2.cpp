@@ -9,6 +9,7 @@
 namespace kplvc::vector::x86::sse2 {
 namespace {
 
+#include "core/x86/lanes-inl.h"
 #include "core/x86/vector-inl.h"
 
 inline __m128i loadu(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
@@ -118,35 +119,7 @@ void copy_stream(const uint8_t* src, uint8_t* dst, size_t len) {
     for (; i < len; ++i) dst[i] = src[i];
 }
 
-// Eight 16-bit lanes.
-struct O {
-    using V = __m128i;
-    static constexpr int kLanes = 8;
-    static V set1(int16_t v) { return _mm_set1_epi16(v); }
-    static V set1_32(int32_t v) { return _mm_set1_epi32(v); }
-    static V zero() { return _mm_setzero_si128(); }
-    static V load(const int16_t* p) { return loadu(p); }
-    static void store(int16_t* p, V v) { storeu(p, v); }
-    static V load_aligned(const int16_t* p) { return _mm_load_si128(reinterpret_cast<const __m128i*>(p)); }
-    static void store_aligned(int16_t* p, V v) { _mm_store_si128(reinterpret_cast<__m128i*>(p), v); }
-    static V mullo(V a, V b) { return _mm_mullo_epi16(a, b); }
-    static V mulhi(V a, V b) { return _mm_mulhi_epi16(a, b); }
-    static V unpacklo(V a, V b) { return _mm_unpacklo_epi16(a, b); }
-    static V unpackhi(V a, V b) { return _mm_unpackhi_epi16(a, b); }
-    static V packs(V a, V b) { return _mm_packs_epi32(a, b); }
-    template <int N>
-    static V srai32(V a) {
-        return _mm_srai_epi32(a, N);
-    }
-    static V sll32(V a, __m128i n) { return _mm_sll_epi32(a, n); }
-    static V sra32(V a, __m128i n) { return _mm_sra_epi32(a, n); }
-    static V add32(V a, V b) { return _mm_add_epi32(a, b); }
-    static V and_(V a, V b) { return _mm_and_si128(a, b); }
-    static V or_(V a, V b) { return _mm_or_si128(a, b); }
-    static V cmpgt(V a, V b) { return _mm_cmpgt_epi16(a, b); }
-    static V min(V a, V b) { return _mm_min_epi16(a, b); }
-    static V max(V a, V b) { return _mm_max_epi16(a, b); }
-};
+using O = Lanes128;
 
 }  // namespace
 

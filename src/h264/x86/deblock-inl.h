@@ -11,8 +11,9 @@
 //                             the strong luma filter on lines c[0..7] =
 //                             p3..q3 (rewriting c[1..6]), built from
 //                             luma_strong16<O> with the file's 16-bit lane
-//                             ops O (vector type V and add, sub, sra<n>,
-//                             max, lt, and_, andnot, sel, set1, zero).
+//                             ops O (core/x86/lanes-inl.h or its 256-bit
+//                             twin: add, sub, srai<n>, max, lt, and_,
+//                             andnot, sel, set1, zero).
 // A file instantiates only the kernels it installs.
 //
 // The normal (luma and chroma) and the chroma strong filters run on 16
@@ -165,16 +166,16 @@ inline void luma_strong16(LumaLines<O>& l, typename O::V on, int alpha_i, int be
     const V p0q0 = O::add(p0, q0), u = O::add(O::add(p1, q1), two);
     const V tp = O::add(p1, p0q0), tq = O::add(q1, p0q0);
     const V sp_ = O::add(p2, tp), sq_ = O::add(q2, tq);
-    const V sp0 = O::template sra<3>(O::add(O::add(sp_, tp), O::add(q1, four)));
-    const V sp1 = O::template sra<2>(O::add(sp_, two));
+    const V sp0 = O::template srai<3>(O::add(O::add(sp_, tp), O::add(q1, four)));
+    const V sp1 = O::template srai<2>(O::add(sp_, two));
     const V p32 = O::add(p3, p2);
-    const V sp2 = O::template sra<3>(O::add(O::add(p32, p32), O::add(sp_, four)));
-    const V wp0 = O::template sra<2>(O::add(u, O::add(p1, p0)));
-    const V sq0 = O::template sra<3>(O::add(O::add(sq_, tq), O::add(p1, four)));
-    const V sq1 = O::template sra<2>(O::add(sq_, two));
+    const V sp2 = O::template srai<3>(O::add(O::add(p32, p32), O::add(sp_, four)));
+    const V wp0 = O::template srai<2>(O::add(u, O::add(p1, p0)));
+    const V sq0 = O::template srai<3>(O::add(O::add(sq_, tq), O::add(p1, four)));
+    const V sq1 = O::template srai<2>(O::add(sq_, two));
     const V q32 = O::add(q3, q2);
-    const V sq2 = O::template sra<3>(O::add(O::add(q32, q32), O::add(sq_, four)));
-    const V wq0 = O::template sra<2>(O::add(u, O::add(q1, q0)));
+    const V sq2 = O::template srai<3>(O::add(O::add(q32, q32), O::add(sq_, four)));
+    const V wq0 = O::template srai<2>(O::add(u, O::add(q1, q0)));
     l.p0 = O::sel(sp, sp0, O::sel(wp, wp0, p0));
     l.p1 = O::sel(sp, sp1, p1);
     l.p2 = O::sel(sp, sp2, p2);

@@ -5,27 +5,12 @@
 //
 // Per-ISA body: include it only inside the anonymous namespace of an x86/
 // file's own namespace (kplvc::h264::x86::<isa>), after <immintrin.h>,
-// core/arith.h and h264/x86/deblock-inl.h. It includes nothing, so each
-// including file compiles its own internal copy with its own flags. Needs:
-// AVX2.
+// core/arith.h, core/x86/lanes256-inl.h and h264/x86/deblock-inl.h. It
+// includes nothing, so each including file compiles its own internal copy
+// with its own flags. Needs: AVX2.
 #pragma once
 
-struct O {
-    using V = __m256i;
-    static V zero() { return _mm256_setzero_si256(); }
-    static V set1(int v) { return _mm256_set1_epi16(static_cast<int16_t>(v)); }
-    static V add(V a, V b) { return _mm256_add_epi16(a, b); }
-    static V sub(V a, V b) { return _mm256_sub_epi16(a, b); }
-    template <int N>
-    static V sra(V a) {
-        return _mm256_srai_epi16(a, N);
-    }
-    static V max(V a, V b) { return _mm256_max_epi16(a, b); }
-    static V lt(V a, V b) { return _mm256_cmpgt_epi16(b, a); }
-    static V and_(V a, V b) { return _mm256_and_si256(a, b); }
-    static V andnot(V m, V a) { return _mm256_andnot_si256(m, a); }
-    static V sel(V m, V a, V b) { return _mm256_blendv_epi8(b, a, m); }
-};
+using O = Lanes256;
 
 inline __m256i widen(__m128i v) { return _mm256_cvtepu8_epi16(v); }
 inline __m128i narrow(__m256i v) {

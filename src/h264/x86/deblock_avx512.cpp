@@ -10,6 +10,7 @@
 namespace kplvc::h264::x86::avx512 {
 namespace {
 
+#include "core/x86/lanes256-inl.h"
 #include "core/x86/transpose-inl.h"
 
 #include "h264/x86/deblock-inl.h"

@@ -11,26 +11,12 @@
 namespace kplvc::h264::x86::sse2 {
 namespace {
 
+#include "core/x86/lanes-inl.h"
 #include "core/x86/transpose-inl.h"
 
 #include "h264/x86/deblock-inl.h"
 
-struct O {
-    using V = __m128i;
-    static V zero() { return _mm_setzero_si128(); }
-    static V set1(int v) { return _mm_set1_epi16(static_cast<int16_t>(v)); }
-    static V add(V a, V b) { return _mm_add_epi16(a, b); }
-    static V sub(V a, V b) { return _mm_sub_epi16(a, b); }
-    template <int N>
-    static V sra(V a) {
-        return _mm_srai_epi16(a, N);
-    }
-    static V max(V a, V b) { return _mm_max_epi16(a, b); }
-    static V lt(V a, V b) { return _mm_cmplt_epi16(a, b); }
-    static V and_(V a, V b) { return _mm_and_si128(a, b); }
-    static V andnot(V m, V a) { return _mm_andnot_si128(m, a); }  // a & ~m
-    static V sel(V m, V a, V b) { return _mm_or_si128(_mm_and_si128(m, a), _mm_andnot_si128(m, b)); }
-};
+using O = Lanes128;
 
 inline __m128i lo16(__m128i v) { return _mm_unpacklo_epi8(v, _mm_setzero_si128()); }
 inline __m128i hi16(__m128i v) { return _mm_unpackhi_epi8(v, _mm_setzero_si128()); }

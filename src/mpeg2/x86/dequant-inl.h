@@ -6,7 +6,8 @@
 // file's own namespace (kplvc::mpeg2::x86::<isa>), after that file's
 // intrinsics header. It includes nothing, so each including file compiles
 // its own internal copy with its own flags. Needs: SSE2, and of the includer
-// a lane ops struct O: vector type V of kLanes 16-bit lanes; set1, zero,
+// a lane ops struct O (core/x86/lanes-inl.h or lanes256-inl.h, extended):
+// vector type V of kLanes 16-bit lanes; set1, zero,
 // load (the block), load_weights, store, add, sub, mullo, cmpgt, and_, xor_,
 // min, max, srai<n>; clear_lane0(v) (lane 0 set to 0) and parity(v) (bit 0
 // of the xor of all lanes).

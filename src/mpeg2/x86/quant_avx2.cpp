@@ -7,14 +7,12 @@
 namespace kplvc::mpeg2::x86::avx2 {
 namespace {
 
+#include "core/x86/lanes256-inl.h"
 #include "mpeg2/x86/dequant-inl.h"
 
-// Sixteen 16-bit lanes.
-struct O {
-    using V = __m256i;
-    static constexpr int kLanes = 16;
-    static V set1(int16_t v) { return _mm256_set1_epi16(v); }
-    static V zero() { return _mm256_setzero_si256(); }
+// The lane operations of lanes256-inl.h, and what the dequantisers need
+// besides.
+struct O : Lanes256 {
     // A block is usually written just before it is inverse-quantised, often
     // by 16-byte stores; one 32-byte load spanning two of them cannot take its
     // data from the store buffer and waits for both to retire. Two 16-byte
@@ -24,22 +22,7 @@ struct O {
         const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8));
         return _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1);
     }
-    static V load_weights(const int16_t* p) {
-        return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
-    }
-    static void store(int16_t* p, V v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
-    static V add(V a, V b) { return _mm256_add_epi16(a, b); }
-    static V sub(V a, V b) { return _mm256_sub_epi16(a, b); }
-    static V mullo(V a, V b) { return _mm256_mullo_epi16(a, b); }
-    static V cmpgt(V a, V b) { return _mm256_cmpgt_epi16(a, b); }
-    static V and_(V a, V b) { return _mm256_and_si256(a, b); }
-    static V xor_(V a, V b) { return _mm256_xor_si256(a, b); }
-    static V min(V a, V b) { return _mm256_min_epi16(a, b); }
-    static V max(V a, V b) { return _mm256_max_epi16(a, b); }
-    template <int N>
-    static V srai(V a) {
-        return _mm256_srai_epi16(a, N);
-    }
+    static V load_weights(const int16_t* p) { return Lanes256::load(p); }
     static V clear_lane0(V a) {
         return _mm256_and_si256(
             a, _mm256_setr_epi16(0, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1));

@@ -7,29 +7,12 @@
 namespace kplvc::mpeg2::x86::sse2 {
 namespace {
 
+#include "core/x86/lanes-inl.h"
 #include "mpeg2/x86/dequant-inl.h"
 
-// Eight 16-bit lanes.
-struct O {
-    using V = __m128i;
-    static constexpr int kLanes = 8;
-    static V set1(int16_t v) { return _mm_set1_epi16(v); }
-    static V zero() { return _mm_setzero_si128(); }
-    static V load(const int16_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+// The lane operations of lanes-inl.h, and what the dequantisers need besides.
+struct O : Lanes128 {
     static V load_weights(const int16_t* p) { return load(p); }
-    static void store(int16_t* p, V v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
-    static V add(V a, V b) { return _mm_add_epi16(a, b); }
-    static V sub(V a, V b) { return _mm_sub_epi16(a, b); }
-    static V mullo(V a, V b) { return _mm_mullo_epi16(a, b); }
-    static V cmpgt(V a, V b) { return _mm_cmpgt_epi16(a, b); }
-    static V and_(V a, V b) { return _mm_and_si128(a, b); }
-    static V xor_(V a, V b) { return _mm_xor_si128(a, b); }
-    static V min(V a, V b) { return _mm_min_epi16(a, b); }
-    static V max(V a, V b) { return _mm_max_epi16(a, b); }
-    template <int N>
-    static V srai(V a) {
-        return _mm_srai_epi16(a, N);
-    }
     static V clear_lane0(V a) { return _mm_insert_epi16(a, 0, 0); }
     static int32_t parity(V x) {
         x = _mm_xor_si128(x, _mm_srli_si128(x, 8));
