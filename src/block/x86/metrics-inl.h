@@ -5,7 +5,10 @@
 // file's own namespace (kplvc::block::x86::<isa>), after that file's
 // intrinsics header, core/arith.h and core/x86/halfpel-inl.h. It includes
 // nothing, so each including file compiles its own internal copy with its
-// own flags. Needs: SSE2.
+// own flags. Needs: SSE2; for the squared-difference kernels at the end,
+// block/metrics.h and an accumulator ops struct A of the includer: vector
+// type V, zero(), add(acc, s, p) (acc plus the squared differences of the 16
+// byte pairs of rows s and p, in 32-bit lanes) and sum(acc).
 #pragma once
 
 inline __m128i ld16(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
@@ -35,4 +38,42 @@ inline int32_t hsum32(__m128i v) {
     v = _mm_add_epi32(v, _mm_unpackhi_epi64(v, v));
     v = _mm_add_epi32(v, _mm_shuffle_epi32(v, 0x55));
     return _mm_cvtsi128_si32(v);
+}
+
+// ---- Squared differences of a 16x16 block against one or two predictions ----
+
+template <class A, int P>
+int32_t sqr16x16(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs) {
+    typename A::V acc = A::zero();
+    walk<P, 16, 16>(s, ss, r, rs, [&](__m128i a, __m128i p) { acc = A::add(acc, a, p); });
+    return A::sum(acc);
+}
+
+// pred = (pF + pB + 1) >> 1 is pavgb of the two predictions.
+template <class A, int PF, int PB>
+int32_t sqr16x16_bi(const uint8_t* s, int32_t ss, const uint8_t* f, int32_t fs, const uint8_t* b,
+                    int32_t bs) {
+    typename A::V acc = A::zero();
+    RowPredictor<PF, 16> pf(f, fs);
+    RowPredictor<PB, 16> pb(b, bs);
+    for (int y = 0; y < 16; ++y, s = next(s, ss))
+        acc = A::add(acc, ld16(s), _mm_avg_epu8(pf.row(), pb.row()));
+    return A::sum(acc);
+}
+
+// The sixteen bidirectional entries, indexed forward | backward << 2.
+template <class A, int PF>
+void fill_bi_row(BiMetricFn* t) {
+    t[PF | (0 << 2)] = sqr16x16_bi<A, PF, 0>;
+    t[PF | (1 << 2)] = sqr16x16_bi<A, PF, 1>;
+    t[PF | (2 << 2)] = sqr16x16_bi<A, PF, 2>;
+    t[PF | (3 << 2)] = sqr16x16_bi<A, PF, 3>;
+}
+
+template <class A>
+void fill_bi(BiMetricFn* t) {
+    fill_bi_row<A, 0>(t);
+    fill_bi_row<A, 1>(t);
+    fill_bi_row<A, 2>(t);
+    fill_bi_row<A, 3>(t);
 }

@@ -4,8 +4,6 @@
 // (128-bit) or are formed two rows at a time with the same construction.
 #include <immintrin.h>
 
-#include <utility>
-
 #include "block/metrics.h"
 #include "core/arith.h"
 
@@ -69,30 +67,13 @@ int32_t sad16x16(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs) {
     return hsum32(acc);
 }
 
-template <int P>
-int32_t sqr16x16(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs) {
-    __m256i acc = _mm256_setzero_si256();
-    walk<P, 16, 16>(s, ss, r, rs, [&](__m128i a, __m128i p) { acc = _mm256_add_epi32(acc, sqr_row(a, p)); });
-    return hsum32(acc);
-}
-
-template <int PF, int PB>
-int32_t sqr16x16_bi(const uint8_t* s, int32_t ss, const uint8_t* f, int32_t fs, const uint8_t* b,
-                    int32_t bs) {
-    __m256i acc = _mm256_setzero_si256();
-    RowPredictor<PF, 16> pf(f, fs);
-    RowPredictor<PB, 16> pb(b, bs);
-    for (int y = 0; y < 16; ++y, s = next(s, ss)) {
-        const __m128i p = _mm_avg_epu8(pf.row(), pb.row());
-        acc = _mm256_add_epi32(acc, sqr_row(ld16(s), p));
-    }
-    return hsum32(acc);
-}
-
-template <int PF, int... PB>
-void fill_bi(BiMetricFn* t, std::integer_sequence<int, PB...>) {
-    ((t[PF | (PB << 2)] = sqr16x16_bi<PF, PB>), ...);
-}
+// The accumulator of the squared-difference kernels of metrics-inl.h.
+struct SqrAcc {
+    using V = __m256i;
+    static V zero() { return _mm256_setzero_si256(); }
+    static V add(V acc, __m128i s, __m128i p) { return _mm256_add_epi32(acc, sqr_row(s, p)); }
+    static int32_t sum(V acc) { return hsum32(acc); }
+};
 
 }  // namespace
 
@@ -102,15 +83,11 @@ void upgrade_sad(MetricsKernels& k) {
     // bound by its 32 row loads either way.
     k.sad16x16[kHF] = sad16x16<kHF>;
     k.sad16x16[kHH] = sad16x16<kHH>;
-    k.sqr16x16[kFF] = sqr16x16<kFF>;
-    k.sqr16x16[kFH] = sqr16x16<kFH>;
-    k.sqr16x16[kHF] = sqr16x16<kHF>;
-    k.sqr16x16[kHH] = sqr16x16<kHH>;
-    constexpr std::integer_sequence<int, 0, 1, 2, 3> all{};
-    fill_bi<kFF>(k.sqr16x16_bi, all);
-    fill_bi<kFH>(k.sqr16x16_bi, all);
-    fill_bi<kHF>(k.sqr16x16_bi, all);
-    fill_bi<kHH>(k.sqr16x16_bi, all);
+    k.sqr16x16[kFF] = sqr16x16<SqrAcc, kFF>;
+    k.sqr16x16[kFH] = sqr16x16<SqrAcc, kFH>;
+    k.sqr16x16[kHF] = sqr16x16<SqrAcc, kHF>;
+    k.sqr16x16[kHH] = sqr16x16<SqrAcc, kHH>;
+    fill_bi<SqrAcc>(k.sqr16x16_bi);
 }
 
 }  // namespace kplvc::block::x86::avx2

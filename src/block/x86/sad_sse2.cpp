@@ -4,7 +4,6 @@
 #include <emmintrin.h>
 
 #include <cstring>
-#include <utility>
 
 #include "block/metrics.h"
 #include "core/arith.h"
@@ -83,31 +82,14 @@ void sad_blocks4x4(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs, u
     }
 }
 
-template <int P>
-int32_t sqr16x16(const uint8_t* s, int32_t ss, const uint8_t* r, int32_t rs) {
-    __m128i acc = _mm_setzero_si128();
-    walk<P, 16, 16>(s, ss, r, rs, [&](__m128i a, __m128i b) { acc = _mm_add_epi32(acc, sqr_bytes(a, b)); });
-    return hsum32(acc);
-}
+// The accumulator of the squared-difference kernels of metrics-inl.h.
+struct SqrAcc {
+    using V = __m128i;
+    static V zero() { return _mm_setzero_si128(); }
+    static V add(V acc, __m128i s, __m128i p) { return _mm_add_epi32(acc, sqr_bytes(s, p)); }
+    static int32_t sum(V acc) { return hsum32(acc); }
+};
 
-// pred = (pF + pB + 1) >> 1 is pavgb of the two predictions.
-template <int PF, int PB>
-int32_t sqr16x16_bi(const uint8_t* s, int32_t ss, const uint8_t* f, int32_t fs, const uint8_t* b,
-                    int32_t bs) {
-    __m128i acc = _mm_setzero_si128();
-    RowPredictor<PF, 16> pf(f, fs);
-    RowPredictor<PB, 16> pb(b, bs);
-    for (int y = 0; y < 16; ++y, s = next(s, ss)) {
-        const __m128i p = _mm_avg_epu8(pf.row(), pb.row());
-        acc = _mm_add_epi32(acc, sqr_bytes(ld16(s), p));
-    }
-    return hsum32(acc);
-}
-
-template <int PF, int... PB>
-void fill_bi(BiMetricFn* t, std::integer_sequence<int, PB...>) {
-    ((t[PF | (PB << 2)] = sqr16x16_bi<PF, PB>), ...);
-}
 }  // namespace
 
 void upgrade_sad(MetricsKernels& k) {
@@ -124,13 +106,9 @@ void upgrade_sad(MetricsKernels& k) {
     k.sad4x4 = sad4x4;
     k.sad16x16_blocks8x8 = sad_blocks8x8;
     k.sad16x16_blocks4x4 = sad_blocks4x4;
-    k.sqr16x16[kHF] = sqr16x16<kHF>;
-    k.sqr16x16[kHH] = sqr16x16<kHH>;
-    constexpr std::integer_sequence<int, 0, 1, 2, 3> all{};
-    fill_bi<kFF>(k.sqr16x16_bi, all);
-    fill_bi<kFH>(k.sqr16x16_bi, all);
-    fill_bi<kHF>(k.sqr16x16_bi, all);
-    fill_bi<kHH>(k.sqr16x16_bi, all);
+    k.sqr16x16[kHF] = sqr16x16<SqrAcc, kHF>;
+    k.sqr16x16[kHH] = sqr16x16<SqrAcc, kHH>;
+    fill_bi<SqrAcc>(k.sqr16x16_bi);
 }
 
 }  // namespace kplvc::block::x86::sse2
