@@ -10,6 +10,8 @@
 namespace kplvc::h264::x86::avx2 {
 namespace {
 
+#include "h264/x86/pred-inl.h"
+
 inline void store16b(uint8_t* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
 
 // sum over i = 0..7 of (i + 1) * (q[9 + i] - q[7 - i]): the plane gradient
@@ -29,14 +31,7 @@ inline int gradient8(const uint8_t* q) {
 // The unshifted plane value stays within -11472..19648 (see the scalar
 // kernel): 16-bit lanes hold it, srai and packus clip to 0..255.
 void plane16(uint8_t* p, int32_t step, int32_t) {
-    const uint8_t* above = row_at(p, step, -1);
-    auto L = [&](int y) { return int{row_at(p, step, y)[-1]}; };  // L(-1) is the corner
-    int v = 0;
-    for (int i = 0; i < 8; ++i) v += (i + 1) * (L(8 + i) - L(6 - i));
-    const int h = gradient8(above - 1);
-    const int a = 16 * (L(15) + above[15]);
-    const int b = (5 * h + 32) >> 6, c = (5 * v + 32) >> 6;
-    const int base = a - 7 * b - 7 * c + 16;  // value at x = 0, y = 0
+    const auto [b, c, base] = plane16_setup(p, step, gradient8(row_at(p, step, -1) - 1));
     // lanes: [x = 0..7 of row y | x = 0..7 of row y + 1] and the same for x = 8..15.
     const __m256i x07 = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4, 5, 6, 7);
     const __m256i y01 = _mm256_setr_epi16(0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1);

@@ -10,6 +10,8 @@
 namespace kplvc::h264::x86::sse2 {
 namespace {
 
+#include "h264/x86/pred-inl.h"
+
 inline void store16b(uint8_t* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
 inline void store8b(uint8_t* p, __m128i v) { _mm_storel_epi64(reinterpret_cast<__m128i*>(p), v); }
 inline __m128i load8b(const uint8_t* p) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)); }
@@ -68,19 +70,9 @@ inline int gradient8(const uint8_t* q) {
 }
 
 // Plane rows: the unshifted value stays within -11472..19648 (see the scalar
-// kernel), so 16-bit lanes hold it; srai then packus clips to 0..255. The
-// vertical gradient is summed in scalar registers straight from the frame
-// (collecting the left column into a vector through memory would stall on
-// store forwarding).
+// kernel), so 16-bit lanes hold it; srai then packus clips to 0..255.
 void plane16(uint8_t* p, int32_t step, int32_t) {
-    const uint8_t* above = row_at(p, step, -1);
-    auto L = [&](int y) { return int{row_at(p, step, y)[-1]}; };  // L(-1) is the corner
-    int v = 0;
-    for (int i = 0; i < 8; ++i) v += (i + 1) * (L(8 + i) - L(6 - i));
-    const int h = gradient8(above - 1);
-    const int a = 16 * (L(15) + above[15]);
-    const int b = (5 * h + 32) >> 6, c = (5 * v + 32) >> 6;
-    const int base = a - 7 * b - 7 * c + 16;  // value at x = 0, y = 0
+    const auto [b, c, base] = plane16_setup(p, step, gradient8(row_at(p, step, -1) - 1));
     const __m128i vb = _mm_set1_epi16(static_cast<int16_t>(b));
     __m128i lo = _mm_add_epi16(_mm_set1_epi16(static_cast<int16_t>(base)),
                                _mm_mullo_epi16(vb, _mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7)));
