@@ -6,6 +6,12 @@
 // <immintrin.h>) and block/dct_consts.h. It includes nothing, so each
 // including file compiles its own internal copy with its own flags. Needs:
 // SSE2.
+//
+// The entry points at the end take the includer's row steps as a struct R:
+// R::inv_rows(src, x) (the inverse row step of the eight rows of src into
+// x[0..7]), R::store(x, dst) (eight rows of 16-bit results to dst) and
+// R::fwd_rows(x, dst) (the forward row step of the column-transformed x[0..7]
+// into dst).
 #pragma once
 
 // Row steps: one row per vector. The input is shuffled into the dword pairs
@@ -230,4 +236,38 @@ inline __m128i row_2x2(const int16_t* row, const PairConsts& c, int32_t rounder)
     const __m128i lo = _mm_srai_epi32(_mm_add_epi32(_mm_madd_epi16(p, kv(c.lo)), r), 12);
     const __m128i hi = _mm_srai_epi32(_mm_add_epi32(_mm_madd_epi16(p, kv(c.hi)), r), 12);
     return _mm_packs_epi32(lo, hi);
+}
+
+// ---- Entry points over the includer's row steps --------------------------------
+
+template <class R>
+void inv_with(const int16_t* src, int16_t* dst) {
+    __m128i x[8];
+    R::inv_rows(src, x);
+    inv_cols(x);
+    R::store(x, dst);
+}
+
+template <class R>
+void inv_u8_with(const int16_t* src, uint8_t* dst, int32_t step) {
+    __m128i x[8];
+    R::inv_rows(src, x);
+    inv_cols(x);
+    store_u8_rows(x, dst, step);
+}
+
+template <class R>
+void fwd_with(const int16_t* src, int16_t* dst) {
+    __m128i x[8];
+    for (int r = 0; r < 8; ++r) x[r] = ld(src + 8 * r);
+    fwd_cols(x);
+    R::fwd_rows(x, dst);
+}
+
+template <class R>
+void fwd_u8_with(const uint8_t* src, int32_t step, int16_t* dst) {
+    __m128i x[8];
+    load_u8_rows(src, step, x);
+    fwd_cols(x);
+    R::fwd_rows(x, dst);
 }

@@ -56,31 +56,6 @@ inline __m256i inv_row2(__m256i x, const RowPairConsts& c) {
     return _mm256_packs_epi32(lo, _mm256_shuffle_epi32(hi, _MM_SHUFFLE(0, 1, 2, 3)));
 }
 
-inline void inv_rows(const int16_t* src, __m128i* x) {
-    for (int p = 0; p < 4; ++p) {
-        const __m256i y =
-            inv_row2(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 16 * p)), kInvPair[p]);
-        x[2 * p] = _mm256_castsi256_si128(y);
-        x[2 * p + 1] = _mm256_extracti128_si256(y, 1);
-    }
-}
-
-void inv(const int16_t* src, int16_t* dst) {
-    __m128i x[8];
-    inv_rows(src, x);
-    inv_cols(x);
-    for (int p = 0; p < 4; ++p)
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 16 * p),
-                            _mm256_set_m128i(x[2 * p + 1], x[2 * p]));
-}
-
-void inv_u8(const int16_t* src, uint8_t* dst, int32_t step) {
-    __m128i x[8];
-    inv_rows(src, x);
-    inv_cols(x);
-    store_u8_rows(x, dst, step);
-}
-
 inline __m256i fwd_row2(__m256i x, const RowPairConsts& c) {
     const __m256i r = _mm256_shufflehi_epi16(x, _MM_SHUFFLE(0, 1, 2, 3));
     const __m256i rev = _mm256_unpackhi_epi64(r, r);
@@ -95,32 +70,35 @@ inline __m256i fwd_row2(__m256i x, const RowPairConsts& c) {
     return _mm256_unpacklo_epi16(eo, _mm256_unpackhi_epi64(eo, eo));
 }
 
-inline void fwd_block(__m128i* x, int16_t* dst) {
-    fwd_cols(x);
-    for (int p = 0; p < 4; ++p)
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 16 * p),
-                            fwd_row2(_mm256_set_m128i(x[2 * p + 1], x[2 * p]), kFwdPair[p]));
-}
-
-void fwd(const int16_t* src, int16_t* dst) {
-    __m128i x[8];
-    for (int r = 0; r < 8; ++r) x[r] = ld(src + 8 * r);
-    fwd_block(x, dst);
-}
-
-void fwd_u8(const uint8_t* src, int32_t step, int16_t* dst) {
-    __m128i x[8];
-    load_u8_rows(src, step, x);
-    fwd_block(x, dst);
-}
+// Two rows per 256-bit vector.
+struct Rows {
+    static void inv_rows(const int16_t* src, __m128i* x) {
+        for (int p = 0; p < 4; ++p) {
+            const __m256i y =
+                inv_row2(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 16 * p)), kInvPair[p]);
+            x[2 * p] = _mm256_castsi256_si128(y);
+            x[2 * p + 1] = _mm256_extracti128_si256(y, 1);
+        }
+    }
+    static void store(const __m128i* x, int16_t* dst) {
+        for (int p = 0; p < 4; ++p)
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 16 * p),
+                                _mm256_set_m128i(x[2 * p + 1], x[2 * p]));
+    }
+    static void fwd_rows(const __m128i* x, int16_t* dst) {
+        for (int p = 0; p < 4; ++p)
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 16 * p),
+                                fwd_row2(_mm256_set_m128i(x[2 * p + 1], x[2 * p]), kFwdPair[p]));
+    }
+};
 
 }  // namespace
 
 void upgrade_dct_table(DctKernels& k) {
-    k.inv = inv;
-    k.inv_u8 = inv_u8;
-    k.fwd = fwd;
-    k.fwd_u8 = fwd_u8;
+    k.inv = inv_with<Rows>;
+    k.inv_u8 = inv_u8_with<Rows>;
+    k.fwd = fwd_with<Rows>;
+    k.fwd_u8 = fwd_u8_with<Rows>;
 }
 
 }  // namespace kplvc::block::x86::avx2

@@ -12,23 +12,18 @@ namespace {
 
 #include "block/x86/dct_table-inl.h"
 
-inline void inv_rows(const int16_t* src, __m128i* x) {
-    for (int r = 0; r < 8; ++r) x[r] = inv_row(ld(src + 8 * r), kInv[kRowGroup[r]], round_i[r]);
-}
-
-void inv(const int16_t* src, int16_t* dst) {
-    __m128i x[8];
-    inv_rows(src, x);
-    inv_cols(x);
-    for (int r = 0; r < 8; ++r) st(dst + 8 * r, x[r]);
-}
-
-void inv_u8(const int16_t* src, uint8_t* dst, int32_t step) {
-    __m128i x[8];
-    inv_rows(src, x);
-    inv_cols(x);
-    store_u8_rows(x, dst, step);
-}
+// One row per vector.
+struct Rows {
+    static void inv_rows(const int16_t* src, __m128i* x) {
+        for (int r = 0; r < 8; ++r) x[r] = inv_row(ld(src + 8 * r), kInv[kRowGroup[r]], round_i[r]);
+    }
+    static void store(const __m128i* x, int16_t* dst) {
+        for (int r = 0; r < 8; ++r) st(dst + 8 * r, x[r]);
+    }
+    static void fwd_rows(const __m128i* x, int16_t* dst) {
+        for (int r = 0; r < 8; ++r) st(dst + 8 * r, fwd_row(x[r], kFwd[kRowGroup[r]]));
+    }
+};
 
 void inv_4x4(int16_t* blk) {
     __m128i x[8];
@@ -37,7 +32,7 @@ void inv_4x4(int16_t* blk) {
         x[r] = inv_row_half(_mm_and_si128(ld(blk + 8 * r), keep), kInv[kRowGroup[r]], round_i[r]);
     for (int r = 4; r < 8; ++r) x[r] = _mm_setzero_si128();
     inv_cols(x);
-    for (int r = 0; r < 8; ++r) st(blk + 8 * r, x[r]);
+    Rows::store(x, blk);
 }
 
 void inv_2x2(int16_t* blk) {
@@ -45,35 +40,18 @@ void inv_2x2(int16_t* blk) {
     const __m128i X1 = row_2x2(blk + 8, k2x2[1], round_i[1]);
     __m128i out[8];
     inv_cols_2x2(X0, X1, out);
-    for (int r = 0; r < 8; ++r) st(blk + 8 * r, out[r]);
-}
-
-inline void fwd_block(__m128i* x, int16_t* dst) {
-    fwd_cols(x);
-    for (int r = 0; r < 8; ++r) st(dst + 8 * r, fwd_row(x[r], kFwd[kRowGroup[r]]));
-}
-
-void fwd(const int16_t* src, int16_t* dst) {
-    __m128i x[8];
-    for (int r = 0; r < 8; ++r) x[r] = ld(src + 8 * r);
-    fwd_block(x, dst);
-}
-
-void fwd_u8(const uint8_t* src, int32_t step, int16_t* dst) {
-    __m128i x[8];
-    load_u8_rows(src, step, x);
-    fwd_block(x, dst);
+    Rows::store(out, blk);
 }
 
 }  // namespace
 
 void upgrade_dct_table(DctKernels& k) {
-    k.inv = inv;
+    k.inv = inv_with<Rows>;
     k.inv_4x4 = inv_4x4;
     k.inv_2x2 = inv_2x2;
-    k.inv_u8 = inv_u8;
-    k.fwd = fwd;
-    k.fwd_u8 = fwd_u8;
+    k.inv_u8 = inv_u8_with<Rows>;
+    k.fwd = fwd_with<Rows>;
+    k.fwd_u8 = fwd_u8_with<Rows>;
 }
 
 }  // namespace kplvc::block::x86::sse2
