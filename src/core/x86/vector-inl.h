@@ -33,6 +33,35 @@ inline void copy_below16(const uint8_t* src, uint8_t* dst, size_t len) {
     }
 }
 
+// Streaming copy: a scalar head up to the vector alignment of dst, four
+// vectors per step stored non-temporally (with Prefetch, each 64-byte line of
+// the step is first prefetched B::kPrefetchAhead bytes ahead, also
+// non-temporally), the remaining whole vectors, a store fence, a scalar
+// tail. B: vector type V of kBytes bytes, loadu(p), stream(p, v).
+template <class B, bool Prefetch>
+void copy_stream(const uint8_t* src, uint8_t* dst, size_t len) {
+    constexpr size_t n = B::kBytes;
+    size_t i = 0;
+    while (i < len && (reinterpret_cast<uintptr_t>(dst + i) & (n - 1)) != 0) {
+        dst[i] = src[i];
+        ++i;
+    }
+    for (; i + 4 * n <= len; i += 4 * n) {
+        if constexpr (Prefetch)
+            for (size_t line = 0; line < 4 * n; line += 64)
+                _mm_prefetch(reinterpret_cast<const char*>(src + i + B::kPrefetchAhead + line), _MM_HINT_NTA);
+        const typename B::V a = B::loadu(src + i), b = B::loadu(src + i + n), c = B::loadu(src + i + 2 * n),
+                            d = B::loadu(src + i + 3 * n);
+        B::stream(dst + i, a);
+        B::stream(dst + i + n, b);
+        B::stream(dst + i + 2 * n, c);
+        B::stream(dst + i + 3 * n, d);
+    }
+    for (; i + n <= len; i += n) B::stream(dst + i, B::loadu(src + i));
+    _mm_sfence();
+    for (; i < len; ++i) dst[i] = src[i];
+}
+
 // Runs op over len 16-bit cells, kLanes at a time; the tail goes through a
 // zero-padded local vector, so nothing outside the run is read or written.
 template <class O, class Op>

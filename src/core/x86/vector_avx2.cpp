@@ -118,29 +118,14 @@ void copy8(const uint8_t* src, uint8_t* dst, size_t len) {
     storeu(dst + len - 32, last);
 }
 
-template <bool Prefetch>
-void copy_stream(const uint8_t* src, uint8_t* dst, size_t len) {
-    size_t i = 0;
-    while (i < len && (reinterpret_cast<uintptr_t>(dst + i) & 31) != 0) {
-        dst[i] = src[i];
-        ++i;
-    }
-    for (; i + 128 <= len; i += 128) {
-        if constexpr (Prefetch) {
-            _mm_prefetch(reinterpret_cast<const char*>(src + i + 1024), _MM_HINT_NTA);
-            _mm_prefetch(reinterpret_cast<const char*>(src + i + 1088), _MM_HINT_NTA);
-        }
-        const __m256i a = loadu(src + i), b = loadu(src + i + 32), c = loadu(src + i + 64),
-                      d = loadu(src + i + 96);
-        _mm256_stream_si256(reinterpret_cast<__m256i*>(dst + i), a);
-        _mm256_stream_si256(reinterpret_cast<__m256i*>(dst + i + 32), b);
-        _mm256_stream_si256(reinterpret_cast<__m256i*>(dst + i + 64), c);
-        _mm256_stream_si256(reinterpret_cast<__m256i*>(dst + i + 96), d);
-    }
-    for (; i + 32 <= len; i += 32) _mm256_stream_si256(reinterpret_cast<__m256i*>(dst + i), loadu(src + i));
-    _mm_sfence();
-    for (; i < len; ++i) dst[i] = src[i];
-}
+// The streaming copy's vectors (vector-inl.h).
+struct Bytes {
+    using V = __m256i;
+    static constexpr size_t kBytes = 32;
+    static constexpr size_t kPrefetchAhead = 1024;
+    static V loadu(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
+    static void stream(void* p, V v) { _mm256_stream_si256(static_cast<__m256i*>(p), v); }
+};
 
 using O = Lanes256;
 
@@ -152,8 +137,8 @@ void upgrade_vector(VectorKernels& k) {
     k.set16 = set16;
     k.set16_stream = set16_stream;
     k.copy8 = copy8;
-    k.copy8_stream = copy_stream<false>;
-    k.copy8_stream_prefetch = copy_stream<true>;
+    k.copy8_stream = copy_stream<Bytes, false>;
+    k.copy8_stream_prefetch = copy_stream<Bytes, true>;
     install_scaling<O>(k);
 }
 

@@ -99,25 +99,14 @@ void copy8(const uint8_t* src, uint8_t* dst, size_t len) {
     storeu(dst + len - 16, last);
 }
 
-template <bool Prefetch>
-void copy_stream(const uint8_t* src, uint8_t* dst, size_t len) {
-    size_t i = 0;
-    while (i < len && (reinterpret_cast<uintptr_t>(dst + i) & 15) != 0) {
-        dst[i] = src[i];
-        ++i;
-    }
-    for (; i + 64 <= len; i += 64) {
-        if constexpr (Prefetch) _mm_prefetch(reinterpret_cast<const char*>(src + i + 512), _MM_HINT_NTA);
-        __m128i a = loadu(src + i), b = loadu(src + i + 16), c = loadu(src + i + 32), d = loadu(src + i + 48);
-        _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i), a);
-        _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 16), b);
-        _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 32), c);
-        _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i + 48), d);
-    }
-    for (; i + 16 <= len; i += 16) _mm_stream_si128(reinterpret_cast<__m128i*>(dst + i), loadu(src + i));
-    _mm_sfence();
-    for (; i < len; ++i) dst[i] = src[i];
-}
+// The streaming copy's vectors (vector-inl.h).
+struct Bytes {
+    using V = __m128i;
+    static constexpr size_t kBytes = 16;
+    static constexpr size_t kPrefetchAhead = 512;
+    static V loadu(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
+    static void stream(void* p, V v) { _mm_stream_si128(static_cast<__m128i*>(p), v); }
+};
 
 using O = Lanes128;
 
@@ -131,8 +120,8 @@ void upgrade_vector(VectorKernels& k) {
     k.set16 = set16;
     k.set16_stream = set16_stream;
     k.copy8 = copy8;
-    k.copy8_stream = copy_stream<false>;
-    k.copy8_stream_prefetch = copy_stream<true>;
+    k.copy8_stream = copy_stream<Bytes, false>;
+    k.copy8_stream_prefetch = copy_stream<Bytes, true>;
     install_scaling<O>(k);
 }
 
