@@ -4,9 +4,12 @@
 
 namespace kplvc::codecs {
 
+extern const Decoder kH264Decoder;
+
 // Each format defines its Decoder beside its code; list it here, before the
 // terminating null.
 static const Decoder* const kDecoders[] = {
+    &kH264Decoder,
     nullptr,
 };
 
