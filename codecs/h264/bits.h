@@ -28,12 +28,13 @@ public:
 
     // The next 64 bits, first bit in bit 63. Only the top 57 are guaranteed
     // to be stream bits (the shift drops up to 7 of the loaded word).
-    uint64_t peek64() const {
-        const size_t byte = std::min(pos_ >> 3, last_);
+    uint64_t peek64() const { return load64(data_, last_, pos_); }
+    static uint64_t load64(const uint8_t* data, size_t last, size_t pos) {
+        const size_t byte = std::min(pos >> 3, last);
         uint64_t w;
-        std::memcpy(&w, data_ + byte, 8);
+        std::memcpy(&w, data + byte, 8);
         if constexpr (std::endian::native == std::endian::little) w = __builtin_bswap64(w);
-        return w << (pos_ & 7);
+        return w << (pos & 7);
     }
     // n in 1..32
     uint32_t peek(int n) const { return static_cast<uint32_t>(peek64() >> (64 - n)); }
@@ -82,6 +83,9 @@ public:
     }
 
     size_t pos() const { return pos_; }
+    void seek(size_t pos) { pos_ = pos; }
+    const uint8_t* data() const { return data_; }
+    size_t last() const { return last_; }
     size_t size_bits() const { return bits_; }
     // The standard's more_rbsp_data(): payload bits remain before the stop bit.
     bool more_data() const { return pos_ < bits_; }

@@ -339,13 +339,15 @@ constexpr Code kRunBefore7plus[] = {
     {"0000001", 10}, {"00000001", 11}, {"000000001", 12}, {"0000000001", 13}, {"00000000001", 14},
 };
 
-// A lookup table for one code: the reader counts the leading zeros of the
-// next 16 bits (a sentinel stops the count at 16), then indexes a row for that
-// count with the bits that follow the first one. Row lz holds 2^suffix[lz]
-// entries, enough for the longest code with lz leading zeros; shorter codes
-// fill several entries. An entry is (length << 8) | value, 0 for a bit
-// pattern that is no code. A code of only zeros (total_zeros and run_before
-// have some) serves every row from its length on.
+// A lookup table for one code, in two levels. The first indexes the next K
+// bits directly and resolves every code of up to K bits. Longer codes (and
+// patterns that are no code) fall through to the second: the reader counts the
+// leading zeros of the next 16 bits (a sentinel stops the count at 16), then
+// indexes a row for that count with the bits that follow the first one. Row
+// lz holds 2^suffix entries, enough for the longest code with lz leading
+// zeros; shorter codes fill several entries. An entry is (length << 8) |
+// value, 0 for a bit pattern that is no code. A code of only zeros (total_zeros
+// and run_before have some) serves every row from its length on.
 constexpr int kRows = 17;
 
 constexpr int code_length(const char* s) {
@@ -377,81 +379,91 @@ constexpr size_t table_size(const Code (&codes)[N]) {
     return n;
 }
 
-template <size_t Size>
+struct Row {
+    uint16_t base;
+    uint8_t suffix;
+};
+
+template <int K, size_t Size>
 struct Vlc {
-    uint8_t suffix[kRows] = {};
-    uint16_t base[kRows] = {};
+    uint16_t fast[1 << K] = {};
+    Row row[kRows] = {};
     uint16_t entry[Size] = {};
 };
 
-template <size_t Size, size_t N>
-constexpr Vlc<Size> build(const Code (&codes)[N]) {
-    Vlc<Size> t{};
+template <int K, size_t Size, size_t N>
+constexpr Vlc<K, Size> build(const Code (&codes)[N]) {
+    Vlc<K, Size> t{};
     int suffix[kRows] = {};
     row_suffixes(codes, suffix);
     int base = 0;
     for (int r = 0; r < kRows; ++r) {
-        t.suffix[r] = static_cast<uint8_t>(suffix[r]);
-        t.base[r] = static_cast<uint16_t>(base);
+        t.row[r] = {static_cast<uint16_t>(base), static_cast<uint8_t>(suffix[r])};
         base += 1 << suffix[r];
     }
     for (const Code& c : codes) {
         const int len = code_length(c.bits), lz = leading_zeros(c.bits);
         const uint16_t e = static_cast<uint16_t>(len << 8 | c.value);
+        if (len <= K) {
+            int v = 0;
+            for (int i = 0; i < len; ++i) v = v * 2 + (c.bits[i] - '0');
+            for (int j = 0; j < (1 << (K - len)); ++j) t.fast[(v << (K - len)) + j] = e;
+        }
         if (lz == len) {
-            for (int r = len; r < kRows; ++r) t.entry[t.base[r]] = e;
+            for (int r = len; r < kRows; ++r) t.entry[t.row[r].base] = e;
             continue;
         }
         int s = 0;
         for (int i = lz + 1; i < len; ++i) s = s * 2 + (c.bits[i] - '0');
         const int spare = suffix[lz] - (len - lz - 1);
-        for (int j = 0; j < (1 << spare); ++j) t.entry[t.base[lz] + (s << spare) + j] = e;
+        for (int j = 0; j < (1 << spare); ++j) t.entry[t.row[lz].base + (s << spare) + j] = e;
     }
     return t;
 }
 
-#define KPLVC_VLC(name, codes) constexpr auto name = build<table_size(codes)>(codes)
-KPLVC_VLC(kCt0, kCoeffToken0);
-KPLVC_VLC(kCt2, kCoeffToken2);
-KPLVC_VLC(kCt4, kCoeffToken4);
-KPLVC_VLC(kCt8, kCoeffToken8);
-KPLVC_VLC(kCtDc, kCoeffTokenChromaDc);
-KPLVC_VLC(kTz1, kTotalZeros1);
-KPLVC_VLC(kTz2, kTotalZeros2);
-KPLVC_VLC(kTz3, kTotalZeros3);
-KPLVC_VLC(kTz4, kTotalZeros4);
-KPLVC_VLC(kTz5, kTotalZeros5);
-KPLVC_VLC(kTz6, kTotalZeros6);
-KPLVC_VLC(kTz7, kTotalZeros7);
-KPLVC_VLC(kTz8, kTotalZeros8);
-KPLVC_VLC(kTz9, kTotalZeros9);
-KPLVC_VLC(kTz10, kTotalZeros10);
-KPLVC_VLC(kTz11, kTotalZeros11);
-KPLVC_VLC(kTz12, kTotalZeros12);
-KPLVC_VLC(kTz13, kTotalZeros13);
-KPLVC_VLC(kTz14, kTotalZeros14);
-KPLVC_VLC(kTz15, kTotalZeros15);
-KPLVC_VLC(kTzDc1, kTotalZerosDc1);
-KPLVC_VLC(kTzDc2, kTotalZerosDc2);
-KPLVC_VLC(kTzDc3, kTotalZerosDc3);
-KPLVC_VLC(kRb1, kRunBefore1);
-KPLVC_VLC(kRb2, kRunBefore2);
-KPLVC_VLC(kRb3, kRunBefore3);
-KPLVC_VLC(kRb4, kRunBefore4);
-KPLVC_VLC(kRb5, kRunBefore5);
-KPLVC_VLC(kRb6, kRunBefore6);
-KPLVC_VLC(kRb7, kRunBefore7plus);
+#define KPLVC_VLC(name, k, codes) constexpr auto name = build<k, table_size(codes)>(codes)
+KPLVC_VLC(kCt0, 8, kCoeffToken0);
+KPLVC_VLC(kCt2, 8, kCoeffToken2);
+KPLVC_VLC(kCt4, 8, kCoeffToken4);
+KPLVC_VLC(kCt8, 6, kCoeffToken8);
+KPLVC_VLC(kCtDc, 8, kCoeffTokenChromaDc);
+KPLVC_VLC(kTz1, 6, kTotalZeros1);
+KPLVC_VLC(kTz2, 6, kTotalZeros2);
+KPLVC_VLC(kTz3, 6, kTotalZeros3);
+KPLVC_VLC(kTz4, 6, kTotalZeros4);
+KPLVC_VLC(kTz5, 6, kTotalZeros5);
+KPLVC_VLC(kTz6, 6, kTotalZeros6);
+KPLVC_VLC(kTz7, 6, kTotalZeros7);
+KPLVC_VLC(kTz8, 6, kTotalZeros8);
+KPLVC_VLC(kTz9, 6, kTotalZeros9);
+KPLVC_VLC(kTz10, 6, kTotalZeros10);
+KPLVC_VLC(kTz11, 6, kTotalZeros11);
+KPLVC_VLC(kTz12, 6, kTotalZeros12);
+KPLVC_VLC(kTz13, 6, kTotalZeros13);
+KPLVC_VLC(kTz14, 6, kTotalZeros14);
+KPLVC_VLC(kTz15, 6, kTotalZeros15);
+KPLVC_VLC(kTzDc1, 3, kTotalZerosDc1);
+KPLVC_VLC(kTzDc2, 3, kTotalZerosDc2);
+KPLVC_VLC(kTzDc3, 3, kTotalZerosDc3);
+KPLVC_VLC(kRb1, 3, kRunBefore1);
+KPLVC_VLC(kRb2, 3, kRunBefore2);
+KPLVC_VLC(kRb3, 3, kRunBefore3);
+KPLVC_VLC(kRb4, 3, kRunBefore4);
+KPLVC_VLC(kRb5, 3, kRunBefore5);
+KPLVC_VLC(kRb6, 3, kRunBefore6);
+KPLVC_VLC(kRb7, 6, kRunBefore7plus);
 #undef KPLVC_VLC
 
 // A type-erased view of one table, so that a table can be chosen by index.
 struct VlcRef {
-    const uint8_t* suffix;
-    const uint16_t* base;
+    const uint16_t* fast;
+    int k;
+    const Row* row;
     const uint16_t* entry;
 };
-template <size_t S>
-constexpr VlcRef ref(const Vlc<S>& t) {
-    return {t.suffix, t.base, t.entry};
+template <int K, size_t S>
+constexpr VlcRef ref(const Vlc<K, S>& t) {
+    return {t.fast, K, t.row, t.entry};
 }
 
 constexpr VlcRef kCoeffTokenTables[5] = {ref(kCt0), ref(kCt2), ref(kCt4), ref(kCt8), ref(kCtDc)};
@@ -463,13 +475,26 @@ constexpr VlcRef kTotalZerosDcTables[4] = {ref(kTzDc1), ref(kTzDc1), ref(kTzDc2)
 constexpr VlcRef kRunBeforeTables[8] = {ref(kRb1), ref(kRb1), ref(kRb2), ref(kRb3),
                                         ref(kRb4), ref(kRb5), ref(kRb6), ref(kRb7)};
 
+// The bit position of the reader in a register, over the reader's buffer.
+struct Cursor {
+    const uint8_t* data;
+    size_t last, pos;
+    explicit Cursor(const BitReader& br) : data(br.data()), last(br.last()), pos(br.pos()) {}
+    uint64_t peek64() const { return BitReader::load64(data, last, pos); }
+    void skip(int n) { pos += static_cast<size_t>(n); }
+};
+
 // One code word: its value, or -1 (nothing consumed) for a pattern that is
 // no code word.
-inline int read_vlc(BitReader& br, const VlcRef& t) {
+inline int read_vlc(Cursor& br, const VlcRef& t) {
     const uint64_t w = br.peek64();
-    const int lz = std::countl_zero(w | (uint64_t{1} << 47));
-    const uint64_t rest = (w << lz) << 1;
-    const uint16_t e = t.entry[t.base[lz] + static_cast<uint32_t>((rest >> 1) >> (63 - t.suffix[lz]))];
+    uint16_t e = t.fast[w >> (64 - t.k)];
+    if (e == 0) {
+        const int lz = std::countl_zero(w | (uint64_t{1} << 47));
+        const uint64_t rest = (w << lz) << 1;
+        const Row r = t.row[lz];
+        e = t.entry[r.base + static_cast<uint32_t>((rest >> 1) >> (63 - r.suffix))];
+    }
     br.skip(e >> 8);
     return e ? (e & 255) : -1;
 }
@@ -478,7 +503,14 @@ constexpr int coeff_token_table(int nc) { return nc < 0 ? 4 : nc < 2 ? 0 : nc < 
 
 }  // namespace
 
-int read_residual_block(BitReader& br, int nc, int max_coeff, const uint8_t* scan, int16_t* coef, int* top) {
+int read_residual_block(BitReader& reader, int nc, int max_coeff, const uint8_t* scan, int16_t* coef,
+                        int* top) {
+    Cursor br(reader);
+    struct WriteBack {
+        BitReader& to;
+        const Cursor& from;
+        ~WriteBack() { to.seek(from.pos); }
+    } write_back{reader, br};
     const int token = read_vlc(br, kCoeffTokenTables[coeff_token_table(nc)]);
     if (token <= 0) return token;  // 0 coefficients, or a damaged code
     const int total = token >> 2, t1 = token & 3;
@@ -487,7 +519,7 @@ int read_residual_block(BitReader& br, int nc, int max_coeff, const uint8_t* sca
     int level[16];
     // Trailing ones: one sign bit each, the highest frequency first.
     if (t1) {
-        const uint32_t signs = br.peek(t1);
+        const uint32_t signs = static_cast<uint32_t>(br.peek64() >> (64 - t1));
         br.skip(t1);
         for (int i = 0; i < t1; ++i) level[i] = 1 - 2 * static_cast<int>((signs >> (t1 - 1 - i)) & 1);
     }
@@ -501,7 +533,8 @@ int read_residual_block(BitReader& br, int nc, int max_coeff, const uint8_t* sca
         if (suffix_length > 0 || prefix >= 14) {
             const int size =
                 prefix >= 15 ? prefix - 3 : (prefix == 14 && suffix_length == 0 ? 4 : suffix_length);
-            code += static_cast<int>(br.u(size));
+            code += static_cast<int>(br.peek64() >> (64 - size));
+            br.skip(size);
         }
         if (prefix >= 15 && suffix_length == 0) code += 15;
         if (prefix >= 16) code += (1 << (prefix - 3)) - 4096;
@@ -585,9 +618,10 @@ const CodeList* code_lists(int* count) {
 }
 
 int decode_with_table(int list, const uint8_t* bits, size_t bytes, int* length) {
-    BitReader br(bits, bytes, bytes * 8);
+    const BitReader reader(bits, bytes, bytes * 8);
+    Cursor br(reader);
     const int v = read_vlc(br, table_of(list));
-    *length = static_cast<int>(br.pos());
+    *length = static_cast<int>(br.pos);
     return v;
 }
 

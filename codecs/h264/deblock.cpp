@@ -90,7 +90,17 @@ struct Deblocker {
         // Block index of edge e, segment k, on the q side.
         auto block = [dir](int e, int k) { return dir == 0 ? 4 * k + e : 4 * e + k; };
         const uint32_t nzq = q.nzmask;
+        // Bit b: block b or the block before it across the edge has coefficients.
+        const uint32_t nz_pair = dir == 0 ? (nzq | nzq << 1) : (nzq | nzq << 4);
+        const uint32_t motion = q.motion_bits[dir];
         uint32_t any = 0;
+        for (int e = 1; e < 4; ++e)
+            for (int k = 0; k < 4; ++k) {
+                const int bq = block(e, k);
+                const uint32_t s = ((nz_pair >> bq) & 1) ? 2 : (motion >> (4 * e + k)) & 1;
+                bs[4 * e + k] = static_cast<uint8_t>(s);
+                any |= s;
+            }
         if (!outer) {
             for (int k = 0; k < 4; ++k) bs[k] = 0;
         } else if (is_intra(p->mb[n].kind)) {
@@ -98,29 +108,14 @@ struct Deblocker {
             any = 4;
         } else {
             const uint32_t nzp = p->mb[n].nzmask;
+            const bool known = (q.edge0_known >> dir) & 1;
             for (int k = 0; k < 4; ++k) {
                 const int bq = block(0, k), bp = dir == 0 ? bq + 3 : bq + 12;
-                const int s = ((nzq >> bq) | (nzp >> bp)) & 1 ? 2 : motion_strength(n, bp, a, bq);
+                uint32_t s = 2;
+                if (!(((nzq >> bq) | (nzp >> bp)) & 1))
+                    s = known ? (motion >> k) & 1 : static_cast<uint32_t>(motion_strength(n, bp, a, bq));
                 bs[k] = static_cast<uint8_t>(s);
-                any |= static_cast<uint32_t>(s);
-            }
-        }
-        // Inner edges: edges 1 and 3 lie inside 8x8 quarters, edge 2 between them.
-        const uint8_t shape = q.shape;
-        const bool split2 = dir == 0 ? (shape != kMotion16x16 && shape != kMotion16x8)
-                                     : (shape != kMotion16x16 && shape != kMotion8x16);
-        const int step = dir == 0 ? 1 : 4;
-        for (int e = 1; e < 4; ++e) {
-            const bool may_move = e == 2 ? split2 : shape == kMotion4x4;
-            for (int k = 0; k < 4; ++k) {
-                const int bq = block(e, k), bp = bq - step;
-                int s = 0;
-                if (((nzq >> bq) | (nzq >> bp)) & 1)
-                    s = 2;
-                else if (may_move)
-                    s = motion_strength(a, bp, a, bq);
-                bs[4 * e + k] = static_cast<uint8_t>(s);
-                any |= static_cast<uint32_t>(s);
+                any |= s;
             }
         }
         return any != 0;

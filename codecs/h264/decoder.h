@@ -43,11 +43,17 @@ enum MotionShape : uint8_t {
 // Per macroblock of a picture. 4x4 blocks are indexed in raster order within
 // the macroblock (4 * row + column); chroma blocks 2 * row + column.
 struct MbInfo {
-    int16_t slice;      // slice number within the picture, -1 while not decoded
-    uint8_t kind;       // MbKind
-    uint8_t qp;         // QP_Y as the deblocking filter sees it (0 for I_PCM)
-    uint8_t shape;      // motion granularity, MotionShape
-    uint16_t nzmask;    // luma blocks with coefficients (bit = raster index)
+    int16_t slice;    // slice number within the picture, -1 while not decoded
+    uint8_t kind;     // MbKind
+    uint8_t qp;       // QP_Y as the deblocking filter sees it (0 for I_PCM)
+    uint8_t shape;    // motion granularity, MotionShape
+    uint16_t nzmask;  // luma blocks with coefficients (bit = raster index)
+    // For the deblocking filter, per direction (vertical edges, horizontal
+    // edges): bit 4 * edge + segment set where the motion on the two sides
+    // differs (bS 1 unless coefficients make it 2). Edge 0 is valid only when
+    // the neighbour was known at decoding time (edge0_known bit 1 << dir).
+    uint16_t motion_bits[2];
+    uint8_t edge0_known;
     uint8_t nz[16];     // TotalCoeff per luma block (AC only for Intra16x16)
     uint8_t nzc[2][4];  // TotalCoeff per chroma AC block, Cb then Cr
     int8_t i4[16];      // Intra4x4PredMode per block (I4x4 macroblocks)

@@ -150,6 +150,10 @@ struct SliceDecoder {
             if (!sh.direct_spatial) init_temporal();
         }
         set_qp(sh.qp);
+        for (int l = 0; l < 2; ++l) {
+            ids[l][0] = -1;
+            for (int i = 0; i < 32; ++i) ids[l][i + 1] = i < nref[l] && list[l][i] ? list[l][i]->id : -2 - i;
+        }
     }
 
     void set_qp(int q) {
@@ -333,8 +337,66 @@ struct SliceDecoder {
         return kMotion8x8;
     }
 
+    // 1 when the blocks at cache indices a and b (both inter) differ in
+    // reference pictures, number of vectors, or by a whole sample or more.
+    int motion_differs(int a, int b) const {
+        if (same_motion(a, b)) return 0;
+        auto far = [](Mv u, Mv v) { return std::abs(u.x - v.x) >= 4 || std::abs(u.y - v.y) >= 4; };
+        const int32_t p0 = ids[0][ref_cache[0][a] + 1], q0 = ids[0][ref_cache[0][b] + 1];
+        const Mv mp0 = mv_cache[0][a], mq0 = mv_cache[0][b];
+        if (sh.type != kSliceB) return (p0 != q0 || far(mp0, mq0)) ? 1 : 0;
+        const int32_t p1 = ids[1][ref_cache[1][a] + 1], q1 = ids[1][ref_cache[1][b] + 1];
+        const Mv mp1 = mv_cache[1][a], mq1 = mv_cache[1][b];
+        const int np = (p0 >= 0) + (p1 >= 0), nq = (q0 >= 0) + (q1 >= 0);
+        if (np != nq) return 1;
+        if (np == 1) {
+            const int32_t rp = p0 >= 0 ? p0 : p1, rq = q0 >= 0 ? q0 : q1;
+            return (rp != rq || far(p0 >= 0 ? mp0 : mp1, q0 >= 0 ? mq0 : mq1)) ? 1 : 0;
+        }
+        if (np == 0) return 0;
+        if (!((p0 == q0 && p1 == q1) || (p0 == q1 && p1 == q0))) return 1;
+        if (p0 != p1) {
+            if (p0 == q0) return (far(mp0, mq0) || far(mp1, mq1)) ? 1 : 0;
+            return (far(mp0, mq1) || far(mp1, mq0)) ? 1 : 0;
+        }
+        return ((far(mp0, mq0) || far(mp1, mq1)) && (far(mp0, mq1) || far(mp1, mq0))) ? 1 : 0;
+    }
+
+    // The deblocking filter's motion comparisons, made while the motion of
+    // this macroblock and its neighbours is at hand.
+    void store_edge_motion(MbInfo& m, MotionShape shape) {
+        uint32_t bits[2] = {0, 0};
+        uint8_t known = 0;
+        const bool nb[2] = {avail_a && !is_intra(left().kind), avail_b && !is_intra(above().kind)};
+        for (int dir = 0; dir < 2; ++dir) {
+            const bool split2 = dir == 0 ? (shape != kMotion16x16 && shape != kMotion16x8)
+                                         : (shape != kMotion16x16 && shape != kMotion8x16);
+            for (int e = nb[dir] ? 0 : 1; e < 4; ++e) {
+                if (e != 0 && !(e == 2 ? split2 : shape == kMotion4x4)) continue;
+                // Along an edge, segments 1 and 3 repeat 0 and 2 when both sides
+                // are uniform per 8x8 quarter.
+                int step = 1;
+                if (shape != kMotion4x4 && (e == 2 || (dir == 0 ? left() : above()).shape != kMotion4x4))
+                    step = 2;
+                for (int k = 0; k < 4; k += step) {
+                    const int a = dir == 0 ? C(e - 1, k) : C(k, e - 1), b = dir == 0 ? C(e, k) : C(k, e);
+                    const uint32_t d = static_cast<uint32_t>(motion_differs(a, b));
+                    bits[dir] |= d << (4 * e + k);
+                    if (step == 2) bits[dir] |= d << (4 * e + k + 1);
+                }
+            }
+            if (nb[dir]) known |= static_cast<uint8_t>(1 << dir);
+        }
+        m.motion_bits[0] = static_cast<uint16_t>(bits[0]);
+        m.motion_bits[1] = static_cast<uint16_t>(bits[1]);
+        m.edge0_known = known;
+    }
+
     void store_motion(int lists) {
-        cur->mb[static_cast<size_t>(mb_addr)].shape = motion_shape();
+        MbInfo& info = cur->mb[static_cast<size_t>(mb_addr)];
+        const MotionShape shape = motion_shape();
+        info.shape = shape;
+        store_edge_motion(info, shape);
         const size_t a = static_cast<size_t>(mb_addr);
         for (int l = 0; l < 2; ++l) {
             Mv* mv = cur->mv[l].data() + 16 * a;
@@ -785,7 +847,9 @@ struct SliceDecoder {
             spatial_direct_refs();
             const bool zero_pred = direct_ref[0] == 0 && direct_ref[1] == 0 && direct_mv[0] == Mv{0, 0} &&
                                    direct_mv[1] == Mv{0, 0};
-            for (int j = 0; j < 4; ++j) {
+            // With direct_8x8_inference the four blocks share one co-located block.
+            const int n = sps.direct_8x8_inference ? 1 : 4;
+            for (int j = 0; j < n; ++j) {
                 const int x = x0 + (j & 1), y = y0 + (j >> 1);
                 Mv m[2] = {direct_mv[0], direct_mv[1]};
                 if (!zero_pred && col_zero_allowed) {
@@ -799,8 +863,13 @@ struct SliceDecoder {
                     }
                 }
                 for (int l = 0; l < 2; ++l) {
-                    ref_cache[l][C(x, y)] = direct_ref[l];
-                    mv_cache[l][C(x, y)] = direct_ref[l] >= 0 ? m[l] : Mv{0, 0};
+                    const Mv v = direct_ref[l] >= 0 ? m[l] : Mv{0, 0};
+                    if (n == 1) {
+                        fill_ref(l, x0, y0, 2, 2, direct_ref[l], v);
+                    } else {
+                        ref_cache[l][C(x, y)] = direct_ref[l];
+                        mv_cache[l][C(x, y)] = v;
+                    }
                 }
             }
             return;
@@ -991,6 +1060,7 @@ struct SliceDecoder {
                     fill_ref(l, x, y, w, h, refs[l][p], mv);
                 }
         }
+        prefetch_motion();
         int cbp = 0;
         {
             const uint32_t code = br.ue();
@@ -1034,6 +1104,7 @@ struct SliceDecoder {
         finish_mb(direct16 ? kMbBSkip : kMbInter, qp);
         return true;
     }
+    int32_t ids[2][33];  // picture id by refIdx + 1 (index 0: no reference)
     int8_t direct_l1_ref[4][4];
     Mv direct_l1_mv[4][4];
 
@@ -1058,6 +1129,99 @@ struct SliceDecoder {
         mb_addr = addr;
         mb_x = addr % mbw;
         mb_y = addr / mbw;
+        prefetch_next();
+    }
+
+    // Asks the cache for the reference samples of the decoded motion, so that
+    // they arrive while the residual is parsed.
+    void prefetch_region(int l, int i, int x4, int y4, int w) const {
+        const int r = ref_cache[l][i];
+        if (r < 0 || r >= nref[l] || !list[l][r]) return;
+        const Pic* p = list[l][r];
+        const Mv mv = mv_cache[l][i];
+        const int pad = p->frame.pad(0);
+        const int x = clip3(-pad, 16 * mbw + pad - w - 8, 16 * mb_x + 4 * x4 + (mv.x >> 2) - 2);
+        const int y = clip3(-pad, 16 * mbh + pad - w - 6, 16 * mb_y + 4 * y4 + (mv.y >> 2) - 2);
+        const int s0 = p->frame.stride(0);
+        const uint8_t* src = p->frame.data(0) + static_cast<ptrdiff_t>(y) * s0 + x;
+        for (int j = 0; j < w + 5; ++j) {
+            __builtin_prefetch(src + static_cast<ptrdiff_t>(j) * s0);
+            __builtin_prefetch(src + static_cast<ptrdiff_t>(j) * s0 + w + 4);
+        }
+        const int cpad = p->frame.pad(1), cw = w / 2;
+        const int cx = clip3(-cpad, 8 * mbw + cpad - cw - 1, 8 * mb_x + 2 * x4 + (mv.x >> 3));
+        const int cy = clip3(-cpad, 8 * mbh + cpad - cw - 1, 8 * mb_y + 2 * y4 + (mv.y >> 3));
+        for (int c = 1; c < 3; ++c) {
+            const int sc = p->frame.stride(c);
+            const uint8_t* cs = p->frame.data(c) + static_cast<ptrdiff_t>(cy) * sc + cx;
+            for (int j = 0; j <= cw; ++j) __builtin_prefetch(cs + static_cast<ptrdiff_t>(j) * sc);
+        }
+    }
+
+    void prefetch_motion() const {
+        const int lists = sh.type == kSliceB ? 2 : 1;
+        const bool whole =
+            same_motion(C(0, 0), C(2, 0)) && same_motion(C(0, 0), C(0, 2)) && same_motion(C(0, 0), C(2, 2));
+        for (int l = 0; l < lists; ++l) {
+            if (whole) {
+                prefetch_region(l, C(0, 0), 0, 0, 16);
+                continue;
+            }
+            for (int q = 0; q < 4; ++q)
+                prefetch_region(l, C(2 * (q & 1), 2 * (q >> 1)), 2 * (q & 1), 2 * (q >> 1), 8);
+        }
+    }
+
+    // Asks the cache for what the next macroblock will touch while this one
+    // is decoded: its place in the picture, and the reference samples it
+    // would read if it moved like the macroblock before it.
+    void prefetch_next() const {
+        if (mb_x + 1 >= mbw) return;
+        const uint8_t* dy = luma_at(4, 0);
+        for (int y = 0; y < 16; ++y) __builtin_prefetch(dy + static_cast<ptrdiff_t>(y) * stride[0], 1);
+        for (int c = 0; c < 2; ++c) {
+            const uint8_t* dc_ = chroma_at(c, 2, 0);
+            for (int y = 0; y < 8; ++y)
+                __builtin_prefetch(dc_ + static_cast<ptrdiff_t>(y) * stride[1 + c], 1);
+        }
+        if (sh.type == kSliceI || nref[0] == 0) return;
+        if (col) {  // the co-located motion that direct prediction reads
+            const size_t n = static_cast<size_t>(mb_addr) + 1;
+            __builtin_prefetch(&col->mb[n]);
+            for (int l = 0; l < 2; ++l) {
+                __builtin_prefetch(&col->mv[l][16 * n]);
+                __builtin_prefetch(&col->ref[l][4 * n]);
+            }
+        }
+        Mv mv{0, 0};
+        int r = 0;
+        if (mb_x > 0 && cur->mb[static_cast<size_t>(mb_addr - 1)].slice >= 0) {
+            r = cur->ref[0][4 * static_cast<size_t>(mb_addr - 1) + 1];
+            mv = cur->mv[0][16 * static_cast<size_t>(mb_addr - 1) + 3];
+            if (r < 0 || r >= nref[0]) {
+                r = 0;
+                mv = Mv{0, 0};
+            }
+        }
+        const Pic* p = list[0][r];
+        if (!p) return;
+        const int pad = p->frame.pad(0);
+        const int x = clip3(-pad, 16 * mbw + pad - 24, 16 * (mb_x + 1) + (mv.x >> 2) - 2);
+        const int y = clip3(-pad, 16 * mbh + pad - 22, 16 * mb_y + (mv.y >> 2) - 2);
+        const int s0 = p->frame.stride(0);
+        const uint8_t* src = p->frame.data(0) + static_cast<ptrdiff_t>(y) * s0 + x;
+        for (int j = 0; j < 21; ++j) {
+            __builtin_prefetch(src + static_cast<ptrdiff_t>(j) * s0);
+            __builtin_prefetch(src + static_cast<ptrdiff_t>(j) * s0 + 20);
+        }
+        const int cpad = p->frame.pad(1);
+        const int cx = clip3(-cpad, 8 * mbw + cpad - 9, 8 * (mb_x + 1) + (mv.x >> 3));
+        const int cy = clip3(-cpad, 8 * mbh + cpad - 9, 8 * mb_y + (mv.y >> 3));
+        for (int c = 1; c < 3; ++c) {
+            const int sc = p->frame.stride(c);
+            const uint8_t* cs = p->frame.data(c) + static_cast<ptrdiff_t>(cy) * sc + cx;
+            for (int j = 0; j < 9; ++j) __builtin_prefetch(cs + static_cast<ptrdiff_t>(j) * sc);
+        }
     }
 
     // Decodes macroblocks from first_mb until the slice data ends; false when
