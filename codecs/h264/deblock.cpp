@@ -1,6 +1,7 @@
 // The in-loop deblocking filter: boundary strengths, thresholds and the
 // library's per-macroblock edge filters, macroblock by macroblock in raster
 // order (each macroblock filters its left and top edges and its inner ones).
+#include <array>
 #include <cstdlib>
 #include <cstring>
 
@@ -29,6 +30,13 @@ constexpr uint8_t kTc0[52][3] = {
     {4, 5, 7},   {4, 5, 8},    {4, 6, 9},    {5, 7, 10},   {6, 8, 11}, {6, 8, 13}, {7, 10, 14}, {8, 11, 16},
     {9, 12, 18}, {10, 13, 20}, {11, 15, 23}, {13, 17, 25},
 };
+
+// tC0 by indexA and bS 0..4 (0 where no clipping value applies).
+constexpr auto kTc0ByBs = [] {
+    std::array<std::array<uint8_t, 5>, 52> t{};
+    for (int i = 0; i < 52; ++i) t[i] = {0, kTc0[i][0], kTc0[i][1], kTc0[i][2], 0};
+    return t;
+}();
 
 inline int clip51(int v) { return v < 0 ? 0 : (v > 51 ? 51 : v); }
 
@@ -82,43 +90,41 @@ struct Deblocker {
         const MbInfo& q = p->mb[a];
         const size_t n = dir == 0 ? a - 1 : a - static_cast<size_t>(mbw);
         if (is_intra(q.kind)) {
-            const uint8_t e0 = outer ? 4 : 0;
-            for (int k = 0; k < 4; ++k) bs[k] = e0;
+            const uint32_t e0 = outer ? 0x04040404u : 0;
+            std::memcpy(bs, &e0, 4);
             std::memset(bs + 4, 3, 12);
             return true;
         }
-        // Block index of edge e, segment k, on the q side.
-        auto block = [dir](int e, int k) { return dir == 0 ? 4 * k + e : 4 * e + k; };
-        const uint32_t nzq = q.nzmask;
-        // Bit b: block b or the block before it across the edge has coefficients.
-        const uint32_t nz_pair = dir == 0 ? (nzq | nzq << 1) : (nzq | nzq << 4);
+        // Both masks are edge-major (bit 4 * edge + segment). bS 2 where either
+        // side has coefficients, else 1 where the motion differs.
+        const uint32_t nzq = q.nz_edges[dir];
         const uint32_t motion = q.motion_bits[dir];
-        uint32_t any = 0;
-        for (int e = 1; e < 4; ++e)
-            for (int k = 0; k < 4; ++k) {
-                const int bq = block(e, k);
-                const uint32_t s = ((nz_pair >> bq) & 1) ? 2 : (motion >> (4 * e + k)) & 1;
-                bs[4 * e + k] = static_cast<uint8_t>(s);
-                any |= s;
-            }
+        uint32_t nz = (nzq | nzq << 4) & 0xFFF0;
+        uint32_t mv = motion & 0xFFF0;
         if (!outer) {
-            for (int k = 0; k < 4; ++k) bs[k] = 0;
+            // edge 0 stays 0
         } else if (is_intra(p->mb[n].kind)) {
-            for (int k = 0; k < 4; ++k) bs[k] = 4;
-            any = 4;
+            nz |= 0xF;  // overwritten with 4 below
         } else {
-            const uint32_t nzp = p->mb[n].nzmask;
-            const bool known = (q.edge0_known >> dir) & 1;
-            for (int k = 0; k < 4; ++k) {
-                const int bq = block(0, k), bp = dir == 0 ? bq + 3 : bq + 12;
-                uint32_t s = 2;
-                if (!(((nzq >> bq) | (nzp >> bp)) & 1))
-                    s = known ? (motion >> k) & 1 : static_cast<uint32_t>(motion_strength(n, bp, a, bq));
-                bs[k] = static_cast<uint8_t>(s);
-                any |= s;
+            const uint32_t nzp = p->mb[n].nz_edges[dir];
+            nz |= (nzq | nzp >> 12) & 0xF;
+            if ((q.edge0_known >> dir) & 1) {
+                mv |= motion & 0xF;
+            } else {
+                for (int k = 0; k < 4; ++k) {
+                    const int bq = dir == 0 ? 4 * k : k, bp = dir == 0 ? bq + 3 : bq + 12;
+                    if (!((nz >> k) & 1)) mv |= static_cast<uint32_t>(motion_strength(n, bp, a, bq)) << k;
+                }
             }
         }
-        return any != 0;
+        mv &= ~nz;
+        for (int i = 0; i < 16; ++i) bs[i] = static_cast<uint8_t>(2 * ((nz >> i) & 1) + ((mv >> i) & 1));
+        if (outer && is_intra(p->mb[n].kind)) {
+            const uint32_t e0 = 0x04040404u;
+            std::memcpy(bs, &e0, 4);
+            return true;
+        }
+        return (nz | mv) != 0;
     }
 
     static Thresholds thresholds(int qp_outer, int qp_inner, const SliceFilter& f) {
@@ -152,10 +158,10 @@ struct Deblocker {
             {
                 const Thresholds t = thresholds((n.qp + q.qp + 1) >> 1, q.qp, f);
                 uint8_t tc0[16];
-                for (int i = 0; i < 16; ++i) {
-                    const int e = i >> 2;
-                    tc0[i] = bs[i] >= 1 && bs[i] <= 3 ? kTc0[t.index_a[e ? 1 : 0]][bs[i] - 1] : 0;
-                }
+                const uint8_t* outer_tc = kTc0ByBs[static_cast<size_t>(t.index_a[0])].data();
+                const uint8_t* inner_tc = kTc0ByBs[static_cast<size_t>(t.index_a[1])].data();
+                for (int i = 0; i < 4; ++i) tc0[i] = outer_tc[bs[i]];
+                for (int i = 4; i < 16; ++i) tc0[i] = inner_tc[bs[i]];
                 const int s = p->frame.stride(0);
                 uint8_t* y = p->frame.data(0) + static_cast<ptrdiff_t>(16 * my) * s + 16 * mx;
                 if (dir == 0)
@@ -170,9 +176,11 @@ struct Deblocker {
                 const int qq = chroma_qp(q.qp, off), qn = chroma_qp(n.qp, off);
                 const Thresholds t = thresholds((qn + qq + 1) >> 1, qq, f);
                 uint8_t tc0[8];
+                const uint8_t* outer_tc = kTc0ByBs[static_cast<size_t>(t.index_a[0])].data();
+                const uint8_t* inner_tc = kTc0ByBs[static_cast<size_t>(t.index_a[1])].data();
                 for (int k = 0; k < 4; ++k) {
-                    tc0[k] = bs[k] >= 1 && bs[k] <= 3 ? kTc0[t.index_a[0]][bs[k] - 1] : 0;
-                    tc0[4 + k] = bs[8 + k] >= 1 && bs[8 + k] <= 3 ? kTc0[t.index_a[1]][bs[8 + k] - 1] : 0;
+                    tc0[k] = outer_tc[bs[k]];
+                    tc0[4 + k] = inner_tc[bs[8 + k]];
                 }
                 const int s = p->frame.stride(1 + c);
                 uint8_t* u = p->frame.data(1 + c) + static_cast<ptrdiff_t>(8 * my) * s + 8 * mx;

@@ -43,11 +43,13 @@ enum MotionShape : uint8_t {
 // Per macroblock of a picture. 4x4 blocks are indexed in raster order within
 // the macroblock (4 * row + column); chroma blocks 2 * row + column.
 struct MbInfo {
-    int16_t slice;    // slice number within the picture, -1 while not decoded
-    uint8_t kind;     // MbKind
-    uint8_t qp;       // QP_Y as the deblocking filter sees it (0 for I_PCM)
-    uint8_t shape;    // motion granularity, MotionShape
-    uint16_t nzmask;  // luma blocks with coefficients (bit = raster index)
+    int16_t slice;  // slice number within the picture, -1 while not decoded
+    uint8_t kind;   // MbKind
+    uint8_t qp;     // QP_Y as the deblocking filter sees it (0 for I_PCM)
+    uint8_t shape;  // motion granularity, MotionShape
+    // Luma blocks with coefficients, bit 4 * column + row (nz_edges[0]) and
+    // bit 4 * row + column (nz_edges[1]): edge-major for either direction.
+    uint16_t nz_edges[2];
     // For the deblocking filter, per direction (vertical edges, horizontal
     // edges): bit 4 * edge + segment set where the motion on the two sides
     // differs (bS 1 unless coefficients make it 2). Edge 0 is valid only when

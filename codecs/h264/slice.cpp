@@ -439,13 +439,17 @@ struct SliceDecoder {
     }
 
     void store_nz(MbInfo& m) {
-        uint32_t mask = 0;
+        uint32_t by_col = 0, by_row = 0;
         for (int y = 0; y < 4; ++y)
             for (int x = 0; x < 4; ++x) {
                 m.nz[4 * y + x] = nz_cache[C(x, y)];
-                if (nz_cache[C(x, y)]) mask |= 1u << (4 * y + x);
+                if (nz_cache[C(x, y)]) {
+                    by_col |= 1u << (4 * x + y);
+                    by_row |= 1u << (4 * y + x);
+                }
             }
-        m.nzmask = static_cast<uint16_t>(mask);
+        m.nz_edges[0] = static_cast<uint16_t>(by_col);
+        m.nz_edges[1] = static_cast<uint16_t>(by_row);
         for (int c = 0; c < 2; ++c)
             for (int y = 0; y < 2; ++y)
                 for (int x = 0; x < 2; ++x) m.nzc[c][2 * y + x] = nzc_cache[c][C(x, y)];
@@ -688,7 +692,7 @@ struct SliceDecoder {
         br.skip(384 * 8);
         std::memset(m.nz, 16, sizeof m.nz);
         std::memset(m.nzc, 16, sizeof m.nzc);
-        m.nzmask = 0xFFFF;
+        m.nz_edges[0] = m.nz_edges[1] = 0xFFFF;
         store_intra_motion();
         finish_mb(kMbPcm, 0);
         return true;
@@ -940,7 +944,7 @@ struct SliceDecoder {
         MbInfo& m = cur->mb[static_cast<size_t>(mb_addr)];
         std::memset(m.nz, 0, sizeof m.nz);
         std::memset(m.nzc, 0, sizeof m.nzc);
-        m.nzmask = 0;
+        m.nz_edges[0] = m.nz_edges[1] = 0;
         store_motion(1);
         finish_mb(kMbPSkip, qp);
     }
@@ -953,7 +957,7 @@ struct SliceDecoder {
         MbInfo& m = cur->mb[static_cast<size_t>(mb_addr)];
         std::memset(m.nz, 0, sizeof m.nz);
         std::memset(m.nzc, 0, sizeof m.nzc);
-        m.nzmask = 0;
+        m.nz_edges[0] = m.nz_edges[1] = 0;
         store_motion(2);
         finish_mb(kMbBSkip, qp);
     }
