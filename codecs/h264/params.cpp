@@ -143,9 +143,10 @@ Parse parse_sps(BitReader& br, Sps* out, int* id_out) {
     s.frame_mbs_only = br.u1();
     if (!s.frame_mbs_only) s.mb_adaptive_frame_field = br.u1();
     const uint32_t frame_h = h * (s.frame_mbs_only ? 1 : 2);
-    // Up to 8192 samples a side: beyond every level's limit, and small enough
-    // that every derived size fits comfortably in int.
-    if (w > 512 || frame_h > 512) return Parse::kError;
+    // At most 8192 samples a side and the largest level's frame size (139264
+    // macroblocks): every derived size fits comfortably in int, and a damaged
+    // set cannot ask for gigabytes.
+    if (w > 512 || frame_h > 512 || w * frame_h > 139264) return Parse::kError;
     s.mb_width = static_cast<int>(w);
     s.mb_height = static_cast<int>(frame_h);
     s.direct_8x8_inference = br.u1();
@@ -205,12 +206,12 @@ Parse parse_pps(BitReader& br, Pps* out, int* id_out) {
     p.redundant_pic_cnt_present = br.u1();
     if (br.more_data()) {
         const bool transform_8x8 = br.u1();
-        if (transform_8x8) p.unsupported = "the 8x8 transform";
+        if (transform_8x8 && !p.unsupported) p.unsupported = "the 8x8 transform";
         if (br.u1()) {  // pic_scaling_matrix_present_flag
             // Lists 0 and 3 fall back to the sequence's, which are flat in
             // every sequence this decoder accepts.
             const bool seq_flat[6] = {true, true, true, true, true, true};
-            if (!scaling_matrix_is_flat(br, 6 + (transform_8x8 ? 2 : 0), seq_flat))
+            if (!scaling_matrix_is_flat(br, 6 + (transform_8x8 ? 2 : 0), seq_flat) && !p.unsupported)
                 p.unsupported = "scaling matrices";
         }
         const int cr = br.se();
