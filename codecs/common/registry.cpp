@@ -4,12 +4,18 @@
 
 namespace kplvc::codecs {
 
+namespace dv {
+extern const Decoder kDvDecoder;
+}
+namespace h264 {
 extern const Decoder kH264Decoder;
+}
 
 // Each format defines its Decoder beside its code; list it here, before the
 // terminating null.
 static const Decoder* const kDecoders[] = {
-    &kH264Decoder,
+    &dv::kDvDecoder,
+    &h264::kH264Decoder,
     nullptr,
 };
 

@@ -263,15 +263,16 @@ int Decoder264::decode(const uint8_t* data, size_t size) {
 namespace {
 
 int probe(const uint8_t* data, size_t size) {
-    // An Annex B stream whose first NAL unit is one an H.264 stream starts
-    // with (SPS, PPS, delimiter, SEI or a slice) and whose header is sane.
-    size_t pos = 0;
-    const uint8_t* nal = nullptr;
-    size_t len = 0;
-    if (!next_nal(data, size, &pos, &nal, &len)) return 0;
-    if (nal[0] & 0x80) return 0;
-    const int type = nal[0] & 31;
-    if (type == kNalSps) return len >= 4 ? 90 : 40;
+    // An Annex B stream starts with a start code (after zero bytes at most),
+    // and its first NAL unit is one a stream starts with: SPS, PPS,
+    // delimiter, SEI or a slice, with a sane header.
+    size_t zeros = 0;
+    while (zeros < size && zeros < 64 && data[zeros] == 0) ++zeros;
+    if (zeros < 2 || zeros >= size || data[zeros] != 1 || zeros + 1 >= size) return 0;
+    const uint8_t head = data[zeros + 1];
+    if (head & 0x80) return 0;
+    const int type = head & 31;
+    if (type == kNalSps) return 90;
     if (type == kNalAud || type == kNalSei || type == kNalPps) return 60;
     if (type == kNalSlice || type == kNalIdr) return 30;
     return 0;
@@ -285,9 +286,7 @@ int decode(const uint8_t* data, size_t size, const DecodeOptions&, PictureSink s
 
 }  // namespace
 
-}  // namespace kplvc::codecs::h264
-
-namespace kplvc::codecs {
 extern const Decoder kH264Decoder;
-const Decoder kH264Decoder = {"h264", ".264 .h264 .avc .26l", h264::probe, h264::decode};
-}  // namespace kplvc::codecs
+const Decoder kH264Decoder = {"h264", ".264 .h264 .avc .26l", probe, decode};
+
+}  // namespace kplvc::codecs::h264
