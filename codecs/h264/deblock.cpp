@@ -193,6 +193,12 @@ struct Deblocker {
     }
 };
 
+void deblock_table_row(int index, int out[5]) {
+    out[0] = kAlpha[index];
+    out[1] = kBeta[index];
+    for (int i = 0; i < 3; ++i) out[2 + i] = kTc0[index][i];
+}
+
 void Decoder264::deblock_rows(int until_row) {
     if (until_row > mbh_) until_row = mbh_;
     Deblocker db{*this, cur_, mbw_};

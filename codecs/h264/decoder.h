@@ -176,4 +176,8 @@ private:
 // Chroma quantiser for a luma one plus the picture's offset.
 int chroma_qp(int qp, int offset);
 
+// The deblocking filter's table row for index 0..51: alpha', beta', and tC0'
+// for bS 1, 2 and 3 (for a test against the code tables).
+void deblock_table_row(int index, int out[5]);
+
 }  // namespace kplvc::codecs::h264
