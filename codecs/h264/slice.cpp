@@ -93,7 +93,7 @@ struct SliceDecoder {
     bool col_zero_allowed = false;
 
     // The current macroblock
-    int mb_x = 0, mb_y = 0, mb_addr = 0;
+    int mb_x = 0, mb_y = 0, mb_addr = -2;
     bool avail_a = false, avail_b = false, avail_c = false, avail_d = false;
     // neighbours usable for intra prediction (constrained_intra_pred)
     bool intra_a = false, intra_b = false, intra_c = false, intra_d = false;
@@ -257,33 +257,28 @@ struct SliceDecoder {
             int8_t* rc = ref_cache[l];
             Mv* mc = mv_cache[l];
             std::memset(rc, kNotAvail, 40);
-            std::memset(static_cast<void*>(mc), 0, sizeof(Mv) * 40);
+            // Unavailable neighbours count as vector 0. The macroblock's own
+            // entries are written before anything reads them (a partition not
+            // yet decoded is only ever tested for availability).
             const Mv* mv = cur->mv[l].data();
             const int8_t* ref = cur->ref[l].data();
-            if (avail_a) {
-                const size_t a = static_cast<size_t>(mb_addr - 1);
-                for (int y = 0; y < 4; ++y) {
-                    rc[C(-1, y)] = ref[4 * a + 2 * (y >> 1) + 1];
-                    mc[C(-1, y)] = mv[16 * a + 4 * y + 3];
-                }
+            const Mv zero{0, 0};
+            const size_t a = static_cast<size_t>(mb_addr - 1);
+            for (int y = 0; y < 4; ++y) {
+                rc[C(-1, y)] = avail_a ? ref[4 * a + 2 * (y >> 1) + 1] : kNotAvail;
+                mc[C(-1, y)] = avail_a ? mv[16 * a + 4 * y + 3] : zero;
             }
-            if (avail_b) {
-                const size_t b = static_cast<size_t>(mb_addr - mbw);
-                for (int x = 0; x < 4; ++x) {
-                    rc[C(x, -1)] = ref[4 * b + 2 + (x >> 1)];
-                    mc[C(x, -1)] = mv[16 * b + 12 + x];
-                }
+            const size_t b = static_cast<size_t>(mb_addr - mbw);
+            for (int x = 0; x < 4; ++x) {
+                rc[C(x, -1)] = avail_b ? ref[4 * b + 2 + (x >> 1)] : kNotAvail;
+                mc[C(x, -1)] = avail_b ? mv[16 * b + 12 + x] : zero;
             }
-            if (avail_c) {
-                const size_t c = static_cast<size_t>(mb_addr - mbw + 1);
-                rc[C(4, -1)] = ref[4 * c + 2];
-                mc[C(4, -1)] = mv[16 * c + 12];
-            }
-            if (avail_d) {
-                const size_t dd = static_cast<size_t>(mb_addr - mbw - 1);
-                rc[C(-1, -1)] = ref[4 * dd + 3];
-                mc[C(-1, -1)] = mv[16 * dd + 15];
-            }
+            const size_t c = static_cast<size_t>(mb_addr - mbw + 1);
+            rc[C(4, -1)] = avail_c ? ref[4 * c + 2] : kNotAvail;
+            mc[C(4, -1)] = avail_c ? mv[16 * c + 12] : zero;
+            const size_t dd = static_cast<size_t>(mb_addr - mbw - 1);
+            rc[C(-1, -1)] = avail_d ? ref[4 * dd + 3] : kNotAvail;
+            mc[C(-1, -1)] = avail_d ? mv[16 * dd + 15] : zero;
         }
     }
 
@@ -1130,9 +1125,13 @@ struct SliceDecoder {
     }
 
     void set_position(int addr) {
+        if (addr == mb_addr + 1 && mb_x + 1 < mbw) {
+            ++mb_x;
+        } else {
+            mb_x = addr % mbw;
+            mb_y = addr / mbw;
+        }
         mb_addr = addr;
-        mb_x = addr % mbw;
-        mb_y = addr / mbw;
         prefetch_next();
     }
 

@@ -106,6 +106,7 @@ struct Op {
 };
 
 struct PicturePlan {
+    explicit PicturePlan(char t) : type(t) {}
     char type;  // 'I', 'P', 'B'
     bool idr = false;
     int ref_idc = 1;
