@@ -1,4 +1,4 @@
-#include "h264/cavlc.h"
+#include "cavlc.h"
 
 #include <bit>
 #include <cstddef>

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "h264/bits.h"
+#include "bits.h"
 
 namespace kplvc::codecs::h264 {
 

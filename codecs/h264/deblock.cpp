@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "h264/decoder.h"
+#include "decoder.h"
 #include "kplvc.h"
 
 namespace kplvc::codecs::h264 {

@@ -7,8 +7,8 @@
 #include <cstring>
 
 #include "common/codec.h"
-#include "h264/decoder.h"
-#include "h264/nal.h"
+#include "decoder.h"
+#include "nal.h"
 
 namespace kplvc::codecs::h264 {
 

@@ -6,10 +6,10 @@
 #include <memory>
 #include <vector>
 
+#include "bits.h"
 #include "common/codec.h"
 #include "common/picture.h"
-#include "h264/bits.h"
-#include "h264/params.h"
+#include "params.h"
 
 namespace kplvc::codecs::h264 {
 

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "h264/decoder.h"
+#include "decoder.h"
 
 namespace kplvc::codecs::h264 {
 

@@ -1,4 +1,4 @@
-#include "h264/nal.h"
+#include "nal.h"
 
 #include <cstring>
 

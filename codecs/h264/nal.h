@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "h264/bits.h"
+#include "bits.h"
 
 namespace kplvc::codecs::h264 {
 

@@ -1,4 +1,4 @@
-#include "h264/params.h"
+#include "params.h"
 
 namespace kplvc::codecs::h264 {
 

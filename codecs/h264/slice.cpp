@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "h264/cavlc.h"
-#include "h264/decoder.h"
+#include "cavlc.h"
+#include "decoder.h"
 #include "kplvc.h"
 
 namespace kplvc::codecs::h264 {
