@@ -6,7 +6,10 @@ namespace kplvc::codecs {
 
 // Each format defines its Decoder beside its code; list it here, before the
 // terminating null.
+extern const Decoder kMpeg4Decoder;
+
 static const Decoder* const kDecoders[] = {
+    &kMpeg4Decoder,
     nullptr,
 };
 

@@ -1,0 +1,5 @@
+#include "mpeg4/qpel.h"
+
+namespace kplvc::mpeg4::x86::avx2 {
+void upgrade_qpel(QpelKernels&) {}
+}  // namespace kplvc::mpeg4::x86::avx2
