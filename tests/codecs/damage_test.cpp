@@ -19,7 +19,10 @@ struct DamageCase {
 };
 
 // One row per decoder.
-const std::vector<DamageCase> kCases = {};
+const std::vector<DamageCase> kCases = {
+    {"mpeg4", "testsrc2=size=352x288:rate=25", 8, "-c:v mpeg4 -qscale:v 4 -bf 2 -flags +mv4+qpel -ps 600 -f m4v",
+     "m4v"},
+};
 
 enum class Damage { flip_bits, overwrite_bytes, cut_piece, truncate };
 
