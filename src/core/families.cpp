@@ -13,6 +13,8 @@
 #include "mc/mc.h"
 #include "mpeg2/block.h"
 #include "mpeg2/quant.h"
+#include "mpeg4/gmc.h"
+#include "mpeg4/qpel.h"
 #include "mpeg4/quant.h"
 
 namespace kplvc {
@@ -30,6 +32,8 @@ static const FamilyInfo kFamilies[] = {
     {"mpeg2quant", mpeg2::quant_level},
     {"mpeg2block", mpeg2::block_level},
     {"mpeg4quant", mpeg4::quant_level},
+    {"mpeg4qpel", mpeg4::qpel_level},
+    {"mpeg4warp", mpeg4::warp_level},
     {"h264xform", h264::xform_level},
     {"h264pred", h264::pred_level},
     {"h264deblock", h264::deblock_level},
