@@ -78,6 +78,9 @@ bool Mpeg4Decoder::allocate() {
     while ((1 << mb_bits_) < mb_count_) ++mb_bits_;
     pool_.clear();
     for (int i = 0; i < 3; ++i) pool_.emplace_back(vol_.width, vol_.height, Chroma::c420, kPad);
+    for (int i = 0; i < 3; ++i)
+        for (int p = 0; p < 3; ++p)
+            for (int f = -1; f < 2; ++f) planes_[i][p][f + 1] = make_plane(pool_[i], p, f);
     cur_ = fwd_ = bwd_ = -1;
     held_ = false;
     mv_.assign(static_cast<size_t>(mb_count_) * 4, KplMotionVector{0, 0});
@@ -97,7 +100,7 @@ void Mpeg4Decoder::output(const Frame& f) {
     if (!sink_(f.picture(), user_)) stop_ = true;
 }
 
-Mpeg4Decoder::Plane Mpeg4Decoder::plane(Frame& f, int p, int field) {
+Mpeg4Decoder::Plane Mpeg4Decoder::make_plane(Frame& f, int p, int field) {
     Plane pl;
     pl.width = f.plane_width(p);
     pl.height = f.plane_height(p);
@@ -168,6 +171,10 @@ void Mpeg4Decoder::predict(uint8_t* dst, int dst_step, const Plane& ref, int x, 
         return;
     }
     const int type = ((mvx & 1) << 3) | ((mvy & 1) << 2);
+    if (type == 0 && w == h) {
+        (w == 16 ? kpliCopyBlock_16x16_8u : kpliCopyBlock_8x8_8u)(src, step, dst, dst_step);
+        return;
+    }
     if (w == 16 && h == 16)
         kpliMC16x16_8u_C1(src, step, kZeroRes, 32, dst, dst_step, type, rc);
     else if (w == 16)
@@ -178,42 +185,50 @@ void Mpeg4Decoder::predict(uint8_t* dst, int dst_step, const Plane& ref, int x, 
         kpliMC8x4_8u_C1(src, step, kZeroRes, 16, dst, dst_step, type, rc);
 }
 
-// Luma 16x16 at y (step ys) and chroma 8x8 at cb, cr (step cs) of macroblock
-// (mbx, mby) from a frame reference, one vector or four.
-void Mpeg4Decoder::predict_mb(uint8_t* y, uint8_t* cb, uint8_t* cr, Frame& ref, int mbx, int mby,
-                              const KplMotionVector* mv, bool four, int rc) {
+Mpeg4Decoder::Dest Mpeg4Decoder::frame_dest(int mbx, int mby) {
+    Frame& f = pool_[cur_];
+    const int ys = f.stride(0), cs = f.stride(1);
+    return Dest{f.data(0) + static_cast<intptr_t>(16 * mby) * ys + 16 * mbx,
+                f.data(1) + static_cast<intptr_t>(8 * mby) * cs + 8 * mbx,
+                f.data(2) + static_cast<intptr_t>(8 * mby) * cs + 8 * mbx, ys, cs};
+}
+
+// Luma 16x16 and chroma 8x8 of macroblock (mbx, mby) from a frame reference,
+// one vector or four.
+void Mpeg4Decoder::predict_mb(const Dest& d, int ref, int mbx, int mby, const KplMotionVector* mv, bool four,
+                              int rc) {
     const bool q = vol_.quarter_sample;
-    const int cs = 8;
-    const Plane py = plane(ref, 0), pcb = plane(ref, 1), pcr = plane(ref, 2);
+    const Plane &py = plane(ref, 0), &pcb = plane(ref, 1), &pcr = plane(ref, 2);
     KplMotionVector c;
     if (!four) {
-        predict(y, 16, py, 16 * mbx, 16 * mby, 16, 16, mv[0].dx, mv[0].dy, q, rc);
+        predict(d.y, d.ys, py, 16 * mbx, 16 * mby, 16, 16, mv[0].dx, mv[0].dy, q, rc);
         c = chroma_mv(mv[0], q);
     } else {
         for (int b = 0; b < 4; ++b)
-            predict(y + (b >> 1) * 8 * 16 + (b & 1) * 8, 16, py, 16 * mbx + (b & 1) * 8,
+            predict(d.y + (b >> 1) * 8 * d.ys + (b & 1) * 8, d.ys, py, 16 * mbx + (b & 1) * 8,
                     16 * mby + (b >> 1) * 8, 8, 8, mv[b].dx, mv[b].dy, q, rc);
         c = chroma_mv4(mv, q);
     }
-    predict(cb, cs, pcb, 8 * mbx, 8 * mby, 8, 8, c.dx, c.dy, false, rc);
-    predict(cr, cs, pcr, 8 * mbx, 8 * mby, 8, 8, c.dx, c.dy, false, rc);
+    predict(d.cb, d.cs, pcb, 8 * mbx, 8 * mby, 8, 8, c.dx, c.dy, false, rc);
+    predict(d.cr, d.cs, pcr, 8 * mbx, 8 * mby, 8, 8, c.dx, c.dy, false, rc);
 }
 
 // Field prediction: the top field rows (0, 2, ...) from the reference field
 // sel[0] with mv[0], the bottom ones from sel[1] with mv[1]; vertical
 // components in field units.
-void Mpeg4Decoder::predict_field_mb(uint8_t* y, uint8_t* cb, uint8_t* cr, Frame& ref, int mbx, int mby,
-                                    const KplMotionVector* mv, const uint8_t* sel, int rc) {
+void Mpeg4Decoder::predict_field_mb(const Dest& d, int ref, int mbx, int mby, const KplMotionVector* mv,
+                                    const uint8_t* sel, int rc) {
     const bool q = vol_.quarter_sample;
     for (int f = 0; f < 2; ++f) {
-        const Plane py = plane(ref, 0, sel[f]), pcb = plane(ref, 1, sel[f]), pcr = plane(ref, 2, sel[f]);
+        const Plane &py = plane(ref, 0, sel[f]), &pcb = plane(ref, 1, sel[f]), &pcr = plane(ref, 2, sel[f]);
+        uint8_t* y = d.y + f * d.ys;
         if (q) {
             // Quarter-sample field prediction works on 8x8 halves (each
             // mirrors at its own edges), as the reference decoders do.
-            predict(y + f * 16, 32, py, 16 * mbx, 8 * mby, 8, 8, mv[f].dx, mv[f].dy, q, rc);
-            predict(y + f * 16 + 8, 32, py, 16 * mbx + 8, 8 * mby, 8, 8, mv[f].dx, mv[f].dy, q, rc);
+            predict(y, 2 * d.ys, py, 16 * mbx, 8 * mby, 8, 8, mv[f].dx, mv[f].dy, q, rc);
+            predict(y + 8, 2 * d.ys, py, 16 * mbx + 8, 8 * mby, 8, 8, mv[f].dx, mv[f].dy, q, rc);
         } else {
-            predict(y + f * 16, 32, py, 16 * mbx, 8 * mby, 16, 8, mv[f].dx, mv[f].dy, q, rc);
+            predict(y, 2 * d.ys, py, 16 * mbx, 8 * mby, 16, 8, mv[f].dx, mv[f].dy, q, rc);
         }
         KplMotionVector c = chroma_mv(mv[f], false);
         if (q) {
@@ -223,44 +238,34 @@ void Mpeg4Decoder::predict_field_mb(uint8_t* y, uint8_t* cb, uint8_t* cr, Frame&
                                        static_cast<int16_t>(mv[f].dy >> 1)};
             c = chroma_mv(h, false);
         }
-        predict(cb + f * 8, 16, pcb, 8 * mbx, 4 * mby, 8, 4, c.dx, c.dy, false, rc);
-        predict(cr + f * 8, 16, pcr, 8 * mbx, 4 * mby, 8, 4, c.dx, c.dy, false, rc);
+        predict(d.cb + f * d.cs, 2 * d.cs, pcb, 8 * mbx, 4 * mby, 8, 4, c.dx, c.dy, false, rc);
+        predict(d.cr + f * d.cs, 2 * d.cs, pcr, 8 * mbx, 4 * mby, 8, 4, c.dx, c.dy, false, rc);
     }
 }
 
-void Mpeg4Decoder::predict_gmc(uint8_t* y, uint8_t* cb, uint8_t* cr, int mbx, int mby) {
+void Mpeg4Decoder::predict_gmc(const Dest& d, int mbx, int mby) {
     Frame& ref = pool_[bwd_];
     const int rc = vop_.rounding;
-    kpliWarpLuma_MPEG4_8u_C1R(ref.data(0), ref.stride(0), y, 16, 16 * mbx, 16 * mby, &warp_, rc);
-    kpliWarpChroma_MPEG4_8u_C1R(ref.data(1), ref.stride(1), cb, 8, 8 * mbx, 8 * mby, &warp_, rc);
-    kpliWarpChroma_MPEG4_8u_C1R(ref.data(2), ref.stride(2), cr, 8, 8 * mbx, 8 * mby, &warp_, rc);
+    kpliWarpLuma_MPEG4_8u_C1R(ref.data(0), ref.stride(0), d.y, d.ys, 16 * mbx, 16 * mby, &warp_, rc);
+    kpliWarpChroma_MPEG4_8u_C1R(ref.data(1), ref.stride(1), d.cb, d.cs, 8 * mbx, 8 * mby, &warp_, rc);
+    kpliWarpChroma_MPEG4_8u_C1R(ref.data(2), ref.stride(2), d.cr, d.cs, 8 * mbx, 8 * mby, &warp_, rc);
 }
 
-// Prediction plus residual into the current frame. Luma blocks of a
-// field-DCT macroblock hold field rows: block b starts at row b >> 1 and
-// steps two rows.
-void Mpeg4Decoder::reconstruct(int mbx, int mby, const uint8_t* py, const uint8_t* pcb, const uint8_t* pcr,
-                               const int16_t (*res)[64], const bool* coded, bool field_dct) {
-    Frame& f = pool_[cur_];
-    const int ys = f.stride(0), cs = f.stride(1);
-    uint8_t* y = f.data(0) + static_cast<intptr_t>(16 * mby) * ys + 16 * mbx;
+// The residual of the coded blocks added to the prediction in the frame.
+// Luma blocks of a field-DCT macroblock hold field rows: block b starts at
+// row b >> 1 and steps two rows.
+void Mpeg4Decoder::add_residual(int mbx, int mby, int16_t (*res)[64], const bool* coded, bool field_dct) {
+    const Dest d = frame_dest(mbx, mby);
     for (int b = 0; b < 4; ++b) {
+        if (!coded[b]) continue;
         const int row = field_dct ? (b >> 1) : 8 * (b >> 1), m = field_dct ? 2 : 1;
-        const uint8_t* p = py + row * 16 + (b & 1) * 8;
-        uint8_t* d = y + static_cast<intptr_t>(row) * ys + (b & 1) * 8;
-        kpliMC8x8_8u_C1(p, 16 * m, coded[b] ? res[b] : kZeroRes, 16, d, ys * m, 0, 0);
+        kpliReconBlock_H263_I(d.y + static_cast<intptr_t>(row) * d.ys + (b & 1) * 8, res[b], d.ys * m);
     }
-    for (int c = 0; c < 2; ++c) {
-        uint8_t* d = f.data(1 + c) + static_cast<intptr_t>(8 * mby) * cs + 8 * mbx;
-        kpliMC8x8_8u_C1(c ? pcr : pcb, 8, coded[4 + c] ? res[4 + c] : kZeroRes, 16, d, cs, 0, 0);
-    }
+    if (coded[4]) kpliReconBlock_H263_I(d.cb, res[4], d.cs);
+    if (coded[5]) kpliReconBlock_H263_I(d.cr, res[5], d.cs);
 }
 
 // ---- Texture ---------------------------------------------------------------------
-
-void Mpeg4Decoder::intra_absent(int mb) {
-    for (int b = 0; b < 6; ++b) pred_[static_cast<size_t>(mb) * 6 + b] = kAbsent;
-}
 
 bool Mpeg4Decoder::intra_blocks(BitReader& br, int mbx, int mby, int cbp, bool ac_pred, bool dc_vlc,
                                 bool field_dct) {
@@ -360,30 +365,18 @@ bool Mpeg4Decoder::decode_mb_ip(BitReader& br, int mbx, int mby) {
     inf = MbInfo{};
     KplMotionVector* mv = &mv_[static_cast<size_t>(mb) * 4];
     const bool s_vop = vop_.type == kS;
-    Frame& f = pool_[cur_];
-    const int ys = f.stride(0), cs = f.stride(1);
-    uint8_t* dy = f.data(0) + static_cast<intptr_t>(16 * mby) * ys + 16 * mbx;
-    uint8_t* dcb = f.data(1) + static_cast<intptr_t>(8 * mby) * cs + 8 * mbx;
-    uint8_t* dcr = f.data(2) + static_cast<intptr_t>(8 * mby) * cs + 8 * mbx;
-    alignas(32) uint8_t py[16 * 16], pcb[8 * 8], pcr[8 * 8];
+    const Dest dst = frame_dest(mbx, mby);
 
     if (vop_.type != kI && br.bit()) {
         // not_coded: a copy of the reference (the warped one in an S-VOP,
         // which B-VOPs do not count as skipped: it was predicted, not copied).
         inf.skipped = s_vop ? 0 : 1;
-        intra_absent(mb);
         KplMotionVector v = {0, 0};
         if (s_vop) {
             kpliWarpMV_MPEG4(&warp_, mbx, mby, vop_.fcode_f, vol_.quarter_sample, &v);
-            predict_gmc(py, pcb, pcr, mbx, mby);
-            kpliCopyBlock_16x16_8u(py, 16, dy, ys);
-            kpliCopyBlock_8x8_8u(pcb, 8, dcb, cs);
-            kpliCopyBlock_8x8_8u(pcr, 8, dcr, cs);
+            predict_gmc(dst, mbx, mby);
         } else {
-            predict_mb(py, pcb, pcr, pool_[bwd_], mbx, mby, &v, false, vop_.rounding);
-            kpliCopyBlock_16x16_8u(py, 16, dy, ys);
-            kpliCopyBlock_8x8_8u(pcb, 8, dcb, cs);
-            kpliCopyBlock_8x8_8u(pcr, 8, dcr, cs);
+            predict_mb(dst, bwd_, mbx, mby, &v, false, vop_.rounding);
         }
         for (int b = 0; b < 4; ++b) mv[b] = v;
         return true;
@@ -426,7 +419,6 @@ bool Mpeg4Decoder::decode_mb_ip(BitReader& br, int mbx, int mby) {
         for (int b = 0; b < 4; ++b) mv[b] = {0, 0};
         return intra_blocks(br, mbx, mby, cbp, ac_pred, dc_vlc, field_dct);
     }
-    intra_absent(mb);
     const int avail = (mbx > 0 && mb - 1 >= packet_start_ ? 1 : 0) |
                       (mby > 0 && mb - mb_w_ >= packet_start_ ? 2 : 0) |
                       (mby > 0 && mbx < mb_w_ - 1 && mb - mb_w_ + 1 >= packet_start_ ? 4 : 0);
@@ -473,12 +465,12 @@ bool Mpeg4Decoder::decode_mb_ip(BitReader& br, int mbx, int mby) {
     bool coded[6];
     if (!inter_residual(br, cbp, res, coded)) return false;
     if (mcsel)
-        predict_gmc(py, pcb, pcr, mbx, mby);
+        predict_gmc(dst, mbx, mby);
     else if (field_pred)
-        predict_field_mb(py, pcb, pcr, pool_[bwd_], mbx, mby, fmv, sel, vop_.rounding);
+        predict_field_mb(dst, bwd_, mbx, mby, fmv, sel, vop_.rounding);
     else
-        predict_mb(py, pcb, pcr, pool_[bwd_], mbx, mby, mv, type == 2, vop_.rounding);
-    reconstruct(mbx, mby, py, pcb, pcr, res, coded, field_dct);
+        predict_mb(dst, bwd_, mbx, mby, mv, type == 2, vop_.rounding);
+    add_residual(mbx, mby, res, coded, field_dct);
     return true;
 }
 
@@ -488,8 +480,7 @@ bool Mpeg4Decoder::decode_mb_b(BitReader& br, int mbx, int mby) {
     const int mb = mby * mb_w_ + mbx;
     packet_[mb] = packet_id_;
     if (mbx == 0) std::memset(pmv_, 0, sizeof pmv_);
-    Frame& past = pool_[fwd_];
-    Frame& future = pool_[bwd_];
+    const int past = fwd_, future = bwd_;
     alignas(32) uint8_t fy[16 * 16], fcb[64], fcr[64], by[16 * 16], bcb[64], bcr[64];
     alignas(16) int16_t res[6][64];
     bool coded[6] = {false, false, false, false, false, false};
@@ -498,8 +489,7 @@ bool Mpeg4Decoder::decode_mb_b(BitReader& br, int mbx, int mby) {
         // The co-located macroblock was not coded: nothing is sent, the
         // prediction is the past reference unmoved.
         const KplMotionVector z = {0, 0};
-        predict_mb(fy, fcb, fcr, past, mbx, mby, &z, false, 0);
-        reconstruct(mbx, mby, fy, fcb, fcr, res, coded, false);
+        predict_mb(frame_dest(mbx, mby), past, mbx, mby, &z, false, 0);
         return true;
     }
     int modb;  // 0: "1" (direct, nothing else), 1: "01" (type only), 2: "00" (type and cbp)
@@ -533,6 +523,9 @@ bool Mpeg4Decoder::decode_mb_b(BitReader& br, int mbx, int mby) {
     KplMotionVector fw[4], bw[4];
     bool four = false;
     const bool use_f = type != kBackward, use_b = type != kForward;
+    // One direction predicts straight into the frame, two into scratch.
+    const Dest tf = use_b ? Dest{fy, fcb, fcr, 16, 8} : frame_dest(mbx, mby);
+    const Dest tb = use_f ? Dest{by, bcb, bcr, 16, 8} : frame_dest(mbx, mby);
     if (type == kDirect) {
         KplMotionVector delta = {0, 0}, zero = {0, 0};
         if (modb > 0 && kpliDecodeMV_MPEG4_1u16s(br.pp(), br.po(), &zero, &delta, 1) != kplStsNoErr)
@@ -559,8 +552,8 @@ bool Mpeg4Decoder::decode_mb_b(BitReader& br, int mbx, int mby) {
                 bsel[i] = static_cast<uint8_t>(i);
             }
             if (!br.check() || !inter_residual(br, cbp, res, coded)) return false;
-            predict_field_mb(fy, fcb, fcr, past, mbx, mby, fm[0], fsel, 0);
-            predict_field_mb(by, bcb, bcr, future, mbx, mby, fm[1], bsel, 0);
+            predict_field_mb(Dest{fy, fcb, fcr, 16, 8}, past, mbx, mby, fm[0], fsel, 0);
+            predict_field_mb(Dest{by, bcb, bcr, 16, 8}, future, mbx, mby, fm[1], bsel, 0);
             goto combine;
         }
         const KplMotionVector* col = &ref_mv_[static_cast<size_t>(mb) * 4];
@@ -594,35 +587,37 @@ bool Mpeg4Decoder::decode_mb_b(BitReader& br, int mbx, int mby) {
         }
         if (field_pred) {
             if (!br.check() || !inter_residual(br, cbp, res, coded)) return false;
-            if (use_f) predict_field_mb(fy, fcb, fcr, past, mbx, mby, fm[0], fsel, 0);
-            if (use_b) predict_field_mb(by, bcb, bcr, future, mbx, mby, fm[1], bsel, 0);
+            if (use_f) predict_field_mb(tf, past, mbx, mby, fm[0], fsel, 0);
+            if (use_b) predict_field_mb(tb, future, mbx, mby, fm[1], bsel, 0);
             goto combine;
         }
     }
     if (!br.check() || !inter_residual(br, cbp, res, coded)) return false;
-    if (use_f) predict_mb(fy, fcb, fcr, past, mbx, mby, fw, four, 0);
-    if (use_b) predict_mb(by, bcb, bcr, future, mbx, mby, bw, four, 0);
+    if (use_f) predict_mb(tf, past, mbx, mby, fw, four, 0);
+    if (use_b) predict_mb(tb, future, mbx, mby, bw, four, 0);
 combine:
     if (use_f && use_b) {
         // Average of the two predictions (rounding up) plus the residual.
         Frame& f = pool_[cur_];
         const int ys = f.stride(0), cs = f.stride(1);
         uint8_t* y = f.data(0) + static_cast<intptr_t>(16 * mby) * ys + 16 * mbx;
-        for (int b = 0; b < 4; ++b) {
-            const int row = field_dct ? (b >> 1) : 8 * (b >> 1), m = field_dct ? 2 : 1;
-            const int o = row * 16 + (b & 1) * 8;
-            kpliMC8x8B_8u_C1(fy + o, 16 * m, 0, by + o, 16 * m, 0, coded[b] ? res[b] : kZeroRes, 16,
-                             y + static_cast<intptr_t>(row) * ys + (b & 1) * 8, ys * m, 0);
+        if (!coded[0] && !coded[1] && !coded[2] && !coded[3]) {
+            kpliMC16x16B_8u_C1(fy, 16, 0, by, 16, 0, kZeroRes, 32, y, ys, 0);
+        } else {
+            for (int b = 0; b < 4; ++b) {
+                const int row = field_dct ? (b >> 1) : 8 * (b >> 1), m = field_dct ? 2 : 1;
+                const int o = row * 16 + (b & 1) * 8;
+                kpliMC8x8B_8u_C1(fy + o, 16 * m, 0, by + o, 16 * m, 0, coded[b] ? res[b] : kZeroRes, 16,
+                                 y + static_cast<intptr_t>(row) * ys + (b & 1) * 8, ys * m, 0);
+            }
         }
         for (int c = 0; c < 2; ++c) {
             uint8_t* d = f.data(1 + c) + static_cast<intptr_t>(8 * mby) * cs + 8 * mbx;
             kpliMC8x8B_8u_C1(c ? fcr : fcb, 8, 0, c ? bcr : bcb, 8, 0, coded[4 + c] ? res[4 + c] : kZeroRes,
                              16, d, cs, 0);
         }
-    } else if (use_f) {
-        reconstruct(mbx, mby, fy, fcb, fcr, res, coded, field_dct);
     } else {
-        reconstruct(mbx, mby, by, bcb, bcr, res, coded, field_dct);
+        add_residual(mbx, mby, res, coded, field_dct);
     }
     return true;
 }
@@ -718,7 +713,6 @@ void Mpeg4Decoder::conceal(int from, int to) {
     for (int mb = from; mb < to; ++mb) {
         const int mbx = mb % mb_w_, mby = mb / mb_w_;
         info_[mb] = MbInfo{};
-        intra_absent(mb);
         for (int b = 0; b < 4; ++b) mv_[static_cast<size_t>(mb) * 4 + b] = {0, 0};
         for (int p = 0; p < 3; ++p) {
             const int n = p ? 8 : 16, s = f.stride(p);
@@ -833,15 +827,13 @@ bool Mpeg4Decoder::decode_mb_short(BitReader& br, int mbx, int mby) {
     inf = MbInfo{};
     KplMotionVector* mv = &mv_[static_cast<size_t>(mb) * 4];
     Frame& f = pool_[cur_];
-    alignas(32) uint8_t py[16 * 16], pcb[64], pcr[64];
     alignas(16) int16_t res[6][64];
     bool coded[6] = {false, false, false, false, false, false};
     if (vop_.type == kP && br.bit()) {  // COD: not coded
         inf.skipped = 1;
         const KplMotionVector z = {0, 0};
         for (int b = 0; b < 4; ++b) mv[b] = z;
-        predict_mb(py, pcb, pcr, pool_[bwd_], mbx, mby, &z, false, 0);
-        reconstruct(mbx, mby, py, pcb, pcr, res, coded, false);
+        predict_mb(frame_dest(mbx, mby), bwd_, mbx, mby, &z, false, 0);
         return true;
     }
     Kpl8u mcbpc = 255;
@@ -891,8 +883,8 @@ bool Mpeg4Decoder::decode_mb_short(BitReader& br, int mbx, int mby) {
             return false;
     }
     if (!br.check()) return false;
-    predict_mb(py, pcb, pcr, pool_[bwd_], mbx, mby, mv, false, 0);
-    reconstruct(mbx, mby, py, pcb, pcr, res, coded, false);
+    predict_mb(frame_dest(mbx, mby), bwd_, mbx, mby, mv, false, 0);
+    add_residual(mbx, mby, res, coded, false);
     return true;
 }
 

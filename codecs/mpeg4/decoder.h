@@ -62,15 +62,19 @@ private:
     // Prediction into dst (w x h) from a plane at (x, y) + mv.
     void predict(uint8_t* dst, int dst_step, const Plane& ref, int x, int y, int w, int h, int mvx, int mvy,
                  bool qpel, int rc);
-    Plane plane(Frame& f, int p, int field = -1);
-    void predict_mb(uint8_t* y, uint8_t* cb, uint8_t* cr, Frame& ref, int mbx, int mby,
-                    const KplMotionVector* mv, bool four, int rc);
-    void predict_field_mb(uint8_t* y, uint8_t* cb, uint8_t* cr, Frame& ref, int mbx, int mby,
-                          const KplMotionVector* mv, const uint8_t* sel, int rc);
-    void predict_gmc(uint8_t* y, uint8_t* cb, uint8_t* cr, int mbx, int mby);
-    void reconstruct(int mbx, int mby, const uint8_t* py, const uint8_t* pcb, const uint8_t* pcr,
-                     const int16_t (*res)[64], const bool* coded, bool field_dct);
-    void intra_absent(int mb);
+    Plane make_plane(Frame& f, int p, int field);
+    const Plane& plane(int frame, int p, int field = -1) const { return planes_[frame][p][field + 1]; }
+    // Where a macroblock's prediction goes: the frame, or scratch blocks.
+    struct Dest {
+        uint8_t *y, *cb, *cr;
+        int ys, cs;
+    };
+    Dest frame_dest(int mbx, int mby);
+    void predict_mb(const Dest& d, int ref, int mbx, int mby, const KplMotionVector* mv, bool four, int rc);
+    void predict_field_mb(const Dest& d, int ref, int mbx, int mby, const KplMotionVector* mv,
+                          const uint8_t* sel, int rc);
+    void predict_gmc(const Dest& d, int mbx, int mby);
+    void add_residual(int mbx, int mby, int16_t (*res)[64], const bool* coded, bool field_dct);
 
     PictureSink sink_;
     void* user_;
@@ -84,6 +88,7 @@ private:
     // Frames: cur_ is decoded into; fwd_/bwd_ are the past and future
     // references of B-VOPs; held_ waits for output (display order).
     std::vector<Frame> pool_;
+    Plane planes_[3][3][3];  // [frame][plane][frame, top field, bottom field]
     int cur_ = -1, fwd_ = -1, bwd_ = -1;
     bool held_ = false;
 
@@ -105,7 +110,6 @@ private:
     int64_t frame_time_ = 0, pp_field_ = 2, pb_field_ = 1;
 
     KplMPEG4Warp warp_{};
-    bool have_vop_ = false;
 };
 
 }  // namespace kplvc::codecs::mpeg4

@@ -60,8 +60,58 @@ struct Event {
 
 // Reads one event (a code word with its sign, or an escape of type 1, 2 or
 // 3) at the cache's position. On failure the cache may have moved; callers
-// work on a copy.
-KplStatus read_event(BitCache64& bc, const TcoefTable& t, Event* ev);
+// work on a copy. Inline, so that a caller's cache stays in registers.
+// Escape layout after the 7-bit ESCAPE: "0" type 1, "10" type 2, "11"
+// type 3 (LAST 1, RUN 6, marker, LEVEL 12 two's complement, marker).
+[[gnu::always_inline]] inline KplStatus read_event(BitCache64& bc, const TcoefTable& t, Event* ev) {
+    auto lookup = [&t](uint32_t c12) -> uint32_t {
+        if (c12 >= 512) return t.t0[(c12 >> 5) - 16];
+        if (c12 >= 128) return t.t1[(c12 >> 2) - 32];
+        return c12 >= 8 ? t.t2[c12 - 8] : 0u;
+    };
+    // A normal code word with its sign: at most 12 + 1 bits.
+    auto read_code = [&](uint32_t e) {
+        const int len = static_cast<int>(h263::tcoef_len(e));
+        const uint32_t sign = bc.peek(len + 1) & 1u;
+        bc.skip(len + 1);
+        const int32_t mag = static_cast<int32_t>(h263::tcoef_level(e));
+        ev->last = static_cast<int32_t>(h263::tcoef_last(e));
+        ev->run = static_cast<int32_t>(h263::tcoef_run(e));
+        ev->level = sign ? -mag : mag;
+    };
+    uint32_t e = lookup(bc.peek(12));
+    if (e == 0) return kplStsTextureVLCErr;
+    if (h263::tcoef_level(e) != 0) {
+        read_code(e);
+        return kplStsNoErr;
+    }
+    bc.skip(7);
+    const uint32_t mode = bc.peek(2);
+    if (mode == 3) {
+        // LAST, RUN, marker, LEVEL, marker: 21 bits.
+        const uint32_t v = bc.peek(23) & 0x1FFFFFu;
+        if (((v >> 13) & 1u) == 0 || (v & 1u) == 0) return kplStsMarkerErr;
+        const int32_t level = static_cast<int32_t>((v >> 1) & 0xFFFu) - (((v >> 12) & 1u) ? 4096 : 0);
+        // 0 and -2048 are not legal levels.
+        if (level == 0 || level == -2048) return kplStsTextureVLCErr;
+        bc.skip(23);
+        ev->last = static_cast<int32_t>((v >> 20) & 1u);
+        ev->run = static_cast<int32_t>((v >> 14) & 63u);
+        ev->level = level;
+        return kplStsNoErr;
+    }
+    const bool type2 = mode == 2;
+    bc.skip(type2 ? 2 : 1);
+    e = lookup(bc.peek(12));
+    if (e == 0 || h263::tcoef_level(e) == 0) return kplStsTextureVLCErr;
+    read_code(e);
+    const int32_t mag = ev->level < 0 ? -ev->level : ev->level;
+    if (type2)
+        ev->run += t.rmax[ev->last][mag] + 1;  // the code exists, so RMAX does
+    else
+        ev->level += ev->level < 0 ? -t.lmax[ev->last][ev->run] : t.lmax[ev->last][ev->run];
+    return kplStsNoErr;
+}
 
 // The largest legal stream position: a decoder never reads more than this
 // many bytes past its current byte (the cache's eight-byte loads).

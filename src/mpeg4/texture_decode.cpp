@@ -33,24 +33,56 @@ int dc_size(uint32_t look12, bool luma, int* len) {
     return z < 2 ? 2 : z + 1;
 }
 
+// The coefficients of a block as they are read: raster positions and
+// values, in scan order. The caller's block is written only once the whole
+// block has decoded (cleared, then these scattered), which is cheaper than
+// building a whole block aside and copying it.
+struct Coefs {
+    int n = 0;
+    uint8_t pos[64];
+    int16_t val[64];
+    // Clears dst[first..63] and places the coefficients.
+    void put(int16_t* dst, int first) const {
+        std::memset(dst + first, 0, static_cast<size_t>(64 - first) * sizeof(int16_t));
+        for (int k = 0; k < n; ++k) dst[pos[k]] = val[k];
+    }
+};
+
 // Events from `start` (the scan index before the first coefficient) until
-// LAST; each level lands at its raster position in `blk` through `scan`,
-// Dequant maps it first. Returns the last scan index through *last.
+// LAST; each level, mapped by Dequant, is recorded with its raster position
+// through `scan`. Returns the last scan index through *last.
 template <class Dequant>
-KplStatus decode_block(BitCache64& bc, const TcoefTable& t, int start, const uint8_t* scan, int16_t* blk,
+KplStatus decode_block(BitCache64& position, const TcoefTable& t, int start, const uint8_t* scan, Coefs* out,
                        int* last, Dequant dq) {
+    BitCache64 bc = position;  // a local copy stays in registers
     int i = start;
     for (;;) {
+        // The common case inline: a code word and its sign (13 bits at
+        // most); escapes take the general reader.
         Event ev;
-        const KplStatus st = read_event(bc, t, &ev);
-        if (st != kplStsNoErr) return st;
+        const uint32_t v = bc.peek(13), c12 = v >> 1;
+        const uint32_t e = c12 >= 512 ? t.t0[(c12 >> 5) - 16] : (c12 >= 128 ? t.t1[(c12 >> 2) - 32] : 0u);
+        if (e != 0 && h263::tcoef_level(e) != 0) {
+            const int len = static_cast<int>(h263::tcoef_len(e));
+            const int32_t mag = static_cast<int32_t>(h263::tcoef_level(e));
+            const int32_t neg = -static_cast<int32_t>((v >> (12 - len)) & 1u);  // 0 or -1
+            bc.skip(len + 1);
+            ev.last = static_cast<int32_t>(h263::tcoef_last(e));
+            ev.run = static_cast<int32_t>(h263::tcoef_run(e));
+            ev.level = (mag ^ neg) - neg;
+        } else {
+            const KplStatus st = read_event(bc, t, &ev);
+            if (st != kplStsNoErr) return st;
+        }
         i += ev.run + 1;
         if (i > 63) return kplStsCoefCountErr;
         const int pos = scan[i];
-        blk[pos] = dq(ev.level, pos);
+        out->pos[out->n] = static_cast<uint8_t>(pos);
+        out->val[out->n++] = dq(ev.level, pos);
         if (ev.last) break;
     }
     *last = i;
+    position = bc;
     return kplStsNoErr;
 }
 
@@ -128,16 +160,13 @@ KPLVC_API KplStatus kpliDecodeCoeffsIntra_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32
     if (dcVlc != 0 && dcVlc != 1) return kplStsModeErr;
     if (bad_scan(scan)) return kplStsBadArgErr;
     BitCache64 bc(*ppBitStream, *pBitOffset);
-    alignas(16) int16_t blk[64] = {};
+    Coefs c;
     int last = 0;
     // With a separate DC the first code's RUN counts from scan position 1.
     const KplStatus st =
-        decode_block(bc, kIntraTcoef, dcVlc ? 0 : -1, scan_table(scan), blk, &last, KeepLevel{});
+        decode_block(bc, kIntraTcoef, dcVlc ? 0 : -1, scan_table(scan), &c, &last, KeepLevel{});
     if (st != kplStsNoErr) return st;
-    if (dcVlc)
-        std::memcpy(pCoeffs + 1, blk + 1, 63 * sizeof(int16_t));
-    else
-        std::memcpy(pCoeffs, blk, sizeof blk);
+    c.put(pCoeffs, dcVlc);
     *pIndxLastNonZero = last;
     write_back(bc, ppBitStream, pBitOffset);
     return kplStsNoErr;
@@ -151,11 +180,11 @@ KPLVC_API KplStatus kpliDecodeCoeffsInter_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32
     if (*pBitOffset < 0 || *pBitOffset > 7) return kplStsShapeArgErr;
     if (bad_scan(scan)) return kplStsBadArgErr;
     BitCache64 bc(*ppBitStream, *pBitOffset);
-    alignas(16) int16_t blk[64] = {};
+    Coefs c;
     int last = 0;
-    const KplStatus st = decode_block(bc, kInterTcoef, -1, scan_table(scan), blk, &last, KeepLevel{});
+    const KplStatus st = decode_block(bc, kInterTcoef, -1, scan_table(scan), &c, &last, KeepLevel{});
     if (st != kplStsNoErr) return st;
-    std::memcpy(pCoeffs, blk, sizeof blk);
+    c.put(pCoeffs, 0);
     *pIndxLastNonZero = last;
     write_back(bc, ppBitStream, pBitOffset);
     return kplStsNoErr;
@@ -170,27 +199,25 @@ KPLVC_API KplStatus kpliReconstructCoeffsInter_MPEG4_1u16s(Kpl8u** ppBitStream, 
     if (bad_scan(scan)) return kplStsBadArgErr;
     if (QP < 1 || QP > 31) return kplStsMPEG4QPErr;
     BitCache64 bc(*ppBitStream, *pBitOffset);
-    alignas(16) int16_t blk[64] = {};
+    Coefs c;
     int last = 0;
     const uint8_t* sc = scan_table(scan);
-    KplStatus st;
-    if (pQMatrix == nullptr) {
-        st = decode_block(bc, kInterTcoef, -1, sc, blk, &last, DequantH263{2 * QP, (QP & 1) ? QP : QP - 1});
-    } else {
-        st = decode_block(bc, kInterTcoef, -1, sc, blk, &last, DequantMatrix{pQMatrix, QP});
-        if (st == kplStsNoErr) {
-            // Mismatch control: when the sum of the coefficients is even,
-            // the last one's lowest bit flips (+1 when even, -1 when odd).
-            uint32_t sum = 0;
-            for (int k = 0; k <= last; ++k) sum += static_cast<uint32_t>(blk[sc[k]]);
-            if ((sum & 1u) == 0) {
-                blk[63] = static_cast<int16_t>(blk[63] ^ 1);
-                last = 63;
-            }
+    const KplStatus st =
+        pQMatrix == nullptr
+            ? decode_block(bc, kInterTcoef, -1, sc, &c, &last, DequantH263{2 * QP, (QP & 1) ? QP : QP - 1})
+            : decode_block(bc, kInterTcoef, -1, sc, &c, &last, DequantMatrix{pQMatrix, QP});
+    if (st != kplStsNoErr) return st;
+    c.put(pCoeffs, 0);
+    if (pQMatrix != nullptr) {
+        // Mismatch control: when the sum of the coefficients is even, the
+        // last one's lowest bit flips (+1 when even, -1 when odd).
+        uint32_t sum = 0;
+        for (int k = 0; k < c.n; ++k) sum += static_cast<uint32_t>(c.val[k]);
+        if ((sum & 1u) == 0) {
+            pCoeffs[63] = static_cast<int16_t>(pCoeffs[63] ^ 1);
+            last = 63;
         }
     }
-    if (st != kplStsNoErr) return st;
-    std::memcpy(pCoeffs, blk, sizeof blk);
     *pIndxLastNonZero = last;
     write_back(bc, ppBitStream, pBitOffset);
     return kplStsNoErr;
