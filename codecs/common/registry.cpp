@@ -4,11 +4,16 @@
 
 namespace kplvc::codecs {
 
+namespace dv {
+extern const Decoder kDvDecoder;
+}
+
 // Each format defines its Decoder beside its code; list it here, before the
 // terminating null.
 extern const Decoder kMpeg4Decoder;
 
 static const Decoder* const kDecoders[] = {
+    &dv::kDvDecoder,
     &kMpeg4Decoder,
     nullptr,
 };

@@ -19,7 +19,7 @@ using kplvc::test::Rng;
 namespace {
 
 std::vector<std::vector<std::string>> read_table(const char* name) {
-    std::ifstream in(std::string(KPLVC_SOURCE_DIR) + "/tests/data/" + name);
+    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/" + name);
     std::vector<std::vector<std::string>> rows;
     std::string line;
     while (std::getline(in, line)) {
