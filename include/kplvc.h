@@ -1,7 +1,7 @@
 /*
  * kplvc - bit-exact video-coding primitives.
  *
- * The one public header of libkplvca6.so. Usable from C (C99 and later) and C++.
+ * The one public header of the library (libkplvca6.so). Usable from C (C99 and later) and C++.
  * Every function returns a KplStatus (0 success, negative error, +11 warning)
  * unless its comment says otherwise. Arguments are checked before any output is
  * touched: a failing call leaves every buffer, stream pointer and result cell as
@@ -22,6 +22,17 @@ extern "C" {
 #else
 #define KPLVC_API
 #endif
+
+/* The library's version: the one place it is written. The build takes the
+ * package version (major.minor.majorBuild) and the shared object's name
+ * (libkplvc<target>.so) from these lines, and kplvcGetLibVersion() returns a
+ * record made from them. */
+#define KPLVC_VERSION_MAJOR 4
+#define KPLVC_VERSION_MINOR 1
+#define KPLVC_VERSION_MAJOR_BUILD 10
+#define KPLVC_VERSION_BUILD 38
+#define KPLVC_VERSION_TARGET "a6"
+#define KPLVC_VERSION_DATE "Jul 22 2004"
 
 /* ------------------------------------------------------------------------ */
 /* Scalar types                                                              */
@@ -107,15 +118,16 @@ typedef struct {
     Kpl16s dy;
 } KplMotionVector;
 
+/* The version record (KPLVC_VERSION_* above). */
 typedef struct {
-    Kpl32s major;          /* 4 */
-    Kpl32s minor;          /* 1 */
-    Kpl32s majorBuild;     /* 10 */
-    Kpl32s build;          /* 38 */
-    char targetCpu[4];     /* "a6", zero-filled */
-    const char* Name;      /* "libkplvca6.so" */
-    const char* Version;   /* "v4.1" */
-    const char* BuildDate; /* "Jul 22 2004" */
+    Kpl32s major;          /* KPLVC_VERSION_MAJOR */
+    Kpl32s minor;          /* KPLVC_VERSION_MINOR */
+    Kpl32s majorBuild;     /* KPLVC_VERSION_MAJOR_BUILD */
+    Kpl32s build;          /* KPLVC_VERSION_BUILD */
+    char targetCpu[4];     /* KPLVC_VERSION_TARGET, zero-filled */
+    const char* Name;      /* "libkplvc" KPLVC_VERSION_TARGET ".so" */
+    const char* Version;   /* "v<major>.<minor>" */
+    const char* BuildDate; /* KPLVC_VERSION_DATE */
 } KplLibraryVersion;
 
 /* Sub-sample position codes (mcType). Only bits 2 and 3 are read:

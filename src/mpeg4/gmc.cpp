@@ -54,22 +54,15 @@ void shift(const uint8_t* ref, int32_t step, uint8_t* dst, int32_t dst_step, con
 
 namespace {
 constexpr WarpKernels kScalar = {ref::affine<16>, ref::affine<8>, ref::shift<16>, ref::shift<8>};
-}
 
-WarpKernels warp_kernels_for(cpu::Isa isa) {
-    WarpKernels k = kScalar;
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_warp(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_warp(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+constexpr Upgrade<WarpKernels> kCascade[] = {
+    {cpu::Isa::c, [](WarpKernels& k) { k = kScalar; }},
+    KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_warp}, {cpu::Isa::avx2, x86::avx2::upgrade_warp})};
+}  // namespace
+
+WarpKernels warp_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const WarpKernels& warp_kernels() { return active_table<WarpKernels, warp_kernels_for>(); }
-
-cpu::Isa warp_level() { return level_in_use(cpu::Isa::avx2); }
 
 namespace {
 

@@ -45,7 +45,6 @@ struct WarpKernels {
 
 WarpKernels warp_kernels_for(cpu::Isa isa);
 const WarpKernels& warp_kernels();
-cpu::Isa warp_level();
 
 namespace x86::sse2 {
 void upgrade_warp(WarpKernels& k);

@@ -93,20 +93,15 @@ constexpr QpelKernels kScalar = make_scalar();
 
 }  // namespace
 
-QpelKernels qpel_kernels_for(cpu::Isa isa) {
-    QpelKernels k = kScalar;
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::ssse3) x86::ssse3::upgrade_qpel(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_qpel(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+namespace {
+constexpr Upgrade<QpelKernels> kCascade[] = {{cpu::Isa::c, [](QpelKernels& k) { k = kScalar; }},
+                                             KPLVC_X86_UPGRADES({cpu::Isa::ssse3, x86::ssse3::upgrade_qpel},
+                                                                {cpu::Isa::avx2, x86::avx2::upgrade_qpel})};
+}  // namespace
+
+QpelKernels qpel_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const QpelKernels& qpel_kernels() { return active_table<QpelKernels, qpel_kernels_for>(); }
-
-cpu::Isa qpel_level() { return level_in_use(cpu::Isa::avx2); }
 
 }  // namespace kplvc::mpeg4
 

@@ -37,7 +37,6 @@ struct QpelKernels {
 
 QpelKernels qpel_kernels_for(cpu::Isa isa);
 const QpelKernels& qpel_kernels();
-cpu::Isa qpel_level();
 
 constexpr int qpel_width(QpelSize s) { return s == q8x8 ? 8 : 16; }
 constexpr int qpel_height(QpelSize s) { return s == q16x16 ? 16 : 8; }

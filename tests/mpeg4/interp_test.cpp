@@ -11,13 +11,15 @@
 #include "mpeg4/gmc.h"
 #include "mpeg4/qpel.h"
 #include "support/support.h"
+#include "support/variants.h"
 
 using kplvc::mpeg4::QpelKernels;
 using kplvc::mpeg4::WarpBlock;
 using kplvc::mpeg4::WarpKernels;
+using kplvc::test::Arena;
+using kplvc::test::check_variants;
 using kplvc::test::GuardPages;
 using kplvc::test::Rng;
-using kplvc::test::variants;
 
 namespace {
 
@@ -132,9 +134,7 @@ TEST(Mpeg4Qpel, FilterMirrorsAtBlockEdges) {
 // (W x H+1 or W+1 x H where one direction is whole): the area sits flush
 // against an unmapped page after it, and before it.
 TEST(Mpeg4Qpel, ReadsOnlyTheBlockAndItsNeighbours) {
-    std::vector<kplvc::cpu::Isa> levels = {kplvc::cpu::Isa::c};
-    for (auto l : kplvc::test::simd_levels()) levels.push_back(l);
-    for (auto isa : levels) {
+    for (auto isa : kplvc::test::cpu_levels()) {
         const QpelKernels k = kplvc::mpeg4::qpel_kernels_for(isa);
         for (int sz = 0; sz < 3; ++sz)
             for (int pos = 0; pos < 16; ++pos) {
@@ -155,39 +155,21 @@ TEST(Mpeg4Qpel, ReadsOnlyTheBlockAndItsNeighbours) {
 // Each SIMD kernel equals the scalar one on random and extreme blocks, odd
 // steps, both rounding controls; the output rows' neighbours stay intact.
 TEST(Mpeg4Qpel, VariantsMatchScalar) {
-    const QpelKernels ref = kplvc::mpeg4::qpel_kernels_for(kplvc::cpu::Isa::c);
-    Rng rng(1707);
-    SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
-    int compared = 0;
-    for (auto isa : kplvc::test::simd_levels()) {
-        const QpelKernels k = kplvc::mpeg4::qpel_kernels_for(isa);
-        for (int sz = 0; sz < 3; ++sz)
-            for (int pos = 0; pos < 16; ++pos) {
-                if (k.put[sz][pos] == ref.put[sz][pos] ||
-                    (isa > kplvc::cpu::Isa::c &&
-                     k.put[sz][pos] == kplvc::mpeg4::qpel_kernels_for(
-                                           static_cast<kplvc::cpu::Isa>(static_cast<int>(isa) - 1))
-                                           .put[sz][pos]))
-                    continue;  // tested at the level where it changed
-                for (int iter = 0; iter < 300; ++iter) {
-                    uint8_t src[18 * 19];
-                    if (iter % 3 == 0)
-                        rng.fill_extreme(src, sizeof src);
-                    else
-                        rng.fill(src, sizeof src);
-                    uint8_t a[19 * 18], b[19 * 18];
-                    std::memset(a, 0xA5, sizeof a);
-                    std::memset(b, 0xA5, sizeof b);
-                    const int rc = iter & 1;
-                    ref.put[sz][pos](src, 19, a + 19, 19, rc);
-                    k.put[sz][pos](src, 19, b + 19, 19, rc);
-                    ASSERT_EQ(std::memcmp(a, b, sizeof a), 0)
-                        << kplvc::cpu::isa_name(isa) << " size " << sz << " pos " << pos << " rc " << rc;
-                    ++compared;
-                }
-            }
-    }
-    if (compared == 0) GTEST_SKIP() << "no SIMD level on this CPU";
+    for (int sz = 0; sz < 3; ++sz)
+        for (int pos = 0; pos < 16; ++pos) {
+            const int w = kSizes[sz].width, h = kSizes[sz].height;
+            check_variants(
+                kplvc::mpeg4::qpel_kernels_for, [sz, pos](const QpelKernels& k) { return k.put[sz][pos]; },
+                "mpeg4 qpel " + std::to_string(sz) + " " + std::to_string(pos), 300,
+                [w, h](Arena& a, Rng& rng, int i) {
+                    const int step = 19;  // odd: rows misaligned
+                    auto src = a.in<uint8_t>(static_cast<size_t>(h * step + w + 1));
+                    auto dst = a.out<uint8_t>(static_cast<size_t>((h - 1) * step + w));
+                    if (i % 3 == 0) rng.fill_extreme(a[src], static_cast<size_t>(h * step + w + 1));
+                    const int32_t rc = i & 1;
+                    return [=](auto fn, Arena& x) { fn(x[src], step, x[dst], step, rc); };
+                });
+        }
 }
 
 // ---- Global motion compensation ----------------------------------------------------------
@@ -198,7 +180,7 @@ TEST(Mpeg4Qpel, VariantsMatchScalar) {
 TEST(Mpeg4Warp, TranslationsAndMacroblockVector) {
     const int W = 48, H = 32;
     std::vector<uint8_t> y(W * H), c((W / 2) * (H / 2));
-    Rng rng(1708);
+    Rng rng("mpeg4 qpel examples");
     rng.fill(y.data(), y.size());
     rng.fill(c.data(), c.size());
     const int zero[3] = {0, 0, 0};
@@ -266,8 +248,8 @@ TEST(Mpeg4Warp, TranslationsAndMacroblockVector) {
 // and not): every sample against the standard's equations evaluated per
 // sample in 64 bits, and the macroblock vector against their mean.
 TEST(Mpeg4Warp, TwoAndThreePointsFollowTheStandardEquations) {
-    Rng rng(1709);
-    SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
+    Rng rng("mpeg4 warp points");
+    SCOPED_TRACE(kplvc::test::seed_text());
     const KpliSize sizes[] = {{64, 64}, {48, 32}, {112, 80}};
     for (const KpliSize sz : sizes) {
         const int W = sz.width, H = sz.height, CW = W / 2, CH = H / 2;
@@ -317,62 +299,57 @@ TEST(Mpeg4Warp, TwoAndThreePointsFollowTheStandardEquations) {
 }
 
 TEST(Mpeg4Warp, VariantsMatchScalar) {
-    const WarpKernels ref = kplvc::mpeg4::warp_kernels_for(kplvc::cpu::Isa::c);
-    Rng rng(1710);
-    SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
-    std::vector<uint8_t> plane(80 * 72);
-    int compared = 0;
     using Fn = kplvc::mpeg4::WarpFn;
-    for (Fn WarpKernels::*member :
-         {&WarpKernels::affine16, &WarpKernels::affine8, &WarpKernels::shift16, &WarpKernels::shift8}) {
-        const bool shift = member == &WarpKernels::shift16 || member == &WarpKernels::shift8;
-        const int n = (member == &WarpKernels::affine16 || member == &WarpKernels::shift16) ? 16 : 8;
-        for (const auto& [isa, fn] : variants(kplvc::mpeg4::warp_kernels_for, member)) {
-            for (int iter = 0; iter < 2000; ++iter) {
-                if (iter % 4 == 0)
-                    rng.fill_extreme(plane.data(), plane.size());
-                else
-                    rng.fill(plane.data(), plane.size());
-                WarpBlock b{};
-                b.log2s = rng.range(1, 4);
-                b.width = 80;
-                b.height = 72;
-                b.shift = shift ? rng.range(0, 6) : rng.range(0, 18);
-                const int s = 1 << b.log2s;
-                if (shift) {
-                    b.dxx = b.dyy = s << b.shift;
-                    // Inside the plane with the right and bottom neighbours.
-                    b.qx = rng.range(0, (80 - n - 1) * s - 1);
-                    b.qy = rng.range(0, (72 - n - 1) * s - 1);
-                    b.rx = rng.range(0, (1 << b.shift) - 1);
-                    b.ry = rng.range(0, (1 << b.shift) - 1);
-                    if (b.qx + (b.rx >> b.shift) > (80 - n - 1) * s - 1) b.rx = 0;
-                    if (b.qy + (b.ry >> b.shift) > (72 - n - 1) * s - 1) b.ry = 0;
-                } else {
-                    const int unit = s << b.shift, spread = unit / 4 + 1;
-                    b.dxx = unit + rng.range(-spread, spread);
-                    b.dyy = unit + rng.range(-spread, spread);
-                    b.dxy = rng.range(-spread, spread);
-                    b.dyx = rng.range(-spread, spread);
-                    // Mostly inside, sometimes across or beyond the edges.
-                    b.qx = rng.range(-20 * s, 90 * s);
-                    b.qy = rng.range(-20 * s, 80 * s);
-                    b.rx = rng.range(0, (1 << b.shift) - 1);
-                    b.ry = rng.range(0, (1 << b.shift) - 1);
-                }
-                const int rc = rng.range(0, 1);
-                uint8_t a[17 * 18], o[17 * 18];
-                std::memset(a, 0xA5, sizeof a);
-                std::memset(o, 0xA5, sizeof o);
-                (ref.*member)(plane.data(), 80, a + 16, 17, b, rc);
-                fn(plane.data(), 80, o + 16, 17, b, rc);
-                ASSERT_EQ(std::memcmp(a, o, sizeof a), 0)
-                    << kplvc::cpu::isa_name(isa) << " n " << n << " iter " << iter;
-                ++compared;
-            }
-        }
+    const struct {
+        Fn WarpKernels::*member;
+        const char* name;
+        int n;
+        bool shift;
+    } entries[] = {{&WarpKernels::affine16, "affine16", 16, false},
+                   {&WarpKernels::affine8, "affine8", 8, false},
+                   {&WarpKernels::shift16, "shift16", 16, true},
+                   {&WarpKernels::shift8, "shift8", 8, true}};
+    constexpr int kW = 80, kH = 72;
+    for (const auto& e : entries) {
+        const int n = e.n;
+        const bool shift = e.shift;
+        check_variants(kplvc::mpeg4::warp_kernels_for, e.member, std::string("mpeg4 warp ") + e.name, 2000,
+                       [n, shift](Arena& a, Rng& rng, int i) {
+                           auto plane = a.in<uint8_t>(kW * kH);
+                           auto dst = a.out<uint8_t>(static_cast<size_t>(17 * (n - 1) + n));
+                           if (i % 4 == 0) rng.fill_extreme(a[plane], kW * kH);
+                           WarpBlock b{};
+                           b.log2s = rng.range(1, 4);
+                           b.width = kW;
+                           b.height = kH;
+                           b.shift = shift ? rng.range(0, 6) : rng.range(0, 18);
+                           const int s = 1 << b.log2s;
+                           if (shift) {
+                               b.dxx = b.dyy = s << b.shift;
+                               // Inside the plane with the right and bottom neighbours.
+                               b.qx = rng.range(0, (kW - n - 1) * s - 1);
+                               b.qy = rng.range(0, (kH - n - 1) * s - 1);
+                               b.rx = rng.range(0, (1 << b.shift) - 1);
+                               b.ry = rng.range(0, (1 << b.shift) - 1);
+                               if (b.qx + (b.rx >> b.shift) > (kW - n - 1) * s - 1) b.rx = 0;
+                               if (b.qy + (b.ry >> b.shift) > (kH - n - 1) * s - 1) b.ry = 0;
+                           } else {
+                               const int unit = s << b.shift, spread = unit / 4 + 1;
+                               b.dxx = unit + rng.range(-spread, spread);
+                               b.dyy = unit + rng.range(-spread, spread);
+                               b.dxy = rng.range(-spread, spread);
+                               b.dyx = rng.range(-spread, spread);
+                               // Mostly inside, sometimes across or beyond the edges.
+                               b.qx = rng.range(-20 * s, 90 * s);
+                               b.qy = rng.range(-20 * s, 80 * s);
+                               b.rx = rng.range(0, (1 << b.shift) - 1);
+                               b.ry = rng.range(0, (1 << b.shift) - 1);
+                           }
+                           const int32_t rc = rng.range(0, 1);
+                           a.note("log2s ", b.log2s, " shift ", b.shift, " q ", b.qx, ",", b.qy);
+                           return [=](auto fn, Arena& x) { fn(x[plane], kW, x[dst], 17, b, rc); };
+                       });
     }
-    if (compared == 0) GTEST_SKIP() << "no SIMD level on this CPU";
 }
 
 TEST(Mpeg4InterpArgs, FirstFailingCheckWinsAndNothingIsWritten) {

@@ -204,8 +204,8 @@ TEST(Mpeg4Texture, EscapeBoundaries) {
 // sparse and dense, small levels (code words, escape types 1 and 2) and large
 // ones (type 3), at every bit offset; the DC differential over its range.
 TEST(Mpeg4Texture, RandomBlocksRoundTrip) {
-    Rng rng(1704);
-    SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
+    Rng rng("mpeg4 texture round trip");
+    SCOPED_TRACE(kplvc::test::seed_text());
     std::vector<uint8_t> buf(2048);
     for (int iter = 0; iter < 6000; ++iter) {
         const bool intra = rng.coin();
@@ -265,8 +265,8 @@ TEST(Mpeg4Texture, RandomBlocksRoundTrip) {
 // kpliQuantInvInterH263_MPEG4_16s_C1I, the first against its formula with the
 // mismatch control (including a level whose product needs more than 16 bits).
 TEST(Mpeg4Texture, ReconstructInterMatchesSeparateInverseQuantisation) {
-    Rng rng(1705);
-    SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
+    Rng rng("mpeg4 inter reconstruction");
+    SCOPED_TRACE(kplvc::test::seed_text());
     int16_t m[64];
     for (int i = 0; i < 64; ++i) m[i] = static_cast<int16_t>(rng.range(1, 255));
     std::vector<uint8_t> buf(1024);
