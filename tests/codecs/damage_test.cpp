@@ -21,8 +21,8 @@ struct DamageCase {
 // One row per decoder.
 const std::vector<DamageCase> kCases = {
     {"dv", "testsrc2=size=720x480:rate=30000/1001", 4, "-c:v dvvideo -pix_fmt yuv411p", "dv"},
-    {"mpeg4", "testsrc2=size=352x288:rate=25", 8, "-c:v mpeg4 -qscale:v 4 -bf 2 -flags +mv4+qpel -ps 600 -f m4v",
-     "m4v"},
+    {"mpeg4", "testsrc2=size=352x288:rate=25", 8,
+     "-c:v mpeg4 -qscale:v 4 -bf 2 -flags +mv4+qpel -ps 600 -f m4v", "m4v"},
 };
 
 enum class Damage { flip_bits, overwrite_bytes, cut_piece, truncate };
