@@ -3,7 +3,7 @@
 // decoding, DC/AC prediction, inverse quantisation, inverse DCT, vector
 // decoding and prediction, half- and quarter-sample and global motion
 // compensation.
-#include "mpeg4/decoder.h"
+#include "decoder.h"
 
 #include <cstdio>
 #include <cstring>

@@ -5,11 +5,11 @@
 #include <cstdint>
 #include <vector>
 
+#include "bitreader.h"
 #include "common/codec.h"
 #include "common/picture.h"
+#include "headers.h"
 #include "kplvc.h"
-#include "mpeg4/bitreader.h"
-#include "mpeg4/headers.h"
 
 namespace kplvc::codecs::mpeg4 {
 

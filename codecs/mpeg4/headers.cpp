@@ -1,4 +1,4 @@
-#include "mpeg4/headers.h"
+#include "headers.h"
 
 namespace kplvc::codecs::mpeg4 {
 

@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
+#include "bitreader.h"
 #include "kplvc.h"
-#include "mpeg4/bitreader.h"
 
 namespace kplvc::codecs::mpeg4 {
 

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "common/codec.h"
-#include "mpeg4/decoder.h"
+#include "decoder.h"
 
 namespace kplvc::codecs {
 
