@@ -955,7 +955,7 @@ bool Mpeg4Decoder::run(const uint8_t* data, size_t size) {
                     if (std::strncmp(why, "damaged", 7) == 0) {
                         ++stats_->errors;
                     } else {
-                        std::snprintf(stats_->message, sizeof stats_->message, "mpeg4: %s", why);
+                        std::snprintf(stats_->message, sizeof stats_->message, "%s", why);
                         return false;
                     }
                 } else {
@@ -987,7 +987,7 @@ bool Mpeg4Decoder::run(const uint8_t* data, size_t size) {
     if (held_ && bwd_ >= 0) output(pool_[bwd_]);
     held_ = false;
     if (stats_->frames == 0 && stats_->message[0] == 0)
-        std::snprintf(stats_->message, sizeof stats_->message, "mpeg4: no decodable VOP found");
+        std::snprintf(stats_->message, sizeof stats_->message, "no decodable VOP found");
     return stats_->frames > 0 || size == 0;
 }
 
