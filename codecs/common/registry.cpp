@@ -7,6 +7,9 @@ namespace kplvc::codecs {
 namespace dv {
 extern const Decoder kDvDecoder;
 }
+namespace h264 {
+extern const Decoder kH264Decoder;
+}
 
 // Each format defines its Decoder beside its code; list it here, before the
 // terminating null.
@@ -14,6 +17,7 @@ extern const Decoder kMpeg4Decoder;
 
 static const Decoder* const kDecoders[] = {
     &dv::kDvDecoder,
+    &h264::kH264Decoder,
     &kMpeg4Decoder,
     nullptr,
 };
