@@ -1039,6 +1039,272 @@ KPLVC_API KplStatus kpliComputeChroma4MV_MPEG4(const KplMotionVector* pLumaMV, K
 KPLVC_API KplStatus kpliLimitMVToRect_MPEG4(const KplMotionVector* pSrcMV, KplMotionVector* pDstMV,
                                             const KpliRect* pRectVOPRef, Kpl32s Xcoord, Kpl32s Ycoord,
                                             Kpl32s size);
+/* ---- MPEG-4 Visual: texture, prediction, vectors, interpolation --------- */
+/* docs/mpeg4.md gives the order in which a decoder calls these and the state
+ * it keeps. Stream readers take the caller's byte pointer and bit offset
+ * (0..7 from the most significant bit), advance them past exactly what they
+ * read, and write them back only on success; they may look at up to eight
+ * bytes past the current byte. Stream writers append at the position with
+ * the byte-oriented convention: the current byte keeps its bits before the
+ * offset, every byte touched is written whole (bits after the last one
+ * written are 0), and the position advances. Checks come in the library's
+ * order: -8 null pointers (a stream pointer *ppBitStream included), -105 a
+ * bit offset outside 0..7, then each argument's value range in argument
+ * order; nothing is written on failure. Stream statuses: -100 an illegal
+ * code, -99 a marker bit that is 0, -72 a run past coefficient 63, -101 an
+ * illegal motion code. */
+
+/* Scans of kpli*Coeffs*_MPEG4 (the tables of the library's inverse scans). */
+#define KPLVC_SCAN_ZIGZAG 0     /* classical zigzag */
+#define KPLVC_SCAN_HORIZONTAL 1 /* alternate horizontal: AC prediction from above */
+#define KPLVC_SCAN_VERTICAL 2   /* alternate vertical: AC prediction from the left, interlaced VOPs */
+
+/* Intra prediction directions. */
+#define KPLVC_PRED_LEFT 1 /* from block A (left): the first column is predicted */
+#define KPLVC_PRED_TOP 2  /* from block C (above): the first row is predicted */
+
+/* What an intra block leaves for its neighbours' DC/AC prediction (32
+ * bytes). The caller keeps one per 8x8 block it may predict from (the row
+ * above and the block to the left suffice) and passes them back. A neighbour
+ * that is outside the VOP, in another video packet or not intra coded is a
+ * record with dc = 1024 and every AC value 0 (KPLVC_MPEG4_INTRA_PRED_ABSENT). */
+typedef struct {
+    Kpl16s dc;     /* reconstructed DC F[0][0] = dc_scaler * QF[0][0], 0..2047 */
+    Kpl16s qp;     /* quantiser of the block's macroblock */
+    Kpl16s row[7]; /* QF[0][1..7]: the first row's levels after prediction */
+    Kpl16s col[7]; /* QF[1..7][0]: the first column's levels after prediction */
+} KplMPEG4IntraPred;
+#define KPLVC_MPEG4_INTRA_PRED_ABSENT                           \
+    {                                                           \
+        1024, 0, {0, 0, 0, 0, 0, 0, 0}, { 0, 0, 0, 0, 0, 0, 0 } \
+    }
+
+/* Intra DC differential (dct_dc_size with its luminance or chrominance
+ * table, dct_dc_differential, and the marker bit after a size above 8)
+ * into *pDCDiff (-4095..4095). blockIndex 0..9: 4 and 5 are chrominance,
+ * the others luminance-like (luminance, grey-scale alpha). Statuses: -8,
+ * -105, -103 blockIndex, then -100 / -99 from the stream. */
+KPLVC_API KplStatus kpliDecodeDCIntra_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset, Kpl16s* pDCDiff,
+                                                  Kpl32s blockIndex);
+
+/* Intra coefficients with the intra run-level table (Table B-16) and its
+ * escapes (type 1: level + LMAX, type 2: run + RMAX + 1, type 3: 12-bit
+ * fixed length between marker bits; the levels 0 and -2048 are rejected).
+ * Levels land at their raster positions through the scan (KPLVC_SCAN_*).
+ * dcVlc 1: the DC was read by kpliDecodeDCIntra_MPEG4_1u16s, so the first
+ * code's run counts from scan position 1 and pCoeffs[1..63] are written
+ * (pCoeffs[0] is not); dcVlc 0 (intra_dc_vlc_thr switched it off): the DC
+ * is the table's first coefficient and all 64 are written. *pIndxLastNonZero
+ * gets the scan index of the last coefficient. Statuses: -8, -105, -90 dcVlc
+ * not 0 or 1, -5 scan not 0..2, then -100, -99, -72 from the stream. */
+KPLVC_API KplStatus kpliDecodeCoeffsIntra_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                      Kpl16s* pCoeffs, Kpl32s* pIndxLastNonZero, Kpl32s dcVlc,
+                                                      Kpl32s scan);
+
+/* Inter coefficients with the inter run-level table (Table B-17, the H.263
+ * TCOEF table) and the same three escapes; all 64 raster positions written.
+ * Statuses: -8, -105, -5 scan, then the stream's. */
+KPLVC_API KplStatus kpliDecodeCoeffsInter_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                      Kpl16s* pCoeffs, Kpl32s* pIndxLastNonZero, Kpl32s scan);
+
+/* kpliDecodeCoeffsInter_MPEG4_1u16s with inverse quantisation as each
+ * level is read, in exact 32-bit arithmetic. pQMatrix null: the second
+ * (H.263) method, |F| = QP (2|L| + 1), minus 1 when QP is even. pQMatrix
+ * given (the VOL's non-intra matrix, raster order): the first method,
+ * F = ((2L + sign L) W QP) / 16 truncating toward zero, then mismatch
+ * control (an even coefficient sum flips the lowest bit of pCoeffs[63], and
+ * *pIndxLastNonZero becomes 63). Results clamped to -2048..2047. Statuses:
+ * -8, -105, -5 scan, -104 QP outside 1..31, then the stream's. */
+KPLVC_API KplStatus kpliReconstructCoeffsInter_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                           Kpl16s* pCoeffs, Kpl32s* pIndxLastNonZero,
+                                                           Kpl32s scan, Kpl32s QP, const Kpl16s* pQMatrix);
+
+/* Intra prediction direction from the reconstructed DCs of the neighbours
+ * A (left), B (above left) and C (above): KPLVC_PRED_TOP when
+ * |dcA - dcB| < |dcB - dcC|, else KPLVC_PRED_LEFT. Call it before the
+ * coefficients: with AC prediction on, the direction chooses the scan
+ * (TOP: KPLVC_SCAN_HORIZONTAL, LEFT: KPLVC_SCAN_VERTICAL). Statuses: -8. */
+KPLVC_API KplStatus kpliPredictDirIntra_MPEG4(const KplMPEG4IntraPred* pA, const KplMPEG4IntraPred* pB,
+                                              const KplMPEG4IntraPred* pC, Kpl32s* pDir);
+
+/* DC and AC prediction of one intra block, in place. In: pCoeffs holds the
+ * decoded levels (raster order), pCoeffs[0] the DC differential. pPred is
+ * the neighbour the direction names (A for LEFT, C for TOP). With
+ * dc_scaler of QP and the block type (blockIndex as for the DC decoder):
+ *   QF[0][0] = diff + dcPred // dc_scaler (// rounds half away from zero);
+ *   with acPredFlag 1 the first column (LEFT) or row (TOP) gains
+ *   (predAC * pPred->qp) // QP, each sum saturated to -2048..2047.
+ * Out: pCoeffs[0] = F[0][0] = QF[0][0] * dc_scaler clamped to 0..2047 (the
+ * reconstructed DC, ready for the intra inverse quantisers, which keep
+ * element 0), the other elements the levels QF; *pCur receives this
+ * block's record (pCur may be pPred). Statuses: -8; -93 predDir not 1 or 2;
+ * -90 acPredFlag not 0 or 1; -104 QP outside 1..31; -103 blockIndex. */
+KPLVC_API KplStatus kpliPredictReconIntra_MPEG4_16s(Kpl16s* pCoeffs, const KplMPEG4IntraPred* pPred,
+                                                    KplMPEG4IntraPred* pCur, Kpl32s predDir,
+                                                    Kpl32s acPredFlag, Kpl32s QP, Kpl32s blockIndex);
+
+/* Second (H.263) method inverse quantisation in place, exact: a non-zero
+ * level L becomes sign(L) (QP (2|L| + 1) - (QP even ? 1 : 0)), clamped to
+ * -2048..2047; no mismatch control. The intra form keeps element 0 (the DC,
+ * reconstructed by kpliPredictReconIntra_MPEG4_16s). Statuses: -8, -104. */
+KPLVC_API KplStatus kpliQuantInvIntraH263_MPEG4_16s_C1I(Kpl16s* pCoeffs, Kpl32s QP);
+KPLVC_API KplStatus kpliQuantInvInterH263_MPEG4_16s_C1I(Kpl16s* pCoeffs, Kpl32s QP);
+
+/* Forward quantisers, in place, for an encoder; levels clamped to
+ * -2047..2047 (the escape's range), *pCountNonZero gets the number of
+ * non-zero levels (the DC excluded for intra). The rounding is this
+ * library's encoder choice, exact in integers:
+ *   intra DC (both methods): QF = F // dc_scaler (half away from zero);
+ *   second method intra AC: |L| = |F| / (2 QP);
+ *   second method inter:    |L| = (|F| - QP / 2) / (2 QP), 0 when negative;
+ *   first method intra AC:  |L| = (16 |F| + W QP) / (2 W QP) (nearest);
+ *   first method inter:     |L| = 16 |F| / (2 W QP) (toward zero),
+ * each with the sign of F; W the matrix weight at the coefficient's raster
+ * position (1..255). Statuses: -8; -104 QP; -103 blockIndex (intra). */
+KPLVC_API KplStatus kpliQuantIntraH263_MPEG4_16s_C1I(Kpl16s* pCoeffs, Kpl32s QP, Kpl32s blockIndex,
+                                                     Kpl32s* pCountNonZero);
+KPLVC_API KplStatus kpliQuantInterH263_MPEG4_16s_C1I(Kpl16s* pCoeffs, Kpl32s QP, Kpl32s* pCountNonZero);
+KPLVC_API KplStatus kpliQuantIntra_MPEG4_16s_C1I(Kpl16s* pCoeffs, Kpl32s QP, const Kpl16s* pQMatrix,
+                                                 Kpl32s blockIndex, Kpl32s* pCountNonZero);
+KPLVC_API KplStatus kpliQuantInter_MPEG4_16s_C1I(Kpl16s* pCoeffs, Kpl32s QP, const Kpl16s* pQMatrix,
+                                                 Kpl32s* pCountNonZero);
+
+/* Writes an intra DC differential (-4095..4095): the dct_dc_size code of
+ * its table, the value (its one's complement when negative) and a marker
+ * after a size above 8. Statuses: -8, -105, -5 dcDiff out of range, -103. */
+KPLVC_API KplStatus kpliEncodeDCIntra_MPEG4_16s1u(Kpl16s dcDiff, Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                  Kpl32s blockIndex);
+
+/* Writes the levels of a quantised block (raster order, read through the
+ * scan) from scan position 1 (dcVlc 1) or 0 (dcVlc 0) to the last non-zero
+ * one, with LAST on that one; a block with no non-zero level there writes
+ * nothing. Each event takes the shortest legal form: its code word, else the
+ * shorter of escape types 1 and 2 (type 1 on a tie), else type 3. Levels
+ * must lie in -2047..2047. Statuses: -8, -105, -90 dcVlc (intra), -5 scan,
+ * -5 a level out of range. */
+KPLVC_API KplStatus kpliEncodeCoeffsIntra_MPEG4_16s1u(const Kpl16s* pCoeffs, Kpl8u** ppBitStream,
+                                                      Kpl32s* pBitOffset, Kpl32s dcVlc, Kpl32s scan);
+KPLVC_API KplStatus kpliEncodeCoeffsInter_MPEG4_16s1u(const Kpl16s* pCoeffs, Kpl8u** ppBitStream,
+                                                      Kpl32s* pBitOffset, Kpl32s scan);
+/* Motion vectors (half-sample units, or quarter-sample units in a VOL with
+ * quarter_sample = 1: the arithmetic is the same). */
+
+/* Reads a vector difference (horizontal, then vertical: each a motion_code
+ * of Table B-12 with its sign and, for f_code > 1 and a non-zero code,
+ * f_code - 1 residual bits) and adds it to *pPred; each component is brought
+ * back into [-32f, 32f - 1], f = 2^(fcode - 1), by adding or subtracting
+ * 64f. For a field vector pass the predictor with its vertical component
+ * halved; for the direct-mode delta of a B-VOP pass (0, 0) and fcode 1.
+ * Statuses: -8, -105, -98 fcode outside 1..7, -101 an illegal code. */
+KPLVC_API KplStatus kpliDecodeMV_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                             const KplMotionVector* pPred, KplMotionVector* pMV,
+                                             Kpl32s fcode);
+
+/* Median prediction of block blockIndex (0..3; a one-vector macroblock
+ * uses 0) of the current macroblock. The caller keeps four vectors per
+ * macroblock (its 8x8 blocks in raster order; a one-vector macroblock
+ * repeats its vector, intra and skipped macroblocks of a P-VOP hold zeros)
+ * with macroblocks in raster order; pMVCur addresses the current
+ * macroblock's first vector and mvStep is the number of vectors between two
+ * macroblock rows (4 x macroblocks per row). The candidates are the left,
+ * above and above-right blocks (for block 0: block 1 of the left
+ * macroblock, block 2 of the one above and of the one above right). Bits of
+ * `available` say which neighbour macroblocks may be read: 1 left, 2 above,
+ * 4 above right (clear when outside the VOP or in an earlier video packet);
+ * no other vector is read. One absent candidate counts as zero, with two
+ * absent the third is the prediction, with three the prediction is zero.
+ * Statuses: -8; -14 mvStep < 4; -103 blockIndex; -5 available outside 0..7. */
+KPLVC_API KplStatus kpliPredictMV_MPEG4(const KplMotionVector* pMVCur, Kpl32s mvStep, Kpl32s blockIndex,
+                                        Kpl32s available, KplMotionVector* pPred);
+
+/* Direct-mode vectors of a B-VOP macroblock from the four vectors of the
+ * co-located macroblock of the next reference VOP (a one-vector macroblock
+ * repeated, intra ones zero) and the decoded delta, per block and
+ * component with "/" truncating toward zero:
+ *   forward  = TRB * col / TRD + delta
+ *   backward = delta == 0 ? (TRB - TRD) * col / TRD : forward - col
+ * TRB and TRD are the temporal distances of the standard (for field
+ * vectors, the field distances). Statuses: -8; -96 TRD < 1 or TRB outside
+ * 0..TRD. */
+KPLVC_API KplStatus kpliDirectMV_MPEG4(const KplMotionVector* pColocated, const KplMotionVector* pDelta,
+                                       Kpl32s TRB, Kpl32s TRD, KplMotionVector* pForward,
+                                       KplMotionVector* pBackward);
+
+/* Quarter-sample luminance prediction (Advanced Simple Profile) of a
+ * 16x16, 16x8 (a field with a doubled step) or 8x8 block. pSrc is the
+ * reference at the vector's integer part (v >> 2), qpelPos = (vx & 3) |
+ * (vy & 3) << 2. Half-sample values come from the 8-tap filter
+ * (-1, 3, -6, 20, 20, -6, 3, -1) / 32 with (sum + 16 - rc) >> 5, whose taps
+ * beyond the block's W+1 x H+1 reference samples are mirrored back into
+ * them; quarter values average the two nearest integer and half values with
+ * (a + b + 1 - rc) >> 1; rows first, then columns of the row results. At
+ * most W+1 x H+1 samples are read. Statuses: -8; -95 size not 16x16,
+ * 16x8 or 8x8; -14 a step below the width; -5 qpelPos outside 0..15; -90
+ * roundControl not 0 or 1. */
+KPLVC_API KplStatus kpliInterpolateQPel_MPEG4_8u_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
+                                                     Kpl32s dstStep, KpliSize blockSize, Kpl32s qpelPos,
+                                                     Kpl32s roundControl);
+
+/* Two references (a B-VOP's interpolated macroblock): each predicted as
+ * above, then (f + b + 1) >> 1. Statuses as above, pointers and steps in
+ * argument order. */
+KPLVC_API KplStatus kpliInterpolateQPelBi_MPEG4_8u_C1R(const Kpl8u* pSrcF, Kpl32s srcStepF, Kpl32s qpelPosF,
+                                                       const Kpl8u* pSrcB, Kpl32s srcStepB, Kpl32s qpelPosB,
+                                                       Kpl8u* pDst, Kpl32s dstStep, KpliSize blockSize,
+                                                       Kpl32s roundControl);
+
+/* Global motion compensation of S-VOPs with sprite_enable = GMC. */
+typedef int64_t Kpl64s;
+
+/* Warp of one S-VOP, filled by kpliWarpInit_MPEG4 and read by the warp
+ * functions; plane 0 luminance, 1 chrominance. Sample (i, j) of a plane
+ * maps to X = (offset[0] + delta[0] i + delta[1] j) >> shift and
+ * Y = (offset[1] + delta[2] i + delta[3] j) >> shift in 1/s samples,
+ * s = 2 << accuracy. */
+typedef struct {
+    Kpl32s points;        /* no_of_sprite_warping_points, 0..3 */
+    Kpl32s accuracy;      /* sprite_warping_accuracy, 0..3 */
+    Kpl32s width, height; /* the VOP, luminance samples */
+    Kpl64s offset[2][2];
+    Kpl32s delta[2][4];
+    Kpl32s shift[2];
+} KplMPEG4Warp;
+
+/* The warp of a VOP of vopSize from the sprite trajectory: pDu[n], pDv[n]
+ * (n < points) the decoded warping vectors in half samples. The corners
+ * (0, 0), (W, 0), (0, H) move by du0, du0 + du1, du0 + du2 (the sprite
+ * points (s / 2)(2 i + du) in 1/s samples); the virtual
+ * points at the powers of two W' >= W, H' >= H are rounded with "//"; 0 or
+ * 1 point is a translation (chroma offset (d >> 1) | (d & 1)), 2 points
+ * rotation and zoom, 3 points an affine map (ISO/IEC 14496-2 7.8.4).
+ * Statuses: -8 (pDu, pDv only when points > 0); -6 a size outside
+ * 1..8192; -5 points outside 0..3, accuracy outside 0..3, or a warping
+ * vector outside -16384..16383. */
+KPLVC_API KplStatus kpliWarpInit_MPEG4(KplMPEG4Warp* pWarp, const Kpl32s* pDu, const Kpl32s* pDv,
+                                       Kpl32s points, Kpl32s accuracy, KpliSize vopSize);
+
+/* The warped prediction of the 16x16 luminance block (or the 8x8 block of
+ * one chrominance plane) whose top-left sample is (x, y) of the plane. pRef
+ * addresses the reference plane's sample (0, 0); samples are read only
+ * inside the plane (width x height, chrominance (width + 1) / 2 x
+ * (height + 1) / 2), a position outside taking the nearest edge sample.
+ * The prediction is the bilinear interpolation at 1/s sample with
+ * + s*s/2 - roundControl before the final shift. Statuses: -8; -14 refStep
+ * below the plane width or dstStep below the block; -90 roundControl. */
+KPLVC_API KplStatus kpliWarpLuma_MPEG4_8u_C1R(const Kpl8u* pRef, Kpl32s refStep, Kpl8u* pDst, Kpl32s dstStep,
+                                              Kpl32s x, Kpl32s y, const KplMPEG4Warp* pWarp,
+                                              Kpl32s roundControl);
+KPLVC_API KplStatus kpliWarpChroma_MPEG4_8u_C1R(const Kpl8u* pRef, Kpl32s refStep, Kpl8u* pDst,
+                                                Kpl32s dstStep, Kpl32s x, Kpl32s y, const KplMPEG4Warp* pWarp,
+                                                Kpl32s roundControl);
+
+/* The vector a GMC macroblock (mbX, mbY) stands for in vector prediction:
+ * the mean displacement of its 256 luminance samples in half (quarter,
+ * quarterSample 1) samples, rounded half away from zero and clamped to
+ * [-2^(fcode+4), 2^(fcode+4) - 1]. Statuses: -8; -98 fcode; -90
+ * quarterSample not 0 or 1. */
+KPLVC_API KplStatus kpliWarpMV_MPEG4(const KplMPEG4Warp* pWarp, Kpl32s mbX, Kpl32s mbY, Kpl32s fcode,
+                                     Kpl32s quarterSample, KplMotionVector* pMV);
 /* @mpeg4-end */
 
 /* ------------------------------------------------------------------------ */

@@ -13,9 +13,12 @@ extern const Decoder kH264Decoder;
 
 // Each format defines its Decoder beside its code; list it here, before the
 // terminating null.
+extern const Decoder kMpeg4Decoder;
+
 static const Decoder* const kDecoders[] = {
     &dv::kDvDecoder,
     &h264::kH264Decoder,
+    &kMpeg4Decoder,
     nullptr,
 };
 

@@ -23,6 +23,8 @@ const std::vector<DamageCase> kCases = {
     {"dv", "testsrc2=size=720x480:rate=30000/1001", 4, "-c:v dvvideo -pix_fmt yuv411p", "dv"},
     {"h264", "testsrc2=size=352x288:rate=25", 10,
      "-c:v libx264 -pix_fmt yuv420p -coder 0 -x264-params no-8x8dct=1 -bf 2 -slices 2 -refs 2", "264"},
+    {"mpeg4", "testsrc2=size=352x288:rate=25", 8,
+     "-c:v mpeg4 -qscale:v 4 -bf 2 -flags +mv4+qpel -ps 600 -f m4v", "m4v"},
 };
 
 enum class Damage { flip_bits, overwrite_bytes, cut_piece, truncate };

@@ -1,0 +1,115 @@
+// The MPEG-4 Visual decoder (Simple and Advanced Simple Profile, rectangular
+// VOPs): headers and the macroblock loop here, the blocks in the library.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "bitreader.h"
+#include "common/codec.h"
+#include "common/picture.h"
+#include "headers.h"
+#include "kplvc.h"
+
+namespace kplvc::codecs::mpeg4 {
+
+// What a decoded reference VOP leaves for the B-VOPs that follow it.
+struct MbInfo {
+    uint8_t skipped = 0;  // not_coded
+    uint8_t intra = 0;
+    uint8_t field = 0;  // field prediction (interlaced)
+    uint8_t field_sel[2] = {0, 0};
+};
+
+class Mpeg4Decoder {
+public:
+    Mpeg4Decoder(PictureSink sink, void* user, DecodeStats* stats)
+        : sink_(sink), user_(user), stats_(stats) {}
+
+    // Decodes a whole elementary stream; false when it cannot be decoded at
+    // all (stats->message says why).
+    bool run(const uint8_t* data, size_t size);
+
+private:
+    struct Plane {
+        uint8_t* data;
+        int stride;
+        int width, height;  // samples that exist (the rest is padding)
+        int pad;            // readable padding around them (0: none)
+    };
+
+    bool decode_vop(BitReader& br);
+    bool decode_short_vop(BitReader& br);
+    void start_vop();
+    void finish_reference();
+    void output(const Frame& f);
+    bool allocate();
+
+    // Macroblock layers; false on damage.
+    bool decode_mb_ip(BitReader& br, int mbx, int mby);
+    bool decode_mb_b(BitReader& br, int mbx, int mby);
+    bool decode_mb_short(BitReader& br, int mbx, int mby);
+    bool intra_blocks(BitReader& br, int mbx, int mby, int cbp, bool ac_pred, bool dc_vlc, bool field_dct);
+    bool inter_residual(BitReader& br, int cbp, int16_t (*res)[64], bool* coded);
+
+    // Video packets.
+    bool at_resync(BitReader& br) const;
+    bool read_packet_header(BitReader& br, int* mb_number);
+    int packet_number(const BitReader& br) const;
+    bool find_resync(BitReader& br, int* mb_number);
+    void conceal(int from, int to);
+
+    // Prediction into dst (w x h) from a plane at (x, y) + mv.
+    void predict(uint8_t* dst, int dst_step, const Plane& ref, int x, int y, int w, int h, int mvx, int mvy,
+                 bool qpel, int rc);
+    Plane make_plane(Frame& f, int p, int field);
+    const Plane& plane(int frame, int p, int field = -1) const { return planes_[frame][p][field + 1]; }
+    // Where a macroblock's prediction goes: the frame, or scratch blocks.
+    struct Dest {
+        uint8_t *y, *cb, *cr;
+        int ys, cs;
+    };
+    Dest frame_dest(int mbx, int mby);
+    void predict_mb(const Dest& d, int ref, int mbx, int mby, const KplMotionVector* mv, bool four, int rc);
+    void predict_field_mb(const Dest& d, int ref, int mbx, int mby, const KplMotionVector* mv,
+                          const uint8_t* sel, int rc);
+    void predict_gmc(const Dest& d, int mbx, int mby);
+    void add_residual(int mbx, int mby, int16_t (*res)[64], const bool* coded, bool field_dct);
+
+    PictureSink sink_;
+    void* user_;
+    DecodeStats* stats_;
+    bool stop_ = false;
+
+    Vol vol_;
+    Vop vop_;
+    int mb_w_ = 0, mb_h_ = 0, mb_count_ = 0, mb_bits_ = 1;
+
+    // Frames: cur_ is decoded into; fwd_/bwd_ are the past and future
+    // references of B-VOPs; held_ waits for output (display order).
+    std::vector<Frame> pool_;
+    Plane planes_[3][3][3];  // [frame][plane][frame, top field, bottom field]
+    int cur_ = -1, fwd_ = -1, bwd_ = -1;
+    bool held_ = false;
+
+    // Per macroblock of the VOP being decoded and of the last reference VOP.
+    std::vector<KplMotionVector> mv_, ref_mv_;              // 4 per macroblock
+    std::vector<KplMotionVector> field_mv_, ref_field_mv_;  // 2 per macroblock
+    std::vector<MbInfo> info_, ref_info_;
+    std::vector<KplMPEG4IntraPred> pred_;  // 6 per macroblock
+    std::vector<int> packet_;              // video packet of each macroblock (-1 not decoded)
+    int packet_id_ = 0, packet_start_ = 0;
+    int qp_ = 1, running_qp_ = 1;
+    bool first_in_packet_ = true;
+    KplMotionVector pmv_[2][2];  // B-VOP predictors [forward/backward][frame or top/bottom]
+
+    // Timing for B-VOPs.
+    int64_t time_base_ = 0, last_time_base_ = 0;
+    int64_t last_ref_time_ = 0, ref_distance_ = 1;
+    int64_t b_time_ = 0;
+    int64_t frame_time_ = 0, pp_field_ = 2, pb_field_ = 1;
+
+    KplMPEG4Warp warp_{};
+};
+
+}  // namespace kplvc::codecs::mpeg4

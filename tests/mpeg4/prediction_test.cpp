@@ -1,0 +1,425 @@
+// MPEG-4 intra DC/AC prediction, the second-method and forward quantisers,
+// and motion vectors: worked examples of the rules that can break, and the
+// argument checks.
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kplvc.h"
+#include "support/support.h"
+
+namespace {
+
+const KplMPEG4IntraPred kAbsent = KPLVC_MPEG4_INTRA_PRED_ABSENT;
+
+// A stream from a string of 0/1, padded for the look-ahead.
+std::vector<uint8_t> bits(const std::string& s) {
+    std::vector<uint8_t> b(s.size() / 8 + 16, 0);
+    for (size_t i = 0; i < s.size(); ++i)
+        if (s[i] == '1') b[i / 8] |= static_cast<uint8_t>(0x80 >> (i % 8));
+    return b;
+}
+
+}  // namespace
+
+// ---- DC and AC prediction -------------------------------------------------------------
+
+TEST(Mpeg4Intra, DcScalerAndDcRounding) {
+    // A differential of 1 on a zero prediction gives the scaler itself.
+    const struct {
+        int qp, block, scaler;
+    } scalers[] = {{1, 0, 8},   {4, 0, 8},   {5, 0, 10},  {8, 0, 16}, {9, 0, 17},  {24, 0, 32},
+                   {25, 0, 34}, {31, 0, 46}, {4, 4, 8},   {5, 5, 9},  {24, 4, 18}, {25, 4, 19},
+                   {31, 5, 25}, {12, 6, 20}, {12, 9, 20}, {13, 4, 13}};
+    for (const auto& c : scalers) {
+        KplMPEG4IntraPred pred = kAbsent, cur;
+        pred.dc = 0;
+        int16_t blk[64] = {1};
+        ASSERT_EQ(kpliPredictReconIntra_MPEG4_16s(blk, &pred, &cur, KPLVC_PRED_LEFT, 0, c.qp, c.block),
+                  kplStsNoErr);
+        EXPECT_EQ(blk[0], c.scaler) << "QP " << c.qp << " block " << c.block;
+        EXPECT_EQ(cur.dc, c.scaler);
+        EXPECT_EQ(cur.qp, c.qp);
+    }
+    // The predictor is divided by this block's scaler with "//": halves away
+    // from zero; the result is clamped to 0..2047.
+    const struct {
+        int16_t pred_dc, diff;
+        int want;
+    } dcs[] = {{12, 0, 16}, {11, 0, 8}, {20, 0, 24}, {1024, 0, 1024}, {1024, -200, 0}, {1024, 200, 2047}};
+    for (const auto& c : dcs) {
+        KplMPEG4IntraPred pred = kAbsent, cur;
+        pred.dc = c.pred_dc;
+        int16_t blk[64] = {c.diff};
+        ASSERT_EQ(kpliPredictReconIntra_MPEG4_16s(blk, &pred, &cur, KPLVC_PRED_TOP, 0, 2, 0), kplStsNoErr);
+        EXPECT_EQ(blk[0], c.want) << c.pred_dc << " " << c.diff;
+    }
+}
+
+// The first column (from the left) or row (from above) of the neighbour,
+// rescaled by its quantiser to this block's: (ac * qpA) // QP.
+TEST(Mpeg4Intra, AcRescalingRoundsHalfAwayFromZeroAndSaturates) {
+    const struct {
+        int16_t ac, qp_a;
+        int qp;
+        int16_t level, want;
+    } cases[] = {
+        {3, 5, 2, 0, 8},           // 7.5 -> 8
+        {-3, 5, 2, 0, -8},         // -7.5 -> -8
+        {1, 3, 2, 0, 2},           // 1.5 -> 2
+        {-1, 3, 2, 0, -2},         // -1.5 -> -2
+        {5, 2, 4, 0, 3},           // 2.5 -> 3
+        {7, 1, 3, 0, 2},           // 2.33 -> 2
+        {-7, 2, 3, 0, -5},         // -4.67 -> -5
+        {9, 9, 9, 1, 10},          // same quantiser: exact
+        {100, 31, 1, 0, 2047},     // 3100 saturates
+        {-100, 31, 1, -5, -2048},  // -3105 saturates
+        {2047, 1, 1, 2047, 2047},
+    };
+    for (int dir : {KPLVC_PRED_LEFT, KPLVC_PRED_TOP}) {
+        for (const auto& c : cases) {
+            KplMPEG4IntraPred pred = kAbsent, cur;
+            pred.qp = c.qp_a;
+            (dir == KPLVC_PRED_LEFT ? pred.col : pred.row)[2] = c.ac;  // third AC of the line
+            int16_t blk[64] = {};
+            const int pos = dir == KPLVC_PRED_LEFT ? 24 : 3;
+            blk[pos] = c.level;
+            blk[dir == KPLVC_PRED_LEFT ? 3 : 24] = 77;  // the other line is left alone
+            ASSERT_EQ(kpliPredictReconIntra_MPEG4_16s(blk, &pred, &cur, dir, 1, c.qp, 0), kplStsNoErr);
+            EXPECT_EQ(blk[pos], c.want) << c.ac << "*" << c.qp_a << "//" << c.qp << " dir " << dir;
+            EXPECT_EQ(blk[dir == KPLVC_PRED_LEFT ? 3 : 24], 77);
+            // The record keeps the levels after prediction.
+            EXPECT_EQ(cur.row[2], blk[3]);
+            EXPECT_EQ(cur.col[2], blk[24]);
+            // Without AC prediction the levels stay.
+            int16_t plain[64] = {};
+            plain[pos] = c.level;
+            ASSERT_EQ(kpliPredictReconIntra_MPEG4_16s(plain, &pred, &cur, dir, 0, c.qp, 0), kplStsNoErr);
+            EXPECT_EQ(plain[pos], c.level);
+        }
+    }
+}
+
+TEST(Mpeg4Intra, DirectionFromDcGradients) {
+    const struct {
+        int16_t a, b, c;
+        int want;
+    } cases[] = {
+        {100, 100, 200, KPLVC_PRED_TOP},   // no change A-B: the block above continues
+        {100, 200, 200, KPLVC_PRED_LEFT},  // no change B-C: the left one does
+        {100, 100, 100, KPLVC_PRED_LEFT},  // a tie goes left
+        {300, 200, 101, KPLVC_PRED_LEFT},  // 100 < 99 is false
+        {300, 200, 99, KPLVC_PRED_TOP},
+    };
+    for (const auto& c : cases) {
+        KplMPEG4IntraPred a = kAbsent, b = kAbsent, cc = kAbsent;
+        a.dc = c.a;
+        b.dc = c.b;
+        cc.dc = c.c;
+        Kpl32s dir = 0;
+        ASSERT_EQ(kpliPredictDirIntra_MPEG4(&a, &b, &cc, &dir), kplStsNoErr);
+        EXPECT_EQ(dir, c.want) << c.a << " " << c.b << " " << c.c;
+    }
+}
+
+// ---- Quantisers --------------------------------------------------------------------------
+
+TEST(Mpeg4Quant, SecondMethodAndForwardQuantisers) {
+    // Inverse: QP (2|L| + 1), minus 1 for even QP, clamped; the intra form
+    // keeps element 0.
+    const struct {
+        int16_t level;
+        int qp;
+        int16_t want;
+    } inv[] = {{1, 2, 5},        {1, 3, 9},          {-2, 4, -19}, {-1, 1, -3},
+               {2047, 31, 2047}, {-2047, 31, -2048}, {0, 9, 0}};
+    for (const auto& c : inv) {
+        int16_t blk[64] = {};
+        blk[0] = c.level;
+        blk[17] = c.level;
+        ASSERT_EQ(kpliQuantInvInterH263_MPEG4_16s_C1I(blk, c.qp), kplStsNoErr);
+        EXPECT_EQ(blk[0], c.want);
+        EXPECT_EQ(blk[17], c.want);
+        blk[0] = c.level;
+        blk[17] = c.level;
+        ASSERT_EQ(kpliQuantInvIntraH263_MPEG4_16s_C1I(blk, c.qp), kplStsNoErr);
+        EXPECT_EQ(blk[0], c.level);
+        EXPECT_EQ(blk[17], c.want);
+    }
+    // Forward, one coefficient at raster 9 (weight 20 there) and the DC.
+    int16_t m[64];
+    for (auto& w : m) w = 16;
+    m[9] = 20;
+    const struct {
+        const char* what;
+        int form;  // 0 second intra, 1 second inter, 2 first intra, 3 first inter
+        int16_t f;
+        int qp;
+        int16_t want;
+    } fwd[] = {
+        {"second intra: 39 / 20 -> 1", 0, 39, 10, 1},
+        {"second intra: 40 / 20 -> 2", 0, -40, 10, -2},
+        {"second inter: (29 - 5) / 20 -> 1", 1, 29, 10, 1},
+        {"second inter: (24 - 5) / 20 -> 0", 1, -24, 10, 0},
+        {"second inter: below QP / 2", 1, 4, 10, 0},
+        {"first intra: (16*50 + 200) / 400 -> 2 (2.5 rounds up)", 2, 50, 10, 2},
+        {"first intra: (16*49 + 200) / 400 -> 2", 2, -49, 10, -2},
+        {"first intra: (16*37 + 200) / 400 -> 1", 2, 37, 10, 1},
+        {"first inter: 16*49 / 400 -> 1", 3, 49, 10, 1},
+        {"first inter: 16*50 / 400 -> 2", 3, -50, 10, -2},
+        {"second intra clamps to 2047", 0, 32767, 1, 2047},
+        {"first inter clamps to -2047", 3, -32768, 1, -2047},
+    };
+    for (const auto& c : fwd) {
+        int16_t blk[64] = {};
+        blk[0] = 100;  // luma DC: 100 // 8 (QP <= 4) or 100 // 20 (QP 10 -> scaler 18)
+        blk[9] = c.f;
+        Kpl32s n = -1;
+        KplStatus st;
+        switch (c.form) {
+            case 0:
+                st = kpliQuantIntraH263_MPEG4_16s_C1I(blk, c.qp, 0, &n);
+                break;
+            case 1:
+                st = kpliQuantInterH263_MPEG4_16s_C1I(blk, c.qp, &n);
+                break;
+            case 2:
+                st = kpliQuantIntra_MPEG4_16s_C1I(blk, c.qp, m, 0, &n);
+                break;
+            default:
+                st = kpliQuantInter_MPEG4_16s_C1I(blk, c.qp, m, &n);
+                break;
+        }
+        ASSERT_EQ(st, kplStsNoErr) << c.what;
+        EXPECT_EQ(blk[9], c.want) << c.what;
+        const bool intra = c.form == 0 || c.form == 2;
+        if (intra) {
+            EXPECT_EQ(blk[0], c.qp <= 4 ? 13 : 6) << c.what;  // 12.5 -> 13; 100 // 18 = 5.6 -> 6
+        }
+        EXPECT_EQ(n, (c.want != 0) + (intra ? 0 : (blk[0] != 0))) << c.what;
+    }
+}
+
+// ---- Motion vectors --------------------------------------------------------------------
+
+TEST(Mpeg4Vectors, DecodeWithFcodeResidualAndWrap) {
+    const struct {
+        const char* what;
+        const char* bits;  // horizontal then vertical
+        int fcode;
+        KplMotionVector pred, want;
+    } cases[] = {
+        {"zero",
+         "1"
+         "1",
+         1,
+         {5, -6},
+         {5, -6}},
+        {"+1 from 31 wraps to -32",
+         "010"
+         "1",
+         1,
+         {31, 0},
+         {-32, 0}},
+        {"-1 from -32 wraps to 31",
+         "011"
+         "1",
+         1,
+         {-32, 0},
+         {31, 0}},
+        {"+32, the code H.263 leaves free, wraps to -32",
+         "0000000000100"
+         "1",
+         1,
+         {0, 0},
+         {-32, 0}},
+        {"-32 stays",
+         "0000000000101"
+         "1",
+         1,
+         {0, 0},
+         {-32, 0}},
+        {"f 2: code 1 residual 0 is 1, residual 1 is 2",
+         "0100"
+         "0101",
+         2,
+         {0, 0},
+         {1, 2}},
+        {"f 2: code -2 residual 1 is -4",
+         "00111"
+         "1",
+         2,
+         {0, 0},
+         {-4, 0}},
+        {"f 2: 62 + 3 wraps to -63",
+         "00100"
+         "1",
+         2,
+         {62, 0},
+         {-63, 0}},
+        {"f 7: code 32 residual 63 is 2048 -> wraps",
+         "0000000000100111111"
+         "1",
+         7,
+         {0, 0},
+         {-2048, 0}},
+        {"f 7: code -1 residual 5 is -6",
+         "011000101"
+         "1",
+         7,
+         {10, 0},
+         {4, 0}},
+    };
+    for (const auto& c : cases) {
+        std::vector<uint8_t> s = bits(c.bits);
+        Kpl8u* p = s.data();
+        Kpl32s off = 0;
+        KplMotionVector mv = {99, 99};
+        ASSERT_EQ(kpliDecodeMV_MPEG4_1u16s(&p, &off, &c.pred, &mv, c.fcode), kplStsNoErr) << c.what;
+        EXPECT_EQ(mv.dx, c.want.dx) << c.what;
+        EXPECT_EQ(mv.dy, c.want.dy) << c.what;
+        EXPECT_EQ((p - s.data()) * 8 + off, static_cast<long>(std::strlen(c.bits))) << c.what;
+    }
+    // No code word starts with twelve zeros; the vertical code failing
+    // leaves everything as it was too.
+    for (const char* b : {"000000000000",
+                          "1"
+                          "000000000000"}) {
+        std::vector<uint8_t> s = bits(b);
+        Kpl8u* p = s.data();
+        Kpl32s off = 0;
+        const KplMotionVector pred = {1, 2};
+        KplMotionVector mv = {99, 99};
+        EXPECT_EQ(kpliDecodeMV_MPEG4_1u16s(&p, &off, &pred, &mv, 1), kplStsMVCodeErr);
+        EXPECT_EQ(p, s.data());
+        EXPECT_EQ(mv.dx, 99);
+    }
+}
+
+TEST(Mpeg4Vectors, MedianCandidatesAndAvailability) {
+    // Three macroblocks per row, two rows; the current one is (1, 1). Each
+    // block's vector encodes where it is: (10 * mb + block, -(10 * mb + block)).
+    KplMotionVector field[2 * 3 * 4];
+    for (int mb = 0; mb < 6; ++mb)
+        for (int b = 0; b < 4; ++b)
+            field[mb * 4 + b] = {static_cast<int16_t>(10 * mb + b), static_cast<int16_t>(-(10 * mb + b))};
+    const KplMotionVector* cur = &field[4 * 4];  // mb 4
+    const struct {
+        int block, avail;
+        int16_t want;  // x (y is its negation)
+    } cases[] = {
+        // Block 0: left mb 3 block 1 (31), above mb 1 block 2 (12), above
+        // right mb 2 block 2 (22): median 22.
+        {0, 7, 22},
+        {0, 6, 12},  // left absent: median(0, 12, 22)
+        {0, 1, 31},  // only the left: it alone
+        {0, 2, 12},  // only the above
+        {0, 0, 0},   // none
+        // Block 1: left is block 0 of this mb (40), above mb 1 block 3 (13),
+        // above right mb 2 block 2 (22).
+        {1, 7, 22},
+        {1, 3, 13},  // above right absent: median(40, 13, 0)
+        {1, 0, 40},  // only the one inside the macroblock
+        // Block 2: left mb 3 block 3 (33), above block 0 (40), above right block 1 (41).
+        {2, 7, 40},
+        {2, 0, 40},  // left absent: median(0, 40, 41)
+        // Block 3: all inside: 42, 40, 41.
+        {3, 0, 41},
+    };
+    for (const auto& c : cases) {
+        KplMotionVector p = {99, 99};
+        ASSERT_EQ(kpliPredictMV_MPEG4(cur, 12, c.block, c.avail, &p), kplStsNoErr);
+        EXPECT_EQ(p.dx, c.want) << "block " << c.block << " avail " << c.avail;
+        EXPECT_EQ(p.dy, -c.want) << "block " << c.block << " avail " << c.avail;
+    }
+}
+
+// forward = TRB col / TRD + delta, backward = delta ? forward - col :
+// (TRB - TRD) col / TRD, "/" truncating toward zero (not flooring).
+TEST(Mpeg4Vectors, DirectModeRounding) {
+    const struct {
+        KplMotionVector col, delta;
+        int trb, trd;
+        KplMotionVector fw, bw;
+    } cases[] = {
+        {{-5, 7}, {0, 0}, 1, 3, {-1, 2}, {3, -4}},
+        {{-5, 7}, {2, 0}, 1, 3, {1, 2}, {6, -4}},
+        {{5, -7}, {0, -1}, 2, 3, {3, -5}, {-1, 2}},
+        {{-1, 1}, {0, 0}, 1, 2, {0, 0}, {0, 0}},
+        {{32767, -32768}, {0, 0}, 65535, 65535, {32767, -32768}, {0, 0}},
+        {{9, 9}, {0, 0}, 0, 4, {0, 0}, {-9, -9}},
+    };
+    for (const auto& c : cases) {
+        KplMotionVector col[4] = {c.col, {1, 1}, {-3, 2}, c.col}, fw[4], bw[4];
+        ASSERT_EQ(kpliDirectMV_MPEG4(col, &c.delta, c.trb, c.trd, fw, bw), kplStsNoErr);
+        for (int b : {0, 3}) {
+            EXPECT_EQ(fw[b].dx, c.fw.dx) << c.col.dx << " " << c.trb << "/" << c.trd;
+            EXPECT_EQ(fw[b].dy, c.fw.dy);
+            EXPECT_EQ(bw[b].dx, c.bw.dx) << c.col.dx << " " << c.trb << "/" << c.trd;
+            EXPECT_EQ(bw[b].dy, c.bw.dy);
+        }
+    }
+}
+
+// ---- Argument checks ----------------------------------------------------------------------
+
+TEST(Mpeg4PredictionArgs, FirstFailingCheckWinsAndNothingIsWritten) {
+    KplMPEG4IntraPred a = kAbsent, cur = kAbsent;
+    cur.dc = 5;
+    int16_t blk[64];
+    for (auto& v : blk) v = 3;
+    Kpl32s dir = 9, n = 9;
+    KplMotionVector mv[4] = {{7, 7}, {7, 7}, {7, 7}, {7, 7}}, out[4] = {{8, 8}, {8, 8}, {8, 8}, {8, 8}};
+    std::vector<uint8_t> s = bits(
+        "1"
+        "1");
+    Kpl8u* p = s.data();
+    Kpl8u* np = nullptr;
+    Kpl32s off = 0, bad = -1;
+    const struct {
+        const char* what;
+        KplStatus got, want;
+    } cases[] = {
+        {"dir: null", kpliPredictDirIntra_MPEG4(&a, &a, nullptr, &dir), kplStsNullPtrErr},
+        {"dir: out", kpliPredictDirIntra_MPEG4(&a, &a, &a, nullptr), kplStsNullPtrErr},
+        {"recon: coeffs", kpliPredictReconIntra_MPEG4_16s(nullptr, &a, &cur, 1, 0, 5, 0), kplStsNullPtrErr},
+        {"recon: pred before dir", kpliPredictReconIntra_MPEG4_16s(blk, nullptr, &cur, 0, 0, 5, 0),
+         kplStsNullPtrErr},
+        {"recon: dir before flag", kpliPredictReconIntra_MPEG4_16s(blk, &a, &cur, 3, 2, 5, 0),
+         kplStsPredDirErr},
+        {"recon: flag before QP", kpliPredictReconIntra_MPEG4_16s(blk, &a, &cur, 1, 2, 0, 0), kplStsModeErr},
+        {"recon: QP before block", kpliPredictReconIntra_MPEG4_16s(blk, &a, &cur, 1, 0, 32, 10),
+         kplStsMPEG4QPErr},
+        {"recon: block", kpliPredictReconIntra_MPEG4_16s(blk, &a, &cur, 2, 1, 31, 10), kplStsBlockIndexErr},
+        {"inv intra: null", kpliQuantInvIntraH263_MPEG4_16s_C1I(nullptr, 0), kplStsNullPtrErr},
+        {"inv inter: QP", kpliQuantInvInterH263_MPEG4_16s_C1I(blk, 0), kplStsMPEG4QPErr},
+        {"fwd intra: count", kpliQuantIntraH263_MPEG4_16s_C1I(blk, 0, 10, nullptr), kplStsNullPtrErr},
+        {"fwd intra: QP before block", kpliQuantIntraH263_MPEG4_16s_C1I(blk, 0, 10, &n), kplStsMPEG4QPErr},
+        {"fwd intra: block", kpliQuantIntraH263_MPEG4_16s_C1I(blk, 1, 10, &n), kplStsBlockIndexErr},
+        {"fwd inter: QP", kpliQuantInterH263_MPEG4_16s_C1I(blk, 32, &n), kplStsMPEG4QPErr},
+        {"fwd first intra: matrix", kpliQuantIntra_MPEG4_16s_C1I(blk, 1, nullptr, 0, &n), kplStsNullPtrErr},
+        {"fwd first intra: block", kpliQuantIntra_MPEG4_16s_C1I(blk, 1, blk, -1, &n), kplStsBlockIndexErr},
+        {"fwd first inter: QP", kpliQuantInter_MPEG4_16s_C1I(blk, 0, blk, &n), kplStsMPEG4QPErr},
+        {"mv: *pp", kpliDecodeMV_MPEG4_1u16s(&np, &off, mv, out, 1), kplStsNullPtrErr},
+        {"mv: pred", kpliDecodeMV_MPEG4_1u16s(&p, &off, nullptr, out, 1), kplStsNullPtrErr},
+        {"mv: offset before fcode", kpliDecodeMV_MPEG4_1u16s(&p, &bad, mv, out, 0), kplStsShapeArgErr},
+        {"mv: fcode 0", kpliDecodeMV_MPEG4_1u16s(&p, &off, mv, out, 0), kplStsFcodeErr},
+        {"mv: fcode 8", kpliDecodeMV_MPEG4_1u16s(&p, &off, mv, out, 8), kplStsFcodeErr},
+        {"pred: out", kpliPredictMV_MPEG4(mv, 4, 0, 0, nullptr), kplStsNullPtrErr},
+        {"pred: step before block", kpliPredictMV_MPEG4(mv, 3, 4, 8, out), kplStsStepErr},
+        {"pred: block before avail", kpliPredictMV_MPEG4(mv, 4, 4, 8, out), kplStsBlockIndexErr},
+        {"pred: avail", kpliPredictMV_MPEG4(mv, 4, 0, 8, out), kplStsBadArgErr},
+        {"direct: backward", kpliDirectMV_MPEG4(mv, mv, 1, 2, out, nullptr), kplStsNullPtrErr},
+        {"direct: TRD 0", kpliDirectMV_MPEG4(mv, mv, 0, 0, out, out), kplStsTimeDistErr},
+        {"direct: TRB > TRD", kpliDirectMV_MPEG4(mv, mv, 3, 2, out, out), kplStsTimeDistErr},
+        {"direct: TRB < 0", kpliDirectMV_MPEG4(mv, mv, -1, 2, out, out), kplStsTimeDistErr},
+    };
+    for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
+    EXPECT_EQ(dir, 9);
+    EXPECT_EQ(n, 9);
+    EXPECT_EQ(cur.dc, 5);
+    for (int16_t v : blk) EXPECT_EQ(v, 3);
+    for (const auto& v : out) EXPECT_TRUE(v.dx == 8 && v.dy == 8);
+    EXPECT_EQ(p, s.data());
+}
