@@ -1,12 +1,14 @@
 #include <cstring>
 
 #include "common/codec.h"
+#include "mpeg2/decoder.h"
 
 namespace kplvc::codecs {
 
 // Each format defines its Decoder beside its code; list it here, before the
 // terminating null.
 static const Decoder* const kDecoders[] = {
+    &mpeg2::kDecoder,
     nullptr,
 };
 
