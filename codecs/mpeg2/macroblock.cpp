@@ -100,9 +100,16 @@ inline Source source(const PlaneView& v, int x, int y, int vx, int vy, int w, in
 }
 
 // Writes the prediction of a w x h block from one or two sources (two are
-// averaged, rounding up).
+// averaged, rounding up). A whole-sample 16x16 or 8x8 block is a copy.
 void predict(const Source* s, int n, int w, int h, uint8_t* dst, int dst_step) {
     if (n == 1) {
+        if (s[0].type == 0 && w == h) {
+            if (w == 16)
+                kpliCopyBlock_16x16_8u(s[0].at, s[0].step, dst, dst_step);
+            else
+                kpliCopyBlock_8x8_8u(s[0].at, s[0].step, dst, dst_step);
+            return;
+        }
         mc_for(w, h)(s[0].at, s[0].step, kZeros, 0, dst, dst_step, s[0].type, 0);
         return;
     }
@@ -141,6 +148,7 @@ private:
     bool slice_header(int slice_code, int* row);
     bool macroblock(int addr);
     void skipped(int addr);
+    void skipped_run(int addr, int n);
     bool motion_vectors(int s, int motion_type);
     void reset_dc() {
         const Kpl16s v = static_cast<Kpl16s>(mpeg1_ ? 128 : (128 << pic_.dc_precision));
@@ -154,6 +162,7 @@ private:
     }
     bool blocks(int cbp, bool intra);
     void form_prediction(int addr, int flags, int motion_type);
+    void frame_prediction(int mx, int my, int flags);
     void reconstruct(int addr, int cbp, bool intra, bool field_dct);
 
     const PictureContext& c_;
@@ -221,11 +230,9 @@ bool Slice::run(int slice_code) {
         } else {
             // Skipped macroblocks (never in I-pictures).
             if (inc > 1 && pic_.type == kPicI) return false;
-            for (int k = 1; k < inc; ++k) {
-                if (++addr >= total) return false;
-                skipped(addr);
-            }
-            ++addr;
+            if (inc - 1 > total - 1 - addr) return false;
+            if (inc > 1) skipped_run(addr + 1, inc - 1);
+            addr += inc;
         }
         if (addr >= total) return false;
         if (!macroblock(addr)) return false;
@@ -238,6 +245,41 @@ bool Slice::run(int slice_code) {
         const size_t left = b_.left();
         const int n = left >= 23 ? 23 : static_cast<int>(left);
         if (n == 0 || b_.peek(n) == 0) return true;
+    }
+}
+
+// A run of skipped macroblocks. In P-pictures they are copies of the
+// reference at the same place (the same field for field pictures), done a
+// row of the run at a time.
+void Slice::skipped_run(int addr, int n) {
+    if (pic_.type != kPicP) {
+        for (int k = 0; k < n; ++k) skipped(addr + k);
+        return;
+    }
+    reset_dc();
+    reset_pmv();
+    std::memset(vec_, 0, sizeof vec_);
+    const int mbw = seq_.mb_width, ch = chroma422_ ? 16 : 8;
+    const PlaneView* from = c_.frame_ref[0];
+    PlaneView field[3];
+    if (!frame_pic_) {
+        for (int p = 0; p < 3; ++p) field[p] = c_.field_ref[0][p][c_.parity];
+        from = field;
+    }
+    while (n > 0) {
+        const int mx = addr % mbw, my = addr / mbw;
+        const int k = n < mbw - mx ? n : mbw - mx;  // the part of the run on this row
+        for (int p = 0; p < 3; ++p) {
+            const int w = p == 0 ? 16 : 8, h = p == 0 ? 16 : ch;
+            const PlaneView& o = c_.out[p];
+            for (int y = my * h; y < (my + 1) * h; ++y)
+                std::memcpy(o.base + static_cast<ptrdiff_t>(y) * o.step + mx * w,
+                            from[p].base + static_cast<ptrdiff_t>(y) * from[p].step + mx * w,
+                            static_cast<size_t>(k * w));
+        }
+        for (int j = 0; j < k; ++j) (*c_.done)[addr + j] = 1;
+        addr += k;
+        n -= k;
     }
 }
 
@@ -410,9 +452,36 @@ inline int dual_prime_component(int v, int m, int dmv, int e) {
     return ((v * m + (v > 0 ? 1 : 0)) >> 1) + dmv + e;
 }
 
+// Frame prediction in a frame picture (every MPEG-1 macroblock): the whole
+// macroblock from each reference frame with one vector.
+void Slice::frame_prediction(int mx, int my, int flags) {
+    const int ch = chroma422_ ? 16 : 8;
+    Source src[3][2];
+    int n = 0;
+    for (int s = 0; s < 2; ++s) {
+        if ((flags & (s == 0 ? kForward : kBackward)) == 0) continue;
+        const int vx = vec_[0][s][0], vy = vec_[0][s][1];
+        const int cvx = vx / 2, cvy = chroma422_ ? vy : vy / 2;
+        src[0][n] = source(c_.frame_ref[s][0], mx * 16, my * 16, vx, vy, 16, 16);
+        src[1][n] = source(c_.frame_ref[s][1], mx * 8, my * ch, cvx, cvy, 8, ch);
+        src[2][n] = source(c_.frame_ref[s][2], mx * 8, my * ch, cvx, cvy, 8, ch);
+        ++n;
+    }
+    if (n == 0) return;
+    const PlaneView* o = c_.out;
+    predict(src[0], n, 16, 16, o[0].base + static_cast<ptrdiff_t>(my * 16) * o[0].step + mx * 16, o[0].step);
+    for (int p = 1; p < 3; ++p)
+        predict(src[p], n, 8, ch, o[p].base + static_cast<ptrdiff_t>(my * ch) * o[p].step + mx * 8,
+                o[p].step);
+}
+
 void Slice::form_prediction(int addr, int flags, int motion_type) {
     const int mbw = seq_.mb_width;
     const int mx = addr % mbw, my = addr / mbw;
+    if (frame_pic_ && motion_type == kMotionFrame) {
+        frame_prediction(mx, my, flags);
+        return;
+    }
     const int cw = 8, ch = chroma422_ ? 16 : 8;  // chroma macroblock size
     // Chroma vectors: halved toward zero horizontally, and vertically for 4:2:0.
     auto chroma_v = [&](int vx, int vy, int* cx, int* cy) {

@@ -1,6 +1,7 @@
 // The stream layer: start codes, sequence, GOP, picture and extension
 // headers, the frames and their order of output, and the concealment of
 // macroblocks that no slice delivered.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -11,9 +12,10 @@ namespace kplvc::codecs::mpeg2 {
 
 namespace {
 
-constexpr int kPad = 32;             // luma border of every frame (chroma: scaled)
-constexpr int kPaddingWords = 64;    // zero words after the stream
-constexpr int kMaxDimension = 8192;  // larger pictures are refused (memory)
+constexpr int kPad = 32;                    // luma border of every frame (chroma: scaled)
+constexpr int kPaddingWords = 64;           // zero words after the data
+constexpr size_t kChunkBytes = 256 * 1024;  // bytes turned into words at a time
+constexpr int kMaxDimension = 8192;         // larger pictures are refused (memory)
 
 enum StartCode : int {
     kPictureStart = 0x00,
@@ -86,7 +88,9 @@ private:
     DecodeStats* stats_;
     bool stopped_ = false;
 
+    size_t convert(const uint8_t* data, size_t size, size_t at, size_t next);
     std::vector<uint32_t> words_;
+    size_t chunk_begin_ = 1, chunk_end_ = 0;  // bytes of the stream in words_
 
     Sequence seq_;
     bool have_sequence_ = false;
@@ -449,6 +453,32 @@ void StreamDecoder::finish_frame() {
 
 // ---- The stream ------------------------------------------------------------------
 
+// Makes words_ hold the stream from a multiple of 4 bytes at or before `at`
+// to at least `next` (and, while the chunk lasts, what follows), as 32-bit
+// words, first byte most significant, followed by zero words that the
+// readers may look ahead into. Returns the byte offset of words_[0]. A chunk
+// serves many start codes, and the buffer is reused: the stream is never
+// copied whole.
+size_t StreamDecoder::convert(const uint8_t* data, size_t size, size_t at, size_t next) {
+    if (at >= chunk_begin_ && next <= chunk_end_) return chunk_begin_;
+    const size_t begin = at & ~size_t{3};
+    const size_t want = next - begin > kChunkBytes ? next - begin : kChunkBytes;
+    const size_t end = size - begin < want ? size : begin + want;
+    const size_t nwords = (end - begin + 3) / 4;
+    if (words_.size() < nwords + kPaddingWords) words_.resize(nwords + kPaddingWords);
+    const uint8_t* d = data + begin;
+    const size_t whole = (end - begin) / 4;
+    for (size_t w = 0; w < whole; ++w)
+        words_[w] = (uint32_t{d[4 * w]} << 24) | (uint32_t{d[4 * w + 1]} << 16) |
+                    (uint32_t{d[4 * w + 2]} << 8) | d[4 * w + 3];
+    std::fill(words_.begin() + static_cast<ptrdiff_t>(whole),
+              words_.begin() + static_cast<ptrdiff_t>(nwords + kPaddingWords), 0u);
+    for (size_t i = whole * 4; i < end - begin; ++i) words_[i / 4] |= uint32_t{d[i]} << (24 - 8 * (i & 3));
+    chunk_begin_ = begin;
+    chunk_end_ = end;
+    return begin;
+}
+
 // The byte offset of the next start code prefix 00 00 01 at or after `from`,
 // or `size`.
 size_t next_start_code(const uint8_t* d, size_t size, size_t from) {
@@ -465,22 +495,13 @@ size_t next_start_code(const uint8_t* d, size_t size, size_t from) {
 
 int StreamDecoder::run(const uint8_t* data, size_t size) {
     if (!tables().ok) return fail("the library could not build its code tables"), -1;
-    // The stream as 32-bit words, first byte most significant, then zero
-    // words: the readers may look ahead into them.
-    const size_t nwords = (size + 3) / 4;
-    words_.assign(nwords + kPaddingWords, 0);
-    for (size_t i = 0; i + 4 <= size; i += 4)
-        words_[i / 4] = (uint32_t{data[i]} << 24) | (uint32_t{data[i + 1]} << 16) |
-                        (uint32_t{data[i + 2]} << 8) | data[i + 3];
-    for (size_t i = size & ~size_t{3}; i < size; ++i)
-        words_[i / 4] |= uint32_t{data[i]} << (24 - 8 * (i & 3));
-
     size_t at = next_start_code(data, size, 0);
     while (at < size && !stopped_) {
         const size_t next = next_start_code(data, size, at + 3);
         if (at + 3 >= size) break;
         const int code = data[at + 3];
-        Bits b{words_.data(), (at + 4) * 8, next * 8};
+        const size_t base = convert(data, size, at, next);
+        Bits b{words_.data(), (at + 4 - base) * 8, (next - base) * 8};
         if (code == kSequenceHeader) {
             finish_picture();
             if (!sequence_header(b)) ++stats_->errors;

@@ -427,7 +427,7 @@ const uint8_t kNonLinearScale[32] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  10, 12,
                                      24, 28, 32, 36, 40, 44, 48, 52, 56, 64, 72, 80, 88, 96, 104, 112};
 
 int run_level_list(const RunLevelCode* codes, int n, Kpl32s* out, int out_size) {
-    std::vector<Kpl32s> d = {0, 2, 8, 8};
+    std::vector<Kpl32s> d = {0, 2, 12, 4};
     int maxlen = 0;
     for (int i = 0; i < n; ++i) maxlen = std::max<int>(maxlen, codes[i].len);
     for (int len = 1; len <= maxlen; ++len) {

@@ -6,6 +6,7 @@
 
 #include <bit>
 #include <cstdint>
+#include <cstring>
 
 #include "core/arith.h"
 #include "mpeg2/block.h"
@@ -55,14 +56,8 @@ KPLVC_INLINE void clear_block(int16_t* blk) {
     for (int k = 0; k < 4; ++k) _mm256_storeu_si256(reinterpret_cast<__m256i*>(blk + 16 * k), z);
 }
 
-KPLVC_INLINE void copy_block(int16_t* dst, const int16_t* src) {
-    for (int k = 0; k < 4; ++k)
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 16 * k),
-                            _mm256_load_si256(reinterpret_cast<const __m256i*>(src + 16 * k)));
-}
-
 KPLVC_INLINE __m256i row16(const int16_t* blk, int k) {
-    return _mm256_load_si256(reinterpret_cast<const __m256i*>(blk + 16 * k));
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(blk + 16 * k));
 }
 
 // 32 bits, one per value of blk[32h .. 32h + 31]: set where the value is 0.

@@ -5,6 +5,7 @@
 
 #include <bit>
 #include <cstdint>
+#include <cstring>
 
 #include "core/arith.h"
 #include "mpeg2/block.h"
@@ -41,14 +42,8 @@ KPLVC_INLINE void clear_block(int16_t* blk) {
     for (int k = 0; k < 8; ++k) _mm_storeu_si128(reinterpret_cast<__m128i*>(blk + 8 * k), z);
 }
 
-KPLVC_INLINE void copy_block(int16_t* dst, const int16_t* src) {
-    for (int k = 0; k < 8; ++k)
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 8 * k),
-                         _mm_load_si128(reinterpret_cast<const __m128i*>(src + 8 * k)));
-}
-
 KPLVC_INLINE __m128i row8(const int16_t* blk, int k) {
-    return _mm_load_si128(reinterpret_cast<const __m128i*>(blk + 8 * k));
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(blk + 8 * k));
 }
 
 // Bit k set where blk[k] != 0: eight values per compare, two compares per
