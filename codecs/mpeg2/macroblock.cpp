@@ -129,7 +129,9 @@ void predict(const Source* s, int n, int w, int h, uint8_t* dst, int dst_step) {
 
 // ---- The slice decoder -----------------------------------------------------------
 
-enum MotionType { kMotionField = 1, kMotionFrame = 2, kMotionDualPrime = 3, kMotion16x8 = 2 };
+// frame_motion_type (frame pictures) and field_motion_type (field
+// pictures): 1 field, 2 frame or 16x8, 3 dual prime.
+constexpr int kMotionField = 1, kMotionFrame = 2, kMotion16x8 = 2, kMotionDualPrime = 3;
 
 class Slice {
 public:
@@ -147,8 +149,8 @@ public:
 private:
     bool slice_header(int slice_code, int* row);
     bool macroblock(int addr);
-    void skipped(int addr);
-    void skipped_run(int addr, int n);
+    bool skipped(int addr);
+    bool skipped_run(int addr, int n);
     bool motion_vectors(int s, int motion_type);
     void reset_dc() {
         const Kpl16s v = static_cast<Kpl16s>(mpeg1_ ? 128 : (128 << pic_.dc_precision));
@@ -231,7 +233,7 @@ bool Slice::run(int slice_code) {
             // Skipped macroblocks (never in I-pictures).
             if (inc > 1 && pic_.type == kPicI) return false;
             if (inc - 1 > total - 1 - addr) return false;
-            if (inc > 1) skipped_run(addr + 1, inc - 1);
+            if (inc > 1 && !skipped_run(addr + 1, inc - 1)) return false;
             addr += inc;
         }
         if (addr >= total) return false;
@@ -251,10 +253,11 @@ bool Slice::run(int slice_code) {
 // A run of skipped macroblocks. In P-pictures they are copies of the
 // reference at the same place (the same field for field pictures), done a
 // row of the run at a time.
-void Slice::skipped_run(int addr, int n) {
+bool Slice::skipped_run(int addr, int n) {
     if (pic_.type != kPicP) {
-        for (int k = 0; k < n; ++k) skipped(addr + k);
-        return;
+        for (int k = 0; k < n; ++k)
+            if (!skipped(addr + k)) return false;
+        return true;
     }
     reset_dc();
     reset_pmv();
@@ -281,9 +284,10 @@ void Slice::skipped_run(int addr, int n) {
         addr += k;
         n -= k;
     }
+    return true;
 }
 
-void Slice::skipped(int addr) {
+bool Slice::skipped(int addr) {
     reset_dc();
     int flags;
     if (pic_.type == kPicP) {
@@ -291,8 +295,11 @@ void Slice::skipped(int addr) {
         std::memset(vec_, 0, sizeof vec_);
         flags = kForward;
     } else {
-        // B: the previous macroblock's directions, the predictors as vectors.
+        // B: the previous macroblock's directions (none after an intra
+        // macroblock, where a valid stream skips nothing), the predictors as
+        // vectors.
         flags = prev_flags_ & (kForward | kBackward);
+        if (flags == 0) return false;
         for (int s = 0; s < 2; ++s) {
             const int scale = mpeg1_ && pic_.full_pel[s] ? 2 : 1;
             for (int t = 0; t < 2; ++t) vec_[0][s][t] = pmv_[0][s][t] * scale;
@@ -303,6 +310,7 @@ void Slice::skipped(int addr) {
     select_[0][0] = select_[0][1] = c_.parity;
     form_prediction(addr, flags, frame_pic_ ? kMotionFrame : kMotionField);
     (*c_.done)[addr] = 1;
+    return true;
 }
 
 bool Slice::motion_vectors(int s, int motion_type) {

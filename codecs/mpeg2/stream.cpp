@@ -15,7 +15,7 @@ namespace {
 constexpr int kPad = 32;                    // luma border of every frame (chroma: scaled)
 constexpr int kPaddingWords = 64;           // zero words after the data
 constexpr size_t kChunkBytes = 256 * 1024;  // bytes turned into words at a time
-constexpr int kMaxDimension = 8192;         // larger pictures are refused (memory)
+constexpr int kMaxDimension = 4096;         // larger pictures are refused (memory)
 
 enum StartCode : int {
     kPictureStart = 0x00,
@@ -268,6 +268,7 @@ void StreamDecoder::flush() {
 
 bool StreamDecoder::start_picture() {
     if (seq_.chroma == Chroma::c444) return fail("4:4:4 chroma is not supported");
+    if (seq_.width > kMaxDimension || seq_.height > kMaxDimension) return false;
     const bool field = pic_.structure != kFramePicture;
     const int parity = pic_.structure == kBottomField ? 1 : 0;
     if (!seq_.mpeg2 && field) return false;
@@ -572,6 +573,6 @@ int decode(const uint8_t* data, size_t size, const DecodeOptions&, PictureSink s
 
 }  // namespace
 
-const Decoder kDecoder = {"mpeg2", ".m2v .mpv .m1v .m2v .mpg .mpeg", probe, decode};
+const Decoder kDecoder = {"mpeg2", ".m2v .mpv .m1v .mpg .mpeg", probe, decode};
 
 }  // namespace kplvc::codecs::mpeg2
