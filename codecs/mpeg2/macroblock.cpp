@@ -47,9 +47,9 @@ inline int read_vlc(Bits& b, const Lookup& l, int* value) {
 // give a difference to the prediction, and the result wraps into the range
 // that f_code allows. `halve`: a field vector's vertical component in a
 // frame picture, whose predictor is kept in frame units.
-inline bool read_component(Bits& b, int f_code, int& pmv, bool halve, int* out) {
+inline bool read_component(Bits& b, const Lookup& motion, int f_code, int& pmv, bool halve, int* out) {
     int code;
-    if (read_vlc(b, tables().motion, &code) < 0) return false;
+    if (read_vlc(b, motion, &code) < 0) return false;
     if (f_code < 1 || f_code > 9) return false;
     const int r_size = f_code - 1, f = 1 << r_size;
     int delta = code;
@@ -136,7 +136,7 @@ constexpr int kMotionField = 1, kMotionFrame = 2, kMotion16x8 = 2, kMotionDualPr
 class Slice {
 public:
     Slice(const PictureContext& c, const uint32_t* words, size_t pos, size_t end)
-        : c_(c), seq_(*c.seq), pic_(*c.pic), b_{words, pos, end} {
+        : c_(c), seq_(*c.seq), pic_(*c.pic), t_(tables()), b_{words, pos, end} {
         frame_pic_ = pic_.structure == kFramePicture;
         chroma422_ = seq_.chroma == Chroma::c422;
         nblocks_ = chroma422_ ? 8 : 6;
@@ -170,6 +170,7 @@ private:
     const PictureContext& c_;
     const Sequence& seq_;
     const PictureHeader& pic_;
+    const Tables& t_;
     Bits b_;
     bool frame_pic_, chroma422_, mpeg1_;
     int nblocks_, type_table_;
@@ -213,7 +214,7 @@ bool Slice::run(int slice_code) {
         // ISO/IEC 11172-2 streams).
         int inc = 0, v;
         for (;;) {
-            if (read_vlc(b_, tables().mba, &v) < 0) return false;
+            if (read_vlc(b_, t_.mba, &v) < 0) return false;
             if (v == kMbaStuffing) {
                 if (!mpeg1_) return false;
                 continue;
@@ -319,8 +320,8 @@ bool Slice::motion_vectors(int s, int motion_type) {
         // One frame vector; a full-sample vector counts in whole samples.
         int v[2];
         const int fc = pic_.f_code[s][0];
-        if (!read_component(b_, fc, pmv_[0][s][0], false, &v[0])) return false;
-        if (!read_component(b_, fc, pmv_[0][s][1], false, &v[1])) return false;
+        if (!read_component(b_, t_.motion, fc, pmv_[0][s][0], false, &v[0])) return false;
+        if (!read_component(b_, t_.motion, fc, pmv_[0][s][1], false, &v[1])) return false;
         const int scale = pic_.full_pel[s] ? 2 : 1;
         vec_[0][s][0] = v[0] * scale;
         vec_[0][s][1] = v[1] * scale;
@@ -342,16 +343,16 @@ bool Slice::motion_vectors(int s, int motion_type) {
     const bool halve = field_format && frame_pic_;
     for (int r = 0; r < count; ++r) {
         if (count == 2 || (field_format && !dual)) select_[r][s] = static_cast<int>(b_.get(1));
-        if (!read_component(b_, f[0], pmv_[r][s][0], false, &vec_[r][s][0])) return false;
+        if (!read_component(b_, t_.motion, f[0], pmv_[r][s][0], false, &vec_[r][s][0])) return false;
         if (dual) {
             int d;
-            if (read_vlc(b_, tables().dmv, &d) < 0) return false;
+            if (read_vlc(b_, t_.dmv, &d) < 0) return false;
             dmv_[0] = d;
         }
-        if (!read_component(b_, f[1], pmv_[r][s][1], halve, &vec_[r][s][1])) return false;
+        if (!read_component(b_, t_.motion, f[1], pmv_[r][s][1], halve, &vec_[r][s][1])) return false;
         if (dual) {
             int d;
-            if (read_vlc(b_, tables().dmv, &d) < 0) return false;
+            if (read_vlc(b_, t_.dmv, &d) < 0) return false;
             dmv_[1] = d;
         }
     }
@@ -364,7 +365,7 @@ bool Slice::motion_vectors(int s, int motion_type) {
 
 bool Slice::macroblock(int addr) {
     int flags;
-    if (read_vlc(b_, tables().mb_type[type_table_], &flags) < 0) return false;
+    if (read_vlc(b_, t_.mb_type[type_table_], &flags) < 0) return false;
     const bool intra = (flags & kIntra) != 0;
     int motion_type = frame_pic_ ? kMotionFrame : kMotionField;
     if (!mpeg1_ && (flags & (kForward | kBackward)) != 0 && !(frame_pic_ && pic_.frame_pred_frame_dct)) {
@@ -389,7 +390,7 @@ bool Slice::macroblock(int addr) {
     int cbp = 0;
     if ((flags & kPattern) != 0) {
         int v;
-        if (read_vlc(b_, tables().cbp, &v) < 0) return false;
+        if (read_vlc(b_, t_.cbp, &v) < 0) return false;
         cbp = v << (nblocks_ - 6);
         if (chroma422_) cbp |= static_cast<int>(b_.get(2));
     } else if (intra) {
@@ -420,7 +421,7 @@ bool Slice::macroblock(int addr) {
 }
 
 bool Slice::blocks(int cbp, bool intra) {
-    const Tables& t = tables();
+    const Tables& t = t_;
     Kpl32u* p = const_cast<Kpl32u*>(b_.words) + (b_.pos >> 5);
     Kpl32s off = 31 - static_cast<Kpl32s>(b_.pos & 31);
     for (int k = 0; k < nblocks_; ++k) {

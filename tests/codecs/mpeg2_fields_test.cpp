@@ -1,7 +1,8 @@
-// Field pictures and dual prime, which ffmpeg's encoder never makes: the
-// tests' own writer produces an interlaced 4:2:0 stream that uses them (I/P
-// and P/P field pairs, a bottom-first B field pair, a frame picture with
-// field and dual-prime prediction and field DCT), choosing every
+// Field pictures, dual prime and concealment motion vectors, which ffmpeg's
+// encoder never makes: the tests' own writer produces an interlaced 4:2:0
+// stream that uses them (I/P and P/P field pairs, a bottom-first B field
+// pair, a frame picture with field and dual-prime prediction and field DCT),
+// choosing every
 // macroblock's type, vectors, field selections and dmvectors at random
 // within the picture. Only the syntax has to be right: the writer
 // reconstructs nothing, it is the two decoders (kplvc and ffmpeg with its
@@ -73,6 +74,7 @@ struct Picture {
     int structure;   // 1 top field, 2 bottom field, 3 frame
     int temporal;    // temporal_reference
     bool own_field;  // the second field of a frame whose first field is the only field to refer to
+    bool conceal;    // intra macroblocks carry concealment motion vectors
 };
 
 class StreamWriter {
@@ -119,6 +121,10 @@ private:
         w_.put(1 << 12, 25), w_.put(1, 1), w_.put(0, 1);
     }
 
+    // f_code 3 for the directions the picture has vectors for (concealment
+    // vectors are forward ones), 15 (unused) for the others.
+    static bool used(const Picture& pic, int s) { return s == 0 ? pic.type != 1 || pic.conceal : pic.type == 3; }
+
     void picture(const Picture& pic) {
         pic_ = pic;
         w_.start(0x00);
@@ -127,14 +133,15 @@ private:
         if (pic.type >= 2) w_.put(0, 1), w_.put(7, 3);
         if (pic.type == 3) w_.put(0, 1), w_.put(7, 3);
         w_.put(0, 1);
-        w_.start(0xB5);  // picture coding extension, f_code 3 where used
+        w_.start(0xB5);  // picture coding extension
         w_.put(8, 4);
         for (int s = 0; s < 2; ++s)
-            for (int t = 0; t < 2; ++t) w_.put(pic.type == 1 || (s == 1 && pic.type == 2) ? 15 : 3, 4);
+            for (int t = 0; t < 2; ++t) w_.put(used(pic, s) ? 3 : 15, 4);
         const bool frame = pic.structure == 3;
         w_.put(0, 2), w_.put(static_cast<uint32_t>(pic.structure), 2);
         w_.put(frame ? 1 : 0, 1), w_.put(0, 1);  // top_field_first, frame_pred_frame_dct 0
-        w_.put(0, 8);  // no concealment vectors, linear scale, table B-14, zigzag, no repeat, interlaced
+        w_.put(pic.conceal ? 1 : 0, 1);          // concealment_motion_vectors
+        w_.put(0, 7);                            // linear scale, table B-14, zigzag, no repeat, interlaced
         const int rows = frame ? kH / 16 : kH / 32;
         for (int row = 0; row < rows; ++row) slice(row);
     }
@@ -247,6 +254,12 @@ private:
         if (frame && (flags & (kIntra | kPattern))) w_.put(static_cast<uint32_t>(rnd(0, 1)), 1);  // dct_type
         for (int s = 0; s < 2; ++s)
             if (flags & (s ? kBackward : kForward)) vectors(s, mode, v, sel, dmv);
+        if (mode == kIntraMb && pic_.conceal) {
+            // A forward vector as a frame (frame pictures) or field vector,
+            // not used for prediction; it updates the predictors.
+            vectors(0, frame ? kFrame : kField, v, sel, dmv);
+            w_.put(1, 1);  // marker
+        }
         int cbp = 63;
         if (mode != kIntraMb) {
             if (mode == kNoMc || flags & (kForward | kBackward)) {
@@ -257,7 +270,7 @@ private:
                 w_.vlc(kCodedBlockPattern, cbp);
             }
             dc_[0] = dc_[1] = dc_[2] = 128;
-        } else {
+        } else if (!pic_.conceal) {
             reset_pmv();
         }
         if (coded) blocks(mx, my, cbp, mode == kIntraMb);
@@ -378,10 +391,10 @@ TEST(Mpeg2Fields, FieldPicturesAndDualPrimeMatchFfmpeg) {
     if (!test::have_ffmpeg()) GTEST_SKIP() << "ffmpeg is not installed: field-picture interop skipped";
     // Coded order; display order I0 P1 B2 P3.
     const std::vector<Picture> order = {
-        {1, 1, 0, false}, {2, 2, 0, true},   // I top field, P bottom field predicted from it
-        {2, 1, 1, false}, {2, 2, 1, false},  // P field pair
-        {2, 3, 3, false},                    // P frame picture: frame, field and dual-prime prediction
-        {3, 2, 2, false}, {3, 1, 2, false},  // B field pair, bottom field first
+        {1, 1, 0, false, true},  {2, 2, 0, true, true},    // I top field, P bottom field predicted from it
+        {2, 1, 1, false, true},  {2, 2, 1, false, false},  // P field pair
+        {2, 3, 3, false, true},                            // P frame picture: frame, field and dual prime
+        {3, 2, 2, false, false}, {3, 1, 2, false, true},   // B field pair, bottom field first
     };
     for (uint32_t seed : {1u, 2u, 3u}) {
         SCOPED_TRACE("seed " + std::to_string(seed));
