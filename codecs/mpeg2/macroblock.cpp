@@ -370,7 +370,8 @@ bool Slice::macroblock(int addr) {
     int motion_type = frame_pic_ ? kMotionFrame : kMotionField;
     if (!mpeg1_ && (flags & (kForward | kBackward)) != 0 && !(frame_pic_ && pic_.frame_pred_frame_dct)) {
         motion_type = static_cast<int>(b_.get(2));
-        if (motion_type == 0) return false;
+        // 0 is reserved; dual prime exists in P-pictures only.
+        if (motion_type == 0 || (motion_type == kMotionDualPrime && pic_.type != kPicP)) return false;
     }
     bool field_dct = false;
     if (!mpeg1_ && frame_pic_ && !pic_.frame_pred_frame_dct && (flags & (kIntra | kPattern)) != 0)
