@@ -98,10 +98,10 @@ private:
     PictureHeader pic_;
     bool have_picture_ = false;     // a picture header whose slices may follow
     bool picture_started_ = false;  // its first slice has been seen
-    bool geometry_changed_ = true;
 
     // Frames: three buffers, two references and a target.
     Frame frames_[3];
+    int shown_[3][2] = {};  // each frame's display size, from the sequence it was decoded in
     std::unique_ptr<Frame> grey_;
     int ref_[2] = {-1, -1};  // older, newer reference (display order)
     int target_ = -1;        // the frame being decoded
@@ -252,8 +252,8 @@ void StreamDecoder::make_views(Frame* f, int parity_or_frame, PlaneView* out) {
 bool StreamDecoder::output(int index) {
     if (index < 0 || stopped_) return !stopped_;
     Picture pic = frames_[index].picture();
-    pic.width = seq_.width;
-    pic.height = seq_.height;
+    pic.width = shown_[index][0];
+    pic.height = shown_[index][1];
     ++stats_->frames;
     if (!sink_(pic, user_)) stopped_ = true;
     return !stopped_;
@@ -313,6 +313,8 @@ bool StreamDecoder::start_picture() {
             target_ = t;
         }
         target_is_ref_ = ref;
+        shown_[target_][0] = seq_.width;
+        shown_[target_][1] = seq_.height;
         first_field_ = field ? parity : -1;
         field_type_ = pic_.type;
     } else {
