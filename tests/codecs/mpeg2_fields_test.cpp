@@ -9,6 +9,7 @@
 // integer IDCT) that must agree, frame by frame, within 50 dB.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -123,7 +124,9 @@ private:
 
     // f_code 3 for the directions the picture has vectors for (concealment
     // vectors are forward ones), 15 (unused) for the others.
-    static bool used(const Picture& pic, int s) { return s == 0 ? pic.type != 1 || pic.conceal : pic.type == 3; }
+    static bool used(const Picture& pic, int s) {
+        return s == 0 ? pic.type != 1 || pic.conceal : pic.type == 3;
+    }
 
     void picture(const Picture& pic) {
         pic_ = pic;
@@ -396,6 +399,8 @@ TEST(Mpeg2Fields, FieldPicturesAndDualPrimeMatchFfmpeg) {
         {2, 3, 3, false, true},                            // P frame picture: frame, field and dual prime
         {3, 2, 2, false, false}, {3, 1, 2, false, true},   // B field pair, bottom field first
     };
+    double lowest = 1e9;
+    int largest = 0;
     for (uint32_t seed : {1u, 2u, 3u}) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         StreamWriter sw(seed);
@@ -439,9 +444,13 @@ TEST(Mpeg2Fields, FieldPicturesAndDualPrimeMatchFfmpeg) {
             for (const auto& pl : planes) {
                 const PlaneDiff d = compare_plane(ours.frames[k].data() + pl[0], r + pl[0], pl[1]);
                 EXPECT_GE(d.psnr, 50.0) << "frame " << k << " largest difference " << d.max_abs;
+                lowest = std::min(lowest, d.psnr);
+                largest = std::max(largest, d.max_abs);
             }
         }
     }
+    std::printf("field pictures and dual prime against ffmpeg: lowest PSNR %.2f dB, largest difference %d\n",
+                lowest, largest);
 }
 
 }  // namespace
