@@ -5,10 +5,15 @@
 
 namespace kplvc::codecs {
 
+namespace dv {
+extern const Decoder kDvDecoder;
+}
+
 // Each format defines its Decoder beside its code; list it here, before the
 // terminating null.
 static const Decoder* const kDecoders[] = {
     &mpeg2::kDecoder,
+    &dv::kDvDecoder,
     nullptr,
 };
 

@@ -32,20 +32,15 @@ void quant_inv16_c(int16_t* block, int first, int qp) {
     }
 }
 
+constexpr Upgrade<QuantKernels> kCascade[] = {
+    {cpu::Isa::c, [](QuantKernels& k) { k.quant_inv16 = quant_inv16_c; }},
+    KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_quant})};
+
 }  // namespace
 
-QuantKernels quant_kernels_for(cpu::Isa isa) {
-    QuantKernels k = {quant_inv16_c};
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_quant(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+QuantKernels quant_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const QuantKernels& quant_kernels() { return active_table<QuantKernels, quant_kernels_for>(); }
-cpu::Isa quant_level() { return level_in_use(cpu::Isa::sse2); }
 
 }  // namespace kplvc::h263
 

@@ -6,7 +6,7 @@
 //   generic word-oriented reader of core/vlc.h, one field at a time, and
 //   finds the count by looking up every scan entry; it is the oracle of the
 //   tests and the fallback;
-// - the fast decoder (block_fast.inc, compiled once per ISA file) reads
+// - the fast decoder (x86/block_fast-inl.h, compiled once per ISA file) reads
 //   through a 64-bit window refilled a word at a time, takes a code word and
 //   its sign bit in one step, inverse-quantises as each coefficient arrives
 //   and finds the count from the top of the scan down, so a block whose
@@ -48,7 +48,6 @@ struct BlockKernels {
 
 BlockKernels block_kernels_for(cpu::Isa isa);
 const BlockKernels& block_kernels();
-cpu::Isa block_level();
 
 // The reference decoder (the scalar table's entries).
 KplStatus decode_ref(int32_t version, bool intra, const BlockArgs& a);
@@ -59,11 +58,11 @@ KplStatus decode_ref(int32_t version, bool intra, const BlockArgs& a);
 // default intra matrix.
 constexpr int16_t kIntraWeightAtDc = 8;
 
-}  // namespace kplvc::mpeg2
+namespace x86::sse2 {
+void upgrade_block(BlockKernels& k);
+}
+namespace x86::avx2 {
+void upgrade_block(BlockKernels& k);
+}
 
-namespace kplvc::x86::sse2 {
-void upgrade_block(mpeg2::BlockKernels& k);
-}
-namespace kplvc::x86::avx2 {
-void upgrade_block(mpeg2::BlockKernels& k);
-}
+}  // namespace kplvc::mpeg2

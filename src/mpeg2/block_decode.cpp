@@ -237,20 +237,18 @@ KplStatus decode_ref(int32_t version, bool intra, const BlockArgs& a) {
     return kScalar.decode[version == 2][intra ? 1 : 0](a);
 }
 
-BlockKernels block_kernels_for(cpu::Isa isa) {
-    BlockKernels k = kScalar;
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_block(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_block(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+namespace {
+
+// The reference first; each x86 level puts in its fast decoders.
+constexpr Upgrade<BlockKernels> kCascade[] = {{cpu::Isa::c, [](BlockKernels& k) { k = kScalar; }},
+                                              KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_block},
+                                                                 {cpu::Isa::avx2, x86::avx2::upgrade_block})};
+
+}  // namespace
+
+BlockKernels block_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const BlockKernels& block_kernels() { return active_table<BlockKernels, block_kernels_for>(); }
-
-cpu::Isa block_level() { return level_in_use(cpu::Isa::avx2); }
 
 }  // namespace kplvc::mpeg2
 

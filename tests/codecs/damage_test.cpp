@@ -21,6 +21,7 @@ struct DamageCase {
 // One row per decoder.
 const std::vector<DamageCase> kCases = {
     {"mpeg2", "testsrc2=size=352x288:rate=25", 10, "-c:v mpeg2video -g 5 -bf 2 -b:v 1M", "m2v"},
+    {"dv", "testsrc2=size=720x480:rate=30000/1001", 4, "-c:v dvvideo -pix_fmt yuv411p", "dv"},
 };
 
 enum class Damage { flip_bits, overwrite_bytes, cut_piece, truncate };

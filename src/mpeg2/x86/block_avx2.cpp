@@ -11,7 +11,7 @@
 #include "core/arith.h"
 #include "mpeg2/block.h"
 
-namespace kplvc::x86::avx2 {
+namespace kplvc::mpeg2::x86::avx2 {
 namespace {
 
 using mpeg2::BlockArgs;
@@ -84,10 +84,10 @@ KPLVC_INLINE uint32_t sum_parity(const int16_t* blk) {
     return static_cast<uint32_t>(std::popcount(m)) & 1u;
 }
 
-#include "mpeg2/block_fast.inc"
+#include "mpeg2/x86/block_fast-inl.h"
 
 }  // namespace
 
 void upgrade_block(mpeg2::BlockKernels& k) { upgrade_fast(k); }
 
-}  // namespace kplvc::x86::avx2
+}  // namespace kplvc::mpeg2::x86::avx2
