@@ -1,19 +1,25 @@
 #include <cstring>
 
 #include "common/codec.h"
-#include "mpeg2/decoder.h"
 
 namespace kplvc::codecs {
 
+namespace mpeg2 {
+extern const Decoder kMpeg2Decoder;
+}
 namespace dv {
 extern const Decoder kDvDecoder;
+}
+namespace h264 {
+extern const Decoder kH264Decoder;
 }
 
 // Each format defines its Decoder beside its code; list it here, before the
 // terminating null.
 static const Decoder* const kDecoders[] = {
-    &mpeg2::kDecoder,
+    &mpeg2::kMpeg2Decoder,
     &dv::kDvDecoder,
+    &h264::kH264Decoder,
     nullptr,
 };
 

@@ -8,10 +8,10 @@
 #include <cstdint>
 #include <vector>
 
+#include "bits.h"
 #include "common/codec.h"
 #include "common/picture.h"
-#include "mpeg2/bits.h"
-#include "mpeg2/tables.h"
+#include "tables.h"
 
 namespace kplvc::codecs::mpeg2 {
 
@@ -78,6 +78,6 @@ struct PictureContext {
 bool decode_slice(const PictureContext& ctx, int slice_code, const uint32_t* words, size_t pos, size_t end);
 
 // The decoder for kplvc's codec registry.
-extern const Decoder kDecoder;
+extern const Decoder kMpeg2Decoder;
 
 }  // namespace kplvc::codecs::mpeg2

@@ -21,7 +21,7 @@
 // which differ from that rule).
 #include <cstring>
 
-#include "mpeg2/decoder.h"
+#include "decoder.h"
 
 namespace kplvc::codecs::mpeg2 {
 

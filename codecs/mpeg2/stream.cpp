@@ -6,7 +6,7 @@
 #include <cstring>
 #include <memory>
 
-#include "mpeg2/decoder.h"
+#include "decoder.h"
 
 namespace kplvc::codecs::mpeg2 {
 
@@ -575,6 +575,6 @@ int decode(const uint8_t* data, size_t size, const DecodeOptions&, PictureSink s
 
 }  // namespace
 
-const Decoder kDecoder = {"mpeg2", ".m2v .mpv .m1v .mpg .mpeg", probe, decode};
+const Decoder kMpeg2Decoder = {"mpeg2", ".m2v .mpv .m1v .mpg .mpeg", probe, decode};
 
 }  // namespace kplvc::codecs::mpeg2

@@ -1,4 +1,4 @@
-#include "mpeg2/tables.h"
+#include "tables.h"
 
 #include <algorithm>
 #include <cstring>
