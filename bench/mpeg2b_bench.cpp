@@ -1,7 +1,7 @@
 // MPEG-1/MPEG-2 block decoders and encoders, per block: a sparse inter block
 // (about 8 coefficients) and a dense intra block (about 30), decoded from
 // streams that the encoders wrote, with each ISA level of the kernel table;
-// the encoders on the same blocks; the scan-mask kernel alone.
+// the encoders on the same blocks.
 //
 // The code lists come from the standards' tables in tests/data (as for the
 // tests); without them nothing is registered.
@@ -115,7 +115,8 @@ void decoders(const std::shared_ptr<Tables>& t) {
     } cases[] = {{"mpeg1_inter8", 1, false, 8},
                  {"mpeg1_intra30", 1, true, 30},
                  {"mpeg2_inter8", 2, false, 8},
-                 {"mpeg2_intra30", 2, true, 30}};
+                 {"mpeg2_intra30", 2, true, 30},
+                 {"mpeg2_inter1", 2, false, 1}};
     static const Kpl16s kIntraW[64] = {8,  16, 19, 22, 26, 27, 29, 34, 16, 16, 22, 24, 27, 29, 34, 37,
                                        19, 22, 26, 27, 29, 34, 34, 38, 22, 22, 26, 27, 29, 34, 37, 40,
                                        22, 26, 27, 29, 32, 35, 40, 48, 26, 27, 29, 32, 35, 40, 48, 58,
@@ -127,7 +128,7 @@ void decoders(const std::shared_ptr<Tables>& t) {
         const bool intra = c.intra;
         per_level<BlockKernels>(
             std::string("mpeg2block/decode_") + c.name, block_kernels_for,
-            [](const BlockKernels& k) { return k.scan_mask; },
+            [version, intra](const BlockKernels& k) { return k.decode[version - 1][intra]; },
             [t, words, version, intra](benchmark::State& st, const BlockKernels& k) {
                 alignas(32) Kpl16s blk[64];
                 Kpl32s count = 0;
@@ -142,9 +143,13 @@ void decoders(const std::shared_ptr<Tables>& t) {
                         pred = version == 1 ? 100 : 800;
                         left = 64;
                     }
-                    const int32_t s = kplvc::mpeg2::reconstruct_with(k, version, intra, &p, &off, blk, &count,
-                                                                     &pred, t->dc, t->rl, t->zigzag.data(), 8,
-                                                                     intra ? kIntraW : nullptr, 0);
+                    const kplvc::mpeg2::BlockArgs a{&p,    &off,
+                                                    blk,   &count,
+                                                    &pred, t->dc,
+                                                    t->rl, t->zigzag.data(),
+                                                    8,     intra ? kIntraW : nullptr,
+                                                    0};
+                    const KplStatus s = k.decode[version - 1][intra](a);
                     benchmark::DoNotOptimize(s);
                     benchmark::DoNotOptimize(blk);
                     --left;
@@ -188,23 +193,8 @@ void encoders(const std::shared_ptr<Tables>& t) {
     }
 }
 
-void scan_mask() {
-    per_level<BlockKernels>(
-        "mpeg2block/scan_mask", block_kernels_for, [](const BlockKernels& k) { return k.scan_mask; },
-        [](benchmark::State& st, const BlockKernels& k) {
-            Kpl32s scan[64];
-            for (int i = 0; i < 64; ++i) scan[i] = (i * 29) & 63;
-            uint64_t nz = 0x0000000000C0FFEEull;
-            for (auto _ : st) {
-                benchmark::DoNotOptimize(nz);
-                benchmark::DoNotOptimize(k.scan_mask(nz, scan));
-            }
-        });
-}
-
 void register_all() {
     const std::shared_ptr<Tables> t = load();
-    scan_mask();
     if (t == nullptr) {
         std::fprintf(stderr, "mpeg2block: code tables not found under %s\n",
                      kplvc::codelists::table_path("").c_str());

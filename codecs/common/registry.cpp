@@ -4,6 +4,9 @@
 
 namespace kplvc::codecs {
 
+namespace mpeg2 {
+extern const Decoder kMpeg2Decoder;
+}
 namespace dv {
 extern const Decoder kDvDecoder;
 }
@@ -16,6 +19,7 @@ extern const Decoder kH264Decoder;
 extern const Decoder kMpeg4Decoder;
 
 static const Decoder* const kDecoders[] = {
+    &mpeg2::kMpeg2Decoder,
     &dv::kDvDecoder,
     &h264::kH264Decoder,
     &kMpeg4Decoder,

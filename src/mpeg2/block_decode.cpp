@@ -1,7 +1,9 @@
-// MPEG-1/MPEG-2 block decoders: DC size and differential, run-level codes
-// with escapes, inverse quantisation as each coefficient arrives, mismatch
-// control, the transposed block and its count. Everything is built in a
-// local block and written out only once the whole block has decoded.
+// MPEG-1/MPEG-2 block decoders: the entry points (argument checks), the
+// kernel table and the reference decoder: DC size and differential,
+// run-level codes with escapes, inverse quantisation as each coefficient
+// arrives, mismatch control, the transposed block and its count. Everything
+// is built in a local block and written out only once the whole block has
+// decoded.
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -13,28 +15,6 @@
 #include "mpeg2/block.h"
 
 namespace kplvc::mpeg2 {
-
-namespace {
-
-// Reference: one look-up per scan index, exactly as the count is defined.
-uint64_t scan_mask_c(uint64_t nz, const int32_t* scan) {
-    uint64_t m = 0;
-    for (int i = 0; i < 64; ++i) {
-        const uint32_t p = static_cast<uint32_t>(scan[i]) & 63u;
-        m |= ((nz >> p) & 1u) << i;
-    }
-    return m;
-}
-
-constexpr Upgrade<BlockKernels> kCascade[] = {
-    {cpu::Isa::c, [](BlockKernels& k) { k.scan_mask = scan_mask_c; }},
-    KPLVC_X86_UPGRADES({cpu::Isa::avx2, x86::avx2::upgrade_block})};
-
-}  // namespace
-
-BlockKernels block_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
-
-const BlockKernels& block_kernels() { return active_table<BlockKernels, block_kernels_for>(); }
 
 namespace {
 
@@ -82,34 +62,23 @@ KPLVC_INLINE uint32_t walk(const uint32_t*& p, int32_t& off, const int32_t* tabl
     return entry;
 }
 
-struct Args {
-    Kpl32u** ppBitStream;
-    Kpl32s* pOffset;
-    Kpl16s* pDstBlock;
-    Kpl32s* pDstCount;
-    Kpl16s* pDCPred;
-    const Kpl32s* pDCSizeTable;
-    const Kpl32s* pCoefTable;
-    const Kpl32s* pScanTable;
-    int32_t qp;
-    const Kpl16s* pQMatrix;
-    int32_t dc_shift;  // DC multiplier 8 >> dc_shift
-    const BlockKernels* k;
-};
+// The count: 1 + the largest scan index whose raster position holds a
+// non-zero value. A caller's scan may repeat positions, so every entry is
+// looked up; an intra block's index 0 is the DC position, whatever entry 0
+// of the scan says (it is never read).
+template <bool Intra>
+int32_t count_of(uint64_t nz, const int32_t* scan) {
+    int32_t count = Intra ? static_cast<int32_t>(nz & 1u) : 0;
+    for (int i = Intra ? 1 : 0; i < 64; ++i)
+        if ((nz >> (static_cast<uint32_t>(scan[i]) & 63u)) & 1u) count = i + 1;
+    return count;
+}
 
 template <Std S, bool Intra>
-KplStatus decode_block(const Args& a) {
+KplStatus decode_block(const BlockArgs& a) {
     const uint32_t* p = *a.ppBitStream;
     int32_t off = *a.pOffset;
-    // Cleared with eight 16-byte stores: the compiler would otherwise use a
-    // string instruction whose start-up cost is a good part of a sparse block.
-    alignas(32) int16_t blk[64];
-    {
-        typedef int16_t Zero8 __attribute__((vector_size(16)));
-        Zero8 z = {};
-        __asm__("" : "+m"(z));  // an opaque zero: the stores are not merged into one fill
-        for (int k = 0; k < 8; ++k) __builtin_memcpy(blk + 8 * k, &z, sizeof z);
-    }
+    int16_t blk[64] = {};
     uint64_t nz = 0;      // raster positions holding a non-zero value
     uint32_t parity = 0;  // low bit of the sum of the 64 values
     int32_t qf = 0;
@@ -139,12 +108,6 @@ KplStatus decode_block(const Args& a) {
     }
 
     const int32_t* scan = a.pScanTable;
-    // A null non-intra matrix stands for 16 everywhere.
-    static constexpr int16_t kFlat16[64] = {16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
-                                            16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
-                                            16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16,
-                                            16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16, 16};
-    const int16_t* wm = a.pQMatrix != nullptr ? a.pQMatrix : kFlat16;
     const int32_t q = a.qp;
     for (;;) {
         int32_t run, level;
@@ -202,7 +165,11 @@ KplStatus decode_block(const Args& a) {
         i += run + 1;
         if (i > 63) return kplStsCoefCountErr;
         const uint32_t pos = static_cast<uint32_t>(scan[i]) & 63u;
-        const int32_t w = wm[pos];
+        int32_t w = 16;  // a null non-intra matrix stands for 16 everywhere
+        if (Intra && pos == 0)
+            w = kIntraWeightAtDc;
+        else if (a.pQMatrix != nullptr)
+            w = a.pQMatrix[pos];
         const int32_t r = dequant<S, Intra>(level, q, w);
         const uint32_t t = ((pos & 7u) << 3) | (pos >> 3);
         parity ^= static_cast<uint32_t>(blk[t] ^ r) & 1u;
@@ -220,17 +187,20 @@ KplStatus decode_block(const Args& a) {
         }
     }
 
-    uint64_t m = a.k->scan_mask(nz, scan);
-    // Scan index 0 of an intra block is always the DC position.
-    if constexpr (Intra) m = (m & ~uint64_t{1}) | (nz & 1u);
-
     std::memcpy(a.pDstBlock, blk, sizeof blk);
-    *a.pDstCount = static_cast<int32_t>(std::bit_width(m));
+    *a.pDstCount = count_of<Intra>(nz, scan);
     if constexpr (Intra) *a.pDCPred = static_cast<int16_t>(qf);
     *a.ppBitStream = const_cast<Kpl32u*>(p);
     *a.pOffset = off;
     return kplStsNoErr;
 }
+
+KplStatus ref_m1_inter(const BlockArgs& a) { return decode_block<Std::mpeg1, false>(a); }
+KplStatus ref_m1_intra(const BlockArgs& a) { return decode_block<Std::mpeg1, true>(a); }
+KplStatus ref_m2_inter(const BlockArgs& a) { return decode_block<Std::mpeg2, false>(a); }
+KplStatus ref_m2_intra(const BlockArgs& a) { return decode_block<Std::mpeg2, true>(a); }
+
+constexpr BlockKernels kScalar = {{{ref_m1_inter, ref_m1_intra}, {ref_m2_inter, ref_m2_intra}}};
 
 template <Std S>
 KplStatus inter_entry(Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl16s* pDstBlock, Kpl32s* pDstCount,
@@ -240,9 +210,9 @@ KplStatus inter_entry(Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl16s* pDstBlock, 
         return kplStsNullPtrErr;
     if (*pOffset < 0 || *pOffset > 31) return kplStsBadArgErr;
     if (QP < 1 || QP > (S == Std::mpeg1 ? 31 : 112)) return kplStsBadArgErr;
-    const Args a{ppBitStream, pOffset,    pDstBlock, pDstCount, nullptr, nullptr,
-                 pCoefTable,  pScanTable, QP,        pQMatrix,  0,       &block_kernels()};
-    return decode_block<S, false>(a);
+    const BlockArgs a{ppBitStream, pOffset,    pDstBlock, pDstCount, nullptr, nullptr,
+                      pCoefTable,  pScanTable, QP,        pQMatrix,  0};
+    return block_kernels().decode[S == Std::mpeg2][0](a);
 }
 
 template <Std S>
@@ -256,21 +226,29 @@ KplStatus intra_entry(Kpl32u** ppBitStream, Kpl32s* pOffset, Kpl16s* pDstBlock, 
     if (*pOffset < 0 || *pOffset > 31) return kplStsBadArgErr;
     if (QP < 1 || QP > (S == Std::mpeg1 ? 31 : 112)) return kplStsBadArgErr;
     if (intraDCPrecision < 0 || intraDCPrecision > 3) return kplStsBadArgErr;
-    const Args a{ppBitStream, pOffset,    pDstBlock, pDstCount, pDCPred,          pDCSizeTable,
-                 pCoefTable,  pScanTable, QP,        pQMatrix,  intraDCPrecision, &block_kernels()};
-    return decode_block<S, true>(a);
+    const BlockArgs a{ppBitStream, pOffset,    pDstBlock, pDstCount, pDCPred,         pDCSizeTable,
+                      pCoefTable,  pScanTable, QP,        pQMatrix,  intraDCPrecision};
+    return block_kernels().decode[S == Std::mpeg2][1](a);
 }
 
 }  // namespace
 
-int32_t reconstruct_with(const BlockKernels& k, int32_t version, bool intra, uint32_t** pp, int32_t* off,
-                         int16_t* dst, int32_t* count, int16_t* pred, const int32_t* dc_table,
-                         const int32_t* coef, const int32_t* scan, int32_t qp, const int16_t* w,
-                         int32_t prec) {
-    const Args a{pp, off, dst, count, pred, dc_table, coef, scan, qp, w, prec, &k};
-    if (version == 1) return intra ? decode_block<Std::mpeg1, true>(a) : decode_block<Std::mpeg1, false>(a);
-    return intra ? decode_block<Std::mpeg2, true>(a) : decode_block<Std::mpeg2, false>(a);
+KplStatus decode_ref(int32_t version, bool intra, const BlockArgs& a) {
+    return kScalar.decode[version == 2][intra ? 1 : 0](a);
 }
+
+namespace {
+
+// The reference first; each x86 level puts in its fast decoders.
+constexpr Upgrade<BlockKernels> kCascade[] = {{cpu::Isa::c, [](BlockKernels& k) { k = kScalar; }},
+                                              KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_block},
+                                                                 {cpu::Isa::avx2, x86::avx2::upgrade_block})};
+
+}  // namespace
+
+BlockKernels block_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
+
+const BlockKernels& block_kernels() { return active_table<BlockKernels, block_kernels_for>(); }
 
 }  // namespace kplvc::mpeg2
 

@@ -20,6 +20,7 @@ struct DamageCase {
 
 // One row per decoder.
 const std::vector<DamageCase> kCases = {
+    {"mpeg2", "testsrc2=size=352x288:rate=25", 10, "-c:v mpeg2video -g 5 -bf 2 -b:v 1M", "m2v"},
     {"dv", "testsrc2=size=720x480:rate=30000/1001", 4, "-c:v dvvideo -pix_fmt yuv411p", "dv"},
     {"h264", "testsrc2=size=352x288:rate=25", 10,
      "-c:v libx264 -pix_fmt yuv420p -coder 0 -x264-params no-8x8dct=1 -bf 2 -slices 2 -refs 2", "264"},
