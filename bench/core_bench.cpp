@@ -17,7 +17,7 @@ using kplvc::bench::per_level;
 constexpr size_t kColdSet = size_t{256} << 20;  // 256 MiB, larger than any LLC here
 
 struct Rotation {
-    std::vector<uint8_t> src, dst;
+    kplvc::bench::Buffer<uint8_t> src, dst;
     size_t len, slots, next = 0;
     Rotation(size_t l, bool cold) : len(l) {
         const size_t set = cold ? kColdSet : len;
@@ -103,7 +103,7 @@ void register_all() {
     for (Kpl32s len : {1024, 16384, 1 << 20}) {
         benchmark::RegisterBenchmark(
             ("core/kplsCopy_8u/" + std::to_string(len)).c_str(), [len](benchmark::State& st) {
-                std::vector<uint8_t> a(static_cast<size_t>(len), 1), b(static_cast<size_t>(len));
+                kplvc::bench::Buffer<uint8_t> a(static_cast<size_t>(len), 1), b(static_cast<size_t>(len));
                 for (auto _ : st) {
                     kplsCopy_8u(a.data(), b.data(), len);
                     benchmark::ClobberMemory();
@@ -126,7 +126,7 @@ void register_all() {
         };
         per_level<VectorKernels>(std::string("core/mulc_4096/") + m.name, kplvc::vector_kernels_for, pick,
                                  [m](benchmark::State& st, const VectorKernels& k) {
-                                     std::vector<int16_t> v(4096);
+                                     kplvc::bench::Buffer<int16_t> v(4096);
                                      for (size_t i = 0; i < v.size(); ++i)
                                          v[i] = static_cast<int16_t>(i * 37 - 9000);
                                      for (auto _ : st) {
@@ -146,7 +146,7 @@ void register_all() {
         "core/threshold_4096", kplvc::vector_kernels_for,
         [](const VectorKernels& k) { return k.threshold_gt; },
         [](benchmark::State& st, const VectorKernels& k) {
-            std::vector<int16_t> v(4096);
+            kplvc::bench::Buffer<int16_t> v(4096);
             for (size_t i = 0; i < v.size(); ++i) v[i] = static_cast<int16_t>(i * 37 - 9000);
             for (auto _ : st) {
                 k.threshold_gt(v.data(), v.size(), 1000);
