@@ -7,11 +7,15 @@ namespace kplvc::codecs {
 namespace dv {
 extern const Decoder kDvDecoder;
 }
+namespace h264 {
+extern const Decoder kH264Decoder;
+}
 
 // Each format defines its Decoder beside its code; list it here, before the
 // terminating null.
 static const Decoder* const kDecoders[] = {
     &dv::kDvDecoder,
+    &h264::kH264Decoder,
     nullptr,
 };
 

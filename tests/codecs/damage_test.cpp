@@ -21,6 +21,8 @@ struct DamageCase {
 // One row per decoder.
 const std::vector<DamageCase> kCases = {
     {"dv", "testsrc2=size=720x480:rate=30000/1001", 4, "-c:v dvvideo -pix_fmt yuv411p", "dv"},
+    {"h264", "testsrc2=size=352x288:rate=25", 10,
+     "-c:v libx264 -pix_fmt yuv420p -coder 0 -x264-params no-8x8dct=1 -bf 2 -slices 2 -refs 2", "264"},
 };
 
 enum class Damage { flip_bits, overwrite_bytes, cut_piece, truncate };

@@ -1,0 +1,628 @@
+#include "cavlc.h"
+
+#include <bit>
+#include <cstddef>
+#include <iterator>
+
+namespace kplvc::codecs::h264 {
+
+namespace {
+
+// The code words of ITU-T H.264 Tables 9-5 (coeff_token), 9-7 and 9-8
+// (total_zeros, 4x4 blocks), 9-9 (total_zeros, 4:2:0 chroma DC) and 9-10
+// (run_before), first transmitted bit first.
+
+// coeff_token, 0 <= nC < 2: value 4 * TotalCoeff + TrailingOnes
+constexpr Code kCoeffToken0[] = {
+    {"1", 0},
+    {"000101", 4},
+    {"01", 5},
+    {"00000111", 8},
+    {"000100", 9},
+    {"001", 10},
+    {"000000111", 12},
+    {"00000110", 13},
+    {"0000101", 14},
+    {"00011", 15},
+    {"0000000111", 16},
+    {"000000110", 17},
+    {"00000101", 18},
+    {"000011", 19},
+    {"00000000111", 20},
+    {"0000000110", 21},
+    {"000000101", 22},
+    {"0000100", 23},
+    {"0000000001111", 24},
+    {"00000000110", 25},
+    {"0000000101", 26},
+    {"00000100", 27},
+    {"0000000001011", 28},
+    {"0000000001110", 29},
+    {"00000000101", 30},
+    {"000000100", 31},
+    {"0000000001000", 32},
+    {"0000000001010", 33},
+    {"0000000001101", 34},
+    {"0000000100", 35},
+    {"00000000001111", 36},
+    {"00000000001110", 37},
+    {"0000000001001", 38},
+    {"00000000100", 39},
+    {"00000000001011", 40},
+    {"00000000001010", 41},
+    {"00000000001101", 42},
+    {"0000000001100", 43},
+    {"000000000001111", 44},
+    {"000000000001110", 45},
+    {"00000000001001", 46},
+    {"00000000001100", 47},
+    {"000000000001011", 48},
+    {"000000000001010", 49},
+    {"000000000001101", 50},
+    {"00000000001000", 51},
+    {"0000000000001111", 52},
+    {"000000000000001", 53},
+    {"000000000001001", 54},
+    {"000000000001100", 55},
+    {"0000000000001011", 56},
+    {"0000000000001110", 57},
+    {"0000000000001101", 58},
+    {"000000000001000", 59},
+    {"0000000000000111", 60},
+    {"0000000000001010", 61},
+    {"0000000000001001", 62},
+    {"0000000000001100", 63},
+    {"0000000000000100", 64},
+    {"0000000000000110", 65},
+    {"0000000000000101", 66},
+    {"0000000000001000", 67},
+};
+
+// coeff_token, 2 <= nC < 4: value 4 * TotalCoeff + TrailingOnes
+constexpr Code kCoeffToken2[] = {
+    {"11", 0},
+    {"001011", 4},
+    {"10", 5},
+    {"000111", 8},
+    {"00111", 9},
+    {"011", 10},
+    {"0000111", 12},
+    {"001010", 13},
+    {"001001", 14},
+    {"0101", 15},
+    {"00000111", 16},
+    {"000110", 17},
+    {"000101", 18},
+    {"0100", 19},
+    {"00000100", 20},
+    {"0000110", 21},
+    {"0000101", 22},
+    {"00110", 23},
+    {"000000111", 24},
+    {"00000110", 25},
+    {"00000101", 26},
+    {"001000", 27},
+    {"00000001111", 28},
+    {"000000110", 29},
+    {"000000101", 30},
+    {"000100", 31},
+    {"00000001011", 32},
+    {"00000001110", 33},
+    {"00000001101", 34},
+    {"0000100", 35},
+    {"000000001111", 36},
+    {"00000001010", 37},
+    {"00000001001", 38},
+    {"000000100", 39},
+    {"000000001011", 40},
+    {"000000001110", 41},
+    {"000000001101", 42},
+    {"00000001100", 43},
+    {"000000001000", 44},
+    {"000000001010", 45},
+    {"000000001001", 46},
+    {"00000001000", 47},
+    {"0000000001111", 48},
+    {"0000000001110", 49},
+    {"0000000001101", 50},
+    {"000000001100", 51},
+    {"0000000001011", 52},
+    {"0000000001010", 53},
+    {"0000000001001", 54},
+    {"0000000001100", 55},
+    {"0000000000111", 56},
+    {"00000000001011", 57},
+    {"0000000000110", 58},
+    {"0000000001000", 59},
+    {"00000000001001", 60},
+    {"00000000001000", 61},
+    {"00000000001010", 62},
+    {"0000000000001", 63},
+    {"00000000000111", 64},
+    {"00000000000110", 65},
+    {"00000000000101", 66},
+    {"00000000000100", 67},
+};
+
+// coeff_token, 4 <= nC < 8: value 4 * TotalCoeff + TrailingOnes
+constexpr Code kCoeffToken4[] = {
+    {"1111", 0},        {"001111", 4},      {"1110", 5},        {"001011", 8},      {"01111", 9},
+    {"1101", 10},       {"001000", 12},     {"01100", 13},      {"01110", 14},      {"1100", 15},
+    {"0001111", 16},    {"01010", 17},      {"01011", 18},      {"1011", 19},       {"0001011", 20},
+    {"01000", 21},      {"01001", 22},      {"1010", 23},       {"0001001", 24},    {"001110", 25},
+    {"001101", 26},     {"1001", 27},       {"0001000", 28},    {"001010", 29},     {"001001", 30},
+    {"1000", 31},       {"00001111", 32},   {"0001110", 33},    {"0001101", 34},    {"01101", 35},
+    {"00001011", 36},   {"00001110", 37},   {"0001010", 38},    {"001100", 39},     {"000001111", 40},
+    {"00001010", 41},   {"00001101", 42},   {"0001100", 43},    {"000001011", 44},  {"000001110", 45},
+    {"00001001", 46},   {"00001100", 47},   {"000001000", 48},  {"000001010", 49},  {"000001101", 50},
+    {"00001000", 51},   {"0000001101", 52}, {"000000111", 53},  {"000001001", 54},  {"000001100", 55},
+    {"0000001001", 56}, {"0000001100", 57}, {"0000001011", 58}, {"0000001010", 59}, {"0000000101", 60},
+    {"0000001000", 61}, {"0000000111", 62}, {"0000000110", 63}, {"0000000001", 64}, {"0000000100", 65},
+    {"0000000011", 66}, {"0000000010", 67},
+};
+
+// coeff_token, 8 <= nC: value 4 * TotalCoeff + TrailingOnes
+constexpr Code kCoeffToken8[] = {
+    {"000011", 0},  {"000000", 4},  {"000001", 5},  {"000100", 8},  {"000101", 9},  {"000110", 10},
+    {"001000", 12}, {"001001", 13}, {"001010", 14}, {"001011", 15}, {"001100", 16}, {"001101", 17},
+    {"001110", 18}, {"001111", 19}, {"010000", 20}, {"010001", 21}, {"010010", 22}, {"010011", 23},
+    {"010100", 24}, {"010101", 25}, {"010110", 26}, {"010111", 27}, {"011000", 28}, {"011001", 29},
+    {"011010", 30}, {"011011", 31}, {"011100", 32}, {"011101", 33}, {"011110", 34}, {"011111", 35},
+    {"100000", 36}, {"100001", 37}, {"100010", 38}, {"100011", 39}, {"100100", 40}, {"100101", 41},
+    {"100110", 42}, {"100111", 43}, {"101000", 44}, {"101001", 45}, {"101010", 46}, {"101011", 47},
+    {"101100", 48}, {"101101", 49}, {"101110", 50}, {"101111", 51}, {"110000", 52}, {"110001", 53},
+    {"110010", 54}, {"110011", 55}, {"110100", 56}, {"110101", 57}, {"110110", 58}, {"110111", 59},
+    {"111000", 60}, {"111001", 61}, {"111010", 62}, {"111011", 63}, {"111100", 64}, {"111101", 65},
+    {"111110", 66}, {"111111", 67},
+};
+
+// coeff_token, nC = -1 (chroma DC, 4:2:0): value 4 * TotalCoeff + TrailingOnes
+constexpr Code kCoeffTokenChromaDc[] = {
+    {"01", 0},      {"000111", 4},    {"1", 5},         {"000100", 8},   {"000110", 9},
+    {"001", 10},    {"000011", 12},   {"0000011", 13},  {"0000010", 14}, {"000101", 15},
+    {"000010", 16}, {"00000011", 17}, {"00000010", 18}, {"0000000", 19},
+};
+
+// total_zeros, 4x4 blocks, TotalCoeff 1
+constexpr Code kTotalZeros1[] = {
+    {"1", 0},         {"011", 1},        {"010", 2},        {"0011", 3},
+    {"0010", 4},      {"00011", 5},      {"00010", 6},      {"000011", 7},
+    {"000010", 8},    {"0000011", 9},    {"0000010", 10},   {"00000011", 11},
+    {"00000010", 12}, {"000000011", 13}, {"000000010", 14}, {"000000001", 15},
+};
+
+// total_zeros, 4x4 blocks, TotalCoeff 2
+constexpr Code kTotalZeros2[] = {
+    {"111", 0},    {"110", 1},     {"101", 2},     {"100", 3},     {"011", 4},
+    {"0101", 5},   {"0100", 6},    {"0011", 7},    {"0010", 8},    {"00011", 9},
+    {"00010", 10}, {"000011", 11}, {"000010", 12}, {"000001", 13}, {"000000", 14},
+};
+
+// total_zeros, 4x4 blocks, TotalCoeff 3
+constexpr Code kTotalZeros3[] = {
+    {"0101", 0}, {"111", 1},  {"110", 2},   {"101", 3},    {"0100", 4},    {"0011", 5},   {"100", 6},
+    {"011", 7},  {"0010", 8}, {"00011", 9}, {"00010", 10}, {"000001", 11}, {"00001", 12}, {"000000", 13},
+};
+
+// total_zeros, 4x4 blocks, TotalCoeff 4
+constexpr Code kTotalZeros4[] = {
+    {"00011", 0}, {"111", 1}, {"0101", 2}, {"0100", 3},   {"110", 4},    {"101", 5},    {"100", 6},
+    {"0011", 7},  {"011", 8}, {"0010", 9}, {"00010", 10}, {"00001", 11}, {"00000", 12},
+};
+
+// total_zeros, 4x4 blocks, TotalCoeff 5
+constexpr Code kTotalZeros5[] = {
+    {"0101", 0}, {"0100", 1}, {"0011", 2}, {"111", 3},   {"110", 4},   {"101", 5},
+    {"100", 6},  {"011", 7},  {"0010", 8}, {"00001", 9}, {"0001", 10}, {"00000", 11},
+};
+
+// total_zeros, 4x4 blocks, TotalCoeff 6
+constexpr Code kTotalZeros6[] = {
+    {"000001", 0}, {"00001", 1}, {"111", 2},  {"110", 3}, {"101", 4},     {"100", 5},
+    {"011", 6},    {"010", 7},   {"0001", 8}, {"001", 9}, {"000000", 10},
+};
+
+// total_zeros, 4x4 blocks, TotalCoeff 7
+constexpr Code kTotalZeros7[] = {
+    {"000001", 0}, {"00001", 1}, {"101", 2},  {"100", 3}, {"011", 4},
+    {"11", 5},     {"010", 6},   {"0001", 7}, {"001", 8}, {"000000", 9},
+};
+
+// total_zeros, 4x4 blocks, TotalCoeff 8
+constexpr Code kTotalZeros8[] = {
+    {"000001", 0}, {"0001", 1}, {"00001", 2}, {"011", 3},    {"11", 4},
+    {"10", 5},     {"010", 6},  {"001", 7},   {"000000", 8},
+};
+
+// total_zeros, 4x4 blocks, TotalCoeff 9
+constexpr Code kTotalZeros9[] = {
+    {"000001", 0}, {"000000", 1}, {"0001", 2}, {"11", 3}, {"10", 4}, {"001", 5}, {"01", 6}, {"00001", 7},
+};
+
+// total_zeros, 4x4 blocks, TotalCoeff 10
+constexpr Code kTotalZeros10[] = {
+    {"00001", 0}, {"00000", 1}, {"001", 2}, {"11", 3}, {"10", 4}, {"01", 5}, {"0001", 6},
+};
+
+// total_zeros, 4x4 blocks, TotalCoeff 11
+constexpr Code kTotalZeros11[] = {
+    {"0000", 0}, {"0001", 1}, {"001", 2}, {"010", 3}, {"1", 4}, {"011", 5},
+};
+
+// total_zeros, 4x4 blocks, TotalCoeff 12
+constexpr Code kTotalZeros12[] = {
+    {"0000", 0}, {"0001", 1}, {"01", 2}, {"1", 3}, {"001", 4},
+};
+
+// total_zeros, 4x4 blocks, TotalCoeff 13
+constexpr Code kTotalZeros13[] = {
+    {"000", 0},
+    {"001", 1},
+    {"1", 2},
+    {"01", 3},
+};
+
+// total_zeros, 4x4 blocks, TotalCoeff 14
+constexpr Code kTotalZeros14[] = {
+    {"00", 0},
+    {"01", 1},
+    {"1", 2},
+};
+
+// total_zeros, 4x4 blocks, TotalCoeff 15
+constexpr Code kTotalZeros15[] = {
+    {"0", 0},
+    {"1", 1},
+};
+
+// total_zeros, chroma DC 2x2, TotalCoeff 1
+constexpr Code kTotalZerosDc1[] = {
+    {"1", 0},
+    {"01", 1},
+    {"001", 2},
+    {"000", 3},
+};
+
+// total_zeros, chroma DC 2x2, TotalCoeff 2
+constexpr Code kTotalZerosDc2[] = {
+    {"1", 0},
+    {"01", 1},
+    {"00", 2},
+};
+
+// total_zeros, chroma DC 2x2, TotalCoeff 3
+constexpr Code kTotalZerosDc3[] = {
+    {"1", 0},
+    {"0", 1},
+};
+
+// run_before, zerosLeft 1
+constexpr Code kRunBefore1[] = {
+    {"1", 0},
+    {"0", 1},
+};
+
+// run_before, zerosLeft 2
+constexpr Code kRunBefore2[] = {
+    {"1", 0},
+    {"01", 1},
+    {"00", 2},
+};
+
+// run_before, zerosLeft 3
+constexpr Code kRunBefore3[] = {
+    {"11", 0},
+    {"10", 1},
+    {"01", 2},
+    {"00", 3},
+};
+
+// run_before, zerosLeft 4
+constexpr Code kRunBefore4[] = {
+    {"11", 0}, {"10", 1}, {"01", 2}, {"001", 3}, {"000", 4},
+};
+
+// run_before, zerosLeft 5
+constexpr Code kRunBefore5[] = {
+    {"11", 0}, {"10", 1}, {"011", 2}, {"010", 3}, {"001", 4}, {"000", 5},
+};
+
+// run_before, zerosLeft 6
+constexpr Code kRunBefore6[] = {
+    {"11", 0}, {"000", 1}, {"001", 2}, {"011", 3}, {"010", 4}, {"101", 5}, {"100", 6},
+};
+
+// run_before, zerosLeft 7+
+constexpr Code kRunBefore7plus[] = {
+    {"111", 0},      {"110", 1},       {"101", 2},        {"100", 3},         {"011", 4},
+    {"010", 5},      {"001", 6},       {"0001", 7},       {"00001", 8},       {"000001", 9},
+    {"0000001", 10}, {"00000001", 11}, {"000000001", 12}, {"0000000001", 13}, {"00000000001", 14},
+};
+
+// A lookup table for one code, in two levels. The first indexes the next K
+// bits directly and resolves every code of up to K bits. Longer codes (and
+// patterns that are no code) fall through to the second: the reader counts the
+// leading zeros of the next 16 bits (a sentinel stops the count at 16), then
+// indexes a row for that count with the bits that follow the first one. Row
+// lz holds 2^suffix entries, enough for the longest code with lz leading
+// zeros; shorter codes fill several entries. An entry is (length << 8) |
+// value, 0 for a bit pattern that is no code. A code of only zeros (total_zeros
+// and run_before have some) serves every row from its length on.
+constexpr int kRows = 17;
+
+constexpr int code_length(const char* s) {
+    int n = 0;
+    while (s[n]) ++n;
+    return n;
+}
+constexpr int leading_zeros(const char* s) {
+    int n = 0;
+    while (s[n] == '0') ++n;
+    return n;
+}
+
+template <size_t N>
+constexpr void row_suffixes(const Code (&codes)[N], int suffix[kRows]) {
+    for (int r = 0; r < kRows; ++r) suffix[r] = 0;
+    for (const Code& c : codes) {
+        const int len = code_length(c.bits), lz = leading_zeros(c.bits);
+        if (lz < len && suffix[lz] < len - lz - 1) suffix[lz] = len - lz - 1;
+    }
+}
+
+template <size_t N>
+constexpr size_t table_size(const Code (&codes)[N]) {
+    int suffix[kRows] = {};
+    row_suffixes(codes, suffix);
+    size_t n = 0;
+    for (int r = 0; r < kRows; ++r) n += size_t{1} << suffix[r];
+    return n;
+}
+
+struct Row {
+    uint16_t base;
+    uint8_t suffix;
+};
+
+template <int K, size_t Size>
+struct Vlc {
+    uint16_t fast[1 << K] = {};
+    Row row[kRows] = {};
+    uint16_t entry[Size] = {};
+};
+
+template <int K, size_t Size, size_t N>
+constexpr Vlc<K, Size> build(const Code (&codes)[N]) {
+    Vlc<K, Size> t{};
+    int suffix[kRows] = {};
+    row_suffixes(codes, suffix);
+    int base = 0;
+    for (int r = 0; r < kRows; ++r) {
+        t.row[r] = {static_cast<uint16_t>(base), static_cast<uint8_t>(suffix[r])};
+        base += 1 << suffix[r];
+    }
+    for (const Code& c : codes) {
+        const int len = code_length(c.bits), lz = leading_zeros(c.bits);
+        const uint16_t e = static_cast<uint16_t>(len << 8 | c.value);
+        if (len <= K) {
+            int v = 0;
+            for (int i = 0; i < len; ++i) v = v * 2 + (c.bits[i] - '0');
+            for (int j = 0; j < (1 << (K - len)); ++j) t.fast[(v << (K - len)) + j] = e;
+        }
+        if (lz == len) {
+            for (int r = len; r < kRows; ++r) t.entry[t.row[r].base] = e;
+            continue;
+        }
+        int s = 0;
+        for (int i = lz + 1; i < len; ++i) s = s * 2 + (c.bits[i] - '0');
+        const int spare = suffix[lz] - (len - lz - 1);
+        for (int j = 0; j < (1 << spare); ++j) t.entry[t.row[lz].base + (s << spare) + j] = e;
+    }
+    return t;
+}
+
+#define KPLVC_VLC(name, k, codes) constexpr auto name = build<k, table_size(codes)>(codes)
+KPLVC_VLC(kCt0, 8, kCoeffToken0);
+KPLVC_VLC(kCt2, 8, kCoeffToken2);
+KPLVC_VLC(kCt4, 8, kCoeffToken4);
+KPLVC_VLC(kCt8, 6, kCoeffToken8);
+KPLVC_VLC(kCtDc, 8, kCoeffTokenChromaDc);
+KPLVC_VLC(kTz1, 6, kTotalZeros1);
+KPLVC_VLC(kTz2, 6, kTotalZeros2);
+KPLVC_VLC(kTz3, 6, kTotalZeros3);
+KPLVC_VLC(kTz4, 6, kTotalZeros4);
+KPLVC_VLC(kTz5, 6, kTotalZeros5);
+KPLVC_VLC(kTz6, 6, kTotalZeros6);
+KPLVC_VLC(kTz7, 6, kTotalZeros7);
+KPLVC_VLC(kTz8, 6, kTotalZeros8);
+KPLVC_VLC(kTz9, 6, kTotalZeros9);
+KPLVC_VLC(kTz10, 6, kTotalZeros10);
+KPLVC_VLC(kTz11, 6, kTotalZeros11);
+KPLVC_VLC(kTz12, 6, kTotalZeros12);
+KPLVC_VLC(kTz13, 6, kTotalZeros13);
+KPLVC_VLC(kTz14, 6, kTotalZeros14);
+KPLVC_VLC(kTz15, 6, kTotalZeros15);
+KPLVC_VLC(kTzDc1, 3, kTotalZerosDc1);
+KPLVC_VLC(kTzDc2, 3, kTotalZerosDc2);
+KPLVC_VLC(kTzDc3, 3, kTotalZerosDc3);
+KPLVC_VLC(kRb1, 3, kRunBefore1);
+KPLVC_VLC(kRb2, 3, kRunBefore2);
+KPLVC_VLC(kRb3, 3, kRunBefore3);
+KPLVC_VLC(kRb4, 3, kRunBefore4);
+KPLVC_VLC(kRb5, 3, kRunBefore5);
+KPLVC_VLC(kRb6, 3, kRunBefore6);
+KPLVC_VLC(kRb7, 6, kRunBefore7plus);
+#undef KPLVC_VLC
+
+// A type-erased view of one table, so that a table can be chosen by index.
+struct VlcRef {
+    const uint16_t* fast;
+    int k;
+    const Row* row;
+    const uint16_t* entry;
+};
+template <int K, size_t S>
+constexpr VlcRef ref(const Vlc<K, S>& t) {
+    return {t.fast, K, t.row, t.entry};
+}
+
+constexpr VlcRef kCoeffTokenTables[5] = {ref(kCt0), ref(kCt2), ref(kCt4), ref(kCt8), ref(kCtDc)};
+constexpr VlcRef kTotalZerosTables[16] = {
+    ref(kTz1), ref(kTz1), ref(kTz2),  ref(kTz3),  ref(kTz4),  ref(kTz5),  ref(kTz6),  ref(kTz7),
+    ref(kTz8), ref(kTz9), ref(kTz10), ref(kTz11), ref(kTz12), ref(kTz13), ref(kTz14), ref(kTz15),
+};
+constexpr VlcRef kTotalZerosDcTables[4] = {ref(kTzDc1), ref(kTzDc1), ref(kTzDc2), ref(kTzDc3)};
+constexpr VlcRef kRunBeforeTables[8] = {ref(kRb1), ref(kRb1), ref(kRb2), ref(kRb3),
+                                        ref(kRb4), ref(kRb5), ref(kRb6), ref(kRb7)};
+
+// The bit position of the reader in a register, over the reader's buffer.
+struct Cursor {
+    const uint8_t* data;
+    size_t last, pos;
+    explicit Cursor(const BitReader& br) : data(br.data()), last(br.last()), pos(br.pos()) {}
+    uint64_t peek64() const { return BitReader::load64(data, last, pos); }
+    void skip(int n) { pos += static_cast<size_t>(n); }
+};
+
+// One code word: its value, or -1 (nothing consumed) for a pattern that is
+// no code word.
+inline int read_vlc(Cursor& br, const VlcRef& t) {
+    const uint64_t w = br.peek64();
+    uint16_t e = t.fast[w >> (64 - t.k)];
+    if (e == 0) {
+        const int lz = std::countl_zero(w | (uint64_t{1} << 47));
+        const uint64_t rest = (w << lz) << 1;
+        const Row r = t.row[lz];
+        e = t.entry[r.base + static_cast<uint32_t>((rest >> 1) >> (63 - r.suffix))];
+    }
+    br.skip(e >> 8);
+    return e ? (e & 255) : -1;
+}
+
+constexpr int coeff_token_table(int nc) { return nc < 0 ? 4 : nc < 2 ? 0 : nc < 4 ? 1 : nc < 8 ? 2 : 3; }
+
+}  // namespace
+
+int read_residual_block(BitReader& reader, int nc, int max_coeff, const uint8_t* scan, int16_t* coef,
+                        int* top) {
+    Cursor br(reader);
+    struct WriteBack {
+        BitReader& to;
+        const Cursor& from;
+        ~WriteBack() { to.seek(from.pos); }
+    } write_back{reader, br};
+    const int token = read_vlc(br, kCoeffTokenTables[coeff_token_table(nc)]);
+    if (token <= 0) return token;  // 0 coefficients, or a damaged code
+    const int total = token >> 2, t1 = token & 3;
+    if (total > max_coeff) return -1;
+
+    int level[16];
+    // Trailing ones: one sign bit each, the highest frequency first.
+    if (t1) {
+        const uint32_t signs = static_cast<uint32_t>(br.peek64() >> (64 - t1));
+        br.skip(t1);
+        for (int i = 0; i < t1; ++i) level[i] = 1 - 2 * static_cast<int>((signs >> (t1 - 1 - i)) & 1);
+    }
+    int suffix_length = total > 10 && t1 < 3 ? 1 : 0;
+    for (int i = t1; i < total; ++i) {
+        const uint64_t w = br.peek64();
+        const int prefix = std::countl_zero(w | (uint64_t{1} << 31));
+        if (prefix > 25) return -1;  // beyond any level a 16-bit coefficient can hold
+        br.skip(prefix + 1);
+        int code = (prefix < 15 ? prefix : 15) << suffix_length;
+        if (suffix_length > 0 || prefix >= 14) {
+            const int size =
+                prefix >= 15 ? prefix - 3 : (prefix == 14 && suffix_length == 0 ? 4 : suffix_length);
+            code += static_cast<int>(br.peek64() >> (64 - size));
+            br.skip(size);
+        }
+        if (prefix >= 15 && suffix_length == 0) code += 15;
+        if (prefix >= 16) code += (1 << (prefix - 3)) - 4096;
+        if (i == t1 && t1 < 3) code += 2;
+        // Even codes are positive levels, odd codes negative: 0 -> 1, 1 -> -1, 2 -> 2, ...
+        const int v = (code & 1) ? (-code - 1) >> 1 : (code + 2) >> 1;
+        level[i] = v;
+        if (suffix_length == 0) suffix_length = 1;
+        const int mag = v < 0 ? -v : v;
+        if (mag > (3 << (suffix_length - 1)) && suffix_length < 6) ++suffix_length;
+    }
+
+    int zeros = 0;
+    if (total < max_coeff) {
+        zeros = read_vlc(br, max_coeff == 4 ? kTotalZerosDcTables[total] : kTotalZerosTables[total]);
+        if (zeros < 0 || total + zeros > max_coeff) return -1;
+    }
+    // Place the levels from the highest frequency down; each run_before is
+    // the number of zeros just below the level before it.
+    int pos = total + zeros - 1;
+    *top = pos;
+    for (int i = 0; i < total - 1; ++i) {
+        coef[scan[pos]] = static_cast<int16_t>(level[i]);
+        int run = 0;
+        if (zeros > 0) {
+            run = read_vlc(br, kRunBeforeTables[zeros < 7 ? zeros : 7]);
+            if (run < 0 || run > zeros) return -1;
+            zeros -= run;
+        }
+        pos -= run + 1;
+    }
+    coef[scan[pos]] = static_cast<int16_t>(level[total - 1]);
+    return total;
+}
+
+namespace {
+constexpr CodeList kLists[] = {
+    {"coeff_token 0..1", kCoeffToken0, static_cast<int>(std::size(kCoeffToken0))},
+    {"coeff_token 2..3", kCoeffToken2, static_cast<int>(std::size(kCoeffToken2))},
+    {"coeff_token 4..7", kCoeffToken4, static_cast<int>(std::size(kCoeffToken4))},
+    {"coeff_token 8+", kCoeffToken8, static_cast<int>(std::size(kCoeffToken8))},
+    {"coeff_token -1", kCoeffTokenChromaDc, static_cast<int>(std::size(kCoeffTokenChromaDc))},
+    {"total_zeros 4x4 1", kTotalZeros1, static_cast<int>(std::size(kTotalZeros1))},
+    {"total_zeros 4x4 2", kTotalZeros2, static_cast<int>(std::size(kTotalZeros2))},
+    {"total_zeros 4x4 3", kTotalZeros3, static_cast<int>(std::size(kTotalZeros3))},
+    {"total_zeros 4x4 4", kTotalZeros4, static_cast<int>(std::size(kTotalZeros4))},
+    {"total_zeros 4x4 5", kTotalZeros5, static_cast<int>(std::size(kTotalZeros5))},
+    {"total_zeros 4x4 6", kTotalZeros6, static_cast<int>(std::size(kTotalZeros6))},
+    {"total_zeros 4x4 7", kTotalZeros7, static_cast<int>(std::size(kTotalZeros7))},
+    {"total_zeros 4x4 8", kTotalZeros8, static_cast<int>(std::size(kTotalZeros8))},
+    {"total_zeros 4x4 9", kTotalZeros9, static_cast<int>(std::size(kTotalZeros9))},
+    {"total_zeros 4x4 10", kTotalZeros10, static_cast<int>(std::size(kTotalZeros10))},
+    {"total_zeros 4x4 11", kTotalZeros11, static_cast<int>(std::size(kTotalZeros11))},
+    {"total_zeros 4x4 12", kTotalZeros12, static_cast<int>(std::size(kTotalZeros12))},
+    {"total_zeros 4x4 13", kTotalZeros13, static_cast<int>(std::size(kTotalZeros13))},
+    {"total_zeros 4x4 14", kTotalZeros14, static_cast<int>(std::size(kTotalZeros14))},
+    {"total_zeros 4x4 15", kTotalZeros15, static_cast<int>(std::size(kTotalZeros15))},
+    {"total_zeros 2x2 1", kTotalZerosDc1, static_cast<int>(std::size(kTotalZerosDc1))},
+    {"total_zeros 2x2 2", kTotalZerosDc2, static_cast<int>(std::size(kTotalZerosDc2))},
+    {"total_zeros 2x2 3", kTotalZerosDc3, static_cast<int>(std::size(kTotalZerosDc3))},
+    {"run_before 1", kRunBefore1, static_cast<int>(std::size(kRunBefore1))},
+    {"run_before 2", kRunBefore2, static_cast<int>(std::size(kRunBefore2))},
+    {"run_before 3", kRunBefore3, static_cast<int>(std::size(kRunBefore3))},
+    {"run_before 4", kRunBefore4, static_cast<int>(std::size(kRunBefore4))},
+    {"run_before 5", kRunBefore5, static_cast<int>(std::size(kRunBefore5))},
+    {"run_before 6", kRunBefore6, static_cast<int>(std::size(kRunBefore6))},
+    {"run_before 7+", kRunBefore7plus, static_cast<int>(std::size(kRunBefore7plus))},
+};
+
+const VlcRef& table_of(int list) {
+    if (list < 5) return kCoeffTokenTables[list];
+    if (list < 20) return kTotalZerosTables[list - 4];
+    if (list < 23) return kTotalZerosDcTables[list - 19];
+    return kRunBeforeTables[list - 22];
+}
+}  // namespace
+
+const CodeList* code_lists(int* count) {
+    *count = static_cast<int>(std::size(kLists));
+    return kLists;
+}
+
+int decode_with_table(int list, const uint8_t* bits, size_t bytes, int* length) {
+    const BitReader reader(bits, bytes, bytes * 8);
+    Cursor br(reader);
+    const int v = read_vlc(br, table_of(list));
+    *length = static_cast<int>(br.pos);
+    return v;
+}
+
+}  // namespace kplvc::codecs::h264
