@@ -18,11 +18,11 @@ using kplvc::block::DctKernels;
 
 // Coefficients of a typical intra block: large DC, decaying AC.
 struct Data {
-    alignas(32) int16_t coef[64];
-    alignas(32) int16_t out[64];
-    alignas(32) int16_t tmp[64];
-    alignas(32) int16_t tmp2[64];
-    alignas(32) uint8_t px[8 * 32];
+    alignas(64) int16_t coef[64];
+    alignas(64) int16_t out[64];
+    alignas(64) int16_t tmp[64];
+    alignas(64) int16_t tmp2[64];
+    alignas(64) uint8_t px[8 * 32];
     Data() {
         uint32_t s = 12345;
         for (int i = 0; i < 64; ++i) {
@@ -111,7 +111,7 @@ void register_all() {
         [](Data& d, const K& k) {
             k.aan(d.coef, d.tmp);
             k.aan(d.coef, d.tmp2);
-            alignas(32) int16_t wide[8 * 16];
+            alignas(64) int16_t wide[8 * 16];
             k.put_16s_p2(d.tmp, d.tmp2, wide, 32);
             benchmark::DoNotOptimize(wide);
         });
@@ -140,7 +140,7 @@ void register_all() {
     api("kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R/count64",
         [](Data& d) { kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R(d.coef, d.coef, d.px, 32, 64, 64); });
     api("kpliDCT8x8Inv_AANTransposed_16s_P2C2R/count64", [](Data& d) {
-        alignas(32) int16_t wide[8 * 16];
+        alignas(64) int16_t wide[8 * 16];
         kpliDCT8x8Inv_AANTransposed_16s_P2C2R(d.coef, d.coef, wide, 32, 64, 64);
         benchmark::DoNotOptimize(wide);
     });

@@ -14,8 +14,8 @@ using kplvc::h263::ReconKernels;
 
 // A 64x64 plane of smooth content with a small step at x = 32 and y = 32,
 // where the Annex J filter really changes samples.
-std::vector<uint8_t> smooth_plane() {
-    std::vector<uint8_t> p(64 * 64);
+kplvc::bench::Buffer<uint8_t> smooth_plane() {
+    kplvc::bench::Buffer<uint8_t> p(64 * 64);
     for (int y = 0; y < 64; ++y)
         for (int x = 0; x < 64; ++x)
             p[static_cast<size_t>(y * 64 + x)] =
@@ -27,8 +27,8 @@ void register_all() {
     per_level<ReconKernels>(
         "h263/recon_mb", kplvc::h263::recon_kernels_for, [](const ReconKernels& k) { return k.recon16; },
         [](benchmark::State& st, const ReconKernels& k) {
-            std::vector<uint8_t> pred(32 * 16, 120), dst(32 * 16);
-            std::vector<int16_t> res(256);
+            kplvc::bench::Buffer<uint8_t> pred(32 * 16, 120), dst(32 * 16);
+            kplvc::bench::Buffer<int16_t> res(256);
             for (size_t i = 0; i < res.size(); ++i) res[i] = static_cast<int16_t>(int(i % 41) - 20);
             for (auto _ : st) {
                 k.recon16(pred.data(), res.data(), dst.data(), 32);
@@ -40,7 +40,7 @@ void register_all() {
         per_level<ReconKernels>(vertical ? "h263/deblock_ver" : "h263/deblock_hor",
                                 kplvc::h263::recon_kernels_for, pick,
                                 [pick, vertical](benchmark::State& st, const ReconKernels& k) {
-                                    std::vector<uint8_t> plane = smooth_plane();
+                                    kplvc::bench::Buffer<uint8_t> plane = smooth_plane();
                                     uint8_t* edge = plane.data() + (vertical ? 16 * 64 + 32 : 32 * 64 + 16);
                                     const auto fn = pick(k);
                                     for (auto _ : st) {
@@ -52,7 +52,7 @@ void register_all() {
     per_level<ReconKernels>(
         "h263/obmc", kplvc::h263::recon_kernels_for, [](const ReconKernels& k) { return k.obmc; },
         [](benchmark::State& st, const ReconKernels& k) {
-            std::vector<uint8_t> ref = smooth_plane(), dst(64 * 8);
+            kplvc::bench::Buffer<uint8_t> ref = smooth_plane(), dst(64 * 8);
             const Kpl16s c[2] = {1, 1}, l[2] = {-3, 2}, r[2] = {4, 0}, a[2] = {0, -5}, b[2] = {2, 3};
             const kplvc::h263::ObmcVectors mv{c, l, r, a, b};
             for (auto _ : st) {
@@ -62,29 +62,29 @@ void register_all() {
         });
     // Public entry points (checks + the kernel in use).
     benchmark::RegisterBenchmark("h263/kpliReconMB_H263", [](benchmark::State& st) {
-        std::vector<uint8_t> pred(32 * 16, 120), dst(32 * 16);
-        std::vector<int16_t> res(256, 3);
+        kplvc::bench::Buffer<uint8_t> pred(32 * 16, 120), dst(32 * 16);
+        kplvc::bench::Buffer<int16_t> res(256, 3);
         for (auto _ : st) {
             kpliReconMB_H263(pred.data(), res.data(), dst.data(), 32);
             benchmark::ClobberMemory();
         }
     });
     benchmark::RegisterBenchmark("h263/kpliFilterDeblocking_HorEdge_H263_8u_I", [](benchmark::State& st) {
-        std::vector<uint8_t> plane = smooth_plane();
+        kplvc::bench::Buffer<uint8_t> plane = smooth_plane();
         for (auto _ : st) {
             kpliFilterDeblocking_HorEdge_H263_8u_I(plane.data() + 32 * 64 + 16, 64, 12);
             benchmark::ClobberMemory();
         }
     });
     benchmark::RegisterBenchmark("h263/kpliFilterDeblocking_VerEdge_H263_8u_I", [](benchmark::State& st) {
-        std::vector<uint8_t> plane = smooth_plane();
+        kplvc::bench::Buffer<uint8_t> plane = smooth_plane();
         for (auto _ : st) {
             kpliFilterDeblocking_VerEdge_H263_8u_I(plane.data() + 16 * 64 + 32, 64, 12);
             benchmark::ClobberMemory();
         }
     });
     benchmark::RegisterBenchmark("h263/kpliPredictBlock_OBMC_8u", [](benchmark::State& st) {
-        std::vector<uint8_t> ref = smooth_plane(), dst(64 * 8);
+        kplvc::bench::Buffer<uint8_t> ref = smooth_plane(), dst(64 * 8);
         const Kpl16s c[2] = {1, 1}, l[2] = {-3, 2}, r[2] = {4, 0}, a[2] = {0, -5}, b[2] = {2, 3};
         for (auto _ : st) {
             kpliPredictBlock_OBMC_8u(ref.data() + 24 * 64 + 24, dst.data(), 64, c, l, r, a, b);
@@ -98,7 +98,7 @@ void register_all() {
                             {"kpliCopyApproxHVMB_H263_8u", kpliCopyApproxHVMB_H263_8u},
                             {"kpliCopyApproxHVBlock_H263_8u", kpliCopyApproxHVBlock_H263_8u}}) {
         benchmark::RegisterBenchmark((std::string("h263/") + name).c_str(), [fn = fn](benchmark::State& st) {
-            std::vector<uint8_t> src = smooth_plane(), dst(64 * 16);
+            kplvc::bench::Buffer<uint8_t> src = smooth_plane(), dst(64 * 16);
             for (auto _ : st) {
                 fn(src.data() + 8 * 64 + 8, dst.data(), 64);
                 benchmark::ClobberMemory();
@@ -109,7 +109,8 @@ void register_all() {
         benchmark::RegisterBenchmark(("h263/kpliExpandFrame_H263_8u/176x144/E" + std::to_string(E)).c_str(),
                                      [E](benchmark::State& st) {
                                          const int S = 176 + 2 * E;
-                                         std::vector<uint8_t> buf(static_cast<size_t>(S * (144 + 2 * E)), 9);
+                                         kplvc::bench::Buffer<uint8_t> buf(
+                                             static_cast<size_t>(S * (144 + 2 * E)), 9);
                                          for (auto _ : st) {
                                              kpliExpandFrame_H263_8u(buf.data(), 176, 144, E, S);
                                              benchmark::ClobberMemory();
@@ -130,8 +131,8 @@ void register_all() {
 }
 
 // A stream of one block coded by the library's own encoder.
-std::vector<uint8_t> coded_block(const int16_t* levels, bool intra) {
-    std::vector<uint8_t> buf(256, 0);
+kplvc::bench::Buffer<uint8_t> coded_block(const int16_t* levels, bool intra) {
+    kplvc::bench::Buffer<uint8_t> buf(256, 0);
     Kpl8u* p = buf.data();
     int off = 0;
     if (intra) kpliEncode_IntraDCVLC_H263_16s1u(levels[0], &p, &off);
@@ -186,7 +187,7 @@ void register_blocks() {
             }
         });
     benchmark::RegisterBenchmark("h263/kpliEncode_ACVLC_H263_16s1u/30codes", [](benchmark::State& st) {
-        std::vector<uint8_t> buf(256);
+        kplvc::bench::Buffer<uint8_t> buf(256);
         for (auto _ : st) {
             Kpl8u* p = buf.data();
             int off = 0;

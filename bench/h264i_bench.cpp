@@ -17,8 +17,8 @@ constexpr int32_t kStep = 64;
 constexpr const char* kPosName[16] = {"G", "a", "b", "c", "d", "e", "f", "g",
                                       "h", "i", "j", "k", "n", "p", "q", "r"};
 
-std::vector<uint8_t> reference_plane() {
-    std::vector<uint8_t> v(kStep * 40);
+kplvc::bench::Buffer<uint8_t> reference_plane() {
+    kplvc::bench::Buffer<uint8_t> v(kStep * 40);
     uint32_t x = 12345;
     for (auto& b : v) {
         x = x * 1103515245u + 12345u;
@@ -38,7 +38,7 @@ void register_all() {
                 name, kplvc::h264::inter_kernels_for,
                 [s, pos](const InterKernels& k) { return k.luma[s][pos]; },
                 [s, pos](benchmark::State& st, const InterKernels& k) {
-                    std::vector<uint8_t> src = reference_plane(), dst(16 * 16);
+                    kplvc::bench::Buffer<uint8_t> src = reference_plane(), dst(16 * 16);
                     const auto fn = k.luma[s][pos];
                     for (auto _ : st) {
                         fn(src.data() + 3 * kStep + 3, kStep, dst.data(), 16);
@@ -53,7 +53,7 @@ void register_all() {
             "h264inter/chroma" + std::to_string(w) + "x" + std::to_string(h) + "_(3,5)",
             kplvc::h264::inter_kernels_for, [s](const InterKernels& k) { return k.chroma[s]; },
             [s](benchmark::State& st, const InterKernels& k) {
-                std::vector<uint8_t> src = reference_plane(), dst(8 * 8);
+                kplvc::bench::Buffer<uint8_t> src = reference_plane(), dst(8 * 8);
                 const auto fn = k.chroma[s];
                 for (auto _ : st) {
                     fn(src.data(), kStep, dst.data(), 8, 15, 9, 25, 15);
@@ -65,7 +65,7 @@ void register_all() {
         "h264inter/weight16x16_default", kplvc::h264::inter_kernels_for,
         [](const InterKernels& k) { return k.average[0]; },
         [](benchmark::State& st, const InterKernels& k) {
-            std::vector<uint8_t> a = reference_plane(), b = reference_plane();
+            kplvc::bench::Buffer<uint8_t> a = reference_plane(), b = reference_plane();
             const auto fn = k.average[0];
             for (auto _ : st) {
                 fn(a.data(), kStep, b.data() + 1, kStep, 16);
@@ -82,16 +82,16 @@ void register_all() {
     };
     for (Explicit e : {Explicit{"explicit", true, 40, 24}, Explicit{"explicit_wide", false, 128, -64}}) {
         auto pick = [e](const InterKernels& k) { return e.small ? k.weight_small[0] : k.weight[0]; };
-        per_level<InterKernels>(std::string("h264inter/weight16x16_") + e.name,
-                                kplvc::h264::inter_kernels_for, pick,
-                                [e, pick](benchmark::State& st, const InterKernels& k) {
-                                    std::vector<uint8_t> a = reference_plane(), b = reference_plane();
-                                    const auto fn = pick(k);
-                                    for (auto _ : st) {
-                                        fn(a.data(), kStep, b.data() + 1, kStep, 16, e.w0, e.w1, 5, 1);
-                                        benchmark::ClobberMemory();
-                                    }
-                                });
+        per_level<InterKernels>(
+            std::string("h264inter/weight16x16_") + e.name, kplvc::h264::inter_kernels_for, pick,
+            [e, pick](benchmark::State& st, const InterKernels& k) {
+                kplvc::bench::Buffer<uint8_t> a = reference_plane(), b = reference_plane();
+                const auto fn = pick(k);
+                for (auto _ : st) {
+                    fn(a.data(), kStep, b.data() + 1, kStep, 16, e.w0, e.w1, 5, 1);
+                    benchmark::ClobberMemory();
+                }
+            });
     }
 }
 

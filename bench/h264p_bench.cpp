@@ -20,8 +20,8 @@ using kplvc::h264::PredKernels;
 
 constexpr int32_t kStep = 64;
 
-std::vector<uint8_t> textured(int seed) {
-    std::vector<uint8_t> f(static_cast<size_t>(kStep) * 64);
+kplvc::bench::Buffer<uint8_t> textured(int seed) {
+    kplvc::bench::Buffer<uint8_t> f(static_cast<size_t>(kStep) * 64);
     uint32_t s = static_cast<uint32_t>(seed) * 2654435761u + 1;
     for (size_t i = 0; i < f.size(); ++i) {
         s = s * 1103515245u + 12345u;
@@ -32,8 +32,8 @@ std::vector<uint8_t> textured(int seed) {
 
 // Smooth content, an offset step of +-10 every 4 samples in both directions,
 // noise 0..3: every edge passes alpha/beta at QP 36 (alpha 63, beta 11).
-std::vector<uint8_t> smooth_frame() {
-    std::vector<uint8_t> f(static_cast<size_t>(kStep) * 64);
+kplvc::bench::Buffer<uint8_t> smooth_frame() {
+    kplvc::bench::Buffer<uint8_t> f(static_cast<size_t>(kStep) * 64);
     uint32_t s = 12345;
     for (int y = 0; y < 64; ++y)
         for (int x = 0; x < kStep; ++x) {

@@ -39,8 +39,8 @@ void register_all() {
         "h264xform/dequant_residual_add", kplvc::h264::xform_kernels_for,
         [](const XformKernels& k) { return k.dequant_residual_add; },
         [](benchmark::State& st, const XformKernels& k) {
-            alignas(16) int16_t c[16];
-            uint8_t pred[16 * 4], dst[16 * 4];
+            alignas(64) int16_t c[16];
+            alignas(64) uint8_t pred[16 * 4], dst[16 * 4];
             std::memset(pred, 120, sizeof pred);
             const int16_t* scale = kplvc::h264::kDequant16[kQp].data();
             for (auto _ : st) {
@@ -52,7 +52,7 @@ void register_all() {
     per_level<XformKernels>(
         "h264xform/add_dc", kplvc::h264::xform_kernels_for, [](const XformKernels& k) { return k.add_dc; },
         [](benchmark::State& st, const XformKernels& k) {
-            uint8_t pred[16 * 4], dst[16 * 4];
+            alignas(64) uint8_t pred[16 * 4], dst[16 * 4];
             std::memset(pred, 120, sizeof pred);
             for (auto _ : st) {
                 k.add_dc(pred, 16, dst, 16, 11);
@@ -63,7 +63,7 @@ void register_all() {
         "h264xform/dequant_luma_dc", kplvc::h264::xform_kernels_for,
         [](const XformKernels& k) { return k.dequant_luma_dc; },
         [](benchmark::State& st, const XformKernels& k) {
-            alignas(16) int16_t c[16];
+            alignas(64) int16_t c[16];
             for (auto _ : st) {
                 std::memcpy(c, kLevels, sizeof c);
                 k.dequant_luma_dc(c, kplvc::h264::InvQuantLuma16x16DCTable[kQp], 0, 0);
@@ -74,7 +74,7 @@ void register_all() {
         "h264xform/dequant_residual", kplvc::h264::xform_kernels_for,
         [](const XformKernels& k) { return k.dequant_residual; },
         [](benchmark::State& st, const XformKernels& k) {
-            alignas(16) int16_t c[16];
+            alignas(64) int16_t c[16];
             const int16_t* scale = kplvc::h264::kDequant16[kQp].data();
             for (auto _ : st) {
                 std::memcpy(c, kLevels, sizeof c);
@@ -86,7 +86,7 @@ void register_all() {
         "h264xform/forward4x4", kplvc::h264::xform_kernels_for,
         [](const XformKernels& k) { return k.forward4x4; },
         [](benchmark::State& st, const XformKernels& k) {
-            alignas(16) int16_t c[16];
+            alignas(64) int16_t c[16];
             for (auto _ : st) {
                 std::memcpy(c, kResidual, sizeof c);
                 k.forward4x4(c);
@@ -97,7 +97,7 @@ void register_all() {
         "h264xform/transform_quant_residual", kplvc::h264::xform_kernels_for,
         [](const XformKernels& k) { return k.transform_quant_residual; },
         [](benchmark::State& st, const XformKernels& k) {
-            alignas(16) int16_t c[16];
+            alignas(64) int16_t c[16];
             uint8_t count, last;
             const int32_t shift = kQp / 6 + 15, round = (1 << shift) / 3;
             const int16_t* mf = kplvc::h264::kQuant16[kQp % 6].data();
@@ -112,7 +112,7 @@ void register_all() {
         "h264xform/transform_quant_luma_dc", kplvc::h264::xform_kernels_for,
         [](const XformKernels& k) { return k.transform_quant_luma_dc; },
         [](benchmark::State& st, const XformKernels& k) {
-            alignas(16) int16_t c[16], t[16];
+            alignas(64) int16_t c[16], t[16];
             uint8_t count, last;
             for (auto _ : st) {
                 std::memcpy(c, kResidual, sizeof c);
@@ -125,7 +125,7 @@ void register_all() {
         "h264xform/transform_quant_chroma_dc", kplvc::h264::xform_kernels_for,
         [](const XformKernels& k) { return k.transform_quant_chroma_dc; },
         [](benchmark::State& st, const XformKernels& k) {
-            alignas(16) int16_t c[4], t[4];
+            alignas(64) int16_t c[4], t[4];
             uint8_t count;
             for (auto _ : st) {
                 std::memcpy(c, kResidual, sizeof c);
@@ -137,8 +137,8 @@ void register_all() {
 
     // ---- Public functions (the selected kernels) ----------------------------------
     api("DequantTransformResidualAndAdd/ac", [](benchmark::State& st) {
-        alignas(16) int16_t c[16];
-        uint8_t pred[16 * 4], dst[16 * 4];
+        alignas(64) int16_t c[16];
+        alignas(64) uint8_t pred[16 * 4], dst[16 * 4];
         std::memset(pred, 120, sizeof pred);
         for (auto _ : st) {
             std::memcpy(c, kLevels, sizeof c);
@@ -147,7 +147,7 @@ void register_all() {
         }
     });
     api("DequantTransformResidualAndAdd/dc_only", [](benchmark::State& st) {
-        uint8_t pred[16 * 4], dst[16 * 4];
+        alignas(64) uint8_t pred[16 * 4], dst[16 * 4];
         std::memset(pred, 120, sizeof pred);
         const int16_t dc = 700;
         for (auto _ : st) {
@@ -156,7 +156,7 @@ void register_all() {
         }
     });
     api("DequantTransformResidual/ac", [](benchmark::State& st) {
-        alignas(16) int16_t c[16];
+        alignas(64) int16_t c[16];
         for (auto _ : st) {
             std::memcpy(c, kLevels, sizeof c);
             kpliDequantTransformResidual_H264_16s_C1I(c, 8, nullptr, 1, kQp);
@@ -164,7 +164,7 @@ void register_all() {
         }
     });
     api("TransformQuantResidual", [](benchmark::State& st) {
-        alignas(16) int16_t c[16];
+        alignas(64) int16_t c[16];
         Kpl8u count, last;
         for (auto _ : st) {
             std::memcpy(c, kResidual, sizeof c);
@@ -174,16 +174,16 @@ void register_all() {
         }
     });
     api("TransformPrediction", [](benchmark::State& st) {
-        uint8_t pred[16 * 4];
+        alignas(64) uint8_t pred[16 * 4];
         for (int i = 0; i < 64; ++i) pred[i] = static_cast<uint8_t>(i * 7);
-        int16_t out[16];
+        alignas(64) int16_t out[16];
         for (auto _ : st) {
             kpliTransformPrediction_H264_8u16s_C1(pred, 16, out);
             benchmark::ClobberMemory();
         }
     });
     api("TransformDequantLumaDC", [](benchmark::State& st) {
-        int16_t c[16];
+        alignas(64) int16_t c[16];
         for (auto _ : st) {
             std::memcpy(c, kLevels, sizeof c);
             kpliTransformDequantLumaDC_H264_16s_C1I(c, kQp);
@@ -191,7 +191,7 @@ void register_all() {
         }
     });
     api("TransformDequantChromaDC", [](benchmark::State& st) {
-        int16_t c[4];
+        alignas(64) int16_t c[4];
         for (auto _ : st) {
             std::memcpy(c, kLevels, sizeof c);
             kpliTransformDequantChromaDC_H264_16s_C1I(c, kQp);
@@ -199,7 +199,7 @@ void register_all() {
         }
     });
     api("DequantTransformResidual_SISP", [](benchmark::State& st) {
-        int16_t c[16];
+        alignas(64) int16_t c[16];
         for (auto _ : st) {
             std::memcpy(c, kLevels, sizeof c);
             kpliDequantTransformResidual_SISP_H264_16s_C1I(c, kResidual, nullptr, 1, kQp, kQp + 2, 0);
@@ -207,7 +207,7 @@ void register_all() {
         }
     });
     api("TransformDequantChromaDC_SISP", [](benchmark::State& st) {
-        int16_t c[4];
+        alignas(64) int16_t c[4];
         for (auto _ : st) {
             std::memcpy(c, kLevels, sizeof c);
             kpliTransformDequantChromaDC_SISP_H264_16s_C1I(c, kResidual, kQp, kQp + 2, 0);
@@ -215,7 +215,7 @@ void register_all() {
         }
     });
     api("TransformQuantChromaDC", [](benchmark::State& st) {
-        int16_t c[4], t[4];
+        alignas(64) int16_t c[4], t[4];
         Kpl8u count;
         for (auto _ : st) {
             std::memcpy(c, kResidual, sizeof c);
@@ -224,7 +224,7 @@ void register_all() {
         }
     });
     api("TransformQuantLumaDC", [](benchmark::State& st) {
-        int16_t c[16], t[16];
+        alignas(64) int16_t c[16], t[16];
         Kpl8u count, last;
         for (auto _ : st) {
             std::memcpy(c, kResidual, sizeof c);

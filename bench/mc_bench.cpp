@@ -20,8 +20,8 @@ constexpr int kStep = 64;  // row step of every buffer: rows start on cache line
 const char* const kPos[4] = {"ff", "fh", "hf", "hh"};
 
 struct Data {
-    std::vector<uint8_t> ref, ref_b, cur, dst;
-    std::vector<int16_t> res, diff, pred;
+    kplvc::bench::Buffer<uint8_t> ref, ref_b, cur, dst;
+    kplvc::bench::Buffer<int16_t> res, diff, pred;
     Data()
         : ref(kStep * 20),
           ref_b(kStep * 20),

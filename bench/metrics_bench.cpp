@@ -18,8 +18,8 @@ using kplvc::block::MetricsKernels;
 // row, with the reference one row and a few columns off.
 struct Data {
     static constexpr int32_t kStep = 64;
-    std::vector<uint8_t> pic = std::vector<uint8_t>(kStep * 40);
-    std::vector<int16_t> coefs = std::vector<int16_t>(64 * 8);
+    kplvc::bench::Buffer<uint8_t> pic = kplvc::bench::Buffer<uint8_t>(kStep * 40);
+    kplvc::bench::Buffer<int16_t> coefs = kplvc::bench::Buffer<int16_t>(64 * 8);
     Data() {
         uint32_t x = 12345;
         for (auto& v : pic) {

@@ -15,8 +15,9 @@ using kplvc::bench::per_level;
 // A block of typical decoded levels and its weights; each iteration starts
 // from the same input so the work does not drift to all-clamped values.
 struct Data {
-    int16_t src[64], w[64];
-    float m[64];
+    alignas(64) int16_t src[64];
+    alignas(64) int16_t w[64];
+    alignas(64) float m[64];
     Data() {
         for (int i = 0; i < 64; ++i) {
             src[i] = static_cast<int16_t>(((i * 37) % 61) - 30);
@@ -29,7 +30,7 @@ struct Data {
 template <class Fn>
 void run_dequant(benchmark::State& st, Fn fn, bool weights) {
     Data d;
-    alignas(32) int16_t blk[64];
+    alignas(64) int16_t blk[64];
     for (auto _ : st) {
         __builtin_memcpy(blk, d.src, sizeof blk);
         fn(blk, 12, weights ? d.w : nullptr);
@@ -41,7 +42,7 @@ void run_dequant(benchmark::State& st, Fn fn, bool weights) {
 template <class Fn>
 void run_quant(benchmark::State& st, Fn fn, bool matrix) {
     Data d;
-    alignas(32) int16_t blk[64];
+    alignas(64) int16_t blk[64];
     for (int i = 0; i < 64; ++i) d.src[i] = static_cast<int16_t>(d.src[i] * 40);
     for (auto _ : st) {
         __builtin_memcpy(blk, d.src, sizeof blk);
@@ -53,7 +54,7 @@ void run_quant(benchmark::State& st, Fn fn, bool matrix) {
 // The copy of the input block alone, to read the figures above against.
 void copy_only(benchmark::State& st) {
     Data d;
-    alignas(32) int16_t blk[64];
+    alignas(64) int16_t blk[64];
     for (auto _ : st) {
         __builtin_memcpy(blk, d.src, sizeof blk);
         benchmark::DoNotOptimize(blk);

@@ -1,9 +1,9 @@
 // H.263 whole-sample and half-sample block copies (rounding type 0).
 //
 // The whole-sample copies are the block-copy kernels; the half-sample ones
-// are the motion-compensation kernels run with a zero residual and rounding
-// control 0, whose averages (a + b + 1) >> 1 and (a + b + c + d + 2) >> 2 are
-// H.263's. Note the codes: a small step is -81 for the whole-sample
+// are the motion-compensation family's predictions without a residual at
+// rounding control 0, whose averages (a + b + 1) >> 1 and
+// (a + b + c + d + 2) >> 2 are H.263's. Note the codes: a small step is -81 for the whole-sample
 // macroblock copy but -82 for the half-sample macroblock copies.
 #include "block/copy.h"
 #include "kplvc.h"
@@ -11,16 +11,13 @@
 
 namespace {
 
+using kplvc::mc::CopySize;
 using kplvc::mc::Pos;
-using kplvc::mc::Shape;
 
-// A zero residual for a 16x16 block, 16 values (32 bytes) per row.
-alignas(32) const int16_t kZeroResidual[256] = {};
-
-KplStatus approx(const Kpl8u* pSrc, Kpl8u* pDst, int step, Shape shape, Pos pos, int min_step) {
+KplStatus approx(const Kpl8u* pSrc, Kpl8u* pDst, int step, CopySize size, Pos pos, int min_step) {
     if (pSrc == nullptr || pDst == nullptr) return kplStsNullPtrErr;
     if (step < min_step) return kplStsBlockStepErr;
-    kplvc::mc::mc_kernels().single[shape][pos](pSrc, step, kZeroResidual, 32, pDst, step, 0);
+    kplvc::mc::mc_kernels().copy[size][pos](pSrc, step, pDst, step);
     return kplStsNoErr;
 }
 
@@ -44,23 +41,23 @@ KPLVC_API KplStatus kpliCopyBlock_H263_8u(const Kpl8u* pSrc, Kpl8u* pDst, int st
 
 // Horizontal half-sample: half horizontally, full vertically (HF).
 KPLVC_API KplStatus kpliCopyApproxHMB_H263_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step) {
-    return approx(pSrc, pDst, step, kplvc::mc::s16x16, kplvc::mc::hf, 16);
+    return approx(pSrc, pDst, step, kplvc::mc::c16x16, kplvc::mc::hf, 16);
 }
 KPLVC_API KplStatus kpliCopyApproxHBlock_H263_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step) {
-    return approx(pSrc, pDst, step, kplvc::mc::s8x8, kplvc::mc::hf, 8);
+    return approx(pSrc, pDst, step, kplvc::mc::c8x8, kplvc::mc::hf, 8);
 }
 // Vertical half-sample: full horizontally, half vertically (FH).
 KPLVC_API KplStatus kpliCopyApproxVMB_H263_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step) {
-    return approx(pSrc, pDst, step, kplvc::mc::s16x16, kplvc::mc::fh, 16);
+    return approx(pSrc, pDst, step, kplvc::mc::c16x16, kplvc::mc::fh, 16);
 }
 KPLVC_API KplStatus kpliCopyApproxVBlock_H263_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step) {
-    return approx(pSrc, pDst, step, kplvc::mc::s8x8, kplvc::mc::fh, 8);
+    return approx(pSrc, pDst, step, kplvc::mc::c8x8, kplvc::mc::fh, 8);
 }
 KPLVC_API KplStatus kpliCopyApproxHVMB_H263_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step) {
-    return approx(pSrc, pDst, step, kplvc::mc::s16x16, kplvc::mc::hh, 16);
+    return approx(pSrc, pDst, step, kplvc::mc::c16x16, kplvc::mc::hh, 16);
 }
 KPLVC_API KplStatus kpliCopyApproxHVBlock_H263_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step) {
-    return approx(pSrc, pDst, step, kplvc::mc::s8x8, kplvc::mc::hh, 8);
+    return approx(pSrc, pDst, step, kplvc::mc::c8x8, kplvc::mc::hh, 8);
 }
 
 }  // extern "C"

@@ -119,9 +119,24 @@ constexpr std::array<McBFn, 16> bidir_row(std::index_sequence<I...>) {
     return {mcb_c<g.w, g.h, g.dx, Pos(I & 3), Pos(I >> 2), uses_byte_average(S)>...};
 }
 
+template <int W, Pos P>
+void copy_c(const uint8_t* ref, int32_t ref_step, uint8_t* dst, int32_t dst_step) {
+    for (int y = 0; y < W; ++y)
+        for (int x = 0; x < W; ++x)
+            row_at(dst, dst_step, y)[x] = static_cast<uint8_t>(predict<1, P>(ref, ref_step, x, y, 0));
+}
+
 template <std::size_t... S>
 constexpr McKernels scalar_table(std::index_sequence<S...>) {
     McKernels k{};
+    k.copy[c16x16][ff] = copy_c<16, ff>;
+    k.copy[c16x16][fh] = copy_c<16, fh>;
+    k.copy[c16x16][hf] = copy_c<16, hf>;
+    k.copy[c16x16][hh] = copy_c<16, hh>;
+    k.copy[c8x8][ff] = copy_c<8, ff>;
+    k.copy[c8x8][fh] = copy_c<8, fh>;
+    k.copy[c8x8][hf] = copy_c<8, hf>;
+    k.copy[c8x8][hh] = copy_c<8, hh>;
     const std::array<McFn, 4> singles[] = {single_row<Shape(S)>()...};
     const std::array<McBFn, 16> bidirs[] = {bidir_row<Shape(S)>(std::make_index_sequence<16>())...};
     for (int s = 0; s < kShapeCount; ++s) {

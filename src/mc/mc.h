@@ -38,11 +38,19 @@ enum Shape : int {
     kShapeCount
 };
 
+// Prediction alone at rounding control 0 (no residual): the half-sample
+// block copies of H.263, dst = (a + b + 1) >> 1 or (a + b + c + d + 2) >> 2.
+using HalfCopyFn = void (*)(const uint8_t* ref, int32_t ref_step, uint8_t* dst, int32_t dst_step);
+// Sizes of the copies: 16x16 and 8x8.
+enum CopySize : int { c16x16 = 0, c8x8, kCopySizes };
+
 struct McKernels {
     // single[shape][pos], pos = (mcType & 12) >> 2
     McFn single[kShapeCount][4];
     // bidir[shape][((mcTypeF & 12) >> 2) | (mcTypeB & 12)]
     McBFn bidir[kShapeCount][16];
+    // copy[size][pos]
+    HalfCopyFn copy[kCopySizes][4];
 };
 
 McKernels mc_kernels_for(cpu::Isa isa);

@@ -203,6 +203,20 @@ TEST(MCVariants, MatchReference) {
                           f(x[ref], rs, b.r(x), b.res_step, x[b.dst], b.dst_step, i & 1);
                       };
                   });
+        if (s.shape == kplvc::mc::s16x16 || s.shape == kplvc::mc::s8x8) {
+            // The residual-free copies of the same square sizes, on the same
+            // reference windows (extreme samples, windows ending at a page).
+            const int c = s.shape == kplvc::mc::s16x16 ? kplvc::mc::c16x16 : kplvc::mc::c8x8;
+            for (int pos = 0; pos < 4; ++pos)
+                check([&](const McKernels& k) { return k.copy[c][pos]; },
+                      std::string(s.name) + " copy pos " + std::to_string(pos), 60,
+                      [&, pos](Arena& a, Rng& rng, int i) {
+                          const int32_t rs = s.w + 2 + rng.range(0, 9), ds = s.w + rng.range(0, 5);
+                          auto ref = reference(a, rng, s, pos, rs, i);
+                          auto dst = a.out<uint8_t>(static_cast<size_t>(ds * s.h), 1);
+                          return [=](auto f, Arena& x) { f(x[ref], rs, x[dst], ds); };
+                      });
+        }
         for (int idx = 0; idx < 16; ++idx)
             check([&](const McKernels& k) { return k.bidir[s.shape][idx]; },
                   std::string(s.name) + " pair " + std::to_string(idx), 24,

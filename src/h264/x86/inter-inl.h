@@ -416,12 +416,63 @@ inline void weight_chunk(uint8_t* d, const uint8_t* s, __m128i wpair, __m128i rn
     storen<N>(d, _mm_packus_epi16(v, v));
 }
 
+// Any weights (-128..128) with pmaddubsw: split w = 2 wh + wl, wh = w >> 1
+// (-64..64), wl = w & 1. With q = (p0, p1) interleaved bytes,
+//   H = p0 wh0 + p1 wh1   exact in 16 bits: each product within 255 * 64,
+//                         |H| <= 32640, no saturation
+//   L = p0 wl0 + p1 wl1   0..510
+// and p0 w0 + p1 w1 = 2H + L, which needs 17 bits. But
+//   (2H + L + 2^k) >> (k + 1) = (H + ((L + 2^k) >> 1)) >> k
+// (halve first, then shift by k: floor of floor), and (L + 2^k) >> 1 is
+// pavgw(L, 2^k - 1). H + that stays within -32640..32576 (an odd weight gives
+// up half a sample of H for what it adds back through L), so the whole sum is
+// 16-bit lanes; the offset goes on with a saturating add and packus clips.
+struct SplitWeights {
+    int16_t hi, lo, rnd;
+};
+inline SplitWeights split_weights(int32_t w0, int32_t w1, int32_t log_wd) {
+    return {byte_pair(w0 >> 1, w1 >> 1), byte_pair(w0 & 1, w1 & 1), static_cast<int16_t>((1 << log_wd) - 1)};
+}
+
+template <class V, class Ops>
+inline V weight_split(V q, V wh, V wl, V rnd, __m128i sh, V off) {
+    const V h = Ops::maddubs(q, wh);
+    const V r = Ops::avg16(Ops::maddubs(q, wl), rnd);
+    return Ops::adds16(Ops::sra16(Ops::add16(h, r), sh), off);
+}
+
+struct Ops128 {
+    static __m128i maddubs(__m128i a, __m128i b) { return _mm_maddubs_epi16(a, b); }
+    static __m128i avg16(__m128i a, __m128i b) { return _mm_avg_epu16(a, b); }
+    static __m128i add16(__m128i a, __m128i b) { return _mm_add_epi16(a, b); }
+    static __m128i adds16(__m128i a, __m128i b) { return _mm_adds_epi16(a, b); }
+    static __m128i sra16(__m128i a, __m128i n) { return _mm_sra_epi16(a, n); }
+};
+
 template <class L, int W>
 void weight(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step, int32_t rows, int32_t w0,
             int32_t w1, int32_t log_wd, int32_t offset) {
     const intptr_t ds = sd_step, ss = s_step;
     if constexpr (W == 16 && L::kAvx2) {
         L::weight16(sd, sd_step, s, s_step, rows, w0, w1, log_wd, offset);
+        return;
+    } else if constexpr (L::kSsse3) {
+        const SplitWeights sw = split_weights(w0, w1, log_wd);
+        const __m128i wh = _mm_set1_epi16(sw.hi), wl = _mm_set1_epi16(sw.lo), rnd = _mm_set1_epi16(sw.rnd);
+        const __m128i sh = _mm_cvtsi32_si128(log_wd);
+        const __m128i off = splat16(offset);
+        for (int32_t y = 0; y < rows; ++y) {
+            uint8_t* d = sd + y * ds;
+            const __m128i a = loadn<W>(d), b = loadn<W>(s + y * ss);
+            const __m128i lo = weight_split<__m128i, Ops128>(_mm_unpacklo_epi8(a, b), wh, wl, rnd, sh, off);
+            if constexpr (W == 16) {
+                const __m128i hi =
+                    weight_split<__m128i, Ops128>(_mm_unpackhi_epi8(a, b), wh, wl, rnd, sh, off);
+                storen<W>(d, _mm_packus_epi16(lo, hi));
+            } else {
+                storen<W>(d, _mm_packus_epi16(lo, lo));
+            }
+        }
         return;
     }
     const __m128i wpair = _mm_set1_epi32(word_pair(w0, w1));
@@ -467,12 +518,18 @@ void weight_small(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step
     }
 }
 
+// Two rows an iteration (every block height is even): the loop is then
+// bound by its loads and stores rather than by the loop's own bookkeeping.
 template <int W>
 void average(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step, int32_t rows) {
     const intptr_t ds = sd_step, ss = s_step;
-    for (int32_t y = 0; y < rows; ++y) {
+    for (int32_t y = 0; y < rows; y += 2) {
         uint8_t* d = sd + y * ds;
-        storen<W>(d, _mm_avg_epu8(loadn<W>(d), loadn<W>(s + y * ss)));
+        const uint8_t* p = s + y * ss;
+        const __m128i r0 = _mm_avg_epu8(loadn<W>(d), loadn<W>(p));
+        const __m128i r1 = _mm_avg_epu8(loadn<W>(d + ds), loadn<W>(p + ss));
+        storen<W>(d, r0);
+        storen<W>(d + ds, r1);
     }
 }
 

@@ -127,23 +127,37 @@ struct Wide256 {
         }
     }
 
+    // Any weights, split into byte halves (weight_split in inter-inl.h), two
+    // rows per register; 16-wide blocks have 16 or 8 rows.
+    struct Ops256 {
+        static __m256i maddubs(__m256i a, __m256i b) { return _mm256_maddubs_epi16(a, b); }
+        static __m256i avg16(__m256i a, __m256i b) { return _mm256_avg_epu16(a, b); }
+        static __m256i add16(__m256i a, __m256i b) { return _mm256_add_epi16(a, b); }
+        static __m256i adds16(__m256i a, __m256i b) { return _mm256_adds_epi16(a, b); }
+        static __m256i sra16(__m256i a, __m128i n) { return _mm256_sra_epi16(a, n); }
+    };
     static void weight16(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step, int32_t rows,
                          int32_t w0, int32_t w1, int32_t log_wd, int32_t offset) {
         const intptr_t ds = sd_step, ss = s_step;
-        const __m256i wpair = _mm256_set1_epi32(word_pair(w0, w1));
-        const __m256i rnd = _mm256_set1_epi32(int32_t{1} << log_wd);
-        const __m128i sh = _mm_cvtsi32_si128(log_wd + 1);
+        const SplitWeights sw = split_weights(w0, w1, log_wd);
+        const __m256i wh = _mm256_set1_epi16(sw.hi), wl = _mm256_set1_epi16(sw.lo);
+        const __m256i rnd = _mm256_set1_epi16(sw.rnd);
+        const __m128i sh = _mm_cvtsi32_si128(log_wd);
         const __m256i off = _mm256_set1_epi16(static_cast<int16_t>(offset));
-        for (int32_t y = 0; y < rows; ++y) {
-            uint8_t* d = sd + y * ds;
-            const __m256i p0 = _mm256_cvtepu8_epi16(loadn<16>(d));
-            const __m256i p1 = _mm256_cvtepu8_epi16(loadn<16>(s + y * ss));
-            __m256i lo = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(p0, p1), wpair), rnd);
-            __m256i hi = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(p0, p1), wpair), rnd);
-            __m256i v = _mm256_packs_epi32(_mm256_sra_epi32(lo, sh), _mm256_sra_epi32(hi, sh));
-            v = _mm256_add_epi16(v, off);
-            v = _mm256_permute4x64_epi64(_mm256_packus_epi16(v, v), 0x08);
-            storen<16>(d, _mm256_castsi256_si128(v));
+        for (int32_t y = 0; y < rows; y += 2) {
+            uint8_t* d0 = sd + y * ds;
+            uint8_t* d1 = d0 + ds;
+            const __m256i a =
+                _mm256_inserti128_si256(_mm256_castsi128_si256(loadn<16>(d0)), loadn<16>(d1), 1);
+            const __m256i b = _mm256_inserti128_si256(_mm256_castsi128_si256(loadn<16>(s + y * ss)),
+                                                      loadn<16>(s + (y + 1) * ss), 1);
+            const __m256i lo =
+                weight_split<__m256i, Ops256>(_mm256_unpacklo_epi8(a, b), wh, wl, rnd, sh, off);
+            const __m256i hi =
+                weight_split<__m256i, Ops256>(_mm256_unpackhi_epi8(a, b), wh, wl, rnd, sh, off);
+            const __m256i v = _mm256_packus_epi16(lo, hi);  // per lane: bytes back in order
+            storen<16>(d0, _mm256_castsi256_si128(v));
+            storen<16>(d1, _mm256_extracti128_si256(v, 1));
         }
     }
 

@@ -1,7 +1,7 @@
 // H.264 inter prediction kernels, SSSE3: the horizontal six-tap and the
-// chroma and byte weights through pmaddubsw. Only the kernels that change
+// chroma and all the weighting through pmaddubsw. Only the kernels that change
 // are compiled and installed: luma positions that use b (a horizontal tap),
-// chroma and the byte-weight averages.
+// chroma and the weighted averages.
 #include <tmmintrin.h>
 
 #include <cstdint>
@@ -20,7 +20,7 @@ struct Level {
     static constexpr bool luma(int, int pos) { return pos % 4 != 0; }
     static constexpr bool chroma(int) { return true; }
     static constexpr bool copy(int) { return false; }
-    static constexpr bool weight(int) { return false; }
+    static constexpr bool weight(int) { return true; }
     static constexpr bool weight_small(int) { return true; }
     static constexpr bool average(int) { return false; }
 };

@@ -1,7 +1,7 @@
-// AVX2 H.264 16x16 predictors: the plane rows two at a time (one register of
+// AVX2 H.264 16x16 and chroma predictors: the plane rows two at a time (one register of
 // 16-bit lanes holds eight samples of row y and eight of row y + 1, so a
-// single pack yields two finished rows), and DC with a one-instruction
-// broadcast.
+// single pack yields two finished rows), DC and horizontal with one-instruction
+// broadcasts.
 #include <immintrin.h>
 
 #include "core/arith.h"
@@ -13,6 +13,37 @@ namespace {
 #include "h264/x86/pred-inl.h"
 
 inline void store16b(uint8_t* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
+
+// Rows y..y+3 from one base (see the SSE2 file): no chain of increments.
+template <int Rows, class Row>
+inline void each_row(uint8_t* p, int32_t step, Row row) {
+    const intptr_t s = step, s3 = 3 * s;
+#pragma GCC unroll 1
+    for (int y = 0; y < Rows; y += 4) {
+        uint8_t* b = p + y * s;
+        row(b);
+        row(b + s);
+        row(b + 2 * s);
+        row(b + s3);
+    }
+}
+
+// Horizontal: vpbroadcastb straight from the left neighbour, one load-op.
+void horizontal16(uint8_t* p, int32_t step, int32_t) {
+    each_row<16>(p, step, [](uint8_t* r) {
+        int8_t left;
+        __builtin_memcpy(&left, r - 1, 1);
+        store16b(r, _mm_set1_epi8(left));
+    });
+}
+
+void horizontal8(uint8_t* p, int32_t step, int32_t) {
+    each_row<8>(p, step, [](uint8_t* r) {
+        int8_t left;
+        __builtin_memcpy(&left, r - 1, 1);
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(r), _mm_set1_epi8(left));
+    });
+}
 
 // sum over i = 0..7 of (i + 1) * (q[9 + i] - q[7 - i]): the plane gradient
 // along a run whose q[0] is the corner.
@@ -65,14 +96,16 @@ void dc16(uint8_t* p, int32_t step, int32_t avail) {
         dc = t && l ? (st + sl + 16) >> 5 : (st + sl + 8) >> 4;
     }
     const __m128i v = _mm_broadcastb_epi8(_mm_cvtsi32_si128(dc));
-    for (int y = 0; y < 16; ++y) store16b(row_at(p, step, y), v);
+    each_row<16>(p, step, [v](uint8_t* r) { store16b(r, v); });
 }
 
 }  // namespace
 
 void upgrade_pred(PredKernels& k) {
+    k.pred16x16[1] = horizontal16;
     k.pred16x16[2] = dc16;
     k.pred16x16[3] = plane16;
+    k.pred_chroma[1] = horizontal8;
 }
 
 }  // namespace kplvc::h264::x86::avx2

@@ -28,16 +28,33 @@ inline int sum_left(const uint8_t* p, int32_t step, int from, int n) {
     return s;
 }
 
+// Rows y..y+3 from one base as [b], [b + s], [b + 2s], [b + 3s]: the four
+// bases of a 16-row block come from p directly, so no store waits for a chain
+// of pointer increments (row by row, 15 dependent adds outlast the stores).
+template <int Rows, class Row>
+inline void each_row(uint8_t* p, int32_t step, Row row) {
+    const intptr_t s = step, s3 = 3 * s;
+#pragma GCC unroll 1
+    for (int y = 0; y < Rows; y += 4) {
+        uint8_t* b = p + y * s;
+        row(b, y);
+        row(b + s, y + 1);
+        row(b + 2 * s, y + 2);
+        row(b + s3, y + 3);
+    }
+}
+
+// The byte v in every lane: one multiply in a general register and a pshufd,
+// where _mm_set1_epi8 on SSE2 is four vector operations.
+inline __m128i splat_byte(uint8_t v) { return _mm_shuffle_epi32(_mm_cvtsi32_si128(v * 0x01010101), 0); }
+
 void vertical16(uint8_t* p, int32_t step, int32_t) {
     const __m128i t = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row_at(p, step, -1)));
-    for (int y = 0; y < 16; ++y) store16b(row_at(p, step, y), t);
+    each_row<16>(p, step, [t](uint8_t* r, int) { store16b(r, t); });
 }
 
 void horizontal16(uint8_t* p, int32_t step, int32_t) {
-    for (int y = 0; y < 16; ++y) {
-        uint8_t* r = row_at(p, step, y);
-        store16b(r, _mm_set1_epi8(static_cast<char>(r[-1])));
-    }
+    each_row<16>(p, step, [](uint8_t* r, int) { store16b(r, splat_byte(r[-1])); });
 }
 
 void dc16(uint8_t* p, int32_t step, int32_t avail) {
@@ -50,7 +67,7 @@ void dc16(uint8_t* p, int32_t step, int32_t avail) {
         dc = t && l ? (st + sl + 16) >> 5 : (st + sl + 8) >> 4;
     }
     const __m128i v = _mm_set1_epi8(static_cast<char>(dc));
-    for (int y = 0; y < 16; ++y) store16b(row_at(p, step, y), v);
+    each_row<16>(p, step, [v](uint8_t* r, int) { store16b(r, v); });
 }
 
 // sum over x = 0..n-1 of (x + 1) * (q[n + 1 + x] - q[n - 1 - x]) for n = 8,
@@ -87,14 +104,11 @@ void plane16(uint8_t* p, int32_t step, int32_t) {
 
 void vertical8(uint8_t* p, int32_t step, int32_t) {
     const __m128i t = load8b(row_at(p, step, -1));
-    for (int y = 0; y < 8; ++y) store8b(row_at(p, step, y), t);
+    each_row<8>(p, step, [t](uint8_t* r, int) { store8b(r, t); });
 }
 
 void horizontal8(uint8_t* p, int32_t step, int32_t) {
-    for (int y = 0; y < 8; ++y) {
-        uint8_t* r = row_at(p, step, y);
-        store8b(r, _mm_set1_epi8(static_cast<char>(r[-1])));
-    }
+    each_row<8>(p, step, [](uint8_t* r, int) { store8b(r, splat_byte(r[-1])); });
 }
 
 void dc_chroma(uint8_t* p, int32_t step, int32_t avail) {

@@ -1,7 +1,9 @@
 // AVX2 motion compensation. 16-wide shapes: one row of 16 samples per 256-bit
-// register in 16-bit lanes. 8-wide HH: two rows per register (row y in the
-// low half, row y+1 in the high half). The arithmetic is that of the SSE2
-// kernels (see mc_sse2.cpp): sums below 1023, saturating residual add, pack.
+// register in 16-bit lanes. The arithmetic is that of the SSE2 kernels (see
+// mc_sse2.cpp): sums below 1023, saturating residual add, pack. 8-wide shapes
+// keep the SSE2 kernels: two 8-wide rows per register (the form this file had
+// for the half/half position) measured 13-15% slower than SSE2 on AMD Zen 4
+// and on a Sapphire Rapids-class CPU, the other positions no faster.
 #include <immintrin.h>
 
 #include <utility>
@@ -49,22 +51,6 @@ void mcb16_exact(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int
     }
 }
 
-KPLVC_INLINE void finish8(__m256i p, const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step,
-                          int y) {
-    const __m256i r = _mm256_inserti128_si256(_mm256_castsi128_si256(loadu(row_at(res, res_step, y))),
-                                              loadu(row_at(res, res_step, y + 1)), 1);
-    const __m128i b = pack16(_mm256_adds_epi16(p, r));
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(row_at(dst, dst_step, y)), b);
-    _mm_storel_epi64(reinterpret_cast<__m128i*>(row_at(dst, dst_step, y + 1)), _mm_unpackhi_epi64(b, b));
-}
-
-template <int H, Pos P>
-void mc8(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_step, uint8_t* dst,
-         int32_t dst_step, int32_t rc) {
-    Predictor8<H, P> pred(ref, ref_step, rc);
-    for (int y = 0; y < H; y += 2) finish8(pred.rows(y), res, res_step, dst, dst_step, y);
-}
-
 // Byte-average two-reference kernels, 16-wide: byte predictions as in SSE2,
 // then the average widened to 16 lanes for the residual. (The 8-wide forms
 // measured no faster than SSE2 and keep the SSE2 kernels.)
@@ -103,12 +89,6 @@ void set_single16(McFn (&row)[4]) {
     row[hf] = mc16<H, DX, hf>;
     row[hh] = mc16<H, DX, hh>;
 }
-// 8-wide: only the two-dimensional case measured faster than SSE2 (the other
-// positions were within noise of it, so they keep the SSE2 kernels).
-template <int H>
-void set_single8(McFn (&row)[4]) {
-    row[hh] = mc8<H, hh>;
-}
 // Entry i: forward position i & 3, backward position i >> 2.
 template <int H, int DX, int... I>
 void set_bidir16(McBFn (&row)[16], std::integer_sequence<int, I...>) {
@@ -123,9 +103,6 @@ void upgrade_mc(McKernels& k) {
     set_single16<8, 1>(k.single[s16x8]);
     set_single16<8, 2>(k.single[s16x8uv]);
     set_single16<4, 2>(k.single[s16x4uv]);
-    set_single8<16>(k.single[s8x16]);
-    set_single8<8>(k.single[s8x8]);
-    set_single8<4>(k.single[s8x4]);
     set_bidir_bytes<16, 16>(k.bidir[s16x16], seq);
     set_bidir16<8, 1>(k.bidir[s16x8], seq);
     set_bidir16<8, 2>(k.bidir[s16x8uv], seq);

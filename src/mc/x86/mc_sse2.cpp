@@ -234,9 +234,40 @@ void set_bidir(McBFn (&row)[16], std::integer_sequence<int, I...>) {
         ((row[I] = mcb_exact<W, H, DX, Pos(I & 3), Pos(I >> 2)>), ...);
 }
 
+// Copies without a residual: the byte-lane predictions, exact at rc 0
+// (pavgb, and the corrected average of averages for the centre), straight to
+// the destination; two rows an iteration (both sizes have an even height).
+template <int W, Pos P>
+void copy(const uint8_t* ref, int32_t ref_step, uint8_t* dst, int32_t dst_step) {
+    RowPredictor<P, W> pred(ref, ref_step);
+    const intptr_t ds = dst_step;
+    for (int y = 0; y < W; y += 2) {
+        const __m128i v0 = pred.row();
+        const __m128i v1 = pred.row();
+        if constexpr (W == 16) {
+            storeu(dst, v0);
+            storeu(dst + ds, v1);
+        } else {
+            storel(dst, v0);
+            storel(dst + ds, v1);
+        }
+        dst += 2 * ds;
+    }
+}
+
+template <int W>
+void set_copy(HalfCopyFn (&row)[4]) {
+    row[ff] = copy<W, ff>;
+    row[fh] = copy<W, fh>;
+    row[hf] = copy<W, hf>;
+    row[hh] = copy<W, hh>;
+}
+
 }  // namespace
 
 void upgrade_mc(McKernels& k) {
+    set_copy<16>(k.copy[c16x16]);
+    set_copy<8>(k.copy[c8x8]);
     const auto seq = std::make_integer_sequence<int, 16>();
     set_single<16, 16, 1>(k.single[s16x16]);
     set_single<16, 8, 1>(k.single[s16x8]);
