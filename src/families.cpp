@@ -15,6 +15,7 @@
 #include "h264/pred.h"
 #include "h264/transform.h"
 #include "mc/mc.h"
+#include "me/me.h"
 #include "mpeg2/block.h"
 #include "mpeg2/quant.h"
 #include "mpeg4/quant.h"
@@ -49,6 +50,7 @@ const FamilyInfo kFamilies[] = {
      level<mpeg2::QuantKernels, mpeg2::quant_kernels_for, mpeg2::quant_kernels, 0, kMpeg4Dequant>},
     {"mpeg2block", level<mpeg2::BlockKernels, mpeg2::block_kernels_for, mpeg2::block_kernels>},
     {"mpeg4quant", level<mpeg4::QuantKernels, mpeg4::quant_kernels_for, mpeg4::quant_kernels>},
+    {"me", level<me::MeKernels, me::me_kernels_for, me::me_kernels>},
     {"h264xform", level<h264::XformKernels, h264::xform_kernels_for, h264::xform_kernels>},
     {"h264pred", level<h264::PredKernels, h264::pred_kernels_for, h264::pred_kernels>},
     // Luma deblocking gains from AVX-512's 32 registers, chroma does not.
