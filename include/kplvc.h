@@ -1102,21 +1102,21 @@ KPLVC_API KplStatus kpliBlockSums16x16_8u16u_C1R(const Kpl8u* pSrc, Kpl32s srcSt
                                                  Kpl32s dstStep, KpliSize roiSize);
 /* As kpliBlockSums16x16_8u16u_C1R with 8x8 blocks (width + 7 columns by
  * height + 7 rows read; srcStep at least width + 7). */
-KPLVC_API KplStatus kpliBlockSums8x8_8u16u_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl16u* pDst, Kpl32s dstStep,
-                                               KpliSize roiSize);
+KPLVC_API KplStatus kpliBlockSums8x8_8u16u_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl16u* pDst,
+                                               Kpl32s dstStep, KpliSize roiSize);
 
 /* Exhaustive search: J of every displacement of the window, the least
  * (with pSearch->tieRule) to *pMV, its SAD to *pSAD.
  * Statuses: -8 pSrc, pRef, pSearch, pMV or pSAD null; -6; -14 srcStep below
  * 16 or refStep below window width + 15; then those of KplMESearch. */
 KPLVC_API KplStatus kpliSearchFull16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
-                                                  Kpl32s refStep, const KplMESearch* pSearch, KplMotionVector* pMV,
-                                                  Kpl32s* pSAD);
+                                                  Kpl32s refStep, const KplMESearch* pSearch,
+                                                  KplMotionVector* pMV, Kpl32s* pSAD);
 /* As kpliSearchFull16x16_8u32s_C1R for an 8x8 block (steps at least 8 and
  * window width + 7). */
 KPLVC_API KplStatus kpliSearchFull8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
-                                                Kpl32s refStep, const KplMESearch* pSearch, KplMotionVector* pMV,
-                                                Kpl32s* pSAD);
+                                                Kpl32s refStep, const KplMESearch* pSearch,
+                                                KplMotionVector* pMV, Kpl32s* pSAD);
 
 /* Successive-elimination search: exactly the result of
  * kpliSearchFull16x16_8u32s_C1R (vector and SAD, ties included), found with
@@ -1137,12 +1137,14 @@ KPLVC_API KplStatus kpliSearchFull8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcSte
  * -14 also for refSumStep below 2 * window width when pRefSum is used. */
 KPLVC_API KplStatus kpliSearchSEA16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
                                                  Kpl32s refStep, const Kpl16u* pRefSum, Kpl32s refSumStep,
-                                                 const KplMESearch* pSearch, KplMotionVector* pMV, Kpl32s* pSAD);
+                                                 const KplMESearch* pSearch, KplMotionVector* pMV,
+                                                 Kpl32s* pSAD);
 /* As kpliSearchSEA16x16_8u32s_C1R for an 8x8 block, with a sum plane from
  * kpliBlockSums8x8_8u16u_C1R. */
 KPLVC_API KplStatus kpliSearchSEA8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
                                                Kpl32s refStep, const Kpl16u* pRefSum, Kpl32s refSumStep,
-                                               const KplMESearch* pSearch, KplMotionVector* pMV, Kpl32s* pSAD);
+                                               const KplMESearch* pSearch, KplMotionVector* pMV,
+                                               Kpl32s* pSAD);
 
 /* MVFAST (motion vector field adaptive search). neighbour[] holds the final
  * vectors (vector units) of the left, above and above-right blocks; bit 0, 1
@@ -1190,7 +1192,8 @@ KPLVC_API KplStatus kpliSearchMVFAST16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s sr
 /* As kpliSearchMVFAST16x16_8u32s_C1R for an 8x8 block. */
 KPLVC_API KplStatus kpliSearchMVFAST8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
                                                   Kpl32s refStep, const KplMESearch* pSearch,
-                                                  const KplMVFAST* pParams, KplMotionVector* pMV, Kpl32s* pSAD);
+                                                  const KplMVFAST* pParams, KplMotionVector* pMV,
+                                                  Kpl32s* pSAD);
 
 /* Half-sample refinement around *pMV (half samples, any position of the
  * window): J of *pMV and of its eight neighbours *pMV + (dx, dy), dx and dy
@@ -1206,13 +1209,99 @@ KPLVC_API KplStatus kpliSearchMVFAST8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcS
  * for quarterSample 1; -5 *pMV outside the scaled window; -91 roundControl
  * not 0 or 1. */
 KPLVC_API KplStatus kpliRefineHalf16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
-                                                  Kpl32s refStep, const KplMESearch* pSearch, Kpl32s roundControl,
-                                                  KplMotionVector* pMV, Kpl32s* pSAD);
+                                                  Kpl32s refStep, const KplMESearch* pSearch,
+                                                  Kpl32s roundControl, KplMotionVector* pMV, Kpl32s* pSAD);
 /* As kpliRefineHalf16x16_8u32s_C1R for an 8x8 block (steps at least 8 and
  * window width + 7). */
 KPLVC_API KplStatus kpliRefineHalf8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
-                                                Kpl32s refStep, const KplMESearch* pSearch, Kpl32s roundControl,
-                                                KplMotionVector* pMV, Kpl32s* pSAD);
+                                                Kpl32s refStep, const KplMESearch* pSearch,
+                                                Kpl32s roundControl, KplMotionVector* pMV, Kpl32s* pSAD);
+/* MPEG-4 rate control: the quadratic rate model of the MPEG-4 verification
+ * model (ISO/IEC 14496-2 Annex L). The texture bits of a VOP coded with
+ * quantiser Q are modelled as R = S (X1 / Q + X2 / Q^2), S the VOP's
+ * complexity (the mean absolute value of what is coded: the residual after
+ * motion compensation, or the intra samples less their mean). The state
+ * belongs to the caller (plain memory, nothing to free, no hidden state);
+ * the functions read and write only it. Per VOP: kpliRateControlQP_MPEG4
+ * gives the target and the quantiser, the caller codes the VOP, then
+ * kpliRateControlUpdate_MPEG4 books the bits, refits the model and says how
+ * many of the next VOPs to skip. Floating point is IEEE double throughout
+ * (sqrt included), so the results are the same on every machine. */
+#define KPLVC_RC_WINDOW 20
+
+typedef struct {
+    double bitRate;        /* Rs: bits per second */
+    double bitsPerVOP;     /* Rp: Rs / VOP rate, what the channel drains per VOP */
+    double bufferSize;     /* Bs: the model buffer, bits */
+    double bufferLevel;    /* B: its fullness after the last VOP, bits (starts at Bs / 2) */
+    double bitsLeft;       /* Rr: bits of the budget not yet spent (Rs * VOPs / rate at start) */
+    Kpl32s vopsLeft;       /* Nr: VOPs still to code (skipped ones included) */
+    Kpl32s qp;             /* quantiser of the last VOP (the first VOP's at start) */
+    Kpl32s lastBits;       /* all bits of the last VOP (0 at start) */
+    Kpl32s lastHeaderBits; /* H: its header, mode and vector bits, not modelled */
+    double lastMAD;        /* its complexity S (0 at start) */
+    double x1, x2;         /* the model's parameters (0, 0 until the first update) */
+    Kpl32s count;          /* VOPs in the history below, 0..KPLVC_RC_WINDOW */
+    /* The history, newest first: quantiser, texture bits (all less header)
+     * and complexity of each VOP booked with texture bits and S above 0. */
+    Kpl32s histQP[KPLVC_RC_WINDOW];
+    Kpl32s histBits[KPLVC_RC_WINDOW];
+    double histMAD[KPLVC_RC_WINDOW];
+} KplRateControl_MPEG4;
+
+/* Starts a sequence: bitRate bits per second, rateNum / rateDen VOPs per
+ * second, totalVOPs VOPs, a buffer of bufferSize bits, firstQP for the first
+ * VOP. Every field is set as described above.
+ * Statuses: -8 pState null; -5 bitRate, rateNum, rateDen or totalVOPs
+ * below 1, or bufferSize below 2 * Rp; -104 firstQP outside 1..31. */
+KPLVC_API KplStatus kpliRateControlInit_MPEG4(KplRateControl_MPEG4* pState, Kpl32s bitRate, Kpl32s rateNum,
+                                              Kpl32s rateDen, Kpl32s totalVOPs, Kpl32s bufferSize,
+                                              Kpl32s firstQP);
+
+/* The target and quantiser of the next VOP, whose complexity is mad:
+ *  1. T = 0.95 Rr / Nr + 0.05 lastBits (Rr / Nr alone before the first
+ *     update; Rp when Nr is 0), at least Rs / 30.
+ *  2. The buffer moves it towards the middle: T = T (B + 2 (Bs - B)) /
+ *     (2 B + (Bs - B)).
+ *  3. The buffer's limits: if B + T > 0.9 Bs, T = max(Rs / 30, 0.9 Bs - B);
+ *     else if B - Rp + T < 0.1 Bs, T = Rp - B + 0.1 Bs.
+ *     *pTarget = T rounded to the nearest integer (when pTarget is not null).
+ *  4. Q: qp while the history is empty. Otherwise with t = T - H (at least
+ *     Rp / 8 - header bits cannot be had for less) and S = mad: when X2 is 0,
+ *     Q = X1 S / t; else the positive root of t Q^2 - X1 S Q - X2 S = 0,
+ *     Q = (X1 S + sqrt((X1 S)^2 + 4 X2 S t)) / (2 t), the fallback X1 S / t
+ *     taken when the root is not a positive number. Q is rounded to the
+ *     nearest integer and kept within 25% of qp: between max(1,
+ *     floor(0.75 qp)) and min(31, ceil(1.25 qp)); a mad of 0 gives the
+ *     lower limit.
+ * Statuses: -8 pState or pQP null; -5 mad negative or not a number. */
+KPLVC_API KplStatus kpliRateControlQP_MPEG4(const KplRateControl_MPEG4* pState, double mad, Kpl32s* pQP,
+                                            Kpl32s* pTarget);
+
+/* Books a coded VOP (quantiser qp, bits in all, headerBits of them outside
+ * the texture, complexity mad) and refits the model:
+ *  1. Rr -= bits, Nr -= 1 (not below 0), B += bits - Rp (not below 0).
+ *  2. With texture bits bits - headerBits and mad above 0, (qp, texture,
+ *     mad) enters the history as its newest entry (the oldest of a full
+ *     history leaves).
+ *  3. The window: the n newest entries, n = ceil(20 r) with r = the smaller
+ *     of mad and lastMAD over the larger (a change of complexity forgets
+ *     the past; r = 1 when either is 0), at most count, at least 1.
+ *  4. The fit: y = R Q / S against x = 1 / Q is a line y = X1 + X2 x; least
+ *     squares over the window give X2 = (n Sxy - Sx Sy) / (n Sxx - Sx^2)
+ *     and X1 = (Sy - X2 Sx) / n; when every Q of the window is the same
+ *     (or n is 1), X2 = 0 and X1 = Sy / n.
+ *  5. Outliers: with e = |R - S (X1 / Q + X2 / Q^2)| per entry and sigma
+ *     the root mean square of e over the window, the entries with e above
+ *     sigma are left out and the fit of step 4 made again over the rest
+ *     (when the window holds at least 3 entries and some are left out).
+ *  6. qp, bits, headerBits and mad become the last VOP's.
+ *  7. Skipping: while B > 0.8 Bs, the next VOP is skipped: B -= Rp,
+ *     Nr -= 1 (not below 0). *pSkip (when not null) = VOPs to skip.
+ * Statuses: -8 pState null; -104 qp outside 1..31; -5 bits below 0,
+ * headerBits outside 0..bits, or mad negative or not a number. */
+KPLVC_API KplStatus kpliRateControlUpdate_MPEG4(KplRateControl_MPEG4* pState, Kpl32s qp, Kpl32s bits,
+                                                Kpl32s headerBits, double mad, Kpl32s* pSkip);
 /* @me-end */
 
 /* ------------------------------------------------------------------------ */

@@ -33,7 +33,7 @@ namespace kplvc::test {
 
 struct Arg {
     size_t index;  // of the argument, from 0
-    std::variant<std::nullptr_t, long long, const void*, KpliSize, KpliRect> value;
+    std::variant<std::nullptr_t, long long, double, const void*, KpliSize, KpliRect> value;
     KplStatus status;
 };
 
