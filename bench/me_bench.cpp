@@ -140,8 +140,15 @@ void register_all() {
     for (Size n : {k16, k8})
         for (const Search& s : searches) {
             const std::string name = std::string("me/") + s.name + (n == k16 ? "16x16" : "8x8");
+            // The eliminating searches change with their filter (a level
+            // above the 8x8 SAD's), the others with the SAD kernel.
+            const bool sea = s.fn == run<Kind::sea> || s.fn == run<Kind::sea_plane>;
             per_level<MeKernels>(
-                name, me_kernels_for, [n](const MeKernels& k) { return k.sad_x4[n]; },
+                name, me_kernels_for,
+                [n, sea](const MeKernels& k) {
+                    return sea ? reinterpret_cast<const void*>(k.sea_filter)
+                               : reinterpret_cast<const void*>(k.sad_x4[n]);
+                },
                 [n, fn = s.fn](benchmark::State& st, const MeKernels& k) { fn(st, n, k); });
         }
 }

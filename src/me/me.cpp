@@ -41,6 +41,14 @@ void row_sums_c(const uint16_t* col, uint16_t* dst, int32_t n) {
     }
 }
 
+int32_t sea_filter_c(const uint16_t* sums, const int32_t* price, int32_t n, int32_t sc, int32_t limit,
+                     uint16_t* idx) {
+    int32_t m = 0;
+    for (int32_t i = 0; i < n; ++i)
+        if (16 * std::abs(sc - sums[i]) + price[i] <= limit) idx[m++] = static_cast<uint16_t>(i);
+    return m;
+}
+
 // Lengths of the motion codes 0..32 of ISO/IEC 14496-2 Table B-12 (H.263's
 // MVD code), sign bit included; +m and -m have codes of the same length.
 constexpr uint8_t kMotionCodeBits[33] = {1,  3,  4,  5,  7,  8,  8,  8,  10, 10, 10, 11, 11, 11, 11, 11, 11,
@@ -52,6 +60,7 @@ void install_scalar(MeKernels& k) {
     k.row_sums[k16] = row_sums_c<16>;
     k.row_sums[k8] = row_sums_c<8>;
     k.col_update = col_update_c;
+    k.sea_filter = sea_filter_c;
 }
 
 constexpr Upgrade<MeKernels> kCascade[] = {

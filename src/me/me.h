@@ -30,10 +30,19 @@ using ColUpdateFn = void (*)(uint16_t* col, const uint8_t* add, const uint8_t* s
 // one row of N x N block sums from N-row column sums (at most 65280).
 using RowSumsFn = void (*)(const uint16_t* col, uint16_t* dst, int32_t n);
 
+// The successive-elimination filter of one row of displacements: writes to
+// idx, in increasing order, every i < n (n <= 2048) with
+// 16 |sc - sums[i]| + price[i] <= limit and returns how many there are.
+// price[i] is at most 65535 * 19 and sc at most 65280, so every term fits
+// int32.
+using SeaFilterFn = int32_t (*)(const uint16_t* sums, const int32_t* price, int32_t n, int32_t sc,
+                                int32_t limit, uint16_t* idx);
+
 struct MeKernels {
     SadX4Fn sad_x4[kSizes];
     RowSumsFn row_sums[kSizes];
     ColUpdateFn col_update;
+    SeaFilterFn sea_filter;
 };
 
 MeKernels me_kernels_for(cpu::Isa isa);

@@ -136,7 +136,10 @@ void search_sea(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, cons
         np = 0;
     };
 
-    alignas(32) uint16_t sums[kMaxWindow];
+    // The price of each column's horizontal component, for the filter.
+    alignas(32) int32_t xprice[kMaxWindow];
+    for (int32_t i = 0; i < s.w; ++i) xprice[i] = s.lambda * bits.x[i];
+    alignas(32) uint16_t sums[kMaxWindow], idx[kMaxWindow];
     RollingSums rolling;
     if (sum == nullptr) rolling.start(k, n, at(0, 0), rs, s.w + side - 1);
     // Plane rows are read through bytes: an odd step leaves them unaligned.
@@ -149,8 +152,13 @@ void search_sea(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, cons
                         sizeof(uint16_t) * static_cast<size_t>(s.w));
         const int32_t base = s.lambda * bits.y[j];
         const int32_t vy = (s.y0 + j) * unit;
-        for (int32_t i = 0; i < s.w; ++i) {
-            const int32_t bound = 16 * std::abs(sc - sums[i]) + base + s.lambda * bits.x[i];
+        // The filter passes every displacement whose bound is at most the
+        // best J at the row's start; the best only falls along the row, so
+        // each survivor is tested again against the best of the moment.
+        const int32_t m = k.sea_filter(sums, xprice, s.w, sc, best.j - base, idx);
+        for (int32_t t = 0; t < m; ++t) {
+            const int32_t i = idx[t];
+            const int32_t bound = 16 * std::abs(sc - sums[i]) + base + xprice[i];
             if (bound > best.j) continue;
             if (bound == best.j && tie_key(s, (s.x0 + i) * unit, vy) >= best.key) continue;
             if ((i == ip && j == jp) || (i == iz && j == jz)) continue;

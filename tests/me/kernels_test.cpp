@@ -4,6 +4,9 @@
 // sums that wrap).
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
+
 #include "me/me.h"
 #include "support/variants.h"
 
@@ -77,4 +80,29 @@ TEST(MeKernels, RowSums) {
                            return [=](auto fn, Arena& x) { fn(x[col], x[dst], n); };
                        });
     }
+}
+
+// The elimination filter: limits drawn around the bounds actually present,
+// so that many lanes sit exactly at the limit.
+TEST(MeKernels, SeaFilter) {
+    check_variants(
+        kplvc::me::me_kernels_for, &MeKernels::sea_filter, "me sea_filter", 3000,
+        [](Arena& a, Rng& rng, int i) {
+            const int n = length(rng, i);
+            auto sums = a.in<uint16_t>(static_cast<size_t>(n), 2, i & 1 ? Edge::end : Edge::none);
+            auto price = a.in<int32_t>(static_cast<size_t>(n), 4);
+            auto idx = a.out<uint16_t>(static_cast<size_t>(n));
+            const int lambda = i % 3 == 0 ? 0 : rng.range(0, 65535);
+            const int32_t sc = i % 5 == 0 ? 65280 : rng.range(0, 65280);
+            for (int k = 0; k < n; ++k) {
+                a[sums][k] = static_cast<uint16_t>(
+                    i % 7 == 0 ? rng.range(0, 65535) : std::clamp(sc + rng.range(-300, 300), 0, 65280));
+                a[price][k] = lambda * rng.range(1, 19);
+            }
+            const int k = rng.range(0, n - 1);
+            const int32_t at = 16 * std::abs(sc - a[sums][k]) + a[price][k];
+            const int32_t limit = i % 11 == 0 ? -1 : at + rng.range(-2, 2);
+            a.note("n ", n, ", limit ", limit);
+            return [=](auto fn, Arena& x) { return fn(x[sums], x[price], n, sc, limit, x[idx]); };
+        });
 }

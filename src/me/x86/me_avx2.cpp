@@ -61,6 +61,28 @@ void row_sums(const uint16_t* col, uint16_t* dst, int32_t n) {
     }
 }
 
+// Sixteen displacements at a time in two sets of eight 32-bit lanes.
+int32_t sea_filter(const uint16_t* sums, const int32_t* price, int32_t n, int32_t sc, int32_t limit,
+                   uint16_t* idx) {
+    const __m256i c = _mm256_set1_epi32(sc), lim = _mm256_set1_epi32(limit);
+    const auto fails = [&](int32_t i) {
+        const __m256i v = _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(sums + i)));
+        const __m256i b =
+            _mm256_add_epi32(_mm256_slli_epi32(_mm256_abs_epi32(_mm256_sub_epi32(v, c)), 4), ld32(price + i));
+        return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpgt_epi32(b, lim))));
+    };
+    int32_t m = 0, i = 0;
+    for (; i + 16 <= n; i += 16) {
+        unsigned pass = ~(fails(i) | fails(i + 8) << 8) & 0xFFFFu;
+        for (; pass != 0; pass &= pass - 1) idx[m++] = static_cast<uint16_t>(i + __builtin_ctz(pass));
+    }
+    for (; i < n; ++i) {
+        const int32_t d = sc - sums[i];
+        if (16 * (d < 0 ? -d : d) + price[i] <= limit) idx[m++] = static_cast<uint16_t>(i);
+    }
+    return m;
+}
+
 }  // namespace
 
 void upgrade_me(MeKernels& k) {
@@ -68,6 +90,7 @@ void upgrade_me(MeKernels& k) {
     k.row_sums[k16] = row_sums<16>;
     k.row_sums[k8] = row_sums<8>;
     k.col_update = col_update;
+    k.sea_filter = sea_filter;
 }
 
 }  // namespace kplvc::me::x86::avx2

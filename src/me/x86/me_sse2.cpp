@@ -85,6 +85,34 @@ void row_sums(const uint16_t* col, uint16_t* dst, int32_t n) {
     }
 }
 
+// Eight displacements at a time: |sc - sum| in unsigned 16-bit lanes (the
+// two saturating differences, one of them 0), widened to 32 bits, times 16,
+// plus the price; a lane passes unless it exceeds the limit.
+int32_t sea_filter(const uint16_t* sums, const int32_t* price, int32_t n, int32_t sc, int32_t limit,
+                   uint16_t* idx) {
+    const __m128i z = _mm_setzero_si128(), c = _mm_set1_epi16(static_cast<int16_t>(sc)),
+                  lim = _mm_set1_epi32(limit);
+    int32_t m = 0, i = 0;
+    for (; i + 8 <= n; i += 8) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sums + i));
+        const __m128i d = _mm_or_si128(_mm_subs_epu16(v, c), _mm_subs_epu16(c, v));
+        const __m128i lo = _mm_add_epi32(_mm_slli_epi32(_mm_unpacklo_epi16(d, z), 4),
+                                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(price + i)));
+        const __m128i hi = _mm_add_epi32(_mm_slli_epi32(_mm_unpackhi_epi16(d, z), 4),
+                                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(price + i + 4)));
+        unsigned pass =
+            ~static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(_mm_cmpgt_epi32(lo, lim))) |
+                                   _mm_movemask_ps(_mm_castsi128_ps(_mm_cmpgt_epi32(hi, lim))) << 4) &
+            0xFFu;
+        for (; pass != 0; pass &= pass - 1) idx[m++] = static_cast<uint16_t>(i + __builtin_ctz(pass));
+    }
+    for (; i < n; ++i) {
+        const int32_t d = sc - sums[i];
+        if (16 * (d < 0 ? -d : d) + price[i] <= limit) idx[m++] = static_cast<uint16_t>(i);
+    }
+    return m;
+}
+
 }  // namespace
 
 void upgrade_me(MeKernels& k) {
@@ -93,6 +121,7 @@ void upgrade_me(MeKernels& k) {
     k.row_sums[k16] = row_sums<16>;
     k.row_sums[k8] = row_sums<8>;
     k.col_update = col_update;
+    k.sea_filter = sea_filter;
 }
 
 }  // namespace kplvc::me::x86::sse2
