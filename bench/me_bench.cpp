@@ -3,7 +3,8 @@
 // median of the neighbours' vectors as predictor and a price of 4 SAD units
 // per bit. Each search runs on the kernels of every level where the SAD
 // kernel changes. Counters: SADs per block (the blocks compared, whatever
-// the kernel) and time per block.
+// the kernel) and time per block. mvfast_half adds the half-sample
+// refinement to MVFAST.
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -56,7 +57,7 @@ int16_t median3(int a, int b, int c) {
     return static_cast<int16_t>(std::max(std::min(a, b), std::min(std::max(a, b), c)));
 }
 
-enum class Kind { full, sea, sea_plane, mvfast };
+enum class Kind { full, sea, sea_plane, mvfast, mvfast_half };
 
 // One pass over the frame: every block searched in raster order, the
 // neighbours' results feeding the predictor (and MVFAST's candidates).
@@ -101,6 +102,11 @@ int64_t search_frame(Size n, const MeKernels& k, std::vector<KplMotionVector>& m
                                   2,
                                   n == k16 ? 512 : 128};
                 search_mvfast(n, k, src, kW, ref, f.ref_step, setup, p, &r, &stats);
+                // Then the eight half-sample positions around the result,
+                // predicted as a decoder would (rounding control 0).
+                if constexpr (K == Kind::mvfast_half)
+                    refine_half(n, k, kplvc::mc::mc_kernels(), src, kW, ref, f.ref_step, setup, 0, &r,
+                                &stats);
             }
             mv[i] = KplMotionVector{static_cast<int16_t>(r.vx), static_cast<int16_t>(r.vy)};
         }
@@ -136,7 +142,8 @@ void register_all() {
     const Search searches[] = {{"full", run<Kind::full>},
                                {"sea", run<Kind::sea>},
                                {"sea_plane", run<Kind::sea_plane>},
-                               {"mvfast", run<Kind::mvfast>}};
+                               {"mvfast", run<Kind::mvfast>},
+                               {"mvfast_half", run<Kind::mvfast_half>}};
     for (Size n : {k16, k8})
         for (const Search& s : searches) {
             const std::string name = std::string("me/") + s.name + (n == k16 ? "16x16" : "8x8");
