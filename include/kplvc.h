@@ -1274,7 +1274,10 @@ KPLVC_API KplStatus kpliRateControlInit_MPEG4(KplRateControl_MPEG4* pState, Kpl3
  *     nearest integer and kept within 25% of qp: between max(1,
  *     floor(0.75 qp)) and min(31, ceil(1.25 qp)); a mad of 0 gives the
  *     lower limit.
- * Statuses: -8 pState or pQP null; -5 mad negative or not a number. */
+ * Statuses: -8 pState or pQP null; -5 a state whose fields are outside
+ * the ranges Init and Update keep them in (say a count above
+ * KPLVC_RC_WINDOW, a quantiser outside 1..31, Rp not above 0, a value not
+ * finite), or mad negative or not a finite number. */
 KPLVC_API KplStatus kpliRateControlQP_MPEG4(const KplRateControl_MPEG4* pState, double mad, Kpl32s* pQP,
                                             Kpl32s* pTarget);
 
@@ -1298,7 +1301,8 @@ KPLVC_API KplStatus kpliRateControlQP_MPEG4(const KplRateControl_MPEG4* pState, 
  *  6. qp, bits, headerBits and mad become the last VOP's.
  *  7. Skipping: while B > 0.8 Bs, the next VOP is skipped: B -= Rp,
  *     Nr -= 1 (not below 0). *pSkip (when not null) = VOPs to skip.
- * Statuses: -8 pState null; -104 qp outside 1..31; -5 bits below 0,
+ * Statuses: -8 pState null; -5 a state as for kpliRateControlQP_MPEG4;
+ * -104 qp outside 1..31; -5 bits below 0,
  * headerBits outside 0..bits, or mad negative or not a number. */
 KPLVC_API KplStatus kpliRateControlUpdate_MPEG4(KplRateControl_MPEG4* pState, Kpl32s qp, Kpl32s bits,
                                                 Kpl32s headerBits, double mad, Kpl32s* pSkip);

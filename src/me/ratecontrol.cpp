@@ -43,6 +43,26 @@ void fit(const KplRateControl_MPEG4& st, const bool* use, int n, double* x1, dou
     *x1 = (sy - *x2 * sx) / m;
 }
 
+// A state as Init and Update leave it. The fields are the caller's to read
+// (and to write), so a state is checked before use: a count beyond the
+// history would index past it, a channel draining nothing would never end
+// the skipping loop.
+bool valid(const KplRateControl_MPEG4& st) {
+    const auto finite = [](double v) { return std::isfinite(v); };
+    if (!finite(st.bitRate) || !(st.bitsPerVOP > 0) || !finite(st.bitsPerVOP) ||
+        !(st.bufferSize >= 2 * st.bitsPerVOP) || !finite(st.bufferSize) || !finite(st.bufferLevel) ||
+        !finite(st.bitsLeft) || !finite(st.x1) || !finite(st.x2) || !finite(st.lastMAD))
+        return false;
+    if (st.vopsLeft < 0 || st.qp < 1 || st.qp > 31 || st.count < 0 || st.count > kWindow ||
+        st.lastHeaderBits < 0)
+        return false;
+    for (int i = 0; i < st.count; ++i)
+        if (st.histQP[i] < 1 || st.histQP[i] > 31 || st.histBits[i] < 1 || !(st.histMAD[i] > 0) ||
+            !finite(st.histMAD[i]))
+            return false;
+    return true;
+}
+
 double model_bits(double x1, double x2, int q, double s) {
     return s * (x1 / q + x2 / (static_cast<double>(q) * q));
 }
@@ -75,7 +95,7 @@ KPLVC_API KplStatus kpliRateControlInit_MPEG4(KplRateControl_MPEG4* pState, Kpl3
 KPLVC_API KplStatus kpliRateControlQP_MPEG4(const KplRateControl_MPEG4* pState, double mad, Kpl32s* pQP,
                                             Kpl32s* pTarget) {
     if (pState == nullptr || pQP == nullptr) return kplStsNullPtrErr;
-    if (bad_mad(mad)) return kplStsBadArgErr;
+    if (!valid(*pState) || bad_mad(mad)) return kplStsBadArgErr;
     const KplRateControl_MPEG4& st = *pState;
     const double rs = st.bitRate, rp = st.bitsPerVOP, bs = st.bufferSize, b = st.bufferLevel;
 
@@ -119,6 +139,7 @@ KPLVC_API KplStatus kpliRateControlQP_MPEG4(const KplRateControl_MPEG4* pState, 
 KPLVC_API KplStatus kpliRateControlUpdate_MPEG4(KplRateControl_MPEG4* pState, Kpl32s qp, Kpl32s bits,
                                                 Kpl32s headerBits, double mad, Kpl32s* pSkip) {
     if (pState == nullptr) return kplStsNullPtrErr;
+    if (!valid(*pState)) return kplStsBadArgErr;
     if (qp < 1 || qp > 31) return kplStsMPEG4QPErr;
     if (bits < 0 || headerBits < 0 || headerBits > bits || bad_mad(mad)) return kplStsBadArgErr;
     KplRateControl_MPEG4 st = *pState;

@@ -92,7 +92,8 @@ TEST(MeRateControl, QuantiserAndTarget) {
         KplRateControl_MPEG4 st = start();
         st.x1 = c.x1;
         st.x2 = c.x2;
-        st.count = 5;
+        st.count = 5;  // entries the quantiser does not read, only checks
+        for (int i = 0; i < 5; ++i) st.histQP[i] = 6, st.histBits[i] = 1000, st.histMAD[i] = 100;
         st.qp = c.qp;
         st.lastBits = 9000;
         st.lastHeaderBits = c.header;
@@ -176,12 +177,34 @@ TEST(MeArgs, RateControl) {
              fails(3, 0, kplStsBadArgErr), fails(4, 0, kplStsBadArgErr), fails(5, 20479, kplStsBadArgErr),
              passes(5, 20480), fails(6, 0, kplStsMPEG4QPErr), fails(6, 32, kplStsMPEG4QPErr), passes(6, 31)});
     kpliRateControlInit_MPEG4(st, 256000, 25, 1, 100, 256000, 8);
+    // States no call can leave behind: each field that could make a call
+    // index past the history, loop for ever or compute with NaN.
+    const auto broken = [&](void (*edit)(KplRateControl_MPEG4&)) {
+        KplRateControl_MPEG4 b = *st;
+        edit(b);
+        return fails(0, static_cast<const void*>(p.take<KplRateControl_MPEG4>({b})), kplStsBadArgErr);
+    };
+    const std::vector<Arg> states = {
+        broken([](KplRateControl_MPEG4& b) { b.count = KPLVC_RC_WINDOW + 1; }),
+        broken([](KplRateControl_MPEG4& b) { b.count = -1; }),
+        broken([](KplRateControl_MPEG4& b) { b.bitsPerVOP = 0; }),
+        broken([](KplRateControl_MPEG4& b) { b.bufferLevel = INFINITY; }),
+        broken([](KplRateControl_MPEG4& b) { b.x1 = NAN; }),
+        broken([](KplRateControl_MPEG4& b) { b.qp = 0; }),
+        broken([](KplRateControl_MPEG4& b) { b.count = 1, b.histQP[0] = 40; }),
+        broken([](KplRateControl_MPEG4& b) {
+            b.count = 1, b.histQP[0] = 4, b.histBits[0] = 10, b.histMAD[0] = 0;
+        }),
+    };
     Kpl32s* q = p.take<Kpl32s>(2);
     p.check("QP", kpliRateControlQP_MPEG4, {st, 10.0, q, q + 1},
             {null(0), null(2), passes(3, nullptr), fails(1, -1.0, kplStsBadArgErr),
              fails(1, NAN, kplStsBadArgErr)});
-    p.check("update", kpliRateControlUpdate_MPEG4, {st, 8, 5000, 300, 10.0, q},
-            {null(0), fails(1, 0, kplStsMPEG4QPErr), fails(1, 32, kplStsMPEG4QPErr),
-             fails(2, -1, kplStsBadArgErr), fails(3, -1, kplStsBadArgErr), fails(3, 5001, kplStsBadArgErr),
-             passes(3, 5000), fails(4, -0.5, kplStsBadArgErr), passes(5, nullptr)});
+    std::vector<Arg> update_list = {null(0)};
+    update_list.insert(update_list.end(), states.begin(), states.end());
+    for (const Arg& a :
+         {fails(1, 0, kplStsMPEG4QPErr), fails(1, 32, kplStsMPEG4QPErr), fails(2, -1, kplStsBadArgErr),
+          fails(3, -1, kplStsBadArgErr), fails(3, 5001, kplStsBadArgErr), passes(3, 5000),
+          fails(4, -0.5, kplStsBadArgErr), passes(5, nullptr)})
+        ;
 }
