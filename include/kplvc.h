@@ -1308,6 +1308,273 @@ KPLVC_API KplStatus kpliWarpMV_MPEG4(const KplMPEG4Warp* pWarp, Kpl32s mbX, Kpl3
 /* @mpeg4-end */
 
 /* ------------------------------------------------------------------------ */
+/* Motion estimation and rate control                                       */
+/* ------------------------------------------------------------------------ */
+/* @me-begin */
+/* Block-matching searches for an encoder. Every search compares the current
+ * block (pSrc, srcStep) with blocks of a reference plane; pRef addresses the
+ * reference block at displacement (0, 0) (the co-located block) and the block
+ * at integer displacement (x, y) starts at pRef + y * refStep + x. The caller
+ * keeps every sample that a search reads inside its buffer (a reference
+ * plane with borders): every search, the refinements included, reads only
+ * the blocks of its window.
+ *
+ * Vectors are in vector units: half samples (quarterSample 0) or quarter
+ * samples (quarterSample 1). An integer search returns a vector whose
+ * components are multiples of 2 (or 4).
+ *
+ * The price of a vector v is J = 16 * SAD(v) + lambda * R(v - pred): lambda
+ * is the price of one bit in sixteenths of a SAD unit, and R is the length in
+ * bits of the difference's code with the f_code of the search: per
+ * component, d is brought into [-32f, 32f - 1], f = 2^(fcode - 1), by adding
+ * or subtracting 64f; d = 0 costs 1 bit; otherwise m = ((|d| - 1) >> (fcode - 1))
+ * + 1 (1..32) costs the length of motion code m in ISO/IEC 14496-2 Table B-12
+ * (the H.263 MVD code; its sign included) plus fcode - 1 bits. The search
+ * returns the vector of least J; between vectors of equal J, tieRule decides:
+ *   KPLVC_ME_TIE_RASTER  the first in raster order: smaller dy, then smaller dx;
+ *   KPLVC_ME_TIE_ZERO    the shorter: smaller |dx| + |dy|, then raster order;
+ *   KPLVC_ME_TIE_PRED    nearer the predictor: smaller |dx - px| + |dy - py|,
+ *                        then raster order
+ * (all in vector units). With lambda 0, J is 16 * SAD and the rule alone
+ * breaks ties. *pSAD receives SAD(v) of the chosen vector, without the price. */
+#define KPLVC_ME_TIE_RASTER 0
+#define KPLVC_ME_TIE_ZERO 1
+#define KPLVC_ME_TIE_PRED 2
+
+typedef struct {
+    KpliRect window;      /* integer displacements searched, in samples:
+                             x .. x + width - 1 by y .. y + height - 1 */
+    KplMotionVector pred; /* the vector's predictor, in vector units */
+    Kpl32s lambda;        /* 0..65535: price of a bit in 1/16 SAD */
+    Kpl32s fcode;         /* 1..7: the vector range and the code lengths */
+    Kpl32s quarterSample; /* 0: vectors in half samples, 1: in quarter samples */
+    Kpl32s tieRule;       /* KPLVC_ME_TIE_RASTER, _ZERO or _PRED */
+} KplMESearch;
+
+/* The checks every function taking a KplMESearch makes, in this order, after
+ * its null pointers: window width or height below 1: -6; its own steps: -14;
+ * fcode outside 1..7: -98; quarterSample not 0 or 1: -90; tieRule outside
+ * 0..2: -5; lambda outside 0..65535: -5; a window vector (in vector units,
+ * x * 2 or x * 4) outside [-32f, 32f - 1]: -5; pred outside that range: -5.
+ * So every vector a search can return has a code with this fcode. */
+
+/* pDst(x, y) = the sum of the 16x16 block whose top-left sample is
+ * pSrc(x, y), for x < roiSize.width, y < roiSize.height: a sum plane for
+ * kpliSearchSEA16x16_8u32s_C1R (at most 65280, so the cells never wrap).
+ * Reads width + 15 columns by height + 15 rows. pDst's step is in bytes.
+ * Statuses: -8 pSrc or pDst null; -6 width or height below 1; -14 srcStep
+ * below width + 15, or dstStep below 2 * width. */
+KPLVC_API KplStatus kpliBlockSums16x16_8u16u_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl16u* pDst,
+                                                 Kpl32s dstStep, KpliSize roiSize);
+/* As kpliBlockSums16x16_8u16u_C1R with 8x8 blocks (width + 7 columns by
+ * height + 7 rows read; srcStep at least width + 7). */
+KPLVC_API KplStatus kpliBlockSums8x8_8u16u_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl16u* pDst,
+                                               Kpl32s dstStep, KpliSize roiSize);
+
+/* Exhaustive search: J of every displacement of the window, the least
+ * (with pSearch->tieRule) to *pMV, its SAD to *pSAD.
+ * Statuses: -8 pSrc, pRef, pSearch, pMV or pSAD null; -6; -14 srcStep below
+ * 16 or refStep below window width + 15; then those of KplMESearch. */
+KPLVC_API KplStatus kpliSearchFull16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                  Kpl32s refStep, const KplMESearch* pSearch,
+                                                  KplMotionVector* pMV, Kpl32s* pSAD);
+/* As kpliSearchFull16x16_8u32s_C1R for an 8x8 block (steps at least 8 and
+ * window width + 7). */
+KPLVC_API KplStatus kpliSearchFull8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                Kpl32s refStep, const KplMESearch* pSearch,
+                                                KplMotionVector* pMV, Kpl32s* pSAD);
+
+/* Successive-elimination search: exactly the result of
+ * kpliSearchFull16x16_8u32s_C1R (vector and SAD, ties included), found with
+ * fewer SADs. With Sc the sum of the current block and S(v) that of the
+ * reference block at v, |Sc - S(v)| <= SAD(v), so a displacement whose bound
+ * 16 |Sc - S(v)| + lambda R(v - pred) is above the best J found so far (or
+ * equal to it and behind it in the tie order) cannot win and its SAD is not
+ * computed. The predictor and the zero vector (each rounded to the nearest
+ * sample and brought into the window) are tried first, then the window in
+ * raster order.
+ * The block sums come from pRefSum, a sum plane of the reference made by
+ * kpliBlockSums16x16_8u16u_C1R and addressed like pRef (pRefSum points at
+ * the sum of the co-located block, rows refSumStep bytes apart), or, when
+ * pRefSum is null, are computed by the call over its window (about two
+ * additions per displacement: a plane pays when windows overlap, as those
+ * of neighbouring macroblocks do).
+ * Statuses: as kpliSearchFull16x16_8u32s_C1R (pRefSum may be null), with
+ * -14 also for refSumStep below 2 * window width when pRefSum is used. */
+KPLVC_API KplStatus kpliSearchSEA16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                 Kpl32s refStep, const Kpl16u* pRefSum, Kpl32s refSumStep,
+                                                 const KplMESearch* pSearch, KplMotionVector* pMV,
+                                                 Kpl32s* pSAD);
+/* As kpliSearchSEA16x16_8u32s_C1R for an 8x8 block, with a sum plane from
+ * kpliBlockSums8x8_8u16u_C1R. */
+KPLVC_API KplStatus kpliSearchSEA8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                               Kpl32s refStep, const Kpl16u* pRefSum, Kpl32s refSumStep,
+                                               const KplMESearch* pSearch, KplMotionVector* pMV,
+                                               Kpl32s* pSAD);
+
+/* MVFAST (motion vector field adaptive search). neighbour[] holds the final
+ * vectors (vector units) of the left, above and above-right blocks; bit 0, 1
+ * and 2 of `available` say which of them exist (clear outside the picture).
+ * Thresholds in samples (activity) and SAD units (stopSAD). Suggested values:
+ * activityLow 1, activityHigh 2, stopSAD 512 for 16x16 and 128 for 8x8. */
+typedef struct {
+    KplMotionVector neighbour[3]; /* left, above, above-right */
+    Kpl32s available;             /* 0..7, bit i: neighbour[i] exists */
+    Kpl32s activityLow;           /* L1 >= 0 */
+    Kpl32s activityHigh;          /* L2 >= L1 */
+    Kpl32s stopSAD;               /* >= 0; 0 never stops early */
+} KplMVFAST;
+
+/* MVFAST search, step by step. "Better" means smaller J, or equal J and
+ * earlier in pSearch->tieRule's order; a point outside the window is never
+ * evaluated; every vector below is an integer displacement.
+ *  1. Candidates: each available neighbour, divided by 2 (4 with
+ *     quarterSample) and rounded to the nearest integer, halves away from
+ *     zero, per component: c1, c2, c3.
+ *  2. Activity: L = the largest |cx| + |cy| of the available candidates (0
+ *     when none is available). Small when L <= activityLow, medium when
+ *     activityLow < L <= activityHigh, large when L > activityHigh.
+ *  3. Z = the zero vector brought into the window (each component clamped).
+ *     Evaluate Z. If SAD(Z) < stopSAD, the result is Z.
+ *  4. Small activity: centre Z, then small diamond search.
+ *     Medium activity: centre Z, then large diamond search, then one small
+ *     diamond step.
+ *     Large activity: the centre is the best of Z and the candidates (each
+ *     clamped into the window), tried in the order Z, c1, c2, c3; then small
+ *     diamond search.
+ *  5. Small diamond search: repeat small diamond steps until a step keeps
+ *     the centre. A small diamond step evaluates the centre's neighbours
+ *     (0,-1), (-1,0), (1,0), (0,1) and moves the centre to the best of the
+ *     centre and them. Large diamond search: the same with the eight points
+ *     (0,-2), (-1,-1), (1,-1), (-2,0), (2,0), (-1,1), (1,1), (0,2).
+ *  6. The result is the final centre: *pMV (vector units), *pSAD its SAD.
+ * Statuses: -8 pSrc, pRef, pSearch, pParams, pMV or pSAD null; -6; -14 as
+ * kpliSearchFull16x16_8u32s_C1R; those of KplMESearch; -5 available outside
+ * 0..7, activityLow < 0, activityHigh < activityLow or stopSAD < 0. */
+KPLVC_API KplStatus kpliSearchMVFAST16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                    Kpl32s refStep, const KplMESearch* pSearch,
+                                                    const KplMVFAST* pParams, KplMotionVector* pMV,
+                                                    Kpl32s* pSAD);
+/* As kpliSearchMVFAST16x16_8u32s_C1R for an 8x8 block. */
+KPLVC_API KplStatus kpliSearchMVFAST8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                  Kpl32s refStep, const KplMESearch* pSearch,
+                                                  const KplMVFAST* pParams, KplMotionVector* pMV,
+                                                  Kpl32s* pSAD);
+
+/* Half-sample refinement around *pMV (half samples, any position of the
+ * window): J of *pMV and of its eight neighbours *pMV + (dx, dy), dx and dy
+ * in -1..1, the best (tieRule) to *pMV and its SAD to *pSAD.
+ * The prediction at a half position is the decoder's: kpliMC16x16_8u_C1's
+ * interpolation with roundControl (the VOP's rounding type in MPEG-4,
+ * 0 in MPEG-1/2). A neighbour is evaluated only when it lies in the window
+ * scaled to half samples (2x .. 2(x + width - 1), likewise y): a half
+ * position's integer part is then at most x + width - 2, so its prediction
+ * reads only samples of the window's blocks.
+ * Statuses: -8 pSrc, pRef, pSearch, pMV or pSAD null; -6; -14 srcStep below
+ * 16 or refStep below window width + 15; those of KplMESearch, with -5 also
+ * for quarterSample 1; -5 *pMV outside the scaled window; -91 roundControl
+ * not 0 or 1. */
+KPLVC_API KplStatus kpliRefineHalf16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                  Kpl32s refStep, const KplMESearch* pSearch,
+                                                  Kpl32s roundControl, KplMotionVector* pMV, Kpl32s* pSAD);
+/* As kpliRefineHalf16x16_8u32s_C1R for an 8x8 block (steps at least 8 and
+ * window width + 7). */
+KPLVC_API KplStatus kpliRefineHalf8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                Kpl32s refStep, const KplMESearch* pSearch,
+                                                Kpl32s roundControl, KplMotionVector* pMV, Kpl32s* pSAD);
+/* MPEG-4 rate control: the quadratic rate model of the MPEG-4 verification
+ * model (ISO/IEC 14496-2 Annex L). The texture bits of a VOP coded with
+ * quantiser Q are modelled as R = S (X1 / Q + X2 / Q^2), S the VOP's
+ * complexity (the mean absolute value of what is coded: the residual after
+ * motion compensation, or the intra samples less their mean). The state
+ * belongs to the caller (plain memory, nothing to free, no hidden state);
+ * the functions read and write only it. Per VOP: kpliRateControlQP_MPEG4
+ * gives the target and the quantiser, the caller codes the VOP, then
+ * kpliRateControlUpdate_MPEG4 books the bits, refits the model and says how
+ * many of the next VOPs to skip. Floating point is IEEE double throughout
+ * (sqrt included), so the results are the same on every machine. */
+#define KPLVC_RC_WINDOW 20
+
+typedef struct {
+    double bitRate;        /* Rs: bits per second */
+    double bitsPerVOP;     /* Rp: Rs / VOP rate, what the channel drains per VOP */
+    double bufferSize;     /* Bs: the model buffer, bits */
+    double bufferLevel;    /* B: its fullness after the last VOP, bits (starts at Bs / 2) */
+    double bitsLeft;       /* Rr: bits of the budget not yet spent (Rs * VOPs / rate at start) */
+    Kpl32s vopsLeft;       /* Nr: VOPs still to code (skipped ones included) */
+    Kpl32s qp;             /* quantiser of the last VOP (the first VOP's at start) */
+    Kpl32s lastBits;       /* all bits of the last VOP (0 at start) */
+    Kpl32s lastHeaderBits; /* H: its header, mode and vector bits, not modelled */
+    double lastMAD;        /* its complexity S (0 at start) */
+    double x1, x2;         /* the model's parameters (0, 0 until the first update) */
+    Kpl32s count;          /* VOPs in the history below, 0..KPLVC_RC_WINDOW */
+    /* The history, newest first: quantiser, texture bits (all less header)
+     * and complexity of each VOP booked with texture bits and S above 0. */
+    Kpl32s histQP[KPLVC_RC_WINDOW];
+    Kpl32s histBits[KPLVC_RC_WINDOW];
+    double histMAD[KPLVC_RC_WINDOW];
+} KplRateControl_MPEG4;
+
+/* Starts a sequence: bitRate bits per second, rateNum / rateDen VOPs per
+ * second, totalVOPs VOPs, a buffer of bufferSize bits, firstQP for the first
+ * VOP. Every field is set as described above.
+ * Statuses: -8 pState null; -5 bitRate, rateNum, rateDen or totalVOPs
+ * below 1, or bufferSize below 2 * Rp; -104 firstQP outside 1..31. */
+KPLVC_API KplStatus kpliRateControlInit_MPEG4(KplRateControl_MPEG4* pState, Kpl32s bitRate, Kpl32s rateNum,
+                                              Kpl32s rateDen, Kpl32s totalVOPs, Kpl32s bufferSize,
+                                              Kpl32s firstQP);
+
+/* The target and quantiser of the next VOP, whose complexity is mad:
+ *  1. T = 0.95 Rr / Nr + 0.05 lastBits (Rr / Nr alone before the first
+ *     update; Rp when Nr is 0), at least Rs / 30.
+ *  2. The buffer moves it towards the middle: T = T (B + 2 (Bs - B)) /
+ *     (2 B + (Bs - B)).
+ *  3. The buffer's limits: if B + T > 0.9 Bs, T = max(Rs / 30, 0.9 Bs - B);
+ *     else if B - Rp + T < 0.1 Bs, T = Rp - B + 0.1 Bs.
+ *     *pTarget = T rounded to the nearest integer (when pTarget is not null).
+ *  4. Q: qp while the history is empty. Otherwise with t = T - H (at least
+ *     Rp / 8 - header bits cannot be had for less) and S = mad: when X2 is 0,
+ *     Q = X1 S / t; else the positive root of t Q^2 - X1 S Q - X2 S = 0,
+ *     Q = (X1 S + sqrt((X1 S)^2 + 4 X2 S t)) / (2 t), the fallback X1 S / t
+ *     taken when the root is not a positive number. Q is rounded to the
+ *     nearest integer and kept within 25% of qp: between max(1,
+ *     floor(0.75 qp)) and min(31, ceil(1.25 qp)); a mad of 0 gives the
+ *     lower limit.
+ * Statuses: -8 pState or pQP null; -5 a state whose fields are outside
+ * the ranges Init and Update keep them in (say a count above
+ * KPLVC_RC_WINDOW, a quantiser outside 1..31, Rp not above 0, a value not
+ * finite), or mad negative or not a finite number. */
+KPLVC_API KplStatus kpliRateControlQP_MPEG4(const KplRateControl_MPEG4* pState, double mad, Kpl32s* pQP,
+                                            Kpl32s* pTarget);
+
+/* Books a coded VOP (quantiser qp, bits in all, headerBits of them outside
+ * the texture, complexity mad) and refits the model:
+ *  1. Rr -= bits, Nr -= 1 (not below 0), B += bits - Rp (not below 0).
+ *  2. With texture bits bits - headerBits and mad above 0, (qp, texture,
+ *     mad) enters the history as its newest entry (the oldest of a full
+ *     history leaves).
+ *  3. The window: the n newest entries, n = ceil(20 r) with r = the smaller
+ *     of mad and lastMAD over the larger (a change of complexity forgets
+ *     the past; r = 1 when either is 0), at most count, at least 1.
+ *  4. The fit: y = R Q / S against x = 1 / Q is a line y = X1 + X2 x; least
+ *     squares over the window give X2 = (n Sxy - Sx Sy) / (n Sxx - Sx^2)
+ *     and X1 = (Sy - X2 Sx) / n; when every Q of the window is the same
+ *     (or n is 1), X2 = 0 and X1 = Sy / n.
+ *  5. Outliers: with e = |R - S (X1 / Q + X2 / Q^2)| per entry and sigma
+ *     the root mean square of e over the window, the entries with e above
+ *     sigma are left out and the fit of step 4 made again over the rest
+ *     (when the window holds at least 3 entries and some are left out).
+ *  6. qp, bits, headerBits and mad become the last VOP's.
+ *  7. Skipping: while B > 0.8 Bs, the next VOP is skipped: B -= Rp,
+ *     Nr -= 1 (not below 0). *pSkip (when not null) = VOPs to skip.
+ * Statuses: -8 pState null; -5 a state as for kpliRateControlQP_MPEG4;
+ * -104 qp outside 1..31; -5 bits below 0,
+ * headerBits outside 0..bits, or mad negative or not a number. */
+KPLVC_API KplStatus kpliRateControlUpdate_MPEG4(KplRateControl_MPEG4* pState, Kpl32s qp, Kpl32s bits,
+                                                Kpl32s headerBits, double mad, Kpl32s* pSkip);
+/* @me-end */
+
+/* ------------------------------------------------------------------------ */
 /* H.264 transforms, quantisation and CAVLC analysis                          */
 /* ------------------------------------------------------------------------ */
 /* @h264-begin */

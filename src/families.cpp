@@ -15,6 +15,7 @@
 #include "h264/pred.h"
 #include "h264/transform.h"
 #include "mc/mc.h"
+#include "me/me.h"
 #include "mpeg2/block.h"
 #include "mpeg2/quant.h"
 #include "mpeg4/gmc.h"
@@ -53,6 +54,7 @@ const FamilyInfo kFamilies[] = {
     {"mpeg4quant", level<mpeg4::QuantKernels, mpeg4::quant_kernels_for, mpeg4::quant_kernels>},
     {"mpeg4qpel", level<mpeg4::QpelKernels, mpeg4::qpel_kernels_for, mpeg4::qpel_kernels>},
     {"mpeg4warp", level<mpeg4::WarpKernels, mpeg4::warp_kernels_for, mpeg4::warp_kernels>},
+    {"me", level<me::MeKernels, me::me_kernels_for, me::me_kernels>},
     {"h264xform", level<h264::XformKernels, h264::xform_kernels_for, h264::xform_kernels>},
     {"h264pred", level<h264::PredKernels, h264::pred_kernels_for, h264::pred_kernels>},
     // Luma deblocking gains from AVX-512's 32 registers, chroma does not.

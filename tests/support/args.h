@@ -33,7 +33,7 @@ namespace kplvc::test {
 
 struct Arg {
     size_t index;  // of the argument, from 0
-    std::variant<std::nullptr_t, long long, const void*, KpliSize, KpliRect> value;
+    std::variant<std::nullptr_t, long long, double, const void*, KpliSize, KpliRect> value;
     KplStatus status;
 };
 
@@ -72,7 +72,13 @@ public:
     template <class R, class... A>
     void check(const char* name, R (*fn)(A...), std::tuple<std::type_identity_t<A>...> good_args,
                std::initializer_list<Arg> list, KplStatus good = kplStsNoErr) {
-        const std::vector<Arg> v(list);
+        check(name, fn, good_args, std::vector<Arg>(list), good);
+    }
+    // The same with a list assembled at run time (checks shared by several
+    // functions spliced in).
+    template <class R, class... A>
+    void check(const char* name, R (*fn)(A...), std::tuple<std::type_identity_t<A>...> good_args,
+               const std::vector<Arg>& v, KplStatus good = kplStsNoErr) {
         for (size_t i = 0; i < v.size(); ++i) {
             expect(name, fn, with(good_args, {&v[i]}), v[i].status, i, i);
             for (size_t j = i + 1; j < v.size(); ++j)
