@@ -205,6 +205,8 @@ TEST(MeArgs, RateControl) {
     for (const Arg& a :
          {fails(1, 0, kplStsMPEG4QPErr), fails(1, 32, kplStsMPEG4QPErr), fails(2, -1, kplStsBadArgErr),
           fails(3, -1, kplStsBadArgErr), fails(3, 5001, kplStsBadArgErr), passes(3, 5000),
-          fails(4, -0.5, kplStsBadArgErr), passes(5, nullptr)})
-        ;
+          fails(4, -0.5, kplStsBadArgErr), fails(4, NAN, kplStsBadArgErr), passes(5, nullptr)})
+        update_list.push_back(a);
+    Kpl32s* skip = p.take<Kpl32s>(1);
+    p.check("Update", kpliRateControlUpdate_MPEG4, {st, 10, 5000, 100, 5.0, skip}, update_list);
 }
