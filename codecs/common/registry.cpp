@@ -4,9 +4,14 @@
 
 namespace kplvc::codecs {
 
+namespace h263 {
+extern const Decoder kH263Decoder;
+}
+
 // Each format defines its Decoder beside its code; list it here, before the
 // terminating null.
 static const Decoder* const kDecoders[] = {
+    &h263::kH263Decoder,
     nullptr,
 };
 

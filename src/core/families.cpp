@@ -4,6 +4,7 @@
 #include "core/dispatch.h"
 #include "core/vector.h"
 #include "dv/dv.h"
+#include "h263/obmc.h"
 #include "h263/quant.h"
 #include "h263/recon.h"
 #include "h264/deblock.h"
@@ -27,6 +28,7 @@ static const FamilyInfo kFamilies[] = {
     {"dv", dv::dv_level},
     {"h263recon", h263::recon_level},
     {"h263quant", h263::quant_level},
+    {"h263obmc", h263::obmc_level},
     {"mpeg2quant", mpeg2::quant_level},
     {"mpeg2block", mpeg2::block_level},
     {"mpeg4quant", mpeg4::quant_level},

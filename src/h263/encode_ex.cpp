@@ -1,0 +1,105 @@
+// TCOEF writer for either H.263 run-level table (TCOEF or the Annex I intra
+// table), in any of the three scans, with the Annex T extended escape.
+#include "block/scan.h"
+#include "core/bitstream.h"
+#include "h263/coef_tables.h"
+#include "kplvc.h"
+
+namespace kplvc::h263 {
+
+namespace {
+
+// The Annex I intra table as (LAST, RUN, |LEVEL|) -> code word, built once
+// by walking the decoder's lookup tables: every 12-bit look that starts a
+// code gives its event and length, and the code word is the look's leading
+// `length` bits.
+RunLevelTable invert_intra_table() {
+    RunLevelTable t{};
+    for (uint32_t c12 = 8; c12 < 4096; ++c12) {
+        const uint32_t e = c12 >= 512   ? advDCTtab0[(c12 >> 5) - 16]
+                           : c12 >= 128 ? advDCTtab1[(c12 >> 2) - 32]
+                                        : advDCTtab2[c12 - 8];
+        const uint32_t level = tcoef_level(e), run = tcoef_run(e), last = tcoef_last(e), len = tcoef_len(e);
+        if (level == 0) continue;  // the escape
+        t.code[last][run][level] =
+            RunLevelCode{static_cast<uint16_t>(c12 >> (12 - len)), static_cast<uint8_t>(len)};
+        if (run > t.max_run[last]) t.max_run[last] = static_cast<uint8_t>(run);
+        if (level > t.max_level[last][run]) t.max_level[last][run] = static_cast<uint8_t>(level);
+    }
+    return t;
+}
+
+const RunLevelTable& intra_table() {
+    static const RunLevelTable t = invert_intra_table();
+    return t;
+}
+
+}  // namespace
+
+}  // namespace kplvc::h263
+
+using namespace kplvc;
+using namespace kplvc::h263;
+
+extern "C" {
+
+KPLVC_API KplStatus kpliEncode_TCOEFEx_H263_16s1u(const Kpl16s* pQCoef, Kpl8u** ppBitStream, int* pBitOffset,
+                                                  int scan, int first, int table, int flags, int* pCount) {
+    if (pQCoef == nullptr || ppBitStream == nullptr || pBitOffset == nullptr || *ppBitStream == nullptr ||
+        pCount == nullptr)
+        return kplStsNullPtrErr;
+    if (*pBitOffset < 0 || *pBitOffset > 7) return kplStsShapeArgErr;
+    if (scan < 0 || scan > 2 || first < 0 || first > 1 || table < 0 || table > 1 ||
+        (flags & ~KPLVC_H263_EXT_ESCAPE) != 0)
+        return kplStsBadArgErr;
+    const uint8_t* order = scan == 0 ? block::ZigzagC : scan == 1 ? block::ZigzagH : block::ZigzagV;
+    const RunLevelTable& t = table == 0 ? mVLC_TB17 : intra_table();
+    const bool ext = (flags & KPLVC_H263_EXT_ESCAPE) != 0;
+    int last = -1;
+    for (int i = 63; i >= first; --i)
+        if (pQCoef[order[i]] != 0) {
+            last = i;
+            break;
+        }
+    int count = 0;
+    uint8_t* p = *ppBitStream;
+    int32_t off = *pBitOffset;
+    int run = 0;
+    for (int i = first; i <= last; ++i) {
+        int32_t level = pQCoef[order[i]];
+        if (level == 0) {
+            ++run;
+            continue;
+        }
+        const int is_last = i == last ? 1 : 0;
+        const int32_t lim = ext ? 1023 : 127;
+        level = level < -lim - (ext ? 1 : 0) ? -lim - (ext ? 1 : 0) : (level > lim ? lim : level);
+        const int32_t mag = level < 0 ? -level : level;
+        if (run <= t.max_run[is_last] && mag <= t.max_level[is_last][run]) {
+            const RunLevelCode c = t.code[is_last][run][mag];
+            PutBits(&p, &off, (uint32_t{c.code} << 1) | (level < 0 ? 1u : 0u), c.len + 1);
+        } else {
+            // ESCAPE 0000011, LAST, RUN (6 bits), LEVEL (8 bits); a level
+            // outside -127..127 writes 10000000 and the 11-bit extension:
+            // its low five bits, then its upper six.
+            const bool extended = mag > 127 || level == -128;
+            const uint32_t byte = extended ? 0x80u : static_cast<uint32_t>(level) & 0xFFu;
+            PutBits(&p, &off,
+                    (3u << 15) | (static_cast<uint32_t>(is_last) << 14) | (static_cast<uint32_t>(run) << 8) |
+                        byte,
+                    22);
+            if (extended) {
+                const uint32_t u = static_cast<uint32_t>(level) & 0x7FFu;
+                PutBits(&p, &off, ((u & 31u) << 6) | (u >> 5), 11);
+            }
+        }
+        ++count;
+        run = 0;
+    }
+    *ppBitStream = p;
+    *pBitOffset = off;
+    *pCount = count;
+    return kplStsNoErr;
+}
+
+}  // extern "C"
