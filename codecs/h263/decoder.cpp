@@ -23,6 +23,7 @@
 #include "h263/bits.h"
 #include "h263/h263.h"
 #include "h263/headers.h"
+#include "h263/loopfilter.h"
 #include "h263/mbgrid.h"
 #include "kplvc.h"
 
@@ -559,50 +560,10 @@ void H263Decoder::reconstruct_inter(int mb) {
     }
 }
 
-// Annex J across the block edges of the picture: an edge between two
-// macroblocks is filtered when either is coded, with the quantiser of the
-// one below / right of it when that one is coded, else of the other; edges
-// inside a coded macroblock with its own. Chroma uses the chroma quantiser
-// of modified quantisation. Horizontal edges first, then vertical ones.
 void H263Decoder::loop_filter() {
-    const int mbw = grid_.mbw, mbh = grid_.mbh;
-    // Whether an 8x8 block counts as coded, and the quantiser of its macroblock.
-    auto coded = [&](int p, int bx, int by) -> bool {
-        const MbInfo& m = p ? grid_.mb(bx, by) : grid_.mb(bx >> 1, by >> 1);
-        return m.coded != 0;
-    };
-    auto qp_of = [&](int p, int bx, int by) -> int {
-        const MbInfo& m = p ? grid_.mb(bx, by) : grid_.mb(bx >> 1, by >> 1);
-        return p && ph_.modes.mq ? kChromaQp[m.qp] : m.qp;
-    };
-    auto horizontal = [&]() {
-        for (int p = 0; p < 3; ++p) {
-            const int s = cur_.stride(p), bw = p ? mbw : 2 * mbw, bh = p ? mbh : 2 * mbh;
-            for (int by = 1; by < bh; ++by)
-                for (int bx = 0; bx < bw; ++bx) {
-                    const bool cc = coded(p, bx, by), ca = coded(p, bx, by - 1);
-                    if (!cc && !ca) continue;
-                    const int q = cc ? qp_of(p, bx, by) : qp_of(p, bx, by - 1);
-                    kpliFilterDeblocking_HorEdge_H263_8u_I(
-                        cur_.data(p) + static_cast<intptr_t>(by) * 8 * s + bx * 8, s, q);
-                }
-        }
-    };
-    auto vertical = [&]() {
-        for (int p = 0; p < 3; ++p) {
-            const int s = cur_.stride(p), bw = p ? mbw : 2 * mbw, bh = p ? mbh : 2 * mbh;
-            for (int by = 0; by < bh; ++by)
-                for (int bx = 1; bx < bw; ++bx) {
-                    const bool cc = coded(p, bx, by), ca = coded(p, bx - 1, by);
-                    if (!cc && !ca) continue;
-                    const int q = cc ? qp_of(p, bx, by) : qp_of(p, bx - 1, by);
-                    kpliFilterDeblocking_VerEdge_H263_8u_I(
-                        cur_.data(p) + static_cast<intptr_t>(by) * 8 * s + bx * 8, s, q);
-                }
-        }
-    };
-    horizontal();
-    vertical();
+    uint8_t* planes[3] = {cur_.data(0), cur_.data(1), cur_.data(2)};
+    const int strides[3] = {cur_.stride(0), cur_.stride(1), cur_.stride(2)};
+    deblock_picture(grid_, planes, strides, ph_.modes.mq);
 }
 
 }  // namespace

@@ -9,16 +9,23 @@ namespace kplvc::h263 {
 
 namespace {
 
+// A run-level code table wide enough for both tables: the Annex I table's
+// levels reach 25 (the TCOEF table's 12), runs stay below 64.
+struct WideTable {
+    RunLevelCode code[2][64][32];
+    uint8_t max_run[2];
+    uint8_t max_level[2][64];
+};
+
 // The Annex I intra table as (LAST, RUN, |LEVEL|) -> code word, built once
 // by walking the decoder's lookup tables: every 12-bit look that starts a
 // code gives its event and length, and the code word is the look's leading
 // `length` bits.
-RunLevelTable invert_intra_table() {
-    RunLevelTable t{};
+WideTable invert(const std::array<uint32_t, 112>& t0, const std::array<uint32_t, 96>& t1,
+                 const std::array<uint32_t, 120>& t2) {
+    WideTable t{};
     for (uint32_t c12 = 8; c12 < 4096; ++c12) {
-        const uint32_t e = c12 >= 512   ? advDCTtab0[(c12 >> 5) - 16]
-                           : c12 >= 128 ? advDCTtab1[(c12 >> 2) - 32]
-                                        : advDCTtab2[c12 - 8];
+        const uint32_t e = c12 >= 512 ? t0[(c12 >> 5) - 16] : c12 >= 128 ? t1[(c12 >> 2) - 32] : t2[c12 - 8];
         const uint32_t level = tcoef_level(e), run = tcoef_run(e), last = tcoef_last(e), len = tcoef_len(e);
         if (level == 0) continue;  // the escape
         t.code[last][run][level] =
@@ -29,9 +36,11 @@ RunLevelTable invert_intra_table() {
     return t;
 }
 
-const RunLevelTable& intra_table() {
-    static const RunLevelTable t = invert_intra_table();
-    return t;
+// Both tables in the same form, built once from the decoders' tables.
+const WideTable& table(int which) {
+    static const WideTable t[2] = {invert(DCTtab0, DCTtab1, DCTtab2),
+                                   invert(advDCTtab0, advDCTtab1, advDCTtab2)};
+    return t[which];
 }
 
 }  // namespace
@@ -53,7 +62,7 @@ KPLVC_API KplStatus kpliEncode_TCOEFEx_H263_16s1u(const Kpl16s* pQCoef, Kpl8u** 
         (flags & ~KPLVC_H263_EXT_ESCAPE) != 0)
         return kplStsBadArgErr;
     const uint8_t* order = scan == 0 ? block::ZigzagC : scan == 1 ? block::ZigzagH : block::ZigzagV;
-    const RunLevelTable& t = table == 0 ? mVLC_TB17 : intra_table();
+    const WideTable& t = h263::table(table);
     const bool ext = (flags & KPLVC_H263_EXT_ESCAPE) != 0;
     int last = -1;
     for (int i = 63; i >= first; --i)
