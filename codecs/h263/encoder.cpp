@@ -208,12 +208,15 @@ void H263Encoder::finish(std::vector<uint8_t>* out) {
 }
 
 // A simple frame-level rate control: the quantiser moves by the ratio of
-// the bits spent to the share of the bit rate the picture had (intra
-// pictures count for three).
+// the bits spent to the picture's share of the bit rate. An intra picture's
+// share is three times a predicted picture's, and the shares of one intra
+// period add up to the period's bits.
 void H263Encoder::rate_control(size_t bits, bool intra) {
     if (opt_.qscale > 0 || opt_.bitrate <= 0) return;
     const double per_picture = static_cast<double>(opt_.bitrate) * opt_.fps_den / opt_.fps_num;
-    const double target = intra ? 3 * per_picture : per_picture;
+    const double period = opt_.gop > 0 ? opt_.gop : 1e9;
+    const double p_share = per_picture * period / (period + 2);
+    const double target = intra ? 3 * p_share : p_share;
     const double ratio = static_cast<double>(bits) / target;
     int q = qp_;
     if (ratio > 1.1)
