@@ -461,6 +461,23 @@ inline int mc_type(const Kpl16s* v) {
 
 alignas(32) const Kpl16s kZeroResidual[64] = {};
 
+// A prediction without residual: the H.263 block copies where they apply
+// (rounding type 0, one step for source and destination), else motion
+// compensation with a zero residual.
+void predict_only(const uint8_t* src, int s, uint8_t* dst, int ds, int size, const Kpl16s* v, int rtype) {
+    const int t = mc_type(v);
+    if (rtype == 0 && s == ds) {
+        using Copy = KplStatus (*)(const Kpl8u*, Kpl8u*, int);
+        static const Copy mb[4] = {kpliCopyMB_H263_8u, kpliCopyApproxVMB_H263_8u, kpliCopyApproxHMB_H263_8u,
+                                   kpliCopyApproxHVMB_H263_8u};
+        static const Copy block[4] = {kpliCopyBlock_H263_8u, kpliCopyApproxVBlock_H263_8u,
+                                      kpliCopyApproxHBlock_H263_8u, kpliCopyApproxHVBlock_H263_8u};
+        (size == 16 ? mb : block)[t >> 2](src, dst, s);
+        return;
+    }
+    (size == 16 ? kpliMC16x16_8u_C1 : kpliMC8x8_8u_C1)(src, s, kZeroResidual, 0, dst, ds, t, rtype);
+}
+
 // One 8x8 luma block (blk 0..3) of an inter or skipped macroblock into dst:
 // the prediction of its vector, or Annex F's overlapped prediction, plus
 // the block's residual when it has one.
@@ -476,7 +493,10 @@ void H263Decoder::predict_luma(int mb, int blk, uint8_t* dst, int step) {
     int s;
     if (!ph_.modes.ap) {
         const uint8_t* src = fetch(0, bx * 8 + (own[0] >> 1), by * 8 + (own[1] >> 1), 8, 8, &s, temp);
-        kpliMC8x8_8u_C1(src, s, res, 16, dst, step, mc_type(own), ph_.rtype);
+        if (res == kZeroResidual)
+            predict_only(src, s, dst, step, 8, own, ph_.rtype);
+        else
+            kpliMC8x8_8u_C1(src, s, res, 16, dst, step, mc_type(own), ph_.rtype);
         return;
     }
     Kpl16s nb[4][2];  // above, below, left, right
@@ -527,7 +547,7 @@ void H263Decoder::reconstruct_inter(int mb) {
     if (!ph_.modes.ap && !info.four && (info.cbp & 15) == 0) {
         int s;
         const uint8_t* src = fetch(0, mx * 16 + (v0[0] >> 1), my * 16 + (v0[1] >> 1), 16, 16, &s, temp);
-        kpliMC16x16_8u_C1(src, s, kZeroResidual, 0, y0, ys, mc_type(v0), ph_.rtype);
+        predict_only(src, s, y0, ys, 16, v0, ph_.rtype);
     } else {
         for (int blk = 0; blk < 4; ++blk)
             predict_luma(mb, blk, y0 + static_cast<intptr_t>(blk >> 1) * 8 * ys + (blk & 1) * 8, ys);
@@ -556,7 +576,10 @@ void H263Decoder::reconstruct_inter(int mb) {
                 : kZeroResidual;
         int s;
         const uint8_t* src = fetch(p, mx * 8 + (c[0] >> 1), my * 8 + (c[1] >> 1), 8, 8, &s, temp);
-        kpliMC8x8_8u_C1(src, s, res, 16, dst, cs, mc_type(c), ph_.rtype);
+        if (res == kZeroResidual)
+            predict_only(src, s, dst, cs, 8, c, ph_.rtype);
+        else
+            kpliMC8x8_8u_C1(src, s, res, 16, dst, cs, mc_type(c), ph_.rtype);
     }
 }
 

@@ -20,18 +20,36 @@ namespace kplvc::h263 {
 
 namespace {
 
-struct Tables {
-    const std::array<uint32_t, 112>& t0;
-    const std::array<uint32_t, 96>& t1;
-    const std::array<uint32_t, 120>& t2;
+// The three lookup tables of a code table merged into one indexed by the
+// whole 12-bit look (16 KB): one load per code instead of a chain of
+// data-dependent branches. Entry 0 (looks below 8) is no code.
+struct Table12 {
+    uint32_t e[4096];
 };
-const Tables kTcoef = {DCTtab0, DCTtab1, DCTtab2};
-const Tables kIntraI = {advDCTtab0, advDCTtab1, advDCTtab2};
+
+Table12 merge(const std::array<uint32_t, 112>& t0, const std::array<uint32_t, 96>& t1,
+              const std::array<uint32_t, 120>& t2) {
+    Table12 t{};
+    for (uint32_t c12 = 8; c12 < 4096; ++c12)
+        t.e[c12] = c12 >= 512 ? t0[(c12 >> 5) - 16] : (c12 >= 128 ? t1[(c12 >> 2) - 32] : t2[c12 - 8]);
+    return t;
+}
+
+using Tables = Table12;
+const Table12& tcoef_table() {
+    static const Table12 t = merge(DCTtab0, DCTtab1, DCTtab2);
+    return t;
+}
+const Table12& intra_i_table() {
+    static const Table12 t = merge(advDCTtab0, advDCTtab1, advDCTtab2);
+    return t;
+}
 
 // One decoded event.
 struct Event {
     int32_t level;
     uint32_t run, last;
+    bool escape;  // the level came from an escape (any value) rather than a table code (|level| <= 25)
 };
 
 // Reads one TCOEF event. A normal code is at most 12 bits plus its sign and
@@ -41,10 +59,8 @@ struct Event {
 // of the current byte).
 inline KplStatus read_event(BitCache64& bc, const Tables& t, bool ext, Event* ev) {
     const uint32_t v = bc.peek(22);
-    const uint32_t c12 = v >> 10;
-    if (c12 < 8) return kplStsVLCErr;
-    const uint32_t e =
-        c12 >= 512 ? t.t0[(c12 >> 5) - 16] : (c12 >= 128 ? t.t1[(c12 >> 2) - 32] : t.t2[c12 - 8]);
+    const uint32_t e = t.e[v >> 10];
+    if (e == 0) return kplStsVLCErr;
     if (tcoef_level(e) != 0) {
         const uint32_t len = tcoef_len(e);
         const int32_t mag = static_cast<int32_t>(tcoef_level(e));
@@ -53,12 +69,14 @@ inline KplStatus read_event(BitCache64& bc, const Tables& t, bool ext, Event* ev
         ev->level = (mag ^ neg) - neg;
         ev->run = tcoef_run(e);
         ev->last = tcoef_last(e);
+        ev->escape = false;
         return kplStsNoErr;
     }
     // ESCAPE 0000011, LAST (1), RUN (6), LEVEL (8, two's complement).
     ev->last = (v >> 14) & 1;
     ev->run = (v >> 8) & 63;
     ev->level = static_cast<int8_t>(static_cast<uint8_t>(v & 0xFF));
+    ev->escape = true;
     bc.skip(22);
     if (ev->level == -128) {
         // 10000000 is no level: with Annex T it announces EXTENDED-LEVEL,
@@ -85,12 +103,27 @@ inline KplStatus read_block(BitCache64& bc, const Tables& t, bool ext, int start
         if (st != kplStsNoErr) return st;
         i += static_cast<int>(ev.run) + 1;
         if (i > 63) return kplStsCoefCountErr;
-        put(i, ev.level);
+        put(i, ev.level, ev.escape);
         if (ev.last) break;
     }
     *last = i;
     return kplStsNoErr;
 }
+
+// The H.263 inverse quantiser for a level read from a block: a table code's
+// level is at most 25 in magnitude, so 2*31*25 + 31 stays far inside the
+// clamp and only escaped levels (0, or up to 1024 in magnitude) take the
+// general rule.
+struct Dequant {
+    int32_t q2, off, qp;
+    explicit Dequant(int32_t q) : q2(2 * q), off((q & 1) ? q : q - 1), qp(q) {}
+    int16_t operator()(int32_t level, bool escape) const {
+        if (escape) return dequant_level(level, qp);
+        const int32_t neg = level >> 31;
+        const int32_t mag = q2 * ((level ^ neg) - neg) + off;
+        return static_cast<int16_t>((mag ^ neg) - neg);
+    }
+};
 
 inline bool null_stream(Kpl8u** pp, int* off) { return pp == nullptr || off == nullptr || *pp == nullptr; }
 
@@ -147,6 +180,10 @@ void aic_reconstruct(int16_t* blk, const Kpl16s* above, const Kpl16s* left, int 
     if ((blk[0] & 1) == 0) blk[0] = static_cast<int16_t>(blk[0] + 1);
 }
 
+// Zeros to clear a block with: a copy of a constant compiles to a few
+// vector stores, where `= {}` may become a slow string instruction.
+alignas(16) constexpr int16_t kZeroBlock[64] = {};
+
 constexpr int kIntraFlags = KPLVC_H263_EXT_ESCAPE | KPLVC_H263_INTRA_DC_ONLY;
 constexpr int kInterFlags = KPLVC_H263_EXT_ESCAPE | KPLVC_H263_ALT_INTER_VLC;
 constexpr int kAicFlags =
@@ -174,9 +211,10 @@ KPLVC_API KplStatus kpliDecodeBlockCoefEx_Intra_H263_1u8u(Kpl8u** ppBitStream, i
     alignas(16) int16_t blk[64] = {};
     if ((flags & KPLVC_H263_INTRA_DC_ONLY) == 0) {
         int last;
-        const KplStatus st =
-            read_block(bc, kTcoef, (flags & KPLVC_H263_EXT_ESCAPE) != 0, 0, &last,
-                       [&](int i, int32_t level) { blk[block::ZigzagC[i]] = dequant_level(level, QP); });
+        const KplStatus st = read_block(bc, tcoef_table(), (flags & KPLVC_H263_EXT_ESCAPE) != 0, 0, &last,
+                                        [&, dq = Dequant(QP)](int i, int32_t level, bool esc) {
+                                            blk[block::ZigzagC[i]] = dq(level, esc);
+                                        });
         if (st != kplStsNoErr) return st;
     }
     blk[0] = static_cast<int16_t>(dc == 255 ? 1024 : 8 * dc);
@@ -193,16 +231,18 @@ KPLVC_API KplStatus kpliDecodeBlockCoefEx_Inter_H263_1u16s(Kpl8u** ppBitStream, 
     const bool ext = (flags & KPLVC_H263_EXT_ESCAPE) != 0;
     const BitCache64 start(*ppBitStream, *pBitOffset);
     BitCache64 bc = start;
-    alignas(16) int16_t blk[64] = {};
+    alignas(16) int16_t blk[64];
+    std::memcpy(blk, kZeroBlock, sizeof blk);
     int last;
-    auto put = [&](int i, int32_t level) { blk[block::ZigzagC[i]] = dequant_level(level, QP); };
-    KplStatus st = read_block(bc, kTcoef, ext, -1, &last, put);
+    const Dequant dq(QP);
+    auto put = [&](int i, int32_t level, bool esc) { blk[block::ZigzagC[i]] = dq(level, esc); };
+    KplStatus st = read_block(bc, tcoef_table(), ext, -1, &last, put);
     if (st == kplStsCoefCountErr && (flags & KPLVC_H263_ALT_INTER_VLC) != 0) {
         // Annex S: only the intra table can have produced codes that overrun
         // the block; read them again with it.
-        std::memset(blk, 0, sizeof blk);
+        std::memcpy(blk, kZeroBlock, sizeof blk);
         bc = start;
-        st = read_block(bc, kIntraI, ext, -1, &last, put);
+        st = read_block(bc, intra_i_table(), ext, -1, &last, put);
     }
     if (st != kplStsNoErr) return st;
     inter_transform(blk, last);
@@ -231,8 +271,8 @@ KPLVC_API KplStatus kpliDecodeBlockCoefEx_AdvIntra_H263_1u8u(Kpl8u** ppBitStream
         // position the clamp comes first.
         int32_t rec[64] = {};
         int last;
-        const KplStatus st = read_block(bc, kIntraI, (flags & KPLVC_H263_EXT_ESCAPE) != 0, -1, &last,
-                                        [&](int i, int32_t level) { rec[scan[i]] = 2 * QP * level; });
+        const KplStatus st = read_block(bc, intra_i_table(), (flags & KPLVC_H263_EXT_ESCAPE) != 0, -1, &last,
+                                        [&](int i, int32_t level, bool) { rec[scan[i]] = 2 * QP * level; });
         if (st != kplStsNoErr) return st;
         for (int i = 0; i < 64; ++i) blk[i] = static_cast<int16_t>(clip3(-2048, 2047, rec[i]));
     }
