@@ -1040,9 +1040,10 @@ KPLVC_API KplStatus kpliDecodeBlockCoefEx_Intra_H263_1u8u(Kpl8u** ppBitStream, i
 
 /* Inter block: the 64-value residual (row-major) of the TCOEF codes from
  * coefficient 0, reconstructed as in kpliDecodeBlockCoefEx_Intra_H263_1u8u
- * and inverse-transformed by the library's 8x8 inverse DCT (a block whose
- * only coefficient is the first is filled with (rec + 4) >> 3, as the
- * transform gives). pDst is written only on success. flags:
+ * and inverse-transformed: the result equals kpliQuantInv_H263_C1I (for
+ * levels within -127..127) followed by kpliDCT8x8Inv_16s_C1I, also for a
+ * block whose only coefficient is the first (no flat shortcut).
+ * pDst is written only on success. flags:
  * KPLVC_H263_EXT_ESCAPE, KPLVC_H263_ALT_INTER_VLC. Statuses in order: -8;
  * -76; -5 an unknown flag; then -74, -72. */
 KPLVC_API KplStatus kpliDecodeBlockCoefEx_Inter_H263_1u16s(Kpl8u** ppBitStream, int* pBitOffset, Kpl16s* pDst,

@@ -20,13 +20,16 @@ namespace {
 
 // Sum of squared differences of two planes.
 double sse(const uint8_t* a, int as, const uint8_t* b, int bs, int w, int h) {
-    double s = 0;
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            const int d = a[static_cast<size_t>(y) * as + x] - b[static_cast<size_t>(y) * bs + x];
-            s += d * d;
-        }
-    return s;
+    // Integer sums per row (at most 4096 * 255^2 < 2^31) in a 64-bit total.
+    int64_t s = 0;
+    for (int y = 0; y < h; ++y) {
+        const uint8_t* ra = a + static_cast<size_t>(y) * as;
+        const uint8_t* rb = b + static_cast<size_t>(y) * bs;
+        int32_t row = 0;
+        for (int x = 0; x < w; ++x) row += (ra[x] - rb[x]) * (ra[x] - rb[x]);
+        s += row;
+    }
+    return static_cast<double>(s);
 }
 
 }  // namespace

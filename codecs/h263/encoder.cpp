@@ -9,9 +9,11 @@
 // library's SAD; the intra / inter / skip decision; differences, forward
 // DCT and quantisation by the library; the codes of the macroblock layer
 // from the tables in h263.cpp and of the blocks from the library's writers.
-// The reconstruction is made by decoding the block codes just written with
-// the same library functions the decoder calls, so the encoder's picture
-// is exactly what its decoder shows.
+// The reconstruction goes through the library's inverse path: inter
+// residuals by its inverse quantiser and inverse DCT, intra blocks by
+// decoding the codes just written with the same library functions the
+// decoder calls (they carry the Annex I prediction), so the encoder's
+// picture is exactly what its decoder shows.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -519,13 +521,14 @@ void H263Encoder::encode_mb(int mx, int my, bool intra_picture) {
         const Kpl16s* r = kZero;
         if (cbp & (32 >> b)) {
             BitWriter::Position at = bw_.position();
-            const BitWriter::Position begin = at;
             int count;
             kpliEncode_TCOEFEx_H263_16s1u(level[b], &at.p, &at.off, 0, 0, 0, 0, &count);
             bw_.done(at);
-            Kpl8u* rp = begin.p;
-            int roff = begin.off;
-            kpliDecodeBlockCoefEx_Inter_H263_1u16s(&rp, &roff, res, qp_, 0);
+            // The decoder's residual: the library's inverse quantiser and
+            // inverse DCT, which its inter block decoder matches exactly.
+            std::memcpy(res, level[b], sizeof res);
+            kpliQuantInv_H263_C1I(res, qp_);
+            kpliDCT8x8Inv_16s_C1I(res);
             r = res;
         }
         const uint8_t* ref =

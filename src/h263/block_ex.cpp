@@ -133,14 +133,10 @@ inline void write_back(const BitCache64& bc, Kpl8u** pp, int* off) {
 }
 
 // Inter residual of a decoded block (raster coefficients, already
-// dequantised, `last` the final scan index): the smallest inverse DCT that
-// covers the coded positions, or the flat fill for a lone first coefficient.
+// dequantised, `last` the final scan index): the smallest of the library's
+// inverse DCTs that covers the coded positions (the 2x2 and 4x4 forms give
+// exactly the full transform's samples on such blocks).
 void inter_transform(int16_t* blk, int last) {
-    if (last == 0) {
-        const int16_t v = static_cast<int16_t>((blk[0] + 4) >> 3);
-        for (int i = 0; i < 64; ++i) blk[i] = v;
-        return;
-    }
     const auto& z = block::ZigzagC;
     if (last < 3)
         block::dct8x8_inv_2x2(blk);
