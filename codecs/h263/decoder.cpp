@@ -49,8 +49,7 @@ bool at_start_code(Bits& b) {
 
 class H263Decoder {
 public:
-    H263Decoder(const DecodeOptions& opt, PictureSink sink, void* user, DecodeStats* stats)
-        : opt_(opt), sink_(sink), user_(user), stats_(stats) {}
+    H263Decoder(PictureSink sink, void* user, DecodeStats* stats) : sink_(sink), user_(user), stats_(stats) {}
 
     int run(const uint8_t* data, size_t size);
 
@@ -67,7 +66,6 @@ private:
     void loop_filter();
     void output();
 
-    const DecodeOptions& opt_;
     PictureSink sink_;
     void* user_;
     DecodeStats* stats_;
@@ -604,7 +602,8 @@ int probe(const uint8_t* data, size_t size) {
 
 int decode(const uint8_t* data, size_t size, const DecodeOptions& opt, PictureSink sink, void* user,
            DecodeStats* stats) {
-    H263Decoder d(opt, sink, user, stats);
+    (void)opt;  // H.263 has no display post-filter of its own
+    H263Decoder d(sink, user, stats);
     return d.run(data, size);
 }
 

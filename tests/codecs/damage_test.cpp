@@ -19,7 +19,10 @@ struct DamageCase {
 };
 
 // One row per decoder.
-const std::vector<DamageCase> kCases = {};
+const std::vector<DamageCase> kCases = {
+    {"h263", "testsrc2=size=352x288:rate=25,scroll=h=0.02", 8,
+     "-c:v h263p -q:v 6 -umv 1 -aiv 1 -obmc 1 -flags +aic+loop+mv4 -structured_slices 1 -ps 800", "h263"},
+};
 
 enum class Damage { flip_bits, overwrite_bytes, cut_piece, truncate };
 
