@@ -3,8 +3,8 @@
 // streams that the encoders wrote, with each ISA level of the kernel table;
 // the encoders on the same blocks; the scan-mask kernel alone.
 //
-// The code lists come from the standards' tables next to the source tree
-// (../shared/tables, as for the tests); without them nothing is registered.
+// The code lists come from the standards' tables in tests/data (as for the
+// tests); without them nothing is registered.
 #include <cstdint>
 #include <cstdio>
 #include <fstream>

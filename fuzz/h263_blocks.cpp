@@ -56,8 +56,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             continue;
         }
         if (p <= p0 && off <= off0) std::abort();  // every block consumes bits
-        for (int x = 0; x < 9; x += 8)
-            if (x == 8 && px[8] != 0xEE) std::abort();  // the column past the block stays
+        for (int r = 0; r < 8; ++r)
+            if (px[9 * r + 8] != 0xEE) std::abort();  // the column past the block stays
     }
     return 0;
 }

@@ -1,5 +1,5 @@
 // The four MPEG-1/MPEG-2 block decoders on fuzzed streams, with decoding
-// tables built from the standards' code lists (../shared/tables).
+// tables built from the standards' code lists (tests/data).
 //
 // Input: byte 0 picks the decoder (version, intra), the run-level table
 // (B-14 or B-15), the DC table (B-12 or B-13), the scan and whether the

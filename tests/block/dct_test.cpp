@@ -6,8 +6,9 @@
 #include <vector>
 
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/args.h"
 
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 using kplvc::test::Guarded;
 using kplvc::test::Rng;
 
@@ -21,171 +22,116 @@ Block dc_block(int16_t dc) {
     return b;
 }
 
-// Orthonormal 8x8 inverse and forward transforms in double precision.
-double basis(int k, int n) {
-    const double c = k == 0 ? std::sqrt(0.125) : 0.5;
-    return c * std::cos((2 * n + 1) * k * M_PI / 16.0);
-}
-std::vector<double> idct_double(const Block& F) {  // F[8*u + v], u vertical
-    std::vector<double> f(64, 0.0);
-    for (int y = 0; y < 8; ++y)
-        for (int x = 0; x < 8; ++x)
-            for (int u = 0; u < 8; ++u)
-                for (int v = 0; v < 8; ++v) f[8 * y + x] += F[8 * u + v] * basis(u, y) * basis(v, x);
-    return f;
-}
-std::vector<double> fdct_double(const Block& f) {
-    std::vector<double> F(64, 0.0);
-    for (int u = 0; u < 8; ++u)
-        for (int v = 0; v < 8; ++v)
-            for (int y = 0; y < 8; ++y)
-                for (int x = 0; x < 8; ++x) F[8 * u + v] += f[8 * y + x] * basis(u, y) * basis(v, x);
-    return F;
+// Orthonormal 8x8 inverse (F[8*u + v], u vertical) or forward transform in
+// double precision.
+std::vector<double> dct_double(const Block& in, bool inverse) {
+    auto basis = [](int k, int n) {
+        return (k == 0 ? std::sqrt(0.125) : 0.5) * std::cos((2 * n + 1) * k * M_PI / 16);
+    };
+    std::vector<double> out(64, 0.0);
+    for (int a = 0; a < 64; ++a)
+        for (int b = 0; b < 64; ++b)
+            out[a] += in[b] * (inverse ? basis(b / 8, a / 8) * basis(b % 8, a % 8)
+                                       : basis(a / 8, b / 8) * basis(a % 8, b % 8));
+    return out;
 }
 
-Block transpose(const Block& b) {
-    Block t(64);
-    for (int i = 0; i < 8; ++i)
-        for (int j = 0; j < 8; ++j) t[8 * j + i] = b[8 * i + j];
-    return t;
-}
+uint8_t clip(int v) { return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v); }
 
 }  // namespace
 
 // ---- Table-driven engine ------------------------------------------------------------
 
 TEST(DctInverse, EmptyAndDcBlocks) {
-    struct Case {
-        int16_t dc, want;
-    };
-    for (Case c : {Case{0, 0}, Case{8, 1}, Case{-8, -1}, Case{16, 2}, Case{2400, 300}, Case{-24, -3}}) {
-        Block full = dc_block(c.dc), quad = full, pair = full, out(64, 99);
+    for (auto [dc, want] : {std::pair{0, 0}, {8, 1}, {-8, -1}, {16, 2}, {2400, 300}, {-24, -3}}) {
+        Block full = dc_block(static_cast<int16_t>(dc)), quad = full, pair = full, out(64, 99);
         ASSERT_EQ(kpliDCT8x8Inv_16s_C1(full.data(), out.data()), kplStsNoErr);
         ASSERT_EQ(kpliDCT8x8Inv_16s_C1I(full.data()), kplStsNoErr);
         ASSERT_EQ(kpliDCT8x8Inv_4x4_16s_C1I(quad.data()), kplStsNoErr);
         ASSERT_EQ(kpliDCT8x8Inv_2x2_16s_C1I(pair.data()), kplStsNoErr);
-        for (int i = 0; i < 64; ++i) {
-            ASSERT_EQ(out[i], c.want) << "dc " << c.dc << " at " << i;
-            ASSERT_EQ(full[i], c.want) << "dc " << c.dc << " at " << i;
-            ASSERT_EQ(quad[i], c.want) << "dc " << c.dc << " at " << i;
-            ASSERT_EQ(pair[i], c.want) << "dc " << c.dc << " at " << i;
-        }
+        for (const Block* b : {&out, &full, &quad, &pair})
+            EXPECT_EQ(*b, Block(64, static_cast<int16_t>(want))) << dc;
     }
 }
 
+// DC blocks saturate to 0 and 255 and leave the gap between rows; on random
+// blocks both byte forms equal the clamped 16-bit inverse, also with a step
+// of 3, where each row overwrites the first five bytes of the row before it.
 TEST(DctInverse, BytesSaturateAndBothByteFormsAgree) {
-    struct Case {
-        int16_t dc;
-        uint8_t want;
-    };
-    for (Case c : {Case{-24, 0}, Case{2400, 255}, Case{800, 100}, Case{0, 0}}) {
-        const Block b = dc_block(c.dc);
+    for (auto [dc, want] : {std::pair{-24, 0}, {2400, 255}, {800, 100}, {0, 0}}) {
+        const Block b = dc_block(static_cast<int16_t>(dc));
         uint8_t a[8 * 11], z[8 * 9];
         std::memset(a, 7, sizeof a);
-        std::memset(z, 7, sizeof z);
         ASSERT_EQ(kpliDCT8x8Inv_16s8u_C1R(b.data(), a, 11), kplStsNoErr);
         ASSERT_EQ(kpliDCTInv_8x8_16s8u(b.data(), z, 9), kplStsNoErr);
         for (int r = 0; r < 8; ++r)
             for (int x = 0; x < 11; ++x) {
+                ASSERT_EQ(a[11 * r + x], x < 8 ? want : 7) << dc;
                 if (x < 8) {
-                    ASSERT_EQ(a[11 * r + x], c.want) << c.dc;
-                    ASSERT_EQ(z[9 * r + x], c.want) << c.dc;
-                } else {
-                    ASSERT_EQ(a[11 * r + x], 7) << "gap written";
+                    ASSERT_EQ(z[9 * r + x], want) << dc;
                 }
             }
     }
-    // Random blocks: the saturating store and the clamped 16-bit inverse agree.
-    Rng rng(5);
-    for (int iter = 0; iter < 500; ++iter) {
+    Rng rng("dct bytes");
+    for (int iter = 0; iter < kplvc::test::iters(500); ++iter) {
         Block b(64), v(64);
-        rng.fill(b.data(), 64, iter & 1 ? -32768 : -2048, iter & 1 ? 32767 : 2047);
-        uint8_t a[64], z[64];
+        rng.fill(b.data(), 64, iter % 3 ? -32768 : -600, iter % 3 ? 32767 : 600);
+        uint8_t a[64], z[64], overlap[40] = {}, want3[40] = {};
         ASSERT_EQ(kpliDCT8x8Inv_16s_C1(b.data(), v.data()), kplStsNoErr);
         ASSERT_EQ(kpliDCT8x8Inv_16s8u_C1R(b.data(), a, 8), kplStsNoErr);
         ASSERT_EQ(kpliDCTInv_8x8_16s8u(b.data(), z, 8), kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Inv_16s8u_C1R(b.data(), overlap, 3), kplStsNoErr);
         for (int i = 0; i < 64; ++i) {
-            const uint8_t want = static_cast<uint8_t>(v[i] < 0 ? 0 : (v[i] > 255 ? 255 : v[i]));
-            ASSERT_EQ(a[i], want) << "iter " << iter << " at " << i;
-            ASSERT_EQ(z[i], want) << "iter " << iter << " at " << i;
+            ASSERT_TRUE(a[i] == clip(v[i]) && z[i] == clip(v[i])) << "iter " << iter << " at " << i;
+            want3[3 * (i / 8) + i % 8] = clip(v[i]);
         }
+        ASSERT_EQ(std::memcmp(overlap, want3, sizeof want3), 0) << iter;
     }
 }
 
-TEST(DctInverse, OverlappingRowsAreWrittenInIncreasingOrder) {
-    // With a step of 3 each row overwrites the first five bytes written by
-    // the row before it: the last row wins.
-    Rng rng(17);
-    for (int iter = 0; iter < 50; ++iter) {
-        Block b(64), v(64);
-        rng.fill(b.data(), 64, -600, 600);
-        ASSERT_EQ(kpliDCT8x8Inv_16s_C1(b.data(), v.data()), kplStsNoErr);
-        uint8_t want[40] = {}, got[40] = {};
-        for (int r = 0; r < 8; ++r)
-            for (int c = 0; c < 8; ++c)
-                want[3 * r + c] =
-                    static_cast<uint8_t>(v[8 * r + c] < 0 ? 0 : (v[8 * r + c] > 255 ? 255 : v[8 * r + c]));
-        ASSERT_EQ(kpliDCT8x8Inv_16s8u_C1R(b.data(), got, 3), kplStsNoErr);
-        ASSERT_EQ(std::memcmp(got, want, sizeof want), 0) << iter;
-    }
-}
-
+// Both directions within one of the exact transform; the forward one gives 8v
+// and nothing else for a constant block, from bytes and from 16-bit samples.
 TEST(DctInverse, CloseToTheExactTransform) {
-    Rng rng(21);
-    int worst = 0;
-    for (int iter = 0; iter < 300; ++iter) {
-        Block F(64, 0);
-        const int n = rng.range(1, 64);
-        for (int k = 0; k < n; ++k) F[rng.range(0, 63)] = static_cast<int16_t>(rng.range(-300, 300));
-        Block out(64);
-        ASSERT_EQ(kpliDCT8x8Inv_16s_C1(F.data(), out.data()), kplStsNoErr);
-        const auto ref = idct_double(F);
-        for (int i = 0; i < 64; ++i) {
-            const int err = std::abs(out[i] - static_cast<int>(std::lround(ref[i])));
-            worst = std::max(worst, err);
-        }
-    }
-    EXPECT_LE(worst, 1);
-}
-
-TEST(DctForward, ConstantBlocksAndAccuracy) {
     for (int v : {0, 1, 100, 255}) {
         uint8_t px[8 * 10];
         std::memset(px, v, sizeof px);
-        Block out(64, 123), out16(64, 123), in16(64, static_cast<int16_t>(v));
+        Block out(64, 123), out16(64, 123), in16(64, static_cast<int16_t>(v)), want(64, 0);
+        want[0] = static_cast<int16_t>(8 * v);
         ASSERT_EQ(kpliDCT8x8Fwd_8u16s_C1R(px, 10, out.data()), kplStsNoErr);
         ASSERT_EQ(kpliDCT8x8Fwd_16s_C1(in16.data(), out16.data()), kplStsNoErr);
-        EXPECT_EQ(out[0], 8 * v);
-        for (int i = 1; i < 64; ++i) ASSERT_EQ(out[i], 0) << "v " << v << " at " << i;
-        EXPECT_EQ(out16, out);
+        EXPECT_TRUE(out == want && out16 == want) << v;
     }
-    Rng rng(8);
-    int worst = 0;
-    for (int iter = 0; iter < 300; ++iter) {
-        Block f(64);
-        rng.fill(f.data(), 64, iter & 1 ? -256 : 0, 255);
-        Block out(64);
-        ASSERT_EQ(kpliDCT8x8Fwd_16s_C1(f.data(), out.data()), kplStsNoErr);
-        const auto ref = fdct_double(f);
+    Rng rng("dct accuracy");
+    int worst[2] = {0, 0};
+    for (int iter = 0; iter < kplvc::test::iters(600); ++iter) {
+        const bool inverse = iter & 1;
+        Block in(64, 0), out(64);
+        if (inverse)
+            for (int k = rng.range(1, 64); k > 0; --k)
+                in[rng.range(0, 63)] = static_cast<int16_t>(rng.range(-300, 300));
+        else
+            rng.fill(in.data(), 64, iter & 2 ? -256 : 0, 255);
+        ASSERT_EQ((inverse ? kpliDCT8x8Inv_16s_C1 : kpliDCT8x8Fwd_16s_C1)(in.data(), out.data()),
+                  kplStsNoErr);
+        const auto ref = dct_double(in, inverse);
         for (int i = 0; i < 64; ++i)
-            worst = std::max(worst, std::abs(out[i] - static_cast<int>(std::lround(ref[i]))));
+            worst[inverse] =
+                std::max(worst[inverse], std::abs(out[i] - static_cast<int>(std::lround(ref[i]))));
     }
-    EXPECT_LE(worst, 1);
+    EXPECT_LE(worst[0], 1);
+    EXPECT_LE(worst[1], 1);
 }
 
 TEST(DctForward, InPlaceEqualsSeparateBuffers) {
-    Rng rng(3);
-    for (int iter = 0; iter < 50; ++iter) {
+    Rng rng("dct in place");
+    for (int iter = 0; iter < 100; ++iter) {
         Block a(64), out(64);
         rng.fill_extreme(a.data(), 64);
         Block b = a;
-        ASSERT_EQ(kpliDCT8x8Fwd_16s_C1(a.data(), out.data()), kplStsNoErr);
-        ASSERT_EQ(kpliDCT8x8Fwd_16s_C1(b.data(), b.data()), kplStsNoErr);
-        ASSERT_EQ(b, out);
-        Block c = a;
-        ASSERT_EQ(kpliDCT8x8Inv_16s_C1(a.data(), out.data()), kplStsNoErr);
-        ASSERT_EQ(kpliDCT8x8Inv_16s_C1(c.data(), c.data()), kplStsNoErr);
-        ASSERT_EQ(c, out);
+        auto f = iter & 1 ? kpliDCT8x8Fwd_16s_C1 : kpliDCT8x8Inv_16s_C1;
+        ASSERT_EQ(f(a.data(), out.data()), kplStsNoErr);
+        ASSERT_EQ(f(b.data(), b.data()), kplStsNoErr);
+        ASSERT_EQ(b, out) << iter;
     }
 }
 
@@ -217,7 +163,7 @@ TEST(DctAan, DcExamples) {
 }
 
 TEST(DctAan, CountZeroAndOneReadOnlyWhatTheyMay) {
-    Rng rng(4);
+    Rng rng("dct aan counts");
     Block b(64);
     rng.fill(b.data(), 64, -2048, 2047);
     b[0] = 83;  // 83 / 8 = 10
@@ -236,15 +182,17 @@ TEST(DctAan, CountZeroAndOneReadOnlyWhatTheyMay) {
 }
 
 TEST(DctAan, CloseToTheExactTransformOfTheTransposedBlock) {
-    Rng rng(12);
+    Rng rng("dct aan accuracy");
     int worst = 0;
     for (int iter = 0; iter < 300; ++iter) {
         Block F(64, 0);
         const int n = rng.range(2, 64);
         for (int k = 0; k < n; ++k) F[rng.range(0, 63)] = static_cast<int16_t>(rng.range(-400, 400));
         int16_t out[64];
-        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s_C1R(transpose(F).data(), out, 16, 64), kplStsNoErr);
-        const auto ref = idct_double(F);
+        Block t(64);
+        for (int i = 0; i < 64; ++i) t[8 * (i % 8) + i / 8] = F[i];
+        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s_C1R(t.data(), out, 16, 64), kplStsNoErr);
+        const auto ref = dct_double(F, true);
         for (int i = 0; i < 64; ++i) {
             // Rounded with 0.625 instead of 0.5: floor(x + 0.625).
             const int want = static_cast<int>(std::floor(ref[i] + 0.625));
@@ -256,7 +204,7 @@ TEST(DctAan, CloseToTheExactTransformOfTheTransposedBlock) {
 }
 
 TEST(DctAan, InterleavedOutputTakesEvenFromUAndOddFromV) {
-    Rng rng(6);
+    Rng rng("dct aan pairs");
     for (int iter = 0; iter < 40; ++iter) {
         Block u(64), v(64);
         rng.fill(u.data(), 64, -1024, 1023);
@@ -290,88 +238,48 @@ TEST(DctAan, InterleavedOutputTakesEvenFromUAndOddFromV) {
 
 // ---- 2-4-8 engine ------------------------------------------------------------------
 
-TEST(DctField, EmptyBlocksAndRoundTrip) {
-    Block z(64, 0);
-    ASSERT_EQ(kpliDCT2x4x8Frw_16s_C1I(z.data()), kplStsNoErr);
-    EXPECT_EQ(z, Block(64, 0));
-    ASSERT_EQ(kpliDCT2x4x8Inv_16s_C1I(z.data()), kplStsNoErr);
-    EXPECT_EQ(z, Block(64, 0));
-    // Forward then inverse gives the samples back to within two units (the
-    // inverse weights are one below the forward ones and both round).
-    Rng rng(9);
+// Zeros stay zeros; forward then inverse gives the samples back to within two
+// units (the inverse weights are one below the forward ones and both round);
+// coefficients only in the sum field (rows 0..3) give equal line pairs.
+TEST(DctField, RoundTripAndSumField) {
+    Rng rng("dct field");
     int worst = 0;
     for (int iter = 0; iter < 300; ++iter) {
-        Block a(64);
-        rng.fill(a.data(), 64, -255, 255);
+        Block a(64, 0);
+        if (iter > 0) rng.fill(a.data(), 64, -255, 255);
         Block b = a;
         ASSERT_EQ(kpliDCT2x4x8Frw_16s_C1I(b.data()), kplStsNoErr);
         ASSERT_EQ(kpliDCT2x4x8Inv_16s_C1I(b.data()), kplStsNoErr);
         for (int i = 0; i < 64; ++i) worst = std::max(worst, std::abs(a[i] - b[i]));
+        if (iter == 0) {
+            EXPECT_EQ(b, a);
+        }
+        std::fill(a.begin() + 32, a.end(), 0);
+        ASSERT_EQ(kpliDCT2x4x8Inv_16s_C1I(a.data()), kplStsNoErr);
+        for (int i = 0; i < 64; i += 16) ASSERT_TRUE(std::equal(&a[i], &a[i + 8], &a[i + 8])) << iter;
     }
     EXPECT_LE(worst, 2);
-}
-
-TEST(DctField, FieldSumOnlyBlockGivesEqualLinePairs) {
-    // Coefficients only in the sum field (rows 0..3): the difference field is
-    // zero, so output rows 2k and 2k+1 are equal.
-    Rng rng(10);
-    for (int iter = 0; iter < 50; ++iter) {
-        Block b(64, 0);
-        rng.fill(b.data(), 32, -500, 500);
-        ASSERT_EQ(kpliDCT2x4x8Inv_16s_C1I(b.data()), kplStsNoErr);
-        for (int k = 0; k < 4; ++k)
-            for (int c = 0; c < 8; ++c) ASSERT_EQ(b[16 * k + c], b[16 * k + 8 + c]) << iter;
-    }
 }
 
 // ---- Argument checks ---------------------------------------------------------------
 
 TEST(DctArgs, FirstFailingCheckWinsAndNothingIsWritten) {
-    Guarded g(256);
-    auto* d16 = g.as<Kpl16s>();
-    auto* d8 = g.data();
-    std::memset(g.data(), 0x3C, 256);
-    const std::vector<uint8_t> before(g.data(), g.data() + 256);
-    Block src = dc_block(80);
-    const Kpl16s* s = src.data();
-    const uint8_t px[64] = {};
-    const struct {
-        const char* what;
-        KplStatus got, want;
-    } cases[] = {
-        {"inv I", kpliDCT8x8Inv_16s_C1I(nullptr), kplStsNullPtrErr},
-        {"inv src", kpliDCT8x8Inv_16s_C1(nullptr, d16), kplStsNullPtrErr},
-        {"inv dst", kpliDCT8x8Inv_16s_C1(s, nullptr), kplStsNullPtrErr},
-        {"4x4", kpliDCT8x8Inv_4x4_16s_C1I(nullptr), kplStsNullPtrErr},
-        {"2x2", kpliDCT8x8Inv_2x2_16s_C1I(nullptr), kplStsNullPtrErr},
-        {"u8 src+step", kpliDCT8x8Inv_16s8u_C1R(nullptr, d8, 0), kplStsNullPtrErr},
-        {"u8 dst", kpliDCT8x8Inv_16s8u_C1R(s, nullptr, 8), kplStsNullPtrErr},
-        {"u8 step 0", kpliDCT8x8Inv_16s8u_C1R(s, d8, 0), kplStsStepErr},
-        {"u8 step -8", kpliDCT8x8Inv_16s8u_C1R(s, d8, -8), kplStsStepErr},
-        {"inv8 dst before step", kpliDCTInv_8x8_16s8u(nullptr, nullptr, 7), kplStsNullPtrErr},
-        {"inv8 step before src", kpliDCTInv_8x8_16s8u(nullptr, d8, 7), kplStsBlockStepErr},
-        {"inv8 step", kpliDCTInv_8x8_16s8u(s, d8, 7), kplStsBlockStepErr},
-        {"inv8 src", kpliDCTInv_8x8_16s8u(nullptr, d8, 8), kplStsNullPtrErr},
-        {"fwd8 src", kpliDCT8x8Fwd_8u16s_C1R(nullptr, 0, d16), kplStsNullPtrErr},
-        {"fwd8 dst", kpliDCT8x8Fwd_8u16s_C1R(px, 8, nullptr), kplStsNullPtrErr},
-        {"fwd8 step", kpliDCT8x8Fwd_8u16s_C1R(px, 0, d16), kplStsStepErr},
-        {"fwd src", kpliDCT8x8Fwd_16s_C1(nullptr, d16), kplStsNullPtrErr},
-        {"fwd dst", kpliDCT8x8Fwd_16s_C1(s, nullptr), kplStsNullPtrErr},
-        {"aan src", kpliDCT8x8Inv_AANTransposed_16s_C1R(nullptr, d16, 16, 64), kplStsNullPtrErr},
-        {"aan dst", kpliDCT8x8Inv_AANTransposed_16s_C1R(s, nullptr, 16, 64), kplStsNullPtrErr},
-        {"aan8 src", kpliDCT8x8Inv_AANTransposed_16s8u_C1R(nullptr, d8, 8, 0), kplStsNullPtrErr},
-        {"aan8 dst", kpliDCT8x8Inv_AANTransposed_16s8u_C1R(s, nullptr, 8, 1), kplStsNullPtrErr},
-        {"p2 u", kpliDCT8x8Inv_AANTransposed_16s_P2C2R(nullptr, s, d16, 32, 1, 1), kplStsNullPtrErr},
-        {"p2 v", kpliDCT8x8Inv_AANTransposed_16s_P2C2R(s, nullptr, d16, 32, 1, 1), kplStsNullPtrErr},
-        {"p2 dst", kpliDCT8x8Inv_AANTransposed_16s_P2C2R(s, s, nullptr, 32, 1, 1), kplStsNullPtrErr},
-        {"p2 8 u", kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R(nullptr, s, d8, 16, 0, 0), kplStsNullPtrErr},
-        {"p2 8 v", kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R(s, nullptr, d8, 16, 0, 0), kplStsNullPtrErr},
-        {"p2 8 dst", kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R(s, s, nullptr, 16, 0, 0), kplStsNullPtrErr},
-        {"field fwd", kpliDCT2x4x8Frw_16s_C1I(nullptr), kplStsNullPtrErr},
-        {"field inv", kpliDCT2x4x8Inv_16s_C1I(nullptr), kplStsNullPtrErr},
-    };
-    for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
-    EXPECT_EQ(std::vector<uint8_t>(g.data(), g.data() + 256), before);
-    EXPECT_TRUE(g.intact());
-    EXPECT_EQ(src, dc_block(80));
+    kplvc::test::ArgPool p;
+    const Kpl16s *s = p.take<Kpl16s>(64), *v = p.take<Kpl16s>(64);
+    const Kpl8u* px = p.take<Kpl8u>(64);
+    Kpl16s* d16 = p.take<Kpl16s>(8 * 16);
+    Kpl8u* d8 = p.take<Kpl8u>(8 * 16);
+    for (auto f : {kpliDCT8x8Inv_16s_C1I, kpliDCT8x8Inv_4x4_16s_C1I, kpliDCT8x8Inv_2x2_16s_C1I,
+                   kpliDCT2x4x8Frw_16s_C1I, kpliDCT2x4x8Inv_16s_C1I})
+        CHECK_ARGS(p, f, {d16}, {null(0)});
+    for (auto f : {kpliDCT8x8Inv_16s_C1, kpliDCT8x8Fwd_16s_C1})
+        CHECK_ARGS(p, f, {s, d16}, {null(0), null(1)});
+    CHECK_ARGS(p, kpliDCT8x8Inv_16s8u_C1R, {s, d8, 8},
+               {null(0), null(1), fails(2, 0, kplStsStepErr), fails(2, -8, kplStsStepErr), passes(2, 1)});
+    CHECK_ARGS(p, kpliDCTInv_8x8_16s8u, {s, d8, 8}, {null(1), fails(2, 7, kplStsBlockStepErr), null(0)});
+    CHECK_ARGS(p, kpliDCT8x8Fwd_8u16s_C1R, {px, 8, d16}, {null(0), null(2), fails(1, 0, kplStsStepErr)});
+    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s_C1R, {s, d16, 16, 64}, {null(0), null(1), passes(3, 0)});
+    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s8u_C1R, {s, d8, 8, 64}, {null(0), null(1), passes(3, 0)});
+    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s_P2C2R, {s, v, d16, 32, 1, 1}, {null(0), null(1), null(2)});
+    CHECK_ARGS(p, kpliDCT8x8Inv_AANTransposed_16s8u_P2C2R, {s, v, d8, 16, 0, 0}, {null(0), null(1), null(2)});
 }

@@ -3,290 +3,190 @@
 // corner path equal the full transforms on blocks confined to their corner).
 #include <cstdint>
 #include <cstring>
-#include <functional>
 #include <vector>
 
 #include "block/dct.h"
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/variants.h"
 
 using kplvc::block::DctKernels;
-using kplvc::cpu::Isa;
-using kplvc::test::Guarded;
+using kplvc::test::Arena;
 using kplvc::test::Rng;
-using kplvc::test::variants;
 
 namespace {
 
 using Block = std::vector<int16_t>;
 
-const DctKernels& ref() {
-    static const DctKernels k = kplvc::block::dct_kernels_for(Isa::c);
-    return k;
-}
-
-std::vector<DctKernels> all_levels() {
-    std::vector<DctKernels> out{ref()};
-    for (Isa isa : kplvc::test::simd_levels()) out.push_back(kplvc::block::dct_kernels_for(isa));
-    return out;
-}
-
-// Coefficient blocks of the kinds that break transforms: random over the
-// whole 16-bit range or the 12-bit range of real streams, sparse, DC only,
-// confined to a corner, and extreme patterns that saturate every stage.
-enum class Kind { random16, random12, sparse, dc, corner4, corner2, extreme, extreme_corner };
-constexpr Kind kKinds[] = {Kind::random16, Kind::random12, Kind::sparse,  Kind::dc,
-                           Kind::corner4,  Kind::corner2,  Kind::extreme, Kind::extreme_corner};
-
-Block make(Rng& rng, Kind kind) {
-    Block b(64, 0);
-    switch (kind) {
-        case Kind::random16:
-            rng.fill(b.data(), 64);
+// Coefficient blocks of the kinds that break transforms: a real transform's
+// coefficients (pixels or residuals), random over the whole 16-bit range or
+// the 12-bit range of streams, sparse, DC only, and extreme patterns that
+// saturate every stage; `corner` (4 or 2) confines the block to that corner.
+void make(Rng& rng, int16_t* b, int kind, int corner = 8) {
+    std::memset(b, 0, 128);
+    switch (kind % 6) {
+        case 0:
+            kplvc::test::dct_coefficients(rng, b, rng.coin());
             break;
-        case Kind::random12:
-            rng.fill(b.data(), 64, -2048, 2047);
+        case 1:
+            rng.fill(b, 64);
             break;
-        case Kind::sparse:
+        case 2:
+            rng.fill(b, 64, -2048, 2047);
+            break;
+        case 3:
             for (int n = rng.range(1, 6); n > 0; --n) b[rng.range(0, 63)] = rng.s16();
             break;
-        case Kind::dc:
+        case 4:
             b[0] = rng.s16();
             break;
-        case Kind::corner4:
-        case Kind::corner2: {
-            const int n = kind == Kind::corner4 ? 4 : 2;
-            const bool big = rng.coin();
-            for (int r = 0; r < n; ++r)
-                for (int c = 0; c < n; ++c)
-                    b[8 * r + c] = static_cast<int16_t>(big ? rng.s16() : rng.range(-2048, 2047));
+        default:
+            rng.fill_extreme(b, 64, rng.coin() ? -32768 : -32767, 32767);
             break;
-        }
-        case Kind::extreme:
-            rng.fill_extreme(b.data(), 64, -32768, 32767);
-            break;
-        case Kind::extreme_corner: {
-            Block e(64);
-            rng.fill_extreme(e.data(), 64, rng.coin() ? -32768 : -32767, 32767);
-            const int n = rng.coin() ? 4 : 2;
-            for (int r = 0; r < n; ++r)
-                for (int c = 0; c < n; ++c) b[8 * r + c] = e[8 * r + c];
-            break;
-        }
     }
-    return b;
+    for (int i = 0; i < 64; ++i)
+        if (i / 8 >= corner || i % 8 >= corner) b[i] = 0;
 }
 
-Block confine(const Block& b, int n) {
-    Block c(64, 0);
-    for (int r = 0; r < n; ++r)
-        for (int x = 0; x < n; ++x) c[8 * r + x] = b[8 * r + x];
-    return c;
-}
-
-constexpr int kIters = 1500;
-
-// Runs fn(reference, variant, block, trace) for every variant of `member`.
-template <class Fn>
-void each_variant(Fn DctKernels::*member, const std::function<void(Fn, Fn, Rng&, int)>& body) {
-    for (auto [isa, fn] : variants(kplvc::block::dct_kernels_for, member)) {
-        SCOPED_TRACE(kplvc::cpu::isa_name(isa));
-        Rng rng(0xD07 + static_cast<int>(isa));
-        SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
-        for (int iter = 0; iter < kIters; ++iter) {
-            body(ref().*member, fn, rng, iter);
-            if (::testing::Test::HasFatalFailure()) return;
-        }
-    }
+template <class Get, class Body>
+void check(Get get, const char* name, int n, Body body) {
+    kplvc::test::check_variants(kplvc::block::dct_kernels_for, get, std::string("dct ") + name, n, body);
 }
 
 }  // namespace
 
-// ---- Transforms --------------------------------------------------------------------
-
-// The 16-bit transforms of every engine; `in_place` ones also run with the
-// source as destination, `residuals` ones also get blocks of -256..255.
+// The 16-bit transforms of every engine, two-buffer and in place; the
+// reduced inverses get blocks confined to their corner and blocks that are
+// not (they must ignore what lies outside); the residual engines also get
+// blocks of -256..255.
 TEST(DctVariants, BlockTransformsMatchReference) {
     using Fn = void (*)(const int16_t*, int16_t*);
-    const struct {
-        Fn DctKernels::*member;
-        bool in_place, residuals;
-    } two_buffer[] = {{&DctKernels::inv, true, false},
-                      {&DctKernels::fwd, true, true},
-                      {&DctKernels::aan, false, false},
-                      {&DctKernels::aan_corner, false, false}};
-    for (const auto& m : two_buffer)
-        each_variant<Fn>(m.member, [&m](Fn r, Fn f, Rng& rng, int iter) {
-            Block in = make(rng, kKinds[iter % 8]);
-            if (m.residuals && iter % 3 == 0) rng.fill(in.data(), 64, -256, 255);
-            Block a(64), b(64), c = in;
-            r(in.data(), a.data());
-            f(in.data(), b.data());
-            ASSERT_EQ(a, b) << "iter " << iter;
-            if (!m.in_place) return;
-            f(c.data(), c.data());
-            ASSERT_EQ(a, c) << "iter " << iter << " in place";
+    for (auto [m, name, in_place] : {std::tuple{&DctKernels::inv, "inv", true},
+                                     {&DctKernels::fwd, "fwd", true},
+                                     {&DctKernels::aan, "aan", false},
+                                     {&DctKernels::aan_corner, "aan_corner", false}})
+        check(m, name, 1500, [in_place = in_place](Arena& a, Rng& rng, int i) {
+            auto src = a.in<int16_t>(64), dst = a.out<int16_t>(64);
+            make(rng, a[src], i);
+            if (i % 7 == 3) rng.fill(a[src], 64, -256, 255);
+            std::memcpy(a[dst], a[src], 128);
+            const bool same = in_place && i % 2 == 1;
+            return [=](Fn f, Arena& x) { f(same ? x[dst] : x[src], x[dst]); };
         });
-    // In-place only: the reduced inverses (which must also ignore coefficients
-    // outside their corner) and the 2-4-8 engine.
     using FnI = void (*)(int16_t*);
-    const struct {
-        FnI DctKernels::*member;
-        bool residuals;
-    } one_buffer[] = {{&DctKernels::inv_4x4, false},
-                      {&DctKernels::inv_2x2, false},
-                      {&DctKernels::field_fwd, true},
-                      {&DctKernels::field_inv, true}};
-    for (const auto& m : one_buffer)
-        each_variant<FnI>(m.member, [&m](FnI r, FnI f, Rng& rng, int iter) {
-            Block a = make(rng, kKinds[iter % 8]);
-            if (m.residuals && iter % 3 == 0) rng.fill(a.data(), 64, -255, 255);
-            Block b = a;
-            r(a.data());
-            f(b.data());
-            ASSERT_EQ(a, b) << "iter " << iter;
+    for (auto [m, name, corner] : {std::tuple{&DctKernels::inv_4x4, "inv_4x4", 4},
+                                   {&DctKernels::inv_2x2, "inv_2x2", 2},
+                                   {&DctKernels::field_fwd, "field_fwd", 8},
+                                   {&DctKernels::field_inv, "field_inv", 8}})
+        check(m, name, 1500, [corner = corner](Arena& a, Rng& rng, int i) {
+            auto blk = a.out<int16_t>(64);
+            make(rng, a[blk], i, i % 3 == 0 ? 8 : corner);
+            if (corner == 8 && i % 3 == 1) rng.fill(a[blk], 64, -255, 255);
+            return [=](FnI f, Arena& x) { f(x[blk]); };
         });
 }
 
-TEST(DctVariants, InverseToBytesMatchesReference) {
-    using Fn = void (*)(const int16_t*, uint8_t*, int32_t);
-    each_variant<Fn>(&DctKernels::inv_u8, [](Fn r, Fn f, Rng& rng, int iter) {
-        Block in = make(rng, kKinds[iter % 8]);
+TEST(DctVariants, BytesInAndOutMatchReference) {
+    check(&DctKernels::inv_u8, "inv_u8", 1500, [](Arena& a, Rng& rng, int i) {
+        auto src = a.in<int16_t>(64);
+        make(rng, a[src], i);
         if (rng.coin()) {  // mostly in pixel range, some clipping
-            rng.fill(in.data(), 64, -80, 80);
-            in[0] = static_cast<int16_t>(rng.range(-400, 2400));
+            rng.fill(a[src], 64, -80, 80);
+            a[src][0] = static_cast<int16_t>(rng.range(-400, 2400));
         }
         const int32_t step = rng.range(8, 40);
-        const size_t size = static_cast<size_t>(7 * step + 8);
-        Guarded a(size), b(size, static_cast<size_t>(rng.range(0, 15)));
-        std::memset(a.data(), 0x11, size);
-        std::memset(b.data(), 0x11, size);
-        r(in.data(), a.data(), step);
-        f(in.data(), b.data(), step);
-        ASSERT_EQ(std::memcmp(a.data(), b.data(), size), 0) << "iter " << iter << " step " << step;
-        ASSERT_TRUE(b.intact());
+        auto dst = a.out<uint8_t>(static_cast<size_t>(7 * step + 8), 1);
+        return [=](auto f, Arena& x) { f(x[src], x[dst], step); };
     });
-}
-
-TEST(DctVariants, ForwardFromBytesMatchesReference) {
-    using Fn8 = void (*)(const uint8_t*, int32_t, int16_t*);
-    each_variant<Fn8>(&DctKernels::fwd_u8, [](Fn8 r, Fn8 f, Rng& rng, int iter) {
+    check(&DctKernels::fwd_u8, "fwd_u8", 1500, [](Arena& a, Rng& rng, int i) {
         const int32_t step = rng.range(8, 33);
-        std::vector<uint8_t> px(static_cast<size_t>(7 * step + 8));
-        if (iter & 1)
-            rng.fill(px.data(), px.size());
-        else
-            rng.fill_extreme(px.data(), px.size());
-        Block a(64), b(64);
-        r(px.data(), step, a.data());
-        f(px.data(), step, b.data());
-        ASSERT_EQ(a, b) << "iter " << iter << " step " << step;
+        auto px = a.in<uint8_t>(static_cast<size_t>(7 * step + 8));
+        if (i & 1) rng.fill_extreme(a[px], static_cast<size_t>(7 * step + 8));
+        auto dst = a.out<int16_t>(64);
+        return [=](auto f, Arena& x) { f(x[px], step, x[dst]); };
     });
 }
 
-// ---- Matrix engine ------------------------------------------------------------------
-
+// Values over the whole 16-bit range (the stores clamp), steps that make rows
+// overlap, negative steps; the destination starts mid-buffer so that negative
+// steps stay inside.
 TEST(DctVariants, MatrixStoresMatchReference) {
-    // Values over the whole 16-bit range (the stores clamp), steps that make
-    // rows overlap, negative steps.
-    const int32_t steps16[] = {2, 6, 16, 18, 31, 32, 34, 64, -32, -40, 7, 33};
-    const int32_t steps8[] = {1, 3, 8, 9, 15, 16, 17, 40, -16, -24, 2, 5};
-    using Put16 = void (*)(const int16_t*, int16_t*, int32_t);
-    using Put8 = void (*)(const int16_t*, uint8_t*, int32_t);
-    using Pair16 = void (*)(const int16_t*, const int16_t*, int16_t*, int32_t);
-    using Pair8 = void (*)(const int16_t*, const int16_t*, uint8_t*, int32_t);
-    auto values = [](Rng& rng) {
-        Block v(64);
-        if (rng.coin())
-            rng.fill(v.data(), 64, -300, 300);
-        else
-            rng.fill_extreme(v.data(), 64);
-        return v;
+    struct Store {
+        kplvc::test::Buf<int16_t> u, v;
+        kplvc::test::Buf<uint8_t> dst;
+        int32_t step;
+        int16_t* d16(Arena& x) const { return reinterpret_cast<int16_t*>(x[dst] + 8 * 70); }
+        uint8_t* d8(Arena& x) const { return x[dst] + 8 * 70; }
     };
-    // A buffer big enough for any of the steps, with the block's origin in
-    // the middle so negative steps stay inside.
-    constexpr size_t kSize = 2 * 8 * 70, kOrigin = 8 * 70;
-    auto run = [&](auto r, auto f, bool bytes) {
-        return [=](decltype(r) rr, decltype(f) ff, Rng& rng, int iter) {
-            const int32_t step = bytes ? steps8[iter % 12] : steps16[iter % 12];
-            const Block u = values(rng), v = values(rng);
-            Guarded a(kSize), b(kSize);
-            rng.fill(a.data(), kSize);
-            std::memcpy(b.data(), a.data(), kSize);
-            auto call = [&](auto fn, uint8_t* base) {
-                if constexpr (std::is_same_v<decltype(fn), Put16>)
-                    fn(u.data(), reinterpret_cast<int16_t*>(base), step);
-                if constexpr (std::is_same_v<decltype(fn), Put8>) fn(u.data(), base, step);
-                if constexpr (std::is_same_v<decltype(fn), Pair16>)
-                    fn(u.data(), v.data(), reinterpret_cast<int16_t*>(base), step);
-                if constexpr (std::is_same_v<decltype(fn), Pair8>) fn(u.data(), v.data(), base, step);
-            };
-            call(rr, a.data() + kOrigin);
-            call(ff, b.data() + kOrigin);
-            ASSERT_EQ(std::memcmp(a.data(), b.data(), kSize), 0) << "iter " << iter << " step " << step;
-            ASSERT_TRUE(b.intact());
-        };
+    auto store = [](Arena& a, Rng& rng, int i, bool bytes) {
+        static const int32_t steps16[] = {2, 6, 16, 18, 31, 32, 34, 64, -32, -40, 7, 33};
+        static const int32_t steps8[] = {1, 3, 8, 9, 15, 16, 17, 40, -16, -24, 2, 5};
+        const size_t k = static_cast<size_t>(i) % 12;
+        Store s{a.in<int16_t>(64), a.in<int16_t>(64), a.out<uint8_t>(2 * 8 * 70),
+                bytes ? steps8[k] : steps16[k]};
+        for (auto b : {s.u, s.v})
+            if (rng.coin()) rng.fill(a[b], 64, -300, 300);
+        return s;
     };
-    each_variant<Put16>(&DctKernels::put_16s, run(Put16{}, Put16{}, false));
-    each_variant<Put8>(&DctKernels::put_u8, run(Put8{}, Put8{}, true));
-    each_variant<Pair16>(&DctKernels::put_16s_p2, run(Pair16{}, Pair16{}, false));
-    each_variant<Pair8>(&DctKernels::put_u8_p2, run(Pair8{}, Pair8{}, true));
+    check(&DctKernels::put_16s, "put_16s", 1500, [&](Arena& a, Rng& rng, int i) {
+        const Store s = store(a, rng, i, false);
+        return [=](auto f, Arena& x) { f(x[s.u], s.d16(x), s.step); };
+    });
+    check(&DctKernels::put_u8, "put_u8", 1500, [&](Arena& a, Rng& rng, int i) {
+        const Store s = store(a, rng, i, true);
+        return [=](auto f, Arena& x) { f(x[s.u], s.d8(x), s.step); };
+    });
+    check(&DctKernels::put_16s_p2, "put_16s_p2", 1500, [&](Arena& a, Rng& rng, int i) {
+        const Store s = store(a, rng, i, false);
+        return [=](auto f, Arena& x) { f(x[s.u], x[s.v], s.d16(x), s.step); };
+    });
+    check(&DctKernels::put_u8_p2, "put_u8_p2", 1500, [&](Arena& a, Rng& rng, int i) {
+        const Store s = store(a, rng, i, true);
+        return [=](auto f, Arena& x) { f(x[s.u], x[s.v], s.d8(x), s.step); };
+    });
 }
 
 // ---- Contracts of the reduced paths -------------------------------------------------
 
-TEST(DctContract, ReducedInversesEqualFullOnTheirCorner) {
-    for (const DctKernels& k : all_levels()) {
-        Rng rng(77);
-        for (int iter = 0; iter < 3000; ++iter) {
-            const Kind kinds[] = {Kind::corner4, Kind::corner2, Kind::extreme_corner, Kind::random16,
-                                  Kind::extreme};
-            const Block src = make(rng, kinds[iter % 5]);
+TEST(DctContract, ReducedPathsEqualFullOnTheirCorner) {
+    for (kplvc::cpu::Isa isa : kplvc::test::cpu_levels()) {
+        const DctKernels k = kplvc::block::dct_kernels_for(isa);
+        Rng rng("dct corner");
+        for (int iter = 0; iter < kplvc::test::iters(3000); ++iter) {
+            int16_t in[64], full[64], reduced[64];
             for (int n : {4, 2}) {
-                const Block in = confine(src, n);
-                Block full(64), reduced = in;
-                k.inv(in.data(), full.data());
-                (n == 4 ? k.inv_4x4 : k.inv_2x2)(reduced.data());
-                ASSERT_EQ(full, reduced) << "corner " << n << " iter " << iter;
+                make(rng, in, iter, n);
+                k.inv(in, full);
+                std::memcpy(reduced, in, sizeof in);
+                (n == 4 ? k.inv_4x4 : k.inv_2x2)(reduced);
+                ASSERT_EQ(std::memcmp(full, reduced, sizeof full), 0)
+                    << kplvc::cpu::isa_name(isa) << " corner " << n << " iter " << iter;
             }
+            make(rng, in, iter % 3, 4);
+            k.aan(in, full);
+            k.aan_corner(in, reduced);
+            ASSERT_EQ(std::memcmp(full, reduced, sizeof full), 0)
+                << kplvc::cpu::isa_name(isa) << " aan iter " << iter;
         }
     }
-    // The exported functions as well.
-    Rng rng(78);
-    for (int iter = 0; iter < 500; ++iter) {
-        const Block in = confine(make(rng, Kind::extreme), 2);
-        Block full = in, q = in, p = in;
-        ASSERT_EQ(kpliDCT8x8Inv_16s_C1I(full.data()), kplStsNoErr);
-        ASSERT_EQ(kpliDCT8x8Inv_4x4_16s_C1I(q.data()), kplStsNoErr);
-        ASSERT_EQ(kpliDCT8x8Inv_2x2_16s_C1I(p.data()), kplStsNoErr);
-        ASSERT_EQ(full, q);
-        ASSERT_EQ(full, p);
-    }
-}
-
-TEST(DctContract, MatrixCornerPathEqualsFullPathOnTheCorner) {
-    for (const DctKernels& k : all_levels()) {
-        Rng rng(79);
-        for (int iter = 0; iter < 3000; ++iter) {
-            const Block in = confine(make(rng, iter & 1 ? Kind::random12 : Kind::random16), 4);
-            Block full(64), corner(64);
-            k.aan(in.data(), full.data());
-            k.aan_corner(in.data(), corner.data());
-            ASSERT_EQ(full, corner) << "iter " << iter;
-        }
-    }
-    // Through the entry points: every count 2..8 against count 64 and -5.
-    Rng rng(80);
-    for (int iter = 0; iter < 300; ++iter) {
-        const Block in = confine(make(rng, Kind::random12), 4);
-        uint8_t full[64], neg[64];
-        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(in.data(), full, 8, 64), kplStsNoErr);
-        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(in.data(), neg, 8, -5), kplStsNoErr);
-        ASSERT_EQ(std::memcmp(full, neg, 64), 0);
-        for (int32_t count = 2; count <= 8; ++count) {
-            uint8_t got[64];
-            ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(in.data(), got, 8, count), kplStsNoErr);
-            ASSERT_EQ(std::memcmp(full, got, 64), 0) << "count " << count;
+    // Through the entry points: the reduced inverses, and every count 2..8 of
+    // the matrix engine against count 64 and -5.
+    Rng rng("dct corner entry points");
+    for (int iter = 0; iter < kplvc::test::iters(300); ++iter) {
+        int16_t in[64], full[64], q[64], p[64];
+        make(rng, in, iter % 6, 2);
+        std::memcpy(full, in, 128);
+        std::memcpy(q, in, 128);
+        std::memcpy(p, in, 128);
+        ASSERT_EQ(kpliDCT8x8Inv_16s_C1I(full), kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Inv_4x4_16s_C1I(q), kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Inv_2x2_16s_C1I(p), kplStsNoErr);
+        ASSERT_TRUE(std::memcmp(full, q, 128) == 0 && std::memcmp(full, p, 128) == 0) << iter;
+        make(rng, in, 2, 4);
+        uint8_t want[64], got[64];
+        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(in, want, 8, 64), kplStsNoErr);
+        for (int32_t count : {-5, 2, 3, 4, 5, 6, 7, 8}) {
+            ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(in, got, 8, count), kplStsNoErr);
+            ASSERT_EQ(std::memcmp(want, got, 64), 0) << "count " << count;
         }
     }
 }

@@ -8,9 +8,10 @@
 
 #include "block/scan.h"
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/args.h"
 
-using kplvc::test::Guarded;
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 using kplvc::test::Rng;
 namespace blk = kplvc::block;
 
@@ -113,29 +114,13 @@ TEST(InverseScan, PlaceTheFirstLenCoefficients) {
 }
 
 TEST(InverseScanArgs, FirstFailureAndNothingWritten) {
-    Guarded g(128);
-    std::memset(g.data(), 0x5C, 128);
-    Kpl16s* dst = g.as<Kpl16s>();
-    const Kpl16s src[64] = {1};
-    struct Case {
-        const char* what;
-        KplStatus got, want;
-    };
-    std::vector<Case> cases = {
-        {"H src", kpliZigzagInv_Horizontal_16s(nullptr, dst), kplStsNullPtrErr},
-        {"H dst", kpliZigzagInv_Horizontal_16s(src, nullptr), kplStsNullPtrErr},
-        {"V src", kpliZigzagInv_Vertical_16s(nullptr, dst), kplStsNullPtrErr},
-        {"V dst", kpliZigzagInv_Vertical_16s(src, nullptr), kplStsNullPtrErr},
-    };
-    for (const auto& c : kCompact) {
-        cases.push_back({c.name, c.fn(nullptr, 5, dst), kplStsNullPtrErr});
-        cases.push_back({c.name, c.fn(src, 5, nullptr), kplStsNullPtrErr});
-        cases.push_back({c.name, c.fn(nullptr, 0, dst), kplStsNullPtrErr});  // null before count
-        cases.push_back({c.name, c.fn(src, 0, dst), kplStsCoefCountErr});
-        cases.push_back({c.name, c.fn(src, 65, dst), kplStsCoefCountErr});
-        cases.push_back({c.name, c.fn(src, -1, dst), kplStsCoefCountErr});
-    }
-    for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
-    for (int i = 0; i < 128; ++i) ASSERT_EQ(g.data()[i], 0x5C);
-    EXPECT_TRUE(g.intact());
+    kplvc::test::ArgPool p;
+    const Kpl16s* src = p.take<Kpl16s>(64);
+    Kpl16s* dst = p.take<Kpl16s>(64);
+    for (auto f : {kpliZigzagInv_Horizontal_16s, kpliZigzagInv_Vertical_16s})
+        CHECK_ARGS(p, f, {src, dst}, {null(0), null(1)});
+    for (const auto& c : kCompact)
+        CHECK_ARGS(p, c.fn, {src, 5, dst},
+                   {null(0), null(2), fails(1, 0, kplStsCoefCountErr), fails(1, 65, kplStsCoefCountErr),
+                    fails(1, -1, kplStsCoefCountErr)});
 }

@@ -4,12 +4,15 @@
 
 #include "core/vector.h"
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/args.h"
+#include "support/variants.h"
+
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 
 using kplvc::VectorKernels;
+using kplvc::test::Arena;
 using kplvc::test::Guarded;
 using kplvc::test::Rng;
-using kplvc::test::variants;
 
 // ---- Behaviour ------------------------------------------------------------------
 
@@ -120,144 +123,93 @@ TEST(CopyAndSet, EveryLengthClassMatches) {
 // ---- Argument checks --------------------------------------------------------------
 
 TEST(VectorArgs, FirstFailingCheckWinsAndNothingIsWritten) {
-    Guarded g(64);
-    auto* p = g.data();
-    auto* p16 = g.as<Kpl16s>();
-    const std::vector<uint8_t> before(p, p + 64);
-    struct Case {
-        const char* what;
-        KplStatus got, want;
-    };
-    const Case cases[] = {
-        {"set8 null", kplsSet_8u(1, nullptr, 4), kplStsNullPtrErr},
-        {"set8 null+len", kplsSet_8u(1, nullptr, 0), kplStsNullPtrErr},
-        {"set8 len", kplsSet_8u(1, p, 0), kplStsSizeErr},
-        {"set16 null+len", kplsSet_16s(1, nullptr, -1), kplStsNullPtrErr},
-        {"set16 len", kplsSet_16s(1, p16, -5), kplStsSizeErr},
-        {"zero null", kplsZero_16s(nullptr, 0), kplStsNullPtrErr},
-        {"zero len", kplsZero_16s(p16, 0), kplStsSizeErr},
-        {"copy src null", kplsCopy_8u(nullptr, p, 0), kplStsNullPtrErr},
-        {"copy dst null", kplsCopy_8u(p, nullptr, 4), kplStsNullPtrErr},
-        {"copy len", kplsCopy_8u(p + 32, p, 0), kplStsSizeErr},
-        {"mulc null", kplsMulC_16s_ISfs(0, nullptr, 0, 0), kplStsNullPtrErr},
-        {"mulc len", kplsMulC_16s_ISfs(0, p16, 0, 3), kplStsSizeErr},
-        {"threshold null", kplsThreshold_16s_I(nullptr, 0, 1, 4), kplStsNullPtrErr},
-        {"threshold len", kplsThreshold_16s_I(p16, -1, -100, 1), kplStsSizeErr},
-        {"region null", kpliSet_8u_C1R(1, nullptr, 0, {0, 0}), kplStsNullPtrErr},
-        {"region size before step", kpliSet_8u_C1R(1, p, 0, {0, 4}), kplStsSizeErr},
-        {"region height", kpliSet_8u_C1R(1, p, 8, {4, 0}), kplStsSizeErr},
-        {"region step", kpliSet_8u_C1R(1, p, 0, {4, 4}), kplStsStepErr},
-    };
-    for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
-    EXPECT_EQ(std::vector<uint8_t>(p, p + 64), before);
-    EXPECT_TRUE(g.intact());
+    kplvc::test::ArgPool p;
+    Kpl8u* b = p.take<Kpl8u>(64);
+    Kpl16s* w = p.take<Kpl16s>(32);
+    CHECK_ARGS(p, kplsSet_8u, {1, b, 4}, {null(1), fails(2, 0, kplStsSizeErr)});
+    CHECK_ARGS(p, kplsSet_16s, {1, w, 4}, {null(1), fails(2, -1, kplStsSizeErr)});
+    CHECK_ARGS(p, kplsZero_16s, {w, 4}, {null(0), fails(1, 0, kplStsSizeErr)});
+    CHECK_ARGS(p, kplsCopy_8u, {b + 32, b, 4}, {null(0), null(1), fails(2, 0, kplStsSizeErr)});
+    CHECK_ARGS(p, kplsMulC_16s_ISfs, {3, w, 4, 1}, {null(1), fails(2, 0, kplStsSizeErr)});
+    CHECK_ARGS(p, kplsThreshold_16s_I, {w, 4, -100, 1}, {null(0), fails(1, -1, kplStsSizeErr), passes(3, 9)});
+    CHECK_ARGS(p, kpliSet_8u_C1R, {1, b, 8, KpliSize{4, 4}},
+               {null(1), fails(3, KpliSize{0, 4}, kplStsSizeErr), fails(3, KpliSize{4, 0}, kplStsSizeErr),
+                fails(2, 0, kplStsStepErr), passes(2, 1)});
 }
 
 // ---- Variants against the reference -----------------------------------------------
 
 namespace {
 
-const VectorKernels& ref() {
-    static const VectorKernels k = kplvc::vector_kernels_for(kplvc::cpu::Isa::c);
-    return k;
-}
-
 size_t random_len(Rng& rng) {
-    switch (rng.range(0, 3)) {
-        case 0:
-            return static_cast<size_t>(rng.range(1, 40));
-        case 1:
-            return static_cast<size_t>(rng.range(1, 300));
-        case 2:
-            return static_cast<size_t>(rng.range(1000, 5000));
-        default:
-            return static_cast<size_t>(rng.range(20000, 70000));
-    }
+    const int32_t lo[] = {1, 1, 1000, 20000}, hi[] = {40, 300, 5000, 70000};
+    const int k = rng.range(0, 3);
+    return static_cast<size_t>(rng.range(lo[k], hi[k]));
 }
 
-int16_t pick_val(Rng& r) {
-    const int16_t ext[] = {-32768, 32767, -1, 1, 2, -2, 255, -256, 181, -182};
-    const int16_t v = r.coin() ? ext[r.range(0, 9)] : r.s16();
-    return v == 0 ? int16_t{3} : v;
-}
-
-// Runs `call(fn, data, len, v, s)` on the reference and on every variant of
-// `member` with the same random or extreme data and parameters.
-template <class Fn, class Call>
-void compare_16s(Fn VectorKernels::*member, int s_lo, int s_hi, Call call) {
-    for (auto [isa, fn] : variants(kplvc::vector_kernels_for, member)) {
-        SCOPED_TRACE(kplvc::cpu::isa_name(isa));
-        Rng rng(1234);
-        for (int iter = 0; iter < 400; ++iter) {
-            const size_t len = random_len(rng) % 4096 + 1;
-            const int16_t v = pick_val(rng);
-            const int s = rng.range(s_lo, s_hi);
-            Guarded a(2 * len), b(2 * len);
-            if (rng.coin())
-                rng.fill(a.as<int16_t>(), len);
-            else
-                rng.fill_extreme(a.as<int16_t>(), len);
-            std::memcpy(b.data(), a.data(), 2 * len);
-            call(ref().*member, a.as<int16_t>(), len, v, s);
-            call(fn, b.as<int16_t>(), len, v, s);
-            ASSERT_EQ(std::memcmp(a.data(), b.data(), 2 * len), 0)
-                << "iter " << iter << " len " << len << " v " << v << " s " << s;
-            ASSERT_TRUE(a.intact() && b.intact());
-        }
-    }
+template <class Get, class Body>
+void check(Get get, const std::string& name, int n, Body body) {
+    kplvc::test::check_variants(kplvc::vector_kernels_for, get, "vector " + name, n, body);
 }
 
 }  // namespace
 
 // Fills of both widths and every copy kernel at random lengths and misalignments.
 TEST(VectorVariants, FillsAndCopiesMatchReference) {
-    using Copy = void (*)(const uint8_t*, uint8_t*, size_t);
-    Rng rng(99);
-    auto fills = [&rng](auto member, auto value) {
-        using T = decltype(value);
-        for (auto [isa, fn] : variants(kplvc::vector_kernels_for, member)) {
-            SCOPED_TRACE(kplvc::cpu::isa_name(isa));
-            for (int iter = 0; iter < 300; ++iter) {
-                const size_t len = random_len(rng),
-                             mis = sizeof(T) * static_cast<size_t>(rng.range(0, 32 / sizeof(T) - 1));
-                Guarded g(sizeof(T) * len, mis);
-                const T v = static_cast<T>(rng.u32());
-                fn(g.as<T>(), v, len);
-                for (size_t i = 0; i < len; ++i)
-                    ASSERT_EQ(g.as<T>()[i], v) << "len " << len << " mis " << mis;
-                ASSERT_TRUE(g.intact()) << "len " << len << " mis " << mis;
-            }
-        }
-    };
-    fills(&VectorKernels::set8, uint8_t{});
-    fills(&VectorKernels::set8_stream, uint8_t{});
-    fills(&VectorKernels::set16, int16_t{});
-    fills(&VectorKernels::set16_stream, int16_t{});
-    for (Copy VectorKernels::*m :
-         {&VectorKernels::copy8, &VectorKernels::copy8_stream, &VectorKernels::copy8_stream_prefetch}) {
-        for (auto [isa, fn] : variants(kplvc::vector_kernels_for, m)) {
-            for (int iter = 0; iter < 300; ++iter) {
-                const size_t len = random_len(rng);
-                Guarded s(len, static_cast<size_t>(rng.range(0, 31))),
-                    d(len, static_cast<size_t>(rng.range(0, 31)));
-                rng.fill(s.data(), len);
-                fn(s.data(), d.data(), len);
-                ASSERT_EQ(std::memcmp(s.data(), d.data(), len), 0)
-                    << kplvc::cpu::isa_name(isa) << " len " << len;
-                ASSERT_TRUE(d.intact() && s.intact());
-            }
-        }
-    }
+    for (auto [m, name] :
+         {std::pair{&VectorKernels::set8, "set8"}, {&VectorKernels::set8_stream, "set8_stream"}})
+        check(m, name, 300, [](Arena& a, Rng& rng, int) {
+            const size_t len = random_len(rng);
+            auto dst = a.out<uint8_t>(len, 1);
+            const uint8_t v = rng.u8();
+            return [=](auto f, Arena& x) { f(x[dst], v, len); };
+        });
+    for (auto [m, name] :
+         {std::pair{&VectorKernels::set16, "set16"}, {&VectorKernels::set16_stream, "set16_stream"}})
+        check(m, name, 300, [](Arena& a, Rng& rng, int) {
+            const size_t len = random_len(rng);
+            auto dst = a.out<int16_t>(len);
+            const int16_t v = rng.s16();
+            return [=](auto f, Arena& x) { f(x[dst], v, len); };
+        });
+    for (auto [m, name] : {std::pair{&VectorKernels::copy8, "copy8"},
+                           {&VectorKernels::copy8_stream, "copy8_stream"},
+                           {&VectorKernels::copy8_stream_prefetch, "copy8_stream_prefetch"}})
+        check(m, name, 300, [](Arena& a, Rng& rng, int) {
+            const size_t len = random_len(rng);
+            auto src = a.in<uint8_t>(len, 1), dst = a.out<uint8_t>(len, 1);
+            return [=](auto f, Arena& x) { f(x[src], x[dst], len); };
+        });
 }
 
+// Random or extreme data, multipliers at the extremes, every shift.
 TEST(VectorVariants, ScalingMatchesReference) {
-    using Sat = void (*)(int16_t*, size_t, int16_t);
-    using Shift = void (*)(int16_t*, size_t, int16_t, int);
-    for (Sat VectorKernels::*m : {&VectorKernels::mulc_sat, &VectorKernels::mulc_sign,
-                                  &VectorKernels::threshold_gt, &VectorKernels::threshold_lt})
-        compare_16s(m, 0, 0, [](Sat f, int16_t* p, size_t len, int16_t v, int) { f(p, len, v); });
-    compare_16s(&VectorKernels::mulc_up, 1, 15,
-                [](Shift f, int16_t* p, size_t len, int16_t v, int s) { f(p, len, v, s); });
-    compare_16s(&VectorKernels::mulc_down, 1, 30,
-                [](Shift f, int16_t* p, size_t len, int16_t v, int s) { f(p, len, v, s); });
+    auto data = [](Arena& a, Rng& rng, size_t& len, int16_t& v) {
+        static const int16_t ext[] = {-32768, 32767, -1, 1, 2, -2, 255, -256, 181, -182};
+        len = random_len(rng) % 4096 + 1;
+        v = rng.coin() ? ext[rng.range(0, 9)] : rng.s16();
+        if (v == 0) v = 3;
+        auto p = a.out<int16_t>(len);
+        if (rng.coin()) rng.fill_extreme(a[p], len);
+        return p;
+    };
+    for (auto [m, name] : {std::pair{&VectorKernels::mulc_sat, "mulc_sat"},
+                           {&VectorKernels::mulc_sign, "mulc_sign"},
+                           {&VectorKernels::threshold_gt, "threshold_gt"},
+                           {&VectorKernels::threshold_lt, "threshold_lt"}})
+        check(m, name, 400, [&](Arena& a, Rng& rng, int) {
+            size_t len;
+            int16_t v;
+            auto p = data(a, rng, len, v);
+            return [=](auto f, Arena& x) { f(x[p], len, v); };
+        });
+    for (auto [m, name, hi] :
+         {std::tuple{&VectorKernels::mulc_up, "mulc_up", 15}, {&VectorKernels::mulc_down, "mulc_down", 30}})
+        check(m, name, 400, [&, hi = hi](Arena& a, Rng& rng, int) {
+            size_t len;
+            int16_t v;
+            auto p = data(a, rng, len, v);
+            const int s = rng.range(1, hi);
+            return [=](auto f, Arena& x) { f(x[p], len, v, s); };
+        });
 }

@@ -10,7 +10,9 @@
 
 #include "core/vlc.h"
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/args.h"
+
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 
 using kplvc::test::Rng;
 
@@ -226,44 +228,29 @@ TEST(VlcBuild, DescriptionsBeyondTheBlockStayInside) {
 // ---- Argument checks --------------------------------------------------------------
 
 TEST(VlcArgs, NullChecksInOrderAndNothingWritten) {
-    const Kpl32s d[] = {0, 1, 1, 1, 1, 5, -1};
-    Kpl32s* sentinel = reinterpret_cast<Kpl32s*>(&sentinel);
-    Kpl32s* out = sentinel;
-    EXPECT_EQ(kpliVCHuffmanInitAlloc_32s(nullptr, &out), kplStsNullPtrErr);
-    EXPECT_EQ(kpliVCHuffmanInitAlloc_32s(d, nullptr), kplStsNullPtrErr);
-    EXPECT_EQ(kpliVCHuffmanInitAllocRL_32s(nullptr, &out), kplStsNullPtrErr);
-    EXPECT_EQ(kpliVCHuffmanInitAllocRL_32s(d, nullptr), kplStsNullPtrErr);
-    EXPECT_EQ(out, sentinel);
-
+    kplvc::test::ArgPool p;
+    // One 1-bit code "1" (value 5; run-level form: 5, 0).
+    const Kpl32s *d = p.take<Kpl32s>({0, 1, 1, 1, 1, 5, -1}),
+                 *drl = p.take<Kpl32s>({0, 1, 1, 1, 1, 5, 0, -1});
+    Kpl32s** out = p.take<Kpl32s*>({nullptr});
+    for (auto [f, desc] : {std::pair{&kpliVCHuffmanInitAlloc_32s, d}, {&kpliVCHuffmanInitAllocRL_32s, drl}}) {
+        CHECK_ARGS(p, f, {desc, out}, {null(0), null(1)});
+        EXPECT_EQ(kpliVCHuffmanFree_32s(out), kplStsNoErr);
+    }
     Table tb(std::vector<Kpl32s>(d, d + 7));
-    Kpl32u w[2] = {0xFFFFFFFF, 0};
-    Kpl32u* p = w;
-    Kpl32u* pnull = nullptr;
-    Kpl32s off = 31, v = 1234;
-    struct Case {
-        const char* what;
-        KplStatus got;
-    };
-    const Case cases[] = {
-        {"stream", kpliVCHuffmanDecodeOne_1u32s(nullptr, &off, &v, tb.t)},
-        {"stream+table", kpliVCHuffmanDecodeOne_1u32s(nullptr, &off, &v, nullptr)},
-        {"word", kpliVCHuffmanDecodeOne_1u32s(&pnull, &off, &v, tb.t)},
-        {"word+table", kpliVCHuffmanDecodeOne_1u32s(&pnull, &off, &v, nullptr)},
-        {"table", kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, nullptr)},
-    };
-    for (const auto& c : cases) EXPECT_EQ(c.got, kplStsNullPtrErr) << c.what;
-    EXPECT_EQ(p, w);
-    EXPECT_EQ(pnull, nullptr);
-    EXPECT_EQ(off, 31);
-    EXPECT_EQ(v, 1234);
+    Kpl32u* w = p.take<Kpl32u>({0xFFFFFFFF, 0});
+    Kpl32u** pp = p.take<Kpl32u*>({w});
+    Kpl32u** pnull = p.take<Kpl32u*>({nullptr});
+    CHECK_ARGS(p, kpliVCHuffmanDecodeOne_1u32s, {pp, p.take<Kpl32s>({31}), p.take<Kpl32s>({1234}), tb.t},
+               {null(0), fails(0, pnull, kplStsNullPtrErr), null(3)});
 }
 
 // ---- Round trips ------------------------------------------------------------------
 
 TEST(VlcRoundTrip, RandomPrefixCodesOneToThreeLevels) {
-    Rng rng(601);
+    Rng rng("vlc random codes");
     for (int rep = 0; rep < 120; ++rep) {
-        SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()) + " rep " + std::to_string(rep));
+        SCOPED_TRACE("rep " + std::to_string(rep));
         const bool rl = rep % 3 == 2;
         const int levels = 1 + rep % 3;
         const int maxlen = rng.range(levels, 11);
@@ -316,7 +303,7 @@ TEST(VlcRoundTrip, Mpeg2CoefficientTable) {
     // A real code: the MPEG-2 coefficient table zero (run, level) with the
     // value run * 64 + level, EOB and ESCAPE, in three levels of 5, 5 and 6
     // bits (codes up to 16 bits).
-    std::ifstream in(std::string(KPLVC_SHARED_DIR) + "/tables/mpeg2_dct_coef_b14.txt");
+    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/mpeg2_dct_coef_b14.txt");
     ASSERT_TRUE(in.good());
     std::vector<Code> codes;
     std::string line;
@@ -342,7 +329,7 @@ TEST(VlcRoundTrip, Mpeg2CoefficientTable) {
     }
     ASSERT_EQ(codes.size(), 113u);  // 111 rows, EOB, ESCAPE
     Table tb(describe({5, 5, 6}, codes, false));
-    Rng rng(602);
+    Rng rng("vlc mpeg2 table");
     std::vector<std::pair<uint32_t, int>> syms;
     std::vector<size_t> which;
     for (int k = 0; k < 2000; ++k) {

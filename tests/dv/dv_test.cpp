@@ -5,12 +5,14 @@
 
 #include "dv/dv.h"
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/args.h"
+#include "support/variants.h"
+
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 
 using kplvc::dv::DvKernels;
-using kplvc::test::Guarded;
+using kplvc::test::Arena;
 using kplvc::test::Rng;
-using kplvc::test::variants;
 
 namespace {
 
@@ -81,23 +83,13 @@ TEST(DvTable, Construction) {
 }
 
 TEST(DvArgs, NullChecksAndUntouchedOutput) {
-    const std::vector<Kpl32s> a = {1, 0, 0, 1, 1, 1, 1};
-    Kpl32u* sentinel = reinterpret_cast<Kpl32u*>(&sentinel);
-    Kpl32u* out = sentinel;
-    EXPECT_EQ(kpliInitAllocHuffmanTable_DV_32u(nullptr, a.data(), &out), kplStsNullPtrErr);
-    EXPECT_EQ(kpliInitAllocHuffmanTable_DV_32u(a.data(), nullptr, &out), kplStsNullPtrErr);
-    EXPECT_EQ(kpliInitAllocHuffmanTable_DV_32u(a.data(), a.data(), nullptr), kplStsNullPtrErr);
-    EXPECT_EQ(out, sentinel);
+    kplvc::test::ArgPool p;
+    const Kpl32s* a = p.take<Kpl32s>({1, 0, 0, 1, 1, 1, 1});
+    Kpl32u** out = p.take<Kpl32u*>({nullptr});
+    CHECK_ARGS(p, kpliInitAllocHuffmanTable_DV_32u, {a, a, out}, {null(0), null(1), null(2)});
+    EXPECT_EQ(kpliFreeHuffmanTable_DV_32u(*out), kplStsNoErr);
     EXPECT_EQ(kpliFreeHuffmanTable_DV_32u(nullptr), kplStsNullPtrErr);
-
-    Guarded blk(128), q(128);
-    std::memset(blk.data(), 0x11, 128);
-    std::memset(q.data(), 0x22, 128);
-    EXPECT_EQ(kpliQuantInv_DV_16s_C1I(nullptr, q.as<Kpl16s>()), kplStsNullPtrErr);
-    EXPECT_EQ(kpliQuantInv_DV_16s_C1I(blk.as<Kpl16s>(), nullptr), kplStsNullPtrErr);
-    EXPECT_EQ(kpliQuantInv_DV_16s_C1I(nullptr, nullptr), kplStsNullPtrErr);
-    for (int i = 0; i < 128; ++i) ASSERT_EQ(blk.data()[i], 0x11);
-    EXPECT_TRUE(blk.intact() && q.intact());
+    CHECK_ARGS(p, kpliQuantInv_DV_16s_C1I, {p.take<Kpl16s>(64), p.take<Kpl16s>(64)}, {null(0), null(1)});
 }
 
 // ---- Inverse quantisation -------------------------------------------------------------
@@ -132,36 +124,17 @@ TEST(DvQuantInv, WorkedValues) {
 }
 
 TEST(DvQuantInv, VariantsMatchReference) {
-    const auto ref = kplvc::dv::dv_kernels_for(kplvc::cpu::Isa::c).quant_inv;
-    for (auto [isa, fn] : variants(kplvc::dv::dv_kernels_for, &DvKernels::quant_inv)) {
-        SCOPED_TRACE(kplvc::cpu::isa_name(isa));
-        Rng rng(901);
-        SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
-        for (int it = 0; it < 3000; ++it) {
-            const size_t mis = static_cast<size_t>(rng.range(0, 7)) * 2;
-            Guarded a(128, mis), b(128, mis), q(128, static_cast<size_t>(rng.range(0, 7)) * 2);
-            int16_t *pa = a.as<int16_t>(), *pb = b.as<int16_t>(), *pq = q.as<int16_t>();
-            switch (it % 3) {
-                case 0:
-                    rng.fill(pa, 64);
-                    rng.fill(pq, 64);
-                    break;
-                case 1:
-                    rng.fill_extreme(pa, 64);
-                    rng.fill_extreme(pq, 64);
-                    break;
-                default:  // real-looking: coefficients and multipliers of at most 2.0
-                    rng.fill(pa, 64, -2048, 2047);
-                    rng.fill(pq, 64, 0, 32767);
-                    break;
-            }
-            std::memcpy(pb, pa, 128);
-            const std::vector<uint8_t> qcopy(q.data(), q.data() + 128);
-            ref(pa, pq);
-            fn(pb, pq);
-            ASSERT_EQ(std::memcmp(pa, pb, 128), 0) << "iteration " << it;
-            ASSERT_EQ(std::memcmp(q.data(), qcopy.data(), 128), 0);
-            ASSERT_TRUE(a.intact() && b.intact() && q.intact());
-        }
-    }
+    kplvc::test::check_variants(kplvc::dv::dv_kernels_for, &DvKernels::quant_inv, "dv quant_inv", 3000,
+                                [](Arena& a, Rng& rng, int i) {
+                                    auto blk = a.out<int16_t>(64);
+                                    auto q = a.in<int16_t>(64);
+                                    if (i % 3 == 1) {
+                                        rng.fill_extreme(a[blk], 64);
+                                        rng.fill_extreme(a[q], 64);
+                                    } else if (i % 3 == 2) {  // real-looking: multipliers of at most 2.0
+                                        kplvc::test::dct_coefficients(rng, a[blk], true);
+                                        rng.fill(a[q], 64, 0, 32767);
+                                    }
+                                    return [=](auto f, Arena& x) { f(x[blk], x[q]); };
+                                });
 }

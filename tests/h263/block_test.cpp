@@ -12,7 +12,9 @@
 #include "core/bitstream.h"
 #include "h263/coef_tables.h"
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/args.h"
+
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 
 namespace {
 
@@ -117,7 +119,7 @@ TEST(H263Block, IntraRoundTripMatchesDirectReconstruction) {
 TEST(H263Block, TcoefTablesMatchTheCodeLists) {
     for (auto [file, adv] :
          {std::pair<const char*, bool>{"h263_tcoef.txt", false}, {"h263_advintra_tcoef.txt", true}}) {
-        std::ifstream in(std::string(KPLVC_SHARED_DIR) + "/tables/" + file);
+        std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/" + file);
         ASSERT_TRUE(in.good());
         std::string line;
         int n = 0;
@@ -305,66 +307,46 @@ TEST(H263Block, AdvancedIntraPrediction) {
     }
 }
 
-TEST(H263Block, EncoderWritesNothingForZerosAndChecksArguments) {
+TEST(H263Block, EncoderWritesNothingForZeros) {
     int16_t zeros[64] = {};
     zeros[0] = 9;  // the DC does not count for intra blocks
     uint8_t buf[8] = {0xFF};
     Kpl8u* p = buf;
     int off = 3;
     EXPECT_EQ(kpliEncode_ACVLC_H263_16s1u(zeros, &p, &off, 1), kplStsNoErr);
-    EXPECT_EQ(p, buf);
-    EXPECT_EQ(off, 3);
-    EXPECT_EQ(buf[0], 0xFF);
-    off = 8;
-    EXPECT_EQ(kpliEncode_ACVLC_H263_16s1u(zeros, &p, &off, 0), kplStsShapeArgErr);
-    EXPECT_EQ(kpliEncode_IntraDCVLC_H263_16s1u(1, &p, &off), kplStsShapeArgErr);
-    off = -1;
-    EXPECT_EQ(kpliEncode_IntraDCVLC_H263_16s1u(1, &p, &off), kplStsShapeArgErr);
-    EXPECT_EQ(kpliEncode_ACVLC_H263_16s1u(nullptr, &p, &off, 0), kplStsNullPtrErr);
-    EXPECT_EQ(buf[0], 0xFF);
+    EXPECT_TRUE(p == buf && off == 3 && buf[0] == 0xFF);
     // 128 is written as 255; the bits before the offset stay.
     off = 4;
     buf[0] = 0xA0;
     EXPECT_EQ(kpliEncode_IntraDCVLC_H263_16s1u(128, &p, &off), kplStsNoErr);
-    EXPECT_EQ(buf[0], 0xAF);
-    EXPECT_EQ(buf[1], 0xF0);
-    EXPECT_EQ(p, buf + 1);
-    EXPECT_EQ(off, 4);
+    EXPECT_TRUE(buf[0] == 0xAF && buf[1] == 0xF0 && p == buf + 1 && off == 4);
 }
 
-TEST(H263Block, DecoderChecksInOrder) {
-    uint8_t buf[16] = {};
-    Kpl8u* p = buf;
-    Kpl8u* nullp = nullptr;
-    int off = 0;
-    uint8_t px[64];
-    int16_t res[64];
-    Kpl16s row[8] = {}, col[8] = {};
-    struct Case {
-        const char* what;
-        KplStatus got, want;
-    };
-    const Case cases[] = {
-        {"intra null stream", kpliDecodeBlockCoef_Intra_H263_1u8u(&nullp, &off, px, 0, 0), kplStsNullPtrErr},
-        {"intra null dst", kpliDecodeBlockCoef_Intra_H263_1u8u(&p, &off, nullptr, 0, 0), kplStsNullPtrErr},
-        {"intra step before qp", kpliDecodeBlockCoef_Intra_H263_1u8u(&p, &off, px, 7, 0), kplStsBlockStepErr},
-        {"intra qp", kpliDecodeBlockCoef_Intra_H263_1u8u(&p, &off, px, 8, 32), kplStsH263QPErr},
-        {"inter null offset", kpliDecodeBlockCoef_Inter_H263_1u16s(&p, nullptr, res, 0), kplStsNullPtrErr},
-        {"inter qp", kpliDecodeBlockCoef_Inter_H263_1u16s(&p, &off, res, 0), kplStsH263QPErr},
-        {"dc only step", kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u(&p, &off, px, 7), kplStsBlockStepErr},
-        {"adv dst before step",
-         kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, nullptr, 0, nullptr, col, 0, 0), kplStsNullPtrErr},
-        {"adv step before predictor",
-         kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 7, nullptr, col, 0, 0), kplStsBlockStepErr},
-        {"adv predictor before qp",
-         kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 8, row, nullptr, 0, 0), kplStsNullPtrErr},
-        {"adv qp before mode", kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 8, row, col, 0, 0),
-         kplStsH263QPErr},
-        {"adv mode", kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 8, row, col, 1, 4),
-         kplStsAdvIntraModeErr},
-        {"adv mode 0", kpliDecodeBlockCoef_AdvIntra_H263_1u8u(&p, &off, px, 8, row, col, 31, 0),
-         kplStsAdvIntraModeErr},
-    };
-    for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
-    EXPECT_EQ(p, buf);
+// Stream pointers, outputs, step, QP and mode in their order; the good calls
+// read a stream of zeros, which holds no code (-74) or a forbidden INTRADC
+// (-73) once the arguments have passed.
+TEST(H263Block, CodersCheckInOrder) {
+    using kplvc::test::Arg;
+    kplvc::test::ArgPool p;
+    Kpl8u* zeros = p.take<Kpl8u>({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+    Kpl8u** pp = p.take<Kpl8u*>({zeros});
+    int* off = p.take<int>({0});
+    Kpl8u* px = p.take<Kpl8u>(64);
+    Kpl16s *res = p.take<Kpl16s>(64), *row = p.take<Kpl16s>(8), *col = p.take<Kpl16s>(8);
+    const Arg s0{0, nullptr, kplStsNullPtrErr}, s1{0, p.take<Kpl8u*>({nullptr}), kplStsNullPtrErr},
+        s2{1, nullptr, kplStsNullPtrErr}, out{2, nullptr, kplStsNullPtrErr}, step{3, 7, kplStsBlockStepErr};
+    CHECK_ARGS(p, kpliDecodeBlockCoef_Intra_H263_1u8u, {pp, off, px, 8, 5},
+               {s0, s1, s2, out, step, fails(4, 32, kplStsH263QPErr), fails(4, 0, kplStsH263QPErr)},
+               kplStsIntraDCErr);
+    CHECK_ARGS(p, kpliDecodeBlockCoef_Inter_H263_1u16s, {pp, off, res, 31},
+               {s0, s1, s2, null(2), fails(3, 0, kplStsH263QPErr)}, kplStsVLCErr);
+    CHECK_ARGS(p, kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u, {pp, off, px, 8}, {s0, s1, s2, out, step},
+               kplStsIntraDCErr);
+    CHECK_ARGS(p, kpliDecodeBlockCoef_AdvIntra_H263_1u8u, {pp, off, px, 8, row, col, 1, 3},
+               {s0, s1, s2, out, step, null(4), null(5), fails(6, 32, kplStsH263QPErr),
+                fails(7, 0, kplStsAdvIntraModeErr), fails(7, 4, kplStsAdvIntraModeErr)},
+               kplStsIntraDCErr);
+    const Arg off8{2, p.take<int>({8}), kplStsShapeArgErr}, off_neg{2, p.take<int>({-1}), kplStsShapeArgErr};
+    CHECK_ARGS(p, kpliEncode_IntraDCVLC_H263_16s1u, {1, pp, off}, {null(1), null(2), off8, off_neg});
+    CHECK_ARGS(p, kpliEncode_ACVLC_H263_16s1u, {res, pp, off, 0}, {s0, null(1), null(2), off8, off_neg});
 }

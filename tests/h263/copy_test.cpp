@@ -4,7 +4,9 @@
 #include <vector>
 
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/args.h"
+
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 
 namespace {
 
@@ -67,12 +69,10 @@ TEST(H263Copy, AveragesWithRoundingTypeZero) {
 }
 
 TEST(H263Copy, ChecksAndStepCodes) {
-    std::vector<uint8_t> src(17 * 17, 1), dst(17 * 17, 2);
-    for (const auto& c : kCases) {
-        EXPECT_EQ(c.fn(nullptr, dst.data(), 0), kplStsNullPtrErr) << c.name;
-        EXPECT_EQ(c.fn(src.data(), nullptr, 100), kplStsNullPtrErr) << c.name;
-        EXPECT_EQ(c.fn(src.data(), dst.data(), c.size - 1), c.step_err) << c.name;
-        EXPECT_EQ(c.fn(src.data(), dst.data(), -c.size), c.step_err) << c.name;
-    }
-    for (uint8_t v : dst) ASSERT_EQ(v, 2);
+    kplvc::test::ArgPool p;
+    const Kpl8u* src = p.take<Kpl8u>(17 * 17);
+    Kpl8u* dst = p.take<Kpl8u>(17 * 17);
+    for (const auto& c : kCases)
+        CHECK_ARGS(p, c.fn, {src, dst, 17},
+                   {null(0), null(1), {2, c.size - 1, c.step_err}, {2, -c.size, c.step_err}});
 }

@@ -6,11 +6,13 @@
 
 #include "h263/quant.h"
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/args.h"
+#include "support/variants.h"
+
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 
 using kplvc::h263::QuantKernels;
 using kplvc::test::Rng;
-using kplvc::test::variants;
 
 TEST(H263Quant, ReconstructionRule) {
     struct Case {
@@ -71,33 +73,18 @@ TEST(H263Quant, IntraFormsKeepOrMapTheDC) {
     }
 }
 
+// QP in and out of 1..31: the full-block forms do not check it.
 TEST(H263Quant, VariantsMatchReference) {
-    const auto ref = kplvc::h263::quant_kernels_for(kplvc::cpu::Isa::c).quant_inv16;
-    for (auto [isa, fn] : variants(kplvc::h263::quant_kernels_for, &QuantKernels::quant_inv16)) {
-        Rng rng(12);
-        for (int iter = 0; iter < 20000; ++iter) {
-            int16_t a[64], b[64];
-            switch (iter % 3) {
-                case 0:
-                    rng.fill(a, 64);
-                    break;
-                case 1:
-                    rng.fill_extreme(a, 64);
-                    break;
-                default:
-                    rng.fill(a, 64, -200, 200);
-                    break;
-            }
-            std::memcpy(b, a, sizeof a);
-            // QP in and out of 1..31: the full-block forms do not check it.
-            const int qp = iter % 5 == 0 ? rng.range(-70000, 70000) : rng.range(1, 31);
-            const int first = iter & 1;
-            ref(a, first, qp);
-            fn(b, first, qp);
-            ASSERT_EQ(std::memcmp(a, b, sizeof a), 0)
-                << kplvc::cpu::isa_name(isa) << " qp " << qp << " iter " << iter;
-        }
-    }
+    kplvc::test::check_variants(kplvc::h263::quant_kernels_for, &QuantKernels::quant_inv16,
+                                "h263 quant_inv16", 20000, [](kplvc::test::Arena& a, Rng& rng, int i) {
+                                    auto blk = a.out<int16_t>(64);
+                                    if (i % 4 == 1) rng.fill_extreme(a[blk], 64);
+                                    if (i % 4 == 2) rng.fill(a[blk], 64, -200, 200);
+                                    if (i % 4 == 3)
+                                        kplvc::test::dct_coefficients(rng, a[blk], true, rng.range(2, 62));
+                                    const int qp = i % 5 == 0 ? rng.range(-70000, 70000) : rng.range(1, 31);
+                                    return [=](auto f, kplvc::test::Arena& x) { f(x[blk], i & 1, qp); };
+                                });
 }
 
 TEST(H263Quant, ForwardQuantisersInSinglePrecision) {
@@ -146,25 +133,15 @@ TEST(H263Quant, ForwardQuantisersInSinglePrecision) {
 }
 
 TEST(H263Quant, ChecksInOrder) {
-    int16_t blk[64] = {7};
-    int last = 5;
-    struct Case {
-        const char* what;
-        KplStatus got, want;
-    };
-    const Case cases[] = {
-        {"inv null", kpliQuantInv_H263_C1I(nullptr, 0), kplStsNullPtrErr},
-        {"inv intra null", kpliQuantInvIntra_H263_C1I(nullptr, 3), kplStsNullPtrErr},
-        {"compact null", kpliQuantInvInter_Compact_H263_16s_I(nullptr, 0, 0), kplStsNullPtrErr},
-        {"compact count before qp", kpliQuantInvInter_Compact_H263_16s_I(blk, 0, 0), kplStsSizeErr},
-        {"compact qp 0", kpliQuantInvIntra_Compact_H263_16s_I(blk, 1, 0), kplStsH263QPErr},
-        {"compact qp 32", kpliQuantInvIntra_Compact_H263_16s_I(blk, 1, 32), kplStsH263QPErr},
-        {"quant null count", kpliQuant_H263_C1I(blk, 0, nullptr), kplStsNullPtrErr},
-        {"quant qp", kpliQuant_H263_C1I(blk, 0, &last), kplStsH263QPErr},
-        {"quant intra null", kpliQuantIntra_H263_C1I(nullptr, 3, &last), kplStsNullPtrErr},
-        {"quant intra qp", kpliQuantIntra_H263_C1I(blk, -1, &last), kplStsH263QPErr},
-    };
-    for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
-    EXPECT_EQ(blk[0], 7);
-    EXPECT_EQ(last, 5);
+    kplvc::test::ArgPool p;
+    Kpl16s* blk = p.take<Kpl16s>(64);
+    int* last = p.take<int>(1);
+    for (auto f : {kpliQuantInv_H263_C1I, kpliQuantInvIntra_H263_C1I})
+        CHECK_ARGS(p, f, {blk, 3}, {null(0), passes(1, 0)});
+    for (auto f : {kpliQuantInvInter_Compact_H263_16s_I, kpliQuantInvIntra_Compact_H263_16s_I})
+        CHECK_ARGS(p, f, {blk, 5, 3},
+                   {null(0), fails(1, 0, kplStsSizeErr), fails(2, 0, kplStsH263QPErr),
+                    fails(2, 32, kplStsH263QPErr)});
+    for (auto f : {kpliQuant_H263_C1I, kpliQuantIntra_H263_C1I})
+        CHECK_ARGS(p, f, {blk, 3, last}, {null(0), null(2), fails(1, 0, kplStsH263QPErr), passes(1, 1000)});
 }

@@ -7,18 +7,20 @@
 #include "core/arith.h"
 #include "h263/recon.h"
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/args.h"
+#include "support/variants.h"
+
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 
 namespace {
 
 using kplvc::h263::ReconKernels;
-using kplvc::test::Guarded;
+using kplvc::test::Arena;
 using kplvc::test::Rng;
-using kplvc::test::variants;
 
-const ReconKernels& ref() {
-    static const ReconKernels k = kplvc::h263::recon_kernels_for(kplvc::cpu::Isa::c);
-    return k;
+template <class Get, class Body>
+void check(Get get, const std::string& name, int n, Body body) {
+    kplvc::test::check_variants(kplvc::h263::recon_kernels_for, get, "h263 " + name, n, body);
 }
 
 // Annex J filter on one set of samples, from the standard's description.
@@ -63,31 +65,19 @@ TEST(H263Recon, WrappingAddThenSaturate) {
 }
 
 TEST(H263Recon, VariantsMatchReference) {
-    using Fn = void (*)(const uint8_t*, const int16_t*, uint8_t*, int32_t);
-    for (auto [member, w] :
-         {std::pair<Fn ReconKernels::*, int>{&ReconKernels::recon16, 16}, {&ReconKernels::recon8, 8}}) {
-        for (auto [isa, fn] : variants(kplvc::h263::recon_kernels_for, member)) {
-            Rng rng(77);
-            for (int iter = 0; iter < 2000; ++iter) {
-                const int step = w + rng.range(0, 9);
-                Guarded pred(static_cast<size_t>(step * w)), a(static_cast<size_t>(step * w)),
-                    b(static_cast<size_t>(step * w));
-                std::vector<int16_t> res(static_cast<size_t>(w * w));
-                rng.fill_extreme(pred.data(), pred.size());
-                if (rng.coin())
-                    rng.fill_extreme(res.data(), res.size());
-                else
-                    rng.fill(res.data(), res.size(), -300, 300);
-                std::memset(a.data(), 0x11, a.size());
-                std::memset(b.data(), 0x11, b.size());
-                (ref().*member)(pred.data(), res.data(), a.data(), step);
-                fn(pred.data(), res.data(), b.data(), step);
-                ASSERT_EQ(std::memcmp(a.data(), b.data(), a.size()), 0)
-                    << kplvc::cpu::isa_name(isa) << " iter " << iter;
-                ASSERT_TRUE(a.intact() && b.intact());
-            }
-        }
-    }
+    for (auto [m, w] : {std::pair{&ReconKernels::recon16, 16}, {&ReconKernels::recon8, 8}})
+        check(m, "recon" + std::to_string(w), 2000, [w = w](Arena& a, Rng& rng, int) {
+            const int32_t step = w + rng.range(0, 9);
+            const size_t n = static_cast<size_t>(step * (w - 1) + w);
+            auto pred = a.in<uint8_t>(n, 1), dst = a.out<uint8_t>(n, 1);
+            auto res = a.in<int16_t>(static_cast<size_t>(w * w));
+            rng.fill_extreme(a[pred], n);
+            if (rng.coin())
+                rng.fill_extreme(a[res], static_cast<size_t>(w * w));
+            else
+                rng.fill(a[res], static_cast<size_t>(w * w), -300, 300);
+            return [=](auto f, Arena& x) { f(x[pred], x[res], x[dst], step); };
+        });
 }
 
 TEST(H263Deblock, MatchesTheFilterDescription) {
@@ -126,27 +116,14 @@ TEST(H263Deblock, MatchesTheFilterDescription) {
 }
 
 TEST(H263Deblock, VariantsMatchReference) {
-    using Fn = void (*)(uint8_t*, int32_t, int);
-    for (Fn ReconKernels::*member : {&ReconKernels::deblock_hor, &ReconKernels::deblock_ver}) {
-        for (auto [isa, fn] : variants(kplvc::h263::recon_kernels_for, member)) {
-            Rng rng(4);
-            for (int iter = 0; iter < 5000; ++iter) {
-                const int step = 8 + rng.range(0, 9), strength = rng.range(1, 12);
-                Guarded a(static_cast<size_t>(step * 12)), b(static_cast<size_t>(step * 12));
-                if (rng.coin())
-                    rng.fill_extreme(a.data(), a.size());
-                else
-                    rng.fill(a.data(), a.size());
-                std::memcpy(b.data(), a.data(), a.size());
-                const size_t at = member == &ReconKernels::deblock_ver ? 4 : static_cast<size_t>(4 * step);
-                (ref().*member)(a.data() + at, step, strength);
-                fn(b.data() + at, step, strength);
-                ASSERT_EQ(std::memcmp(a.data(), b.data(), a.size()), 0)
-                    << kplvc::cpu::isa_name(isa) << " iter " << iter;
-                ASSERT_TRUE(b.intact());
-            }
-        }
-    }
+    for (auto [m, ver] : {std::pair{&ReconKernels::deblock_hor, false}, {&ReconKernels::deblock_ver, true}})
+        check(m, ver ? "deblock_ver" : "deblock_hor", 5000, [ver = ver](Arena& a, Rng& rng, int) {
+            const int32_t step = 8 + rng.range(0, 9), strength = rng.range(1, 12);
+            auto buf = a.out<uint8_t>(static_cast<size_t>(step * 12), 1);
+            if (rng.coin()) rng.fill_extreme(a[buf], static_cast<size_t>(step * 12));
+            const int32_t at = ver ? 4 : 4 * step;
+            return [=](auto f, Arena& x) { f(x[buf] + at, step, strength); };
+        });
 }
 
 TEST(H263Obmc, EqualVectorsGiveThePlainPrediction) {
@@ -227,71 +204,40 @@ TEST(H263Expand, BordersAndCornersForEveryPath) {
 }
 
 TEST(H263ReconArgs, ChecksInOrderAndNothingWritten) {
-    Guarded g(64 * 64);
-    uint8_t* p = g.data() + 64 * 16 + 16;
-    std::vector<uint8_t> before(g.data(), g.data() + g.size());
-    int16_t res[256] = {};
-    const Kpl16s mv[2] = {0, 0};
-    struct Case {
-        const char* what;
-        KplStatus got, want;
-    };
-    const Case cases[] = {
-        {"recon mb null", kpliReconMB_H263(p, nullptr, p, 2), kplStsNullPtrErr},
-        {"recon mb step", kpliReconMB_H263(p, res, p, 15), kplStsMBStepErr},
-        {"recon mb_i step", kpliReconMB_H263_I(p, res, 15), kplStsMBStepErr},
-        {"recon block null", kpliReconBlock_H263(nullptr, res, p, 8), kplStsNullPtrErr},
-        {"recon block step", kpliReconBlock_H263(p, res, p, 7), kplStsBlockStepErr},
-        {"recon block_i step", kpliReconBlock_H263_I(p, res, 7), kplStsBlockStepErr},
-        {"obmc null below before step", kpliPredictBlock_OBMC_8u(p, p, 1, mv, mv, mv, mv, nullptr),
-         kplStsNullPtrErr},
-        {"obmc null left", kpliPredictBlock_OBMC_8u(p, p, 64, mv, nullptr, mv, mv, mv), kplStsNullPtrErr},
-        {"obmc step", kpliPredictBlock_OBMC_8u(p, p, 7, mv, mv, mv, mv, mv), kplStsBlockStepErr},
-        {"expand null", kpliExpandFrame_H263_8u(nullptr, 0, 0, 0, 0), kplStsNullPtrErr},
-        {"expand width", kpliExpandFrame_H263_8u(p, 7, 0, 0, 0), kplStsFrameWidthErr},
-        {"expand height", kpliExpandFrame_H263_8u(p, 8, 0, 0, 0), kplStsFrameHeightErr},
-        {"expand pels", kpliExpandFrame_H263_8u(p, 8, 1, 7, 0), kplStsFrameExpandErr},
-        {"expand block step", kpliExpandFrame_H263_8u(p, 8, 1, 8, 7), kplStsBlockStepErr},
-        {"expand frame step", kpliExpandFrame_H263_8u(p, 8, 1, 8, 23), kplStsFrameStepErr},
-        {"expand huge pels", kpliExpandFrame_H263_8u(p, 8, 1, 0x40000000, 64), kplStsFrameStepErr},
-        {"deblock null", kpliFilterDeblocking_HorEdge_H263_8u_I(nullptr, 0, 0), kplStsNullPtrErr},
-        {"deblock step before qp", kpliFilterDeblocking_HorEdge_H263_8u_I(p, 7, 0), kplStsBlockStepErr},
-        {"deblock qp 0", kpliFilterDeblocking_VerEdge_H263_8u_I(p, 8, 0), kplStsH263QPErr},
-        {"deblock qp 32", kpliFilterDeblocking_VerEdge_H263_8u_I(p, 8, 32), kplStsH263QPErr},
-    };
-    for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
-    EXPECT_EQ(std::vector<uint8_t>(g.data(), g.data() + g.size()), before);
-    // The exact fitting step succeeds.
-    std::vector<uint8_t> frame(static_cast<size_t>(24 * 17), 1);
-    EXPECT_EQ(kpliExpandFrame_H263_8u(frame.data(), 8, 1, 8, 24), kplStsNoErr);
+    kplvc::test::ArgPool p(1 << 15);
+    Kpl8u* b = p.take<Kpl8u>(64 * 48);
+    const Kpl16s *res = p.take<Kpl16s>(256), *mv = p.take<Kpl16s>({0, 0});
+    CHECK_ARGS(p, kpliReconMB_H263, {b, res, b + 16, 64},
+               {null(0), null(1), null(2), fails(3, 15, kplStsMBStepErr)});
+    CHECK_ARGS(p, kpliReconMB_H263_I, {b, res, 64}, {null(0), null(1), fails(2, 15, kplStsMBStepErr)});
+    CHECK_ARGS(p, kpliReconBlock_H263, {b, res, b + 8, 64},
+               {null(0), null(1), null(2), fails(3, 7, kplStsBlockStepErr)});
+    CHECK_ARGS(p, kpliReconBlock_H263_I, {b, res, 64}, {null(0), null(1), fails(2, 7, kplStsBlockStepErr)});
+    CHECK_ARGS(
+        p, kpliPredictBlock_OBMC_8u, {b + 64 * 16 + 16, b, 64, mv, mv, mv, mv, mv},
+        {null(0), null(1), null(3), null(5), null(4), null(7), null(6), fails(2, 7, kplStsBlockStepErr)});
+    // Width 8 and expansion 8 need a step of 24; 0x40000000 samples overflow no sum.
+    CHECK_ARGS(p, kpliExpandFrame_H263_8u, {b, 8, 1, 8, 24},
+               {null(0), fails(1, 7, kplStsFrameWidthErr), fails(2, 0, kplStsFrameHeightErr),
+                fails(3, 7, kplStsFrameExpandErr), fails(4, 7, kplStsBlockStepErr),
+                fails(4, 23, kplStsFrameStepErr), fails(3, 0x40000000, kplStsFrameStepErr)});
+    for (auto f : {kpliFilterDeblocking_HorEdge_H263_8u_I, kpliFilterDeblocking_VerEdge_H263_8u_I})
+        CHECK_ARGS(p, f, {b + 64 * 4 + 4, 64, 1},
+                   {null(0), fails(1, 7, kplStsBlockStepErr), fails(2, 0, kplStsH263QPErr),
+                    fails(2, 32, kplStsH263QPErr)});
 }
 
 TEST(H263Obmc, VariantsMatchReference) {
-    using kplvc::h263::ObmcVectors;
-    const auto ref_obmc = ref().obmc;
-    for (auto [isa, fn] : variants(kplvc::h263::recon_kernels_for, &ReconKernels::obmc)) {
-        Rng rng(9);
-        for (int iter = 0; iter < 3000; ++iter) {
-            const int step = 40 + rng.range(0, 3);
-            std::vector<uint8_t> ref(static_cast<size_t>(step * 48));
-            if (iter % 4 == 0)
-                rng.fill_extreme(ref.data(), ref.size());
-            else
-                rng.fill(ref.data(), ref.size());
-            Kpl16s v[5][2];
-            for (auto& m : v)
-                m[0] = static_cast<Kpl16s>(rng.range(-30, 30)),
-                m[1] = static_cast<Kpl16s>(rng.range(-30, 30));
-            const ObmcVectors mv{v[0], v[1], v[2], v[3], v[4]};
-            const uint8_t* at = ref.data() + 20 * step + 16;
-            Guarded a(static_cast<size_t>(8 * step)), b(static_cast<size_t>(8 * step));
-            std::memset(a.data(), 0x3C, a.size());
-            std::memset(b.data(), 0x3C, b.size());
-            ref_obmc(at, a.data(), step, mv);
-            fn(at, b.data(), step, mv);
-            ASSERT_EQ(std::memcmp(a.data(), b.data(), a.size()), 0)
-                << kplvc::cpu::isa_name(isa) << " iter " << iter;
-            ASSERT_TRUE(b.intact());
-        }
-    }
+    check(&ReconKernels::obmc, "obmc", 3000, [](Arena& a, Rng& rng, int i) {
+        const int32_t step = 40 + rng.range(0, 3);
+        auto ref = a.in<uint8_t>(static_cast<size_t>(step * 48), 1);
+        if (i % 4 == 0) rng.fill_extreme(a[ref], static_cast<size_t>(step * 48));
+        auto mv = a.in<int16_t>(10);
+        rng.fill(a[mv], 10, -30, 30);
+        auto dst = a.out<uint8_t>(static_cast<size_t>(8 * step), 1);
+        return [=](auto f, Arena& x) {
+            const int16_t* v = x[mv];
+            f(x[ref] + 20 * step + 16, x[dst], step, kplvc::h263::ObmcVectors{v, v + 2, v + 4, v + 6, v + 8});
+        };
+    });
 }

@@ -1,5 +1,5 @@
 // H.263 symbol decoders against the standard's code lists (read from the
-// shared tables), plus the prediction, wrap and error-handling rules.
+// repository's tests/data), plus the prediction, wrap and error-handling rules.
 #include <algorithm>
 #include <fstream>
 #include <map>
@@ -8,7 +8,9 @@
 #include <vector>
 
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/args.h"
+
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 
 namespace {
 
@@ -21,7 +23,7 @@ struct CodeWord {
 };
 
 std::vector<std::vector<std::string>> rows(const char* file) {
-    std::ifstream in(std::string(KPLVC_SHARED_DIR) + "/tables/" + file);
+    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/" + file);
     EXPECT_TRUE(in.good()) << file;
     std::vector<std::vector<std::string>> out;
     std::string line;
@@ -246,27 +248,18 @@ TEST(H263Symbols, ModifiedQuantisation) {
         }
 }
 
+// Each good call reads a fresh stream "11...": a valid code for every one of them.
 TEST(H263Symbols, NullPointersInOrder) {
-    uint8_t buf[8] = {0x80};
-    Kpl8u* p = buf;
-    Kpl8u* nullp = nullptr;
-    int o = 0;
-    Kpl8u out = 9;
-    Kpl16s mv[6] = {};
-    Kpl32s q = 5;
+    using kplvc::test::Arg;
+    kplvc::test::ArgPool p;
+    auto stream = [&p] { return p.take<Kpl8u*>({p.take<Kpl8u>({0xC0, 0, 0, 0})}); };
+    const Arg s0{0, nullptr, kplStsNullPtrErr}, s1{0, p.take<Kpl8u*>({nullptr}), kplStsNullPtrErr},
+        s2{1, nullptr, kplStsNullPtrErr}, out{2, nullptr, kplStsNullPtrErr};
     for (Decoder d :
-         {kpliDecodeMCBPCIntra_H263, kpliDecodeMCBPCInter_H263, kpliDecodeMODB_H263, kpliDecodeCBPY_H263}) {
-        EXPECT_EQ(d(nullptr, &o, &out), kplStsNullPtrErr);
-        EXPECT_EQ(d(&p, nullptr, &out), kplStsNullPtrErr);
-        EXPECT_EQ(d(&nullp, &o, &out), kplStsNullPtrErr);
-        EXPECT_EQ(d(&p, &o, nullptr), kplStsNullPtrErr);
-    }
-    EXPECT_EQ(kpliDecodeMV_H263(&nullp, &o, mv), kplStsNullPtrErr);
-    EXPECT_EQ(kpliDecodeMV_TopBorder_H263(&p, &o, nullptr), kplStsNullPtrErr);
-    EXPECT_EQ(kpliUpdateQuant_MQ_H263_1u32s_I(&p, nullptr, &q), kplStsNullPtrErr);
-    EXPECT_EQ(kpliUpdateQuant_MQ_H263_1u32s_I(&p, &o, nullptr), kplStsNullPtrErr);
-    EXPECT_EQ(p, buf);
-    EXPECT_EQ(o, 0);
-    EXPECT_EQ(out, 9);
-    EXPECT_EQ(q, 5);
+         {kpliDecodeMCBPCIntra_H263, kpliDecodeMCBPCInter_H263, kpliDecodeMODB_H263, kpliDecodeCBPY_H263})
+        CHECK_ARGS(p, d, {stream(), p.take<int>({0}), p.take<Kpl8u>(1)}, {s0, s1, s2, out});
+    for (auto d : {kpliDecodeMV_H263, kpliDecodeMV_TopBorder_H263})
+        CHECK_ARGS(p, d, {stream(), p.take<int>({0}), p.take<Kpl16s>(6)}, {s0, s1, s2, out});
+    CHECK_ARGS(p, kpliUpdateQuant_MQ_H263_1u32s_I, {stream(), p.take<int>({0}), p.take<Kpl32s>({5})},
+               {s0, s1, s2, out});
 }

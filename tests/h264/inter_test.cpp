@@ -9,7 +9,9 @@
 
 #include "h264/inter.h"
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/args.h"
+
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 
 using kplvc::h264::inter_kernels_for;
 using kplvc::h264::InterKernels;
@@ -24,8 +26,7 @@ constexpr KpliSize kChroma[] = {{8, 8}, {8, 4}, {4, 8}, {4, 4}, {4, 2}, {2, 4}, 
 // Every level's table: c first, then each SIMD level the CPU has.
 std::vector<std::pair<kplvc::cpu::Isa, InterKernels>> all_tables() {
     std::vector<std::pair<kplvc::cpu::Isa, InterKernels>> out;
-    out.emplace_back(kplvc::cpu::Isa::c, inter_kernels_for(kplvc::cpu::Isa::c));
-    for (auto isa : kplvc::test::simd_levels()) out.emplace_back(isa, inter_kernels_for(isa));
+    for (auto isa : kplvc::test::cpu_levels()) out.emplace_back(isa, inter_kernels_for(isa));
     return out;
 }
 
@@ -277,82 +278,31 @@ TEST(InterWeight, SingleListInPlace) {
 
 // ---- Argument checks ------------------------------------------------------------------------
 
-// One call per case, a null pointer where `null_src` or `null_dst` is set.
-// Luma and chroma interpolation share a signature; the weighting takes its
-// log_wd from `xf`, w0 from `yf` and srcDst's step from `step`.
-enum Api { aLuma, aChroma, aWeight };
-struct ArgCase {
-    const char* what;
-    KplStatus want;
-    Api fn;
-    bool null_src, null_dst;
-    int32_t step, step2, xf, yf, w, h, w1 = 1, o0 = 0, o1 = 0;
-};
-
+// Pointers, then the size (below 1, then not one of the block sizes), the
+// steps, then fractions or weights; the range limits themselves are accepted.
 TEST(InterArgs, FirstFailingCheckWinsAndNothingIsWritten) {
-    const ArgCase cases[] = {
-        {"luma null dst, bad size and fraction", kplStsNullPtrErr, aLuma, false, true, 32, 16, 9, 9, 3, 3},
-        {"luma null src", kplStsNullPtrErr, aLuma, true, false, 32, 16, 0, 0, 16, 16},
-        {"luma 0x16", kplStsSizeErr, aLuma, false, false, 32, 16, 9, 0, 0, 16},
-        {"luma 16x-1", kplStsSizeErr, aLuma, false, false, 0, 16, 0, 0, 16, -1},
-        {"luma 16x4", kplStsBlockSizeErr, aLuma, false, false, 1, 1, 9, 0, 16, 4},
-        {"luma 2x2", kplStsBlockSizeErr, aLuma, false, false, 32, 16, 0, 0, 2, 2},
-        {"luma 4x16", kplStsBlockSizeErr, aLuma, false, false, 32, 16, 0, 0, 4, 16},
-        {"luma src step 15, xFrac 4", kplStsStepErr, aLuma, false, false, 15, 16, 4, 0, 16, 16},
-        {"luma dst step 7", kplStsStepErr, aLuma, false, false, 32, 7, 0, 0, 8, 4},
-        {"luma xFrac 4", kplStsBadArgErr, aLuma, false, false, 32, 16, 4, 0, 16, 16},
-        {"luma yFrac -1", kplStsBadArgErr, aLuma, false, false, 32, 16, 0, -1, 4, 4},
-        {"chroma null dst", kplStsNullPtrErr, aChroma, false, true, 32, 8, 8, 0, 0, 0},
-        {"chroma 2x0", kplStsSizeErr, aChroma, false, false, 32, 8, 0, 0, 2, 0},
-        {"chroma 16x16", kplStsBlockSizeErr, aChroma, false, false, 32, 16, 0, 0, 16, 16},
-        {"chroma 2x8", kplStsBlockSizeErr, aChroma, false, false, 32, 16, 0, 0, 2, 8},
-        {"chroma src step 3, xFrac 8", kplStsStepErr, aChroma, false, false, 3, 8, 8, 0, 4, 4},
-        {"chroma xFrac 8", kplStsBadArgErr, aChroma, false, false, 32, 8, 8, 0, 8, 8},
-        {"chroma yFrac -1", kplStsBadArgErr, aChroma, false, false, 32, 8, 1, -1, 2, 2},
-        {"weight null src", kplStsNullPtrErr, aWeight, true, false, 16, 16, 8, 0, 0, 0, 0},
-        {"weight null srcdst", kplStsNullPtrErr, aWeight, false, true, 16, 16, 0, 1, 16, 16},
-        {"weight -3x4", kplStsSizeErr, aWeight, false, false, 16, 16, 8, 1, -3, 4},
-        {"weight 2x8", kplStsBlockSizeErr, aWeight, false, false, 1, 16, 8, 1, 2, 8},
-        {"weight 16x4", kplStsBlockSizeErr, aWeight, false, false, 16, 16, 0, 1, 16, 4},
-        {"weight step 15, logWD 8", kplStsStepErr, aWeight, false, false, 15, 16, 8, 1, 16, 8},
-        {"weight src step 3", kplStsStepErr, aWeight, false, false, 16, 3, 0, 1, 4, 2},
-        {"weight logWD 8", kplStsOutOfRangeErr, aWeight, false, false, 16, 16, 8, 1, 8, 8},
-        {"weight logWD -1", kplStsOutOfRangeErr, aWeight, false, false, 16, 16, -1, 1, 8, 8},
-        {"weight w0 129", kplStsOutOfRangeErr, aWeight, false, false, 16, 16, 0, 129, 8, 8},
-        {"weight w1 -129", kplStsOutOfRangeErr, aWeight, false, false, 16, 16, 0, 1, 8, 8, -129},
-        {"weight o0 128", kplStsOutOfRangeErr, aWeight, false, false, 16, 16, 0, 1, 8, 8, 1, 128},
-        {"weight o1 -129", kplStsOutOfRangeErr, aWeight, false, false, 16, 16, 0, 1, 2, 2, 1, 0, -129},
-    };
-    Guarded src(64 * 64), dst(32 * 32);
-    Rng rng(5);
-    rng.fill(src.data(), src.size());
-    rng.fill(dst.data(), dst.size());
-    const std::vector<uint8_t> s0(src.data(), src.data() + src.size()),
-        d0(dst.data(), dst.data() + dst.size());
-    for (const auto& c : cases) {
-        // The source pointer leaves room for the window's two rows and columns before it.
-        const uint8_t* s = c.null_src ? nullptr : src.data() + 2 * 32 + 2;
-        uint8_t* d = c.null_dst ? nullptr : dst.data();
-        const KpliSize sz{c.w, c.h};
-        const KplStatus got =
-            c.fn == aLuma ? kpliInterpolateLuma_H264_8u_C1R(s, c.step, d, c.step2, c.xf, c.yf, sz)
-            : c.fn == aChroma
-                ? kpliInterpolateChroma_H264_8u_C1R(s, c.step, d, c.step2, c.xf, c.yf, sz)
-                : kpliWeightedAverage_H264_8u_C1IR(d, c.step, s, c.step2, c.xf, c.yf, c.w1, c.o0, c.o1, sz);
-        EXPECT_EQ(got, c.want) << c.what;
-        EXPECT_TRUE(std::equal(d0.begin(), d0.end(), dst.data())) << c.what << ": output touched";
-        EXPECT_TRUE(std::equal(s0.begin(), s0.end(), src.data())) << c.what << ": source touched";
-    }
-    EXPECT_TRUE(src.intact() && dst.intact());
-}
-
-// The limits themselves are accepted.
-TEST(InterArgs, RangeLimitsAccepted) {
-    uint8_t a[64] = {}, b[64] = {};
-    for (int w : {-128, 128})
-        for (int o : {-128, 127})
-            for (int l : {0, 7})
-                EXPECT_EQ(kpliWeightedAverage_H264_8u_C1IR(a, 8, b, 8, l, w, w, o, o, {8, 8}), kplStsNoErr);
+    kplvc::test::ArgPool p;
+    const Kpl8u* src = p.take<Kpl8u>(64 * 64) + 2 * 32 + 2;  // room for the window before the block
+    Kpl8u* dst = p.take<Kpl8u>(32 * 32);
+    CHECK_ARGS(p, kpliInterpolateLuma_H264_8u_C1R, {src, 32, dst, 16, 1, 2, KpliSize{16, 16}},
+               {null(0), null(2), fails(6, KpliSize{0, 16}, kplStsSizeErr),
+                fails(6, KpliSize{16, -1}, kplStsSizeErr), fails(6, KpliSize{16, 4}, kplStsBlockSizeErr),
+                fails(6, KpliSize{2, 2}, kplStsBlockSizeErr), fails(6, KpliSize{4, 16}, kplStsBlockSizeErr),
+                fails(1, 15, kplStsStepErr), fails(3, 7, kplStsStepErr), fails(4, 4, kplStsBadArgErr),
+                fails(5, -1, kplStsBadArgErr)});
+    CHECK_ARGS(p, kpliInterpolateChroma_H264_8u_C1R, {src, 32, dst, 8, 1, 7, KpliSize{8, 8}},
+               {null(0), null(2), fails(6, KpliSize{2, 0}, kplStsSizeErr),
+                fails(6, KpliSize{16, 16}, kplStsBlockSizeErr), fails(6, KpliSize{2, 8}, kplStsBlockSizeErr),
+                fails(1, 3, kplStsStepErr), fails(3, 7, kplStsStepErr), fails(4, 8, kplStsBadArgErr),
+                fails(5, -1, kplStsBadArgErr)});
+    const KplStatus range = kplStsOutOfRangeErr;
+    CHECK_ARGS(
+        p, kpliWeightedAverage_H264_8u_C1IR, {dst, 16, src, 16, 5, 1, 1, 0, 0, KpliSize{16, 16}},
+        {null(0), null(2), fails(9, KpliSize{-3, 4}, kplStsSizeErr),
+         fails(9, KpliSize{2, 8}, kplStsBlockSizeErr), fails(9, KpliSize{16, 4}, kplStsBlockSizeErr),
+         fails(1, 15, kplStsStepErr), fails(3, 3, kplStsStepErr), fails(4, 8, range), fails(4, -1, range),
+         fails(5, 129, range), fails(6, -129, range), fails(7, 128, range), fails(8, -129, range),
+         passes(4, 0), passes(4, 7), passes(5, -128), passes(6, 128), passes(7, -128), passes(8, 127)});
 }
 
 }  // namespace

@@ -4,14 +4,15 @@
 
 #include "kplvc.h"
 #include "mc/mc.h"
-#include "support/support.h"
+#include "support/args.h"
+#include "support/variants.h"
 
-using kplvc::mc::McBFn;
-using kplvc::mc::McFn;
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
 using kplvc::mc::McKernels;
 using kplvc::mc::Shape;
+using kplvc::test::Arena;
 using kplvc::test::Guarded;
-using kplvc::test::GuardPages;
 using kplvc::test::Rng;
 
 namespace {
@@ -48,8 +49,8 @@ const ShapeInfo kShapes[] = {
 
 int sample(const uint8_t* r, int step, int x, int y) { return r[static_cast<ptrdiff_t>(step) * y + x]; }
 
-int model_pred(const uint8_t* r, int step, int x, int y, int mc_type, int rc, int dx) {
-    const int a = sample(r, step, x, y);
+int model_pred(const uint8_t* r, int step, int x, int y, int mc_type, int32_t rc_in, int dx) {
+    const int a = sample(r, step, x, y), rc = rc_in != 0 ? 1 : 0;
     switch (mc_type & 12) {
         case 0:
             return a;
@@ -75,7 +76,7 @@ int model_byte_pred(const uint8_t* r, int step, int x, int y, int mc_type, int r
     return rc == 0 ? avg(dec(top), bottom) : avg(top, dec(bottom));
 }
 
-int clip(int v) { return v < 0 ? 0 : (v > 255 ? 255 : v); }
+uint8_t clip(int v) { return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v)); }
 
 int16_t res_at(const uint8_t* res, int step, int x, int y) {
     int16_t v;
@@ -83,366 +84,137 @@ int16_t res_at(const uint8_t* res, int step, int x, int y) {
     return v;
 }
 
-// Buffers for one call: reference (with the extra row and columns), residual
-// and output, each with its own random step (odd steps allowed) and a random
-// misalignment, inside canaries.
-struct Bufs {
-    int w, h, ref_step, res_step, dst_step;
-    Guarded ref, ref_b, res, dst;
-    Bufs(Rng& rng, const ShapeInfo& s, bool extreme)
-        : w(s.w),
-          h(s.h),
-          ref_step(s.w + 2 + rng.range(0, 9)),
-          res_step(2 * s.w + rng.range(0, 5)),
-          dst_step(s.w + rng.range(0, 9)),
-          ref(static_cast<size_t>(ref_step) * (h + 1) + w + 2, mis(rng)),
-          ref_b(ref.size(), mis(rng)),
-          res(static_cast<size_t>(res_step) * h, mis(rng)),
-          dst(static_cast<size_t>(dst_step) * h, mis(rng)) {
-        for (Guarded* g : {&ref, &ref_b}) {
-            if (extreme)
-                rng.fill_extreme(g->data(), g->size());
-            else
-                rng.fill(g->data(), g->size());
-        }
-        // Residual values: full range, small, or pushed to the ends; written
-        // bytewise, so odd steps leave the 16-bit cells misaligned.
-        const int kind = rng.range(0, 3);
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
-                int16_t v = kind == 0   ? rng.s16()
-                            : kind == 1 ? static_cast<int16_t>(rng.range(-300, 300))
-                            : kind == 2 ? static_cast<int16_t>(rng.coin() ? 32767 : -32768)
-                                        : static_cast<int16_t>(rng.range(-2, 2));
-                std::memcpy(res.data() + static_cast<ptrdiff_t>(res_step) * y + 2 * x, &v, 2);
-            }
-        rng.fill(dst.data(), dst.size());
-    }
-    static size_t mis(Rng& rng) { return static_cast<size_t>(rng.range(0, 31)); }
-    const int16_t* res16() { return reinterpret_cast<const int16_t*>(res.data()); }
-    void single(McFn f, uint8_t* out, int rc) {
-        f(ref.data(), ref_step, res16(), res_step, out, dst_step, rc);
-    }
-    void bidir(McBFn f, uint8_t* out, int rc) {
-        f(ref.data(), ref_step, ref_b.data(), ref_step, res16(), res_step, out, dst_step, rc);
-    }
-    // The output buffer with block sample (x, y) replaced by clip(f(x, y)).
-    template <class F>
-    std::vector<uint8_t> expect(F f) const {
-        std::vector<uint8_t> want = snap(dst);
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x)
-                want[static_cast<size_t>(dst_step * y + x)] = static_cast<uint8_t>(clip(f(x, y)));
-        return want;
-    }
-    static std::vector<uint8_t> snap(const Guarded& g) { return {g.data(), g.data() + g.size()}; }
-};
-
-// A reference whose every 2x2 neighbourhood is a, b / c, d (for the
-// interleaved forms the neighbour sits two bytes away), with a 32-byte step,
-// and flat 16-bit residual and byte output planes with steps 32 and 16.
-struct Flat {
-    std::vector<uint8_t> ref, dst;
-    std::vector<int16_t> res;
-    Flat(const ShapeInfo& s, uint8_t a, uint8_t b, uint8_t c, uint8_t d, int16_t r = 0)
-        : ref(static_cast<size_t>(32 * (s.h + 1))),
-          dst(static_cast<size_t>(16 * s.h), 7),
-          res(static_cast<size_t>(16 * s.h), r) {
-        for (int y = 0; y <= s.h; ++y)
-            for (int x = 0; x < 32; ++x)
-                ref[32 * y + x] = (y & 1) ? ((x / s.dx) & 1 ? d : c) : ((x / s.dx) & 1 ? b : a);
-    }
-};
-
-// ---- Behaviour ----------------------------------------------------------------------
-
-TEST(MC, InterpolationWorkedExamples) {
-    const struct {
-        const char* what;
-        uint8_t a, b, c, d;
-        int mc_type, rc, want;
-    } cases[] = {
-        {"HH all ones rc0", 1, 1, 1, 1, 12, 0, 1},     {"HH all ones rc1", 1, 1, 1, 1, 12, 1, 1},
-        {"HH 1,1,2,2 rc0", 1, 1, 2, 2, 12, 0, 2},      {"HH 1,1,2,2 rc1", 1, 1, 2, 2, 12, 1, 1},
-        {"HF 1,2 rc0", 1, 2, 0, 0, 8, 0, 2},           {"HF 1,2 rc1", 1, 2, 0, 0, 8, 1, 1},
-        {"FH 1,.,2 rc0", 1, 0, 2, 0, 4, 0, 2},         {"FH 1,.,2 rc1", 1, 0, 2, 0, 4, 1, 1},
-        {"mcType 3 is FF", 7, 200, 200, 200, 3, 0, 7}, {"mcType 5 is FH", 1, 0, 2, 0, 5, 1, 1},
-        {"mcType 13 is HH", 1, 1, 2, 2, 13, 0, 2},     {"HH 255s rc0", 255, 255, 255, 255, 12, 0, 255},
-        {"HH 1,1,0,0 rc1", 1, 1, 0, 0, 12, 1, 0},      {"HH 1,1,0,0 rc0", 1, 1, 0, 0, 12, 0, 1},
-        {"HH 3 ones rc1", 1, 1, 1, 0, 12, 1, 1},
-    };
-    for (const ShapeInfo& s : kShapes)
-        for (const auto& c : cases) {
-            Flat f(s, c.a, c.b, c.c, c.d);
-            ASSERT_EQ(s.single(f.ref.data(), 32, f.res.data(), 32, f.dst.data(), 16, c.mc_type, c.rc),
-                      kplStsNoErr);
-            EXPECT_EQ(f.dst[0], c.want) << s.name << " " << c.what;
-        }
+// Exactly the reference bytes position pos of shape s reads at `step`, tight
+// against an unmapped page every fourth iteration.
+kplvc::test::Buf<uint8_t> reference(Arena& a, Rng& rng, const ShapeInfo& s, int pos, int32_t step, int i) {
+    const bool hor = pos == 2 || pos == 3, ver = pos == 1 || pos == 3;
+    const size_t n = static_cast<size_t>(step * (s.h - 1 + (ver ? 1 : 0)) + s.w + (hor ? s.dx : 0));
+    auto b = a.in<uint8_t>(n, 1, i % 4 == 0 ? kplvc::test::Edge::end : kplvc::test::Edge::none);
+    if (i % 3 == 0) rng.fill_extreme(a[b], n);
+    return b;
 }
 
-// Flat references f (forward, also the single-reference one) and b with a flat
-// residual r: one reference gives clip(f + r) (added exactly, then saturated);
-// two give clip((2r + f + b + 1) >> 1), the average rounding up.
-TEST(MC, ResidualSaturationAndBidirRounding) {
-    const struct {
-        uint8_t f, b;
-        int16_t r;
-        uint8_t want_bidir;
-    } cases[] = {
-        {0, 0, 300, 255},       {0, 0, -1, 0},         {255, 255, -255, 0}, {255, 255, 1, 255},
-        {200, 200, 32767, 255}, {10, 10, -32768, 0},   {128, 128, -128, 0}, {128, 128, 127, 255},
-        {100, 100, 55, 155},    {1, 1, 254, 255},      {1, 2, 0, 2},        {1, 2, -3, 0},
-        {10, 11, 0, 11},        {254, 255, 0, 255},    {0, 1, -1, 0},       {0, 255, 0, 128},
-        {0, 255, 32767, 255},   {255, 255, -32768, 0},
-    };
-    for (const ShapeInfo& s : kShapes)
-        for (const auto& c : cases)
-            for (int t : {0, 12})
-                for (int rc : {0, 1}) {
-                    Flat f(s, c.f, c.f, c.f, c.f, c.r), b(s, c.b, c.b, c.b, c.b);
-                    ASSERT_EQ(s.single(f.ref.data(), 32, f.res.data(), 32, f.dst.data(), 16, t, rc),
-                              kplStsNoErr);
-                    // (The byte-average HH of a flat block is the sample itself only at rc 0.)
-                    const int tb = rc ? 0 : t;
-                    ASSERT_EQ(s.bidir(f.ref.data(), 32, tb, b.ref.data(), 32, tb, f.res.data(), 32,
-                                      b.dst.data(), 16, rc),
-                              kplStsNoErr);
-                    for (int y = 0; y < s.h; ++y)
-                        for (int x = 0; x < s.w; ++x) {
-                            ASSERT_EQ(f.dst[16 * y + x], clip(c.f + c.r))
-                                << s.name << " " << c.f << "+" << c.r;
-                            ASSERT_EQ(b.dst[16 * y + x], c.want_bidir)
-                                << s.name << " B " << +c.f << "," << +c.b;
-                        }
-                }
-}
-
-// Two references: the byte-average forms against the exact averages of the
-// other shapes. a = 1, b = c = d = 0 gives a forward HH prediction of 1 where
-// the four-sample sum gives 0; FH and HF at rc 1 are the truncating averages,
-// so a = 1, c = 0 predicts 0 (a decrement-based construction would give 1).
-// On flat 1s at rc 1 the forward HH half is avg(dec 1, dec 1) = 0 and the
-// backward one avg(1, dec 1) = 1: each half has its own decrement placement.
-TEST(MC, ByteAverageConstruction) {
-    const struct {
-        const char* what;
-        uint8_t a, b, c, d;  // forward reference's neighbourhood
-        int tf;
-        uint8_t back;  // backward reference, flat
-        int tb, rc;
-        int16_t r;
-        uint8_t want_bytes, want_exact;
-    } cases[] = {
-        {"HH a=1 rc0", 1, 0, 0, 0, 12, 0, 0, 0, 0, 1, 0},
-        {"HH a=1 rc1", 1, 0, 0, 0, 12, 0, 0, 1, 0, 0, 0},
-        {"HH 1,1,2,2 rc0 back 1", 1, 1, 2, 2, 12, 1, 0, 0, 0, 1, 2},
-        {"HH 1,1,2,2 rc1 back 1", 1, 1, 2, 2, 12, 1, 0, 1, 0, 1, 1},
-        {"FH a=1 c=0 rc1", 1, 0, 0, 0, 4, 0, 0, 1, 0, 0, 0},
-        {"HF a=1 b=0 rc1", 1, 0, 0, 0, 8, 0, 0, 1, 0, 0, 0},
-        {"FH a=1 c=0 rc0", 1, 0, 0, 0, 4, 0, 0, 0, 0, 1, 1},
-        {"HF 5,6 rc1 back 5", 5, 6, 0, 0, 8, 5, 0, 1, 0, 5, 5},
-        {"ones HH / zeros FF rc1", 1, 1, 1, 1, 12, 0, 0, 1, 0, 0, 1},
-        {"ones FF / ones HH rc1", 1, 1, 1, 1, 0, 1, 12, 1, 0, 1, 1},
-        {"ones HH / ones HH rc1", 1, 1, 1, 1, 12, 1, 12, 1, 0, 1, 1},
-        {"ones HH / ones HH rc0", 1, 1, 1, 1, 12, 1, 12, 0, 0, 1, 1},
-        {"ones HH / ones HH rc1 r-1", 1, 1, 1, 1, 12, 1, 12, 1, -1, 0, 0},
-    };
-    for (const ShapeInfo& s : kShapes)
-        for (const auto& c : cases) {
-            Flat f(s, c.a, c.b, c.c, c.d, c.r), b(s, c.back, c.back, c.back, c.back);
-            ASSERT_EQ(s.bidir(f.ref.data(), 32, c.tf, b.ref.data(), 32, c.tb, f.res.data(), 32, f.dst.data(),
-                              16, c.rc),
-                      0);
-            EXPECT_EQ(f.dst[0], s.bytes ? c.want_bytes : c.want_exact) << s.name << " " << c.what;
+// The residual (full range, small, pushed to the ends, tiny) at a byte step
+// that may be odd, and the output.
+struct ResDst {
+    kplvc::test::Buf<uint8_t> res, dst;
+    int32_t res_step, dst_step;
+    const int16_t* r(Arena& x) const { return reinterpret_cast<const int16_t*>(x[res]); }
+};
+ResDst res_dst(Arena& a, Rng& rng, const ShapeInfo& s) {
+    ResDst b{{}, {}, 2 * s.w + rng.range(0, 5), s.w + rng.range(0, 9)};
+    b.res = a.in<uint8_t>(static_cast<size_t>(b.res_step * s.h), 1);
+    b.dst = a.out<uint8_t>(static_cast<size_t>(b.dst_step * s.h), 1);
+    const int kind = rng.range(0, 3);
+    for (int y = 0; y < s.h; ++y)
+        for (int x = 0; x < s.w; ++x) {
+            const int16_t v = kind == 0   ? rng.s16()
+                              : kind == 1 ? static_cast<int16_t>(rng.range(-300, 300))
+                              : kind == 2 ? static_cast<int16_t>(rng.coin() ? 32767 : -32768)
+                                          : static_cast<int16_t>(rng.range(-2, 2));
+            std::memcpy(a[b.res] + b.res_step * y + 2 * x, &v, 2);
         }
+    return b;
 }
 
 // Every shape and every mcType (pairs for two references) through the public
 // functions against the per-sample model: checks the table index, the
 // forward/backward order of the pair index and each kernel's geometry.
+// roundControl is not checked: any non-zero value acts as 1 (and must not
+// overflow 1 - rc or 2 - rc).
 TEST(MC, PublicFunctionsMatchModel) {
-    Rng rng(20240601);
-    SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
+    Rng rng("mc model");
     for (const ShapeInfo& s : kShapes)
-        for (int rc : {0, 1})
+        for (int32_t rc : {0, 1, 2, -1, INT32_MIN, INT32_MAX})
             for (int tf = 0; tf < 16; ++tf)
-                for (int tb = 0; tb < 16; ++tb) {
-                    Bufs bf(rng, s, rng.coin());
-                    auto r = [&](int x, int y) { return res_at(bf.res.data(), bf.res_step, x, y); };
-                    const uint8_t *rf = bf.ref.data(), *rb = bf.ref_b.data();
-                    const int st = bf.ref_step;
+                for (int tb = 0; tb < 16; tb += rc == 0 || rc == 1 ? 1 : 5) {
+                    SCOPED_TRACE(testing::Message()
+                                 << s.name << " mcType " << tf << "/" << tb << " rc " << rc);
+                    Arena a(rng);
+                    const int32_t st = s.w + 2 + rng.range(0, 9);
+                    auto rf = reference(a, rng, s, 3, st, tf), rb = reference(a, rng, s, 3, st, tb);
+                    const ResDst b = res_dst(a, rng, s);
+                    const uint8_t *f = a[rf], *bk = a[rb];
+                    auto r = [&](int x, int y) { return res_at(a[b.res], b.res_step, x, y); };
+                    auto got = [&] { return std::vector<uint8_t>(a[b.dst], a[b.dst] + b.dst_step * s.h); };
+                    // The output with block sample (x, y) replaced by clip(p(x, y)).
+                    auto expect = [&](auto p) {
+                        std::vector<uint8_t> want = got();
+                        for (int y = 0; y < s.h; ++y)
+                            for (int x = 0; x < s.w; ++x)
+                                want[static_cast<size_t>(b.dst_step * y + x)] = clip(p(x, y));
+                        return want;
+                    };
                     if (tb == 0) {
-                        const auto want = bf.expect(
-                            [&](int x, int y) { return model_pred(rf, st, x, y, tf, rc, s.dx) + r(x, y); });
-                        ASSERT_EQ(
-                            s.single(rf, st, bf.res16(), bf.res_step, bf.dst.data(), bf.dst_step, tf, rc), 0);
-                        ASSERT_EQ(Bufs::snap(bf.dst), want) << s.name << " mcType " << tf << " rc " << rc;
+                        const auto want = expect(
+                            [&](int x, int y) { return model_pred(f, st, x, y, tf, rc, s.dx) + r(x, y); });
+                        ASSERT_EQ(s.single(f, st, b.r(a), b.res_step, a[b.dst], b.dst_step, tf, rc), 0);
+                        ASSERT_EQ(got(), want);
                     }
-                    const auto want = bf.expect([&](int x, int y) {
-                        const int pf = s.bytes ? model_byte_pred(rf, st, x, y, tf, rc, true)
-                                               : model_pred(rf, st, x, y, tf, rc, s.dx);
-                        const int pb = s.bytes ? model_byte_pred(rb, st, x, y, tb, rc, false)
-                                               : model_pred(rb, st, x, y, tb, rc, s.dx);
+                    const auto want = expect([&](int x, int y) {
+                        const int pf = s.bytes ? model_byte_pred(f, st, x, y, tf, rc, true)
+                                               : model_pred(f, st, x, y, tf, rc, s.dx);
+                        const int pb = s.bytes ? model_byte_pred(bk, st, x, y, tb, rc, false)
+                                               : model_pred(bk, st, x, y, tb, rc, s.dx);
                         const int v = 2 * r(x, y) + pf + pb + 1;
                         return v >= 0 ? v / 2 : -((-v + 1) / 2);
                     });
-                    ASSERT_EQ(s.bidir(rf, st, tf, rb, st, tb, bf.res16(), bf.res_step, bf.dst.data(),
-                                      bf.dst_step, rc),
+                    ASSERT_EQ(s.bidir(f, st, tf, bk, st, tb, b.r(a), b.res_step, a[b.dst], b.dst_step, rc),
                               0);
-                    ASSERT_EQ(Bufs::snap(bf.dst), want)
-                        << s.name << " B mcTypeF " << tf << " mcTypeB " << tb << " rc " << rc;
-                    ASSERT_TRUE(bf.dst.intact());
+                    ASSERT_EQ(got(), want);
+                    ASSERT_TRUE(a.intact());
                 }
-}
-
-// roundControl outside 0..1 is not checked; any non-zero value acts as 1
-// (and must not overflow 1 - rc or 2 - rc).
-TEST(MC, NonZeroRoundControlActsAsOne) {
-    Rng rng(4242);
-    for (const ShapeInfo& s : kShapes)
-        for (int rc : {2, 7, -1, INT32_MIN, INT32_MAX})
-            for (int t : {12, 8, 4}) {
-                Bufs bf(rng, s, false);
-                std::vector<uint8_t> one(bf.dst.size()), other(bf.dst.size());
-                const uint8_t *rf = bf.ref.data(), *rb = bf.ref_b.data();
-                s.single(rf, bf.ref_step, bf.res16(), bf.res_step, one.data(), bf.dst_step, t, 1);
-                s.single(rf, bf.ref_step, bf.res16(), bf.res_step, other.data(), bf.dst_step, t, rc);
-                ASSERT_EQ(one, other) << s.name << " rc " << rc;
-                s.bidir(rf, bf.ref_step, t, rb, bf.ref_step, 12, bf.res16(), bf.res_step, one.data(),
-                        bf.dst_step, 1);
-                s.bidir(rf, bf.ref_step, t, rb, bf.ref_step, 12, bf.res16(), bf.res_step, other.data(),
-                        bf.dst_step, rc);
-                ASSERT_EQ(one, other) << s.name << " B rc " << rc;
-            }
 }
 
 // ---- Argument checks ------------------------------------------------------------------
 
-// Any null pointer gives -8 (steps, mcType and roundControl are not checked,
-// so wild values beside a null still give -8), and nothing is written.
+// Any null pointer gives -8; steps, mcType and roundControl are not checked.
 TEST(MCArgs, NullPointersFailAndWriteNothing) {
-    std::vector<uint8_t> ref(64 * 20, 3);
-    std::vector<int16_t> res(16 * 16, 5);
-    const uint8_t* r = ref.data();
-    const int16_t* e = res.data();
+    kplvc::test::ArgPool p;
+    const uint8_t* r = p.take<uint8_t>(64 * 20);
+    const int16_t* e = p.take<int16_t>(16 * 16);
+    uint8_t* d = p.take<uint8_t>(16 * 16);
     for (const ShapeInfo& s : kShapes) {
-        Guarded dst(16 * 16);
-        std::memset(dst.data(), 0x5C, dst.size());
-        const std::vector<uint8_t> before = Bufs::snap(dst);
-        uint8_t* d = dst.data();
-        const KplStatus got[] = {
-            s.single(nullptr, -5, e, 0, d, 0, 99, 7),
-            s.single(r, -5, nullptr, 0, d, 0, 99, 7),
-            s.single(r, -5, e, 0, nullptr, 0, 99, 7),
-            s.single(nullptr, -5, nullptr, 0, nullptr, 0, 99, 7),
-            s.bidir(nullptr, 0, 12, r, 0, 12, e, 0, d, 0, 1),
-            s.bidir(r, 0, 12, nullptr, 0, 12, e, 0, d, 0, 1),
-            s.bidir(r, 0, 12, r, 0, 12, nullptr, 0, d, 0, 1),
-            s.bidir(r, 0, 12, r, 0, 12, e, 0, nullptr, 0, 1),
-        };
-        for (size_t i = 0; i < std::size(got); ++i)
-            EXPECT_EQ(got[i], kplStsNullPtrErr) << s.name << " case " << i;
-        EXPECT_EQ(Bufs::snap(dst), before) << s.name;
-        // Wild steps, mcType and roundControl are accepted (the block is computed).
-        EXPECT_EQ(s.single(r, 64, e, 32, d, 16, -1, 0), kplStsNoErr);
-        EXPECT_TRUE(dst.intact());
+        SCOPED_TRACE(s.name);
+        CHECK_ARGS(p, s.single, {r, 64, e, 32, d, 16, 12, 0},
+                   {null(0), null(2), null(4), passes(1, 1), passes(5, 1), passes(6, -1), passes(7, 7)});
+        CHECK_ARGS(p, s.bidir, {r, 64, 12, r, 64, 4, e, 32, d, 16, 1},
+                   {null(0), null(3), null(6), null(8), passes(2, 99), passes(10, -5)});
     }
 }
 
 // ---- SIMD variants against the scalar reference -------------------------------------
 
-// The levels at which get(table) changes, each with the entry at that level.
-template <class Fn, class Get>
-std::vector<std::pair<kplvc::cpu::Isa, Fn>> changed(Get get) {
-    std::vector<std::pair<kplvc::cpu::Isa, Fn>> out;
-    Fn prev = get(kplvc::mc::mc_kernels_for(kplvc::cpu::Isa::c));
-    for (kplvc::cpu::Isa isa : kplvc::test::simd_levels()) {
-        const Fn f = get(kplvc::mc::mc_kernels_for(isa));
-        if (f != prev) out.emplace_back(isa, f);
-        prev = f;
-    }
-    return out;
-}
-
-// Runs call(out, rc) for the reference (into a copy of the output) and the
-// variant on random buffers; whole buffers must match and inputs stay intact.
-template <class Ref, class Var>
-void compare(Rng& rng, const ShapeInfo& s, int iters, Ref ref, Var var) {
-    for (int iter = 0; iter < iters; ++iter) {
-        const int rc = iter & 1;
-        Bufs a(rng, s, iter % 3 == 0);
-        const std::vector<uint8_t> ref_before = Bufs::snap(a.ref);
-        std::vector<uint8_t> want = Bufs::snap(a.dst);
-        ref(a, want.data(), rc);
-        var(a, a.dst.data(), rc);
-        ASSERT_EQ(Bufs::snap(a.dst), want) << "rc " << rc << " iter " << iter;
-        ASSERT_TRUE(a.dst.intact() && a.ref.intact() && a.ref_b.intact());
-        ASSERT_EQ(Bufs::snap(a.ref), ref_before);
-    }
+template <class Get, class Body>
+void check(Get get, const std::string& name, int n, Body body) {
+    kplvc::test::check_variants(kplvc::mc::mc_kernels_for, get, "mc " + name, n, body);
 }
 
 TEST(MCVariants, MatchReference) {
-    Rng rng(77001);
-    SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()));
-    const McKernels c = kplvc::mc::mc_kernels_for(kplvc::cpu::Isa::c);
-    int tested = 0;
     for (const ShapeInfo& s : kShapes) {
         for (int pos = 0; pos < 4; ++pos)
-            for (auto [isa, fn] : changed<McFn>([&](const McKernels& k) { return k.single[s.shape][pos]; })) {
-                SCOPED_TRACE(testing::Message()
-                             << kplvc::cpu::isa_name(isa) << " " << s.name << " pos " << pos);
-                ++tested;
-                compare(
-                    rng, s, 60, [&](Bufs& a, uint8_t* o, int rc) { a.single(c.single[s.shape][pos], o, rc); },
-                    [&, fn = fn](Bufs& a, uint8_t* o, int rc) { a.single(fn, o, rc); });
-            }
+            check([&](const McKernels& k) { return k.single[s.shape][pos]; },
+                  std::string(s.name) + " pos " + std::to_string(pos), 60,
+                  [&, pos](Arena& a, Rng& rng, int i) {
+                      const int32_t rs = s.w + 2 + rng.range(0, 9);
+                      auto ref = reference(a, rng, s, pos, rs, i);
+                      const ResDst b = res_dst(a, rng, s);
+                      return [=](auto f, Arena& x) {
+                          f(x[ref], rs, b.r(x), b.res_step, x[b.dst], b.dst_step, i & 1);
+                      };
+                  });
         for (int idx = 0; idx < 16; ++idx)
-            for (auto [isa, fn] : changed<McBFn>([&](const McKernels& k) { return k.bidir[s.shape][idx]; })) {
-                SCOPED_TRACE(testing::Message()
-                             << kplvc::cpu::isa_name(isa) << " " << s.name << " pair " << idx);
-                compare(
-                    rng, s, 24, [&](Bufs& a, uint8_t* o, int rc) { a.bidir(c.bidir[s.shape][idx], o, rc); },
-                    [&, fn = fn](Bufs& a, uint8_t* o, int rc) { a.bidir(fn, o, rc); });
-            }
-    }
-    if (!kplvc::test::simd_levels().empty()) {
-        EXPECT_GT(tested, 0);
-    }
-}
-
-// Every kernel (every level) reads nothing beyond the reference area the
-// position needs: the last needed byte sits just before an unmapped page.
-TEST(MCVariants, ReadsOnlyTheNeededReferenceArea) {
-    Rng rng(77003);
-    const McKernels c = kplvc::mc::mc_kernels_for(kplvc::cpu::Isa::c);
-    std::vector<kplvc::cpu::Isa> levels{kplvc::cpu::Isa::c};
-    for (auto l : kplvc::test::simd_levels()) levels.push_back(l);
-    for (kplvc::cpu::Isa isa : levels) {
-        const McKernels k = kplvc::mc::mc_kernels_for(isa);
-        for (const ShapeInfo& s : kShapes)
-            for (int pf = 0; pf < 4; ++pf)
-                for (int pb = 0; pb < 4; ++pb) {
-                    const int step = s.w + 2 * s.dx + 3;
-                    auto area = [&](int pos) {
-                        const bool hor = pos == 2 || pos == 3, ver = pos == 1 || pos == 3;
-                        return static_cast<size_t>(step * (s.h - 1 + (ver ? 1 : 0)) + s.w + (hor ? s.dx : 0));
-                    };
-                    GuardPages gf(area(pf)), gb(area(pb));
-                    rng.fill(gf.flush_end(), gf.size());
-                    rng.fill(gb.flush_end(), gb.size());
-                    std::vector<int16_t> res(static_cast<size_t>(16 * s.h), 1);
-                    std::vector<uint8_t> dst(static_cast<size_t>(16 * s.h)), want(dst.size());
-                    if (pb == 0) {
-                        k.single[s.shape][pf](gf.flush_end(), step, res.data(), 32, dst.data(), 16, 1);
-                        c.single[s.shape][pf](gf.flush_end(), step, res.data(), 32, want.data(), 16, 1);
-                        ASSERT_EQ(dst, want) << kplvc::cpu::isa_name(isa) << " " << s.name;
-                    }
-                    k.bidir[s.shape][pf | (pb << 2)](gf.flush_end(), step, gb.flush_end(), step, res.data(),
-                                                     32, dst.data(), 16, 0);
-                    c.bidir[s.shape][pf | (pb << 2)](gf.flush_end(), step, gb.flush_end(), step, res.data(),
-                                                     32, want.data(), 16, 0);
-                    ASSERT_EQ(dst, want) << kplvc::cpu::isa_name(isa) << " " << s.name << " B";
-                }
+            check([&](const McKernels& k) { return k.bidir[s.shape][idx]; },
+                  std::string(s.name) + " pair " + std::to_string(idx), 24,
+                  [&, idx](Arena& a, Rng& rng, int i) {
+                      const int32_t fs = s.w + 2 + rng.range(0, 9), bs = s.w + 2 + rng.range(0, 9);
+                      auto rf = reference(a, rng, s, idx & 3, fs, i),
+                           rb = reference(a, rng, s, idx >> 2, bs, i);
+                      const ResDst b = res_dst(a, rng, s);
+                      return [=](auto f, Arena& x) {
+                          f(x[rf], fs, x[rb], bs, b.r(x), b.res_step, x[b.dst], b.dst_step, i & 1);
+                      };
+                  });
     }
 }
 

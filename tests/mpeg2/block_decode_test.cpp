@@ -10,7 +10,8 @@
 #include "block_lists.h"
 #include "kplvc.h"
 #include "mpeg2/block.h"
-#include "support/support.h"
+#include "support/args.h"
+#include "support/variants.h"
 
 namespace kplvc::test::mpeg2b {
 namespace {
@@ -79,14 +80,8 @@ Outcome decode(const Dec& s, std::vector<Kpl32u>& words) {
     o.pred = s.pred;
     Kpl32u* p = words.data();
     Kpl32s off = 31;
-    if (s.version == 1)
-        o.st = s.intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(&p, &off, o.block, &o.count, &o.pred, dct,
-                                                                coef, scan, s.qp, w)
-                       : kpliReconstructDCTBlock_MPEG1_32s(&p, &off, o.block, &o.count, coef, scan, s.qp, w);
-    else
-        o.st = s.intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(&p, &off, o.block, &o.count, &o.pred, dct,
-                                                                coef, scan, s.qp, w, s.prec)
-                       : kpliReconstructDCTBlock_MPEG2_32s(&p, &off, o.block, &o.count, coef, scan, s.qp, w);
+    o.st = decode_block(s.version, s.intra, &p, &off, o.block, &o.count, &o.pred, dct, coef, scan, s.qp, w,
+                        s.prec);
     o.consumed = (p - words.data()) * int64_t{32} + (31 - off);
     return o;
 }
@@ -121,229 +116,73 @@ TEST(Mpeg2BlockDecode, WorkedStreams) {
     std::map<int, int> all3, all1;
     for (int i = 0; i < 64; ++i) all3[i] = 3;
     for (int i = 0; i < 63; ++i) all1[i] = 1;  // the even sum 64 clears (7, 7)
+    const KplStatus ok = kplStsNoErr, vlc = kplStsVLCErr, past63 = kplStsCoefCountErr;
+    const Dec dc9{2, true, B14, B12, 0, 1}, dc2000{2, true, B14, B12, 2000, 0},
+        q2{2, false, B14, B12, 0, 0, 2}, q2alt{2, false, B14, B12, 0, 0, 2, Null, true},
+        q30{1, false, B14, B12, 0, 0, 30, Flat16}, q112{2, false, B14, B12, 0, 0, 112, Flat255},
+        intra16{2, true, B14, B12, 0, 0, 1, Flat16}, intra16b15{2, true, B15, B12, 0, 0, 1, Flat16};
     const Case cases[] = {
-        {"m2 intra dc +2, mismatch",
-         {2, true, B14, B12, 128},
-         "01 10 10",
-         kplStsNoErr,
-         {{0, 1040}, {63, 1}},
-         64,
-         6,
-         130},
-        {"m2 intra B15 eob",
-         {2, true, B15, B12, 128},
-         "01 10 0110",
-         kplStsNoErr,
-         {{0, 1040}, {63, 1}},
-         64,
-         8,
-         130},
-        {"m2 intra precision 3",
-         {2, true, B14, B12, 1024, 3},
-         "00 1 10",
-         kplStsNoErr,
-         {{0, 1025}},
-         1,
-         5,
-         1025},
-        {"m1 intra no mismatch", {1, true, B14, B12, 128}, "01 10 10", kplStsNoErr, {{0, 1040}}, 1, 6, 130},
-        {"m1 intra chroma negative diff",
-         {1, true, B14, B13, 128},
-         "11110 00011 10",
-         kplStsNoErr,
-         {{0, 800}},
-         1,
-         12,
-         100},
-        {"m1 intra dc to zero", {1, true, B14, B12, 1}, "00 0 10", kplStsNoErr, {}, 0, 5, 0},
-        {"m1 intra size 9 refused",
-         {1, true, B14, B12, 128},
-         "1111 1110 0 0000 0000 10",
-         kplStsVLCErr,
-         {},
-         0,
-         0,
-         0},
-        {"m2 intra size 9",
-         {2, true, B14, B12, 0, 1},
-         "1111 1110 1 0000 0000 10",
-         kplStsNoErr,
-         {{0, 1024}, {63, 1}},
-         64,
-         19,
-         256},
-        {"m2 intra dc clamps",
-         {2, true, B14, B12, 2000, 0},
-         "1111 1111 1 111 1111 1111 10",
-         kplStsNoErr,
-         {{0, 2047}},
-         1,
-         22,
-         4047},
-        {"m2 escape -300",
-         {2, false, B14, B12, 0, 0, 2},
+        {"m2 dc +2, mismatch", {2, true, B14, B12, 128}, "01 10 10", ok, {{0, 1040}, {63, 1}}, 64, 6, 130},
+        {"m2 intra B15 eob", {2, true, B15, B12, 128}, "01 10 0110", ok, {{0, 1040}, {63, 1}}, 64, 8, 130},
+        {"m2 intra precision 3", {2, true, B14, B12, 1024, 3}, "00 1 10", ok, {{0, 1025}}, 1, 5, 1025},
+        {"m1 intra no mismatch", {1, true, B14, B12, 128}, "01 10 10", ok, {{0, 1040}}, 1, 6, 130},
+        {"m1 chroma -diff", {1, true, B14, B13, 128}, "11110 00011 10", ok, {{0, 800}}, 1, 12, 100},
+        {"m1 intra dc to zero", {1, true, B14, B12, 1}, "00 0 10", ok, {}, 0, 5, 0},
+        {"m1 intra size 9 refused", {1, true, B14, B12, 128}, "1111 1110 0 0000 0000 10", vlc, {}, 0, 0, 0},
+        {"m2 dc size 9", dc9, "1111 1110 1 0000 0000 10", ok, {{0, 1024}, {63, 1}}, 64, 19, 256},
+        {"m2 dc clamps", dc2000, "1111 1111 1 111 1111 1111 10", ok, {{0, 2047}}, 1, 22, 4047},
+        {"m2 esc -300",
+         q2,
          "1 0 000001 000101 1110 1101 0100 10",
-         kplStsNoErr,
+         ok,
          {{0, 3}, {24, -601}, {63, 1}},
          64,
          28,
          0},
-        {"m2 escape -300 alternate",
-         {2, false, B14, B12, 0, 0, 2, Null, true},
+        {"m2 esc -300 alt",
+         q2alt,
          "1 0 000001 000101 1110 1101 0100 10",
-         kplStsNoErr,
+         ok,
          {{0, 3}, {16, -601}, {63, 1}},
          64,
          28,
          0},
-        {"m1 escape -200",
-         {1, false},
-         "000001 000000 1000 0000 0011 1000 10",
-         kplStsNoErr,
-         {{0, -401}},
-         1,
-         30,
-         0},
-        {"m1 escape +200",
-         {1, false},
-         "000001 000000 0000 0000 1100 1000 10",
-         kplStsNoErr,
-         {{0, 401}},
-         1,
-         30,
-         0},
-        {"m1 escape 127", {1, false}, "000001 000000 0111 1111 10", kplStsNoErr, {{0, 255}}, 1, 22, 0},
-        {"m1 escape -127", {1, false}, "000001 000000 1000 0001 10", kplStsNoErr, {{0, -255}}, 1, 22, 0},
-        {"m1 long form of 5",
-         {1, false},
-         "000001 000000 0000 0000 0000 0101 10",
-         kplStsNoErr,
-         {{0, 11}},
-         1,
-         30,
-         0},
-        {"m1 long form of -5",
-         {1, false},
-         "000001 000000 1000 0000 1111 1011 10",
-         kplStsNoErr,
-         {{0, -11}},
-         1,
-         30,
-         0},
-        {"m1 oddify non-intra 2", {1, false}, "0100 0 10", kplStsNoErr, {{0, 5}}, 1, 7, 0},
-        {"m1 non-intra 1 weight 8",
-         {1, false, B14, B12, 0, 0, 1, Flat8},
-         "1 0 10",
-         kplStsNoErr,
-         {{0, 1}},
-         1,
-         4,
-         0},
-        {"m1 oddify intra 2",
-         {1, true, B14, B12, 0, 0, 1, Flat16},
-         "100 0100 0 10",
-         kplStsNoErr,
-         {{8, 3}},
-         2,
-         10,
-         0},
-        {"m1 intra -1", {1, true, B14, B12, 0, 0, 1, Flat16}, "100 11 1 10", kplStsNoErr, {{8, -1}}, 2, 8, 0},
+        {"m1 escape -200", {1, false}, "000001 000000 1000 0000 0011 1000 10", ok, {{0, -401}}, 1, 30, 0},
+        {"m1 escape +200", {1, false}, "000001 000000 0000 0000 1100 1000 10", ok, {{0, 401}}, 1, 30, 0},
+        {"m1 escape 127", {1, false}, "000001 000000 0111 1111 10", ok, {{0, 255}}, 1, 22, 0},
+        {"m1 escape -127", {1, false}, "000001 000000 1000 0001 10", ok, {{0, -255}}, 1, 22, 0},
+        {"m1 long form of 5", {1, false}, "000001 000000 0000 0000 0000 0101 10", ok, {{0, 11}}, 1, 30, 0},
+        {"m1 long form of -5", {1, false}, "000001 000000 1000 0000 1111 1011 10", ok, {{0, -11}}, 1, 30, 0},
+        {"m1 oddify non-intra 2", {1, false}, "0100 0 10", ok, {{0, 5}}, 1, 7, 0},
+        {"m1 non-intra 1 weight 8", {1, false, B14, B12, 0, 0, 1, Flat8}, "1 0 10", ok, {{0, 1}}, 1, 4, 0},
+        {"m1 oddify intra 2", {1, true, B14, B12, 0, 0, 1, Flat16}, "100 0100 0 10", ok, {{8, 3}}, 2, 10, 0},
+        {"m1 intra -1", {1, true, B14, B12, 0, 0, 1, Flat16}, "100 11 1 10", ok, {{8, -1}}, 2, 8, 0},
         // (-511 * 30 * 16) / 16 = -15330 is even: -15329, then the clamp.
-        {"m1 oddify before clamp",
-         {1, false, B14, B12, 0, 0, 30, Flat16},
-         "000001 000000 1000 0000 0000 0001 10",
-         kplStsNoErr,
-         {{0, -2048}},
-         1,
-         30,
-         0},
-        {"first 1s negative", {2, false}, "1 1 10", kplStsNoErr, {{0, -1}}, 1, 4, 0},
-        {"m1 first then 11", {1, false}, "1 0 11 0 10", kplStsNoErr, {{0, 3}, {8, 3}}, 2, 7, 0},
-        {"m2 first then 11", {2, false}, "1 0 11 0 10", kplStsNoErr, {{0, 1}, {8, 1}, {63, 1}}, 64, 7, 0},
-        {"intra 11 is (0,1)",
-         {2, true, B14, B12, 0, 0, 1, Flat16},
-         "100 11 0 10",
-         kplStsNoErr,
-         {{8, 1}},
-         2,
-         8,
-         0},
-        {"m2 level to zero",
-         {2, false, B14, B12, 0, 0, 1, Flat8},
-         "1 0 10",
-         kplStsNoErr,
-         {{63, 1}},
-         64,
-         4,
-         0},
-        {"m1 level to zero", {1, false, B14, B12, 0, 0, 1, Flat4}, "1 0 10", kplStsNoErr, {}, 0, 4, 0},
-        {"m2 saturate 2047",
-         {2, false, B14, B12, 0, 0, 112, Flat255},
-         "000001 000000 0111 1111 1111 10",
-         kplStsNoErr,
-         {{0, 2047}},
-         1,
-         26,
-         0},
-        {"m2 saturate -2047",
-         {2, false, B14, B12, 0, 0, 112, Flat255},
-         "000001 000000 1000 0000 0001 10",
-         kplStsNoErr,
-         {{0, -2048}, {63, 1}},
-         64,
-         26,
-         0},
-        {"mismatch clears (7,7)",
-         {2, false},
-         "1 0 000001 111110 0000 0000 0001 10",
-         kplStsNoErr,
-         {{0, 1}},
-         1,
-         28,
-         0},
-        {"64 coefficients", {1, false}, run63.c_str(), kplStsNoErr, all3, 64, 2 + 63 * 3 + 2, 0},
-        {"64 coefficients, mismatch", {2, false}, run63.c_str(), kplStsNoErr, all1, 63, 2 + 63 * 3 + 2, 0},
-        {"B14 reads 0000 0001 0000",
-         {2, true, B14, B12, 0, 0, 1, Flat16},
-         "100 0000 0001 0000 0 10",
-         kplStsNoErr,
-         {{8, 11}},
-         2,
-         18,
-         0},
+        {"m1 odd, clamp", q30, "000001 000000 1000 0000 0000 0001 10", ok, {{0, -2048}}, 1, 30, 0},
+        {"first 1s negative", {2, false}, "1 1 10", ok, {{0, -1}}, 1, 4, 0},
+        {"m1 first then 11", {1, false}, "1 0 11 0 10", ok, {{0, 3}, {8, 3}}, 2, 7, 0},
+        {"m2 first then 11", {2, false}, "1 0 11 0 10", ok, {{0, 1}, {8, 1}, {63, 1}}, 64, 7, 0},
+        {"intra 11 is (0,1)", intra16, "100 11 0 10", ok, {{8, 1}}, 2, 8, 0},
+        {"m2 level to zero", {2, false, B14, B12, 0, 0, 1, Flat8}, "1 0 10", ok, {{63, 1}}, 64, 4, 0},
+        {"m1 level to zero", {1, false, B14, B12, 0, 0, 1, Flat4}, "1 0 10", ok, {}, 0, 4, 0},
+        {"m2 sat 2047", q112, "000001 000000 0111 1111 1111 10", ok, {{0, 2047}}, 1, 26, 0},
+        {"m2 sat -2047", q112, "000001 000000 1000 0000 0001 10", ok, {{0, -2048}, {63, 1}}, 64, 26, 0},
+        {"mismatch clears (7,7)", {2, false}, "1 0 000001 111110 0000 0000 0001 10", ok, {{0, 1}}, 1, 28, 0},
+        {"64 coefficients", {1, false}, run63.c_str(), ok, all3, 64, 2 + 63 * 3 + 2, 0},
+        {"64 coefficients, mismatch", {2, false}, run63.c_str(), ok, all1, 63, 2 + 63 * 3 + 2, 0},
+        {"B14 0000 0001 0000", intra16, "100 0000 0001 0000 0 10", ok, {{8, 11}}, 2, 18, 0},
         // Errors: nothing written.
-        {"twelve zeros", {2, false}, "0000 0000 0000 0000", kplStsVLCErr, {}, 0, 0, 0},
-        {"twelve zeros after dc", {2, true, B14, B12, 5}, "100 0000 0000 0000", kplStsVLCErr, {}, 0, 0, 0},
-        {"m2 escape 0", {2, false}, "000001 000000 0000 0000 0000 10", kplStsVLCErr, {}, 0, 0, 0},
-        {"m2 escape -2048", {2, false}, "000001 000000 1000 0000 0000 10", kplStsVLCErr, {}, 0, 0, 0},
-        {"m1 escape 0", {1, false}, "000001 000000 0000 0000 0000 0000 10", kplStsVLCErr, {}, 0, 0, 0},
-        {"m1 escape -256", {1, false}, "000001 000000 1000 0000 0000 0000 10", kplStsVLCErr, {}, 0, 0, 0},
-        {"escape run past 63",
-         {2, false},
-         "1 0 000001 111111 0000 0000 0001 10",
-         kplStsCoefCountErr,
-         {},
-         0,
-         0,
-         0},
-        {"forbidden level before run test",
-         {2, false},
-         "1 0 000001 111111 0000 0000 0000 10",
-         kplStsVLCErr,
-         {},
-         0,
-         0,
-         0},
-        {"65th coefficient", {2, false}, run64.c_str(), kplStsCoefCountErr, {}, 0, 0, 0},
-        {"B15 rejects B14-only code",
-         {2, true, B15, B12, 0, 0, 1, Flat16},
-         "100 0000 0001 0000 0 0110",
-         kplStsVLCErr,
-         {},
-         0,
-         0,
-         0},
-        {"EOB first in non-intra", {2, false, B15}, "0110", kplStsVLCErr, {}, 0, 0, 0},
+        {"twelve zeros", {2, false}, "0000 0000 0000 0000", vlc, {}, 0, 0, 0},
+        {"twelve zeros after dc", {2, true, B14, B12, 5}, "100 0000 0000 0000", vlc, {}, 0, 0, 0},
+        {"m2 escape 0", {2, false}, "000001 000000 0000 0000 0000 10", vlc, {}, 0, 0, 0},
+        {"m2 escape -2048", {2, false}, "000001 000000 1000 0000 0000 10", vlc, {}, 0, 0, 0},
+        {"m1 escape 0", {1, false}, "000001 000000 0000 0000 0000 0000 10", vlc, {}, 0, 0, 0},
+        {"m1 escape -256", {1, false}, "000001 000000 1000 0000 0000 0000 10", vlc, {}, 0, 0, 0},
+        {"escape run past 63", {2, false}, "1 0 000001 111111 0000 0000 0001 10", past63, {}, 0, 0, 0},
+        {"level before run", {2, false}, "1 0 000001 111111 0000 0000 0000 10", vlc, {}, 0, 0, 0},
+        {"65th coefficient", {2, false}, run64.c_str(), past63, {}, 0, 0, 0},
+        {"B15 lacks B14 code", intra16b15, "100 0000 0001 0000 0 0110", vlc, {}, 0, 0, 0},
+        {"EOB first in non-intra", {2, false, B15}, "0110", vlc, {}, 0, 0, 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -400,8 +239,7 @@ TEST(Mpeg2BlockDecode, ExactReconstructionAtExtremes) {
     const std::vector<Code> codes = {{"1", 0, 32767}, {"01", 64, 0}, {"001", 65, 0}, {"0001", 0, 1}};
     const std::vector<Kpl32s> list = make_list(codes, true, {8});
     Table t = build(list, true);
-    Rng rng(20240610);
-    SCOPED_TRACE(seed_trace(rng.seed()));
+    Rng rng("mpeg2 block extremes");
     const std::vector<Kpl32s> zz = scan32(kZigzag);
     for (int n = 0; n < 3000; ++n) {
         const int version = rng.coin() ? 1 : 2;
@@ -474,83 +312,39 @@ TEST(Mpeg2BlockDecode, CountFollowsScanEntries) {
 
 // ---- Argument checks ------------------------------------------------------------
 
+// Pointers (the stream's word included) first, then the bit offset, the
+// quantiser scale and the intra DC precision; the non-intra decoders take a
+// null matrix as flat 16. Each function decodes a fresh valid stream.
 TEST(Mpeg2BlockDecode, ArgumentOrder) {
     const Tables& t = tables();
     const std::vector<Kpl32s> zz = scan32(kZigzag);
     const Kpl16s* W = matrix(Default);
-    std::vector<Kpl32u> words = words_of("01 10 10");
-    enum Field { None, PP, Off, P, Blk, Cnt, Pred, DcT, Coef, Scan, Mat, OffVal, Qp, Prec };
-    struct A {
-        const char* name;
-        Field a, b;
-        int offv, qp, prec;
-        KplStatus st;
-    } cases[] = {
-        {"pp null", PP, None, 31, 1, 0, kplStsNullPtrErr},
-        {"offset ptr null", Off, None, 31, 1, 0, kplStsNullPtrErr},
-        {"stream null", P, None, 31, 1, 0, kplStsNullPtrErr},
-        {"block null", Blk, None, 31, 1, 0, kplStsNullPtrErr},
-        {"count null", Cnt, None, 31, 1, 0, kplStsNullPtrErr},
-        {"pred null", Pred, None, 31, 1, 0, kplStsNullPtrErr},
-        {"dc table null", DcT, None, 31, 1, 0, kplStsNullPtrErr},
-        {"coef null", Coef, None, 31, 1, 0, kplStsNullPtrErr},
-        {"scan null", Scan, None, 31, 1, 0, kplStsNullPtrErr},
-        {"matrix null", Mat, None, 31, 1, 0, kplStsNullPtrErr},
-        {"offset 32", None, None, 32, 1, 0, kplStsBadArgErr},
-        {"offset -1", None, None, -1, 1, 0, kplStsBadArgErr},
-        {"qp 0", None, None, 31, 0, 0, kplStsBadArgErr},
-        {"precision 4", None, None, 31, 1, 4, kplStsBadArgErr},
-        {"precision -1", None, None, 31, 1, -1, kplStsBadArgErr},
-        {"null before bad offset", Scan, None, 32, 1, 0, kplStsNullPtrErr},
-        {"null before bad qp", Mat, None, 31, 0, 4, kplStsNullPtrErr},
-        {"stream null before block null", P, Blk, 31, 1, 0, kplStsNullPtrErr},
+    ArgPool p;
+    auto stream = [&p](const char* bits) {
+        const std::vector<Kpl32u> w = words_of(bits);
+        Kpl32u* s = p.take<Kpl32u>(w.size());
+        std::memcpy(s, w.data(), 4 * w.size());
+        return p.take<Kpl32u*>({s});
     };
-    for (int version = 1; version <= 2; ++version) {
-        for (int intra = 0; intra <= 1; ++intra) {
-            for (const A& c : cases) {
-                const bool intra_only =
-                    c.a == Pred || c.a == DcT || c.a == Mat || c.a == Prec || (c.prec != 0 && c.a == None);
-                if (!intra && intra_only) continue;
-                if (version == 1 && c.prec != 0 && c.a == None) continue;
-                SCOPED_TRACE(std::string(c.name) + (intra ? " intra" : " inter") + " v" +
-                             std::to_string(version));
-                Kpl32u* p = words.data();
-                Kpl32s off = c.offv;
-                Kpl16s blk[64];
-                for (auto& v : blk) v = kFill;
-                Kpl32s count = kCountFill;
-                Kpl16s pred = 77;
-                auto has = [&](Field f) { return c.a == f || c.b == f; };
-                Kpl32u** pp = has(PP) ? nullptr : &p;
-                if (has(P)) p = nullptr;
-                Kpl32s* po = has(Off) ? nullptr : &off;
-                Kpl16s* pb = has(Blk) ? nullptr : blk;
-                Kpl32s* pc = has(Cnt) ? nullptr : &count;
-                Kpl16s* ppred = has(Pred) ? nullptr : &pred;
-                const Kpl32s* dct = has(DcT) ? nullptr : t.b12.get();
-                const Kpl32s* coef = has(Coef) ? nullptr : t.b14.get();
-                const Kpl32s* scan = has(Scan) ? nullptr : zz.data();
-                const Kpl16s* mat = has(Mat) ? nullptr : W;
-                KplStatus st;
-                if (version == 1)
-                    st = intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(pp, po, pb, pc, ppred, dct, coef,
-                                                                        scan, c.qp, mat)
-                               : kpliReconstructDCTBlock_MPEG1_32s(pp, po, pb, pc, coef, scan, c.qp, mat);
-                else
-                    st = intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(pp, po, pb, pc, ppred, dct, coef,
-                                                                        scan, c.qp, mat, c.prec)
-                               : kpliReconstructDCTBlock_MPEG2_32s(pp, po, pb, pc, coef, scan, c.qp, mat);
-                EXPECT_EQ(st, c.st);
-                EXPECT_EQ(off, c.offv);
-                if (!has(P)) {
-                    EXPECT_EQ(p, words.data());
-                }
-                EXPECT_EQ(count, kCountFill);
-                EXPECT_EQ(pred, 77);
-                for (int i = 0; i < 64; ++i) ASSERT_EQ(blk[i], kFill);
-            }
-        }
-    }
+    Kpl16s* blk = p.take<Kpl16s>(64);
+    Kpl32s* cnt = p.take<Kpl32s>(1);
+    const Arg word{0, p.take<Kpl32u*>({nullptr}), kplStsNullPtrErr},
+        off32{1, p.take<Kpl32s>({32}), kplStsBadArgErr}, off_neg{1, p.take<Kpl32s>({-1}), kplStsBadArgErr};
+    CHECK_ARGS(p, kpliReconstructDCTBlockIntra_MPEG1_32s,
+               {stream("100 11 0 10"), p.take<Kpl32s>({31}), blk, cnt, p.take<Kpl16s>({0}), t.b12.get(),
+                t.b14.get(), zz.data(), 1, W},
+               {null(0), word, null(1), null(2), null(3), null(4), null(5), null(6), null(7), null(9), off32,
+                off_neg, fails(8, 0, kplStsBadArgErr), fails(8, 32, kplStsBadArgErr)});
+    CHECK_ARGS(p, kpliReconstructDCTBlockIntra_MPEG2_32s,
+               {stream("100 11 0 10"), p.take<Kpl32s>({31}), blk, cnt, p.take<Kpl16s>({0}), t.b12.get(),
+                t.b14.get(), zz.data(), 1, W, 0},
+               {null(0), word, null(1), null(2), null(3), null(4), null(5), null(6), null(7), null(9), off32,
+                off_neg, fails(8, 0, kplStsBadArgErr), fails(8, 113, kplStsBadArgErr),
+                fails(10, 4, kplStsBadArgErr), fails(10, -1, kplStsBadArgErr)});
+    for (auto f : {kpliReconstructDCTBlock_MPEG1_32s, kpliReconstructDCTBlock_MPEG2_32s})
+        CHECK_ARGS(p, f, {stream("1 0 10"), p.take<Kpl32s>({31}), blk, cnt, t.b14.get(), zz.data(), 1, W},
+                   {null(0), word, null(1), null(2), null(3), null(4), null(5), off32, off_neg,
+                    fails(6, 0, kplStsBadArgErr), passes(7, nullptr)});
 }
 
 TEST(Mpeg2BlockDecode, QuantiserScaleLimits) {
@@ -583,31 +377,22 @@ TEST(Mpeg2BlockDecode, QuantiserScaleLimits) {
 // ---- The SIMD scan mask against its reference ------------------------------------
 
 TEST(Mpeg2BlockDecode, ScanMaskVariants) {
-    const auto ref = mpeg2::block_kernels_for(cpu::Isa::c).scan_mask;
-    Rng rng(77001);
-    SCOPED_TRACE(seed_trace(rng.seed()));
-    for (const auto& [isa, fn] : variants(mpeg2::block_kernels_for, &mpeg2::BlockKernels::scan_mask)) {
-        SCOPED_TRACE(cpu::isa_name(isa));
-        for (int n = 0; n < 4000; ++n) {
-            Kpl32s scan[64 + 1];
-            const int kind = n % 4;
-            for (int i = 0; i < 64; ++i) {
-                if (kind == 0)
-                    scan[i] = kZigzag[i];
-                else if (kind == 1)
-                    scan[i] = kAlternate[i];
-                else if (kind == 2)
-                    scan[i] = rng.range(0, 63);
-                else
-                    scan[i] = static_cast<Kpl32s>(rng.u32());  // high bits ignored
-            }
-            uint64_t nz = rng.u64();
-            if (n % 3 == 0) nz &= rng.u64() & rng.u64();  // sparse
-            if (n % 7 == 0) nz = uint64_t{1} << rng.range(0, 63);
-            if (n == 1) nz = ~uint64_t{0};
-            ASSERT_EQ(fn(nz, scan), ref(nz, scan)) << "n " << n;
-        }
-    }
+    check_variants(mpeg2::block_kernels_for, &mpeg2::BlockKernels::scan_mask, "mpeg2 scan_mask", 4000,
+                   [](Arena& a, Rng& rng, int n) {
+                       auto scan = a.in<Kpl32s>(64);
+                       for (int i = 0; i < 64; ++i) {
+                           const int32_t kind = n % 4;
+                           a[scan][i] = kind == 0   ? kZigzag[i]
+                                        : kind == 1 ? kAlternate[i]
+                                        : kind == 2 ? rng.range(0, 63)
+                                                    : static_cast<Kpl32s>(rng.u32());  // high bits ignored
+                       }
+                       uint64_t nz = rng.u64();
+                       if (n % 3 == 0) nz &= rng.u64() & rng.u64();  // sparse
+                       if (n % 7 == 0) nz = uint64_t{1} << rng.range(0, 63);
+                       if (n == 1) nz = ~uint64_t{0};
+                       return [=](auto f, Arena& x) { return f(nz, x[scan]); };
+                   });
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // Test helpers for the MPEG-1/MPEG-2 block coders: the callers' code lists
-// read from the standards' tables in /work/shared/tables, the tables built
+// read from the standards' tables in tests/data, the tables built
 // from them, bit strings turned into words, and a plain model of the
 // reconstruction arithmetic written independently of the library.
 #pragma once
@@ -112,6 +112,25 @@ inline int32_t model_dequant(int version, bool intra, int64_t level, int64_t q, 
         r = (intra ? 2 * level * w * q : (2 * level + sgn) * w * q) / 32;
     }
     return static_cast<int32_t>(r < -2048 ? -2048 : (r > 2047 ? 2047 : r));
+}
+
+// One block through the decoder or encoder of `version` (1 or 2), the intra
+// form with its DC predictor and table (and precision) or the non-intra one.
+inline KplStatus decode_block(int version, bool intra, Kpl32u** p, Kpl32s* off, Kpl16s* blk, Kpl32s* count,
+                              Kpl16s* pred, const Kpl32s* dct, const Kpl32s* coef, const Kpl32s* scan, int qp,
+                              const Kpl16s* w, int prec) {
+    if (version == 1)
+        return intra
+                   ? kpliReconstructDCTBlockIntra_MPEG1_32s(p, off, blk, count, pred, dct, coef, scan, qp, w)
+                   : kpliReconstructDCTBlock_MPEG1_32s(p, off, blk, count, coef, scan, qp, w);
+    return intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(p, off, blk, count, pred, dct, coef, scan, qp, w,
+                                                          prec)
+                 : kpliReconstructDCTBlock_MPEG2_32s(p, off, blk, count, coef, scan, qp, w);
+}
+inline KplStatus encode_block(int version, bool intra, const Kpl16s* blk, Kpl32u** p, Kpl32s* f, Kpl16s* pred,
+                              const Kpl32s* dc, const Kpl32s* rl, const Kpl32s* scan) {
+    return intra ? kpliPutIntraBlock(blk, p, f, pred, dc, rl, scan, version)
+                 : kpliPutNonIntraBlock(blk, p, f, rl, scan, version);
 }
 
 }  // namespace kplvc::test::mpeg2b

@@ -103,8 +103,7 @@ TEST(Mpeg2BlockRoundTrip, StreamsOfBlocks) {
     const std::vector<Kpl32s> zz = scan32(kZigzag), alt = scan32(kAlternate);
     const Config configs[] = {{1, false, false}, {1, true, false}, {2, false, false},
                               {2, true, false},  {2, false, true}, {2, true, true}};
-    Rng rng(0x5eed2b);
-    SCOPED_TRACE(seed_trace(rng.seed()));
+    Rng rng("mpeg2 block round trip");
     int blocks_checked = 0;
     for (const Config& cfg : configs) {
         const std::vector<Kpl32s>& scan = cfg.alternate ? alt : zz;
@@ -127,10 +126,8 @@ TEST(Mpeg2BlockRoundTrip, StreamsOfBlocks) {
                 fill_block(rng, b, cfg.version, pr);
                 b.pred_in = pr;
                 const Kpl32s* enc = (b.intra && cfg.b15) ? t.enc15.data() : t.enc14.data();
-                const KplStatus st = b.intra
-                                         ? kpliPutIntraBlock(b.lv, &p, &f, &pr, b.luma ? t.dc12 : t.dc13, enc,
-                                                             scan.data(), cfg.version)
-                                         : kpliPutNonIntraBlock(b.lv, &p, &f, enc, scan.data(), cfg.version);
+                const KplStatus st = encode_block(cfg.version, b.intra, b.lv, &p, &f, &pr,
+                                                  b.luma ? t.dc12 : t.dc13, enc, scan.data());
                 ASSERT_EQ(st, kplStsNoErr);
                 if (b.intra) {
                     ASSERT_EQ(pr, b.lv[0]);
@@ -177,18 +174,9 @@ TEST(Mpeg2BlockRoundTrip, StreamsOfBlocks) {
                 if (b.intra) {
                     ASSERT_EQ(pr, b.pred_in);
                 }
-                KplStatus st;
-                const Kpl32s* dct = b.luma ? t.b12.get() : t.b13.get();
-                if (cfg.version == 1)
-                    st = b.intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(&rp, &off, got, &count, &pr, dct,
-                                                                          coef, scan.data(), qp, wp)
-                                 : kpliReconstructDCTBlock_MPEG1_32s(&rp, &off, got, &count, coef,
-                                                                     scan.data(), qp, wp);
-                else
-                    st = b.intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(&rp, &off, got, &count, &pr, dct,
-                                                                          coef, scan.data(), qp, wp, prec)
-                                 : kpliReconstructDCTBlock_MPEG2_32s(&rp, &off, got, &count, coef,
-                                                                     scan.data(), qp, wp);
+                const KplStatus st =
+                    decode_block(cfg.version, b.intra, &rp, &off, got, &count, &pr,
+                                 b.luma ? t.b12.get() : t.b13.get(), coef, scan.data(), qp, wp, prec);
                 ASSERT_EQ(st, kplStsNoErr);
                 Kpl16s want[64];
                 Kpl32s want_count;
@@ -213,8 +201,7 @@ TEST(Mpeg2BlockRoundTrip, StreamsOfBlocks) {
 TEST(Mpeg2BlockRoundTrip, CountDrivesTheTransform) {
     const Tables& t = tables();
     const std::vector<Kpl32s> zz = scan32(kZigzag), alt = scan32(kAlternate);
-    Rng rng(0xdc7);
-    SCOPED_TRACE(seed_trace(rng.seed()));
+    Rng rng("mpeg2 block count");
     int short_paths = 0, dc_only = 0, dc_only_differs = 0;
     for (int n = 0; n < 2000; ++n) {
         const int version = rng.coin() ? 1 : 2;
@@ -239,8 +226,7 @@ TEST(Mpeg2BlockRoundTrip, CountDrivesTheTransform) {
         Kpl32s f = 32;
         Kpl16s epred = pred;
         const KplStatus es =
-            intra ? kpliPutIntraBlock(b.lv, &p, &f, &epred, t.dc12, t.enc14.data(), scan.data(), version)
-                  : kpliPutNonIntraBlock(b.lv, &p, &f, t.enc14.data(), scan.data(), version);
+            encode_block(version, intra, b.lv, &p, &f, &epred, t.dc12, t.enc14.data(), scan.data());
         ASSERT_EQ(es, kplStsNoErr);
         if (f != 32) *p <<= f;
         Kpl32u* rp = words;
@@ -250,17 +236,8 @@ TEST(Mpeg2BlockRoundTrip, CountDrivesTheTransform) {
         const int qp = rng.range(1, 31);
         std::vector<Kpl16s> w(64);
         rng.fill(w.data(), 64, 1, 64);
-        KplStatus st;
-        if (version == 1)
-            st = intra ? kpliReconstructDCTBlockIntra_MPEG1_32s(&rp, &off, blk, &count, &pred, t.b12.get(),
-                                                                t.b14.get(), scan.data(), qp, w.data())
-                       : kpliReconstructDCTBlock_MPEG1_32s(&rp, &off, blk, &count, t.b14.get(), scan.data(),
-                                                           qp, w.data());
-        else
-            st = intra ? kpliReconstructDCTBlockIntra_MPEG2_32s(&rp, &off, blk, &count, &pred, t.b12.get(),
-                                                                t.b14.get(), scan.data(), qp, w.data(), 0)
-                       : kpliReconstructDCTBlock_MPEG2_32s(&rp, &off, blk, &count, t.b14.get(), scan.data(),
-                                                           qp, w.data());
+        const KplStatus st = decode_block(version, intra, &rp, &off, blk, &count, &pred, t.b12.get(),
+                                          t.b14.get(), scan.data(), qp, w.data(), 0);
         ASSERT_EQ(st, kplStsNoErr);
         short_paths += count <= 8;
         Kpl8u a[64], full[64];

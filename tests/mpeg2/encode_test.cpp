@@ -10,7 +10,7 @@
 
 #include "block_lists.h"
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/args.h"
 
 namespace kplvc::test::mpeg2b {
 namespace {
@@ -69,10 +69,9 @@ TEST(Mpeg2Encode, TableFromCallerLists) {
         EXPECT_EQ(nonzero, static_cast<int>(c.words.size()));
         for (const auto& [at, w] : c.words) EXPECT_EQ(out[at], w) << "word " << at;
     }
-    std::vector<Kpl32s> out(4);
-    const std::vector<Kpl32s>& l = tables().b14_list;
-    EXPECT_EQ(kpliCreateRLEncodeTable(nullptr, out.data()), kplStsNullPtrErr);
-    EXPECT_EQ(kpliCreateRLEncodeTable(l.data(), nullptr), kplStsNullPtrErr);
+    ArgPool p(1 << 15);
+    CHECK_ARGS(p, kpliCreateRLEncodeTable,
+               {tables().b14_list.data(), p.take<Kpl32s>(KPLVC_RL_ENCODE_TABLE_SIZE)}, {null(0), null(1)});
 }
 
 // The stream bits in order: whole words from bit 31, then the low 32 - f
@@ -108,22 +107,17 @@ struct Enc {
 };
 
 TEST(Mpeg2Encode, Streams) {
+    const KplStatus ok = kplStsNoErr, range = kplStsLevelRangeErr;
     const Enc cases[] = {
-        {"first -1", false, 2, {{0, -1}}, "", "1 1 10", kplStsNoErr},
-        {"first +1 then escape -300",
-         false,
-         2,
-         {{0, 1}, {3, -300}},
-         "",
-         "1 0 000001 000101 1110 1101 0100 10",
-         kplStsNoErr},
-        {"first +1 then 16-bit -200",
+        {"first -1", false, 2, {{0, -1}}, "", "1 1 10", ok},
+        {"first +1, esc -300", false, 2, {{0, 1}, {3, -300}}, "", "1 0 000001 000101 1110 1101 0100 10", ok},
+        {"first +1, 16-bit -200",
          false,
          1,
          {{0, 1}, {3, -200}},
          "",
          "1 0 000001 000101 1000 0000 0011 1000 10",
-         kplStsNoErr},
+         ok},
         {"v1 forms",
          false,
          1,
@@ -132,45 +126,35 @@ TEST(Mpeg2Encode, Streams) {
          "000001 000001 0111 1111  000001 000000 0000 0000 1000 0000"
          "  000001 000000 1000 0000 1000 0000  000001 000000 0000 0000 1111 1111"
          "  000001 000000 1000 0000 0000 0001  10",
-         kplStsNoErr},
-        {"first coded with a run is not 1s", false, 2, {{1, 1}}, "", "011 0 10", kplStsNoErr},
-        {"first coded level 2", false, 2, {{0, -2}}, "", "0100 1 10", kplStsNoErr},
-        {"level 41 escapes, 40 has a code",
+         ok},
+        {"first coded with a run is not 1s", false, 2, {{1, 1}}, "", "011 0 10", ok},
+        {"first coded level 2", false, 2, {{0, -2}}, "", "0100 1 10", ok},
+        {"41 escapes",
          false,
          2,
          {{0, 40}, {1, 41}},
          "",
          "0000 0000 0010 000 0  000001 000000 0000 0010 1001  10",
-         kplStsNoErr},
-        {"word boundary keeps earlier bits",
+         ok},
+        {"keeps earlier bits",
          false,
          2,
          {{0, 100}},
          "1010 1100 0011 0101 1110 0001 1001",
          "000001 000000 0000 0110 0100 10",
-         kplStsNoErr},
-        {"alternate scan", false, 2, {{8, 1}, {1, -1}}, "", "011 0  0101 1  10", kplStsNoErr, 0, false, true},
-        {"intra v1 chroma", true, 1, {{0, 100}}, "", "11110 00011 10", kplStsNoErr, 128, true},
-        {"intra v2 dc -256 size 9", true, 2, {{0, 0}}, "", "1111 1110 0 1111 1111 10", kplStsNoErr, 256},
-        {"intra v2 B15 (0,1)",
-         true,
-         2,
-         {{0, 5}, {1, 1}},
-         "",
-         "100 10 0 0110",
-         kplStsNoErr,
-         5,
-         false,
-         false,
-         true},
-        {"intra v2 dc 2047", true, 2, {{0, 2047}}, "1", "111111111 111 1111 1111 10", kplStsNoErr, 0},
-        {"empty non-intra", false, 2, {}, "0110", "", kplStsNoErr},
+         ok},
+        {"alternate scan", false, 2, {{8, 1}, {1, -1}}, "", "011 0  0101 1  10", ok, 0, false, true},
+        {"intra v1 chroma", true, 1, {{0, 100}}, "", "11110 00011 10", ok, 128, true},
+        {"intra v2 dc -256 size 9", true, 2, {{0, 0}}, "", "1111 1110 0 1111 1111 10", ok, 256},
+        {"intra v2 B15 (0,1)", true, 2, {{0, 5}, {1, 1}}, "", "100 10 0 0110", ok, 5, false, false, true},
+        {"intra v2 dc 2047", true, 2, {{0, 2047}}, "1", "111111111 111 1111 1111 10", ok, 0},
+        {"empty non-intra", false, 2, {}, "0110", "", ok},
         // Level checks: nothing is written.
-        {"v2 level -2048", false, 2, {{0, 1}, {63, -2048}}, "", "", kplStsLevelRangeErr},
-        {"v1 level 256", false, 1, {{5, 256}}, "", "", kplStsLevelRangeErr},
-        {"v1 intra dc diff -256", true, 1, {{0, 0}}, "", "", kplStsLevelRangeErr, 256},
-        {"v2 intra dc diff 2048", true, 2, {{0, 2048}}, "", "", kplStsLevelRangeErr, 0},
-        {"v1 intra AC 256", true, 1, {{0, 9}, {63, -256}}, "", "", kplStsLevelRangeErr, 9},
+        {"v2 level -2048", false, 2, {{0, 1}, {63, -2048}}, "", "", range},
+        {"v1 level 256", false, 1, {{5, 256}}, "", "", range},
+        {"v1 intra dc diff -256", true, 1, {{0, 0}}, "", "", range, 256},
+        {"v2 intra dc diff 2048", true, 2, {{0, 2048}}, "", "", range, 0},
+        {"v1 intra AC 256", true, 1, {{0, 9}, {63, -256}}, "", "", range, 9},
     };
     const Tables& t = tables();
     const std::vector<Kpl32s> zz = scan32(kZigzag), alt = scan32(kAlternate);
@@ -191,8 +175,7 @@ TEST(Mpeg2Encode, Streams) {
         const Kpl32s* enc = c.b15 ? t.enc15.data() : t.enc14.data();
         const Kpl32s* scan = c.alternate ? alt.data() : zz.data();
         const KplStatus st =
-            c.intra ? kpliPutIntraBlock(blk, &p, &f, &pred, c.chroma ? t.dc13 : t.dc12, enc, scan, c.version)
-                    : kpliPutNonIntraBlock(blk, &p, &f, enc, scan, c.version);
+            encode_block(c.version, c.intra, blk, &p, &f, &pred, c.chroma ? t.dc13 : t.dc12, enc, scan);
         ASSERT_EQ(st, c.st);
         if (st != kplStsNoErr || strip(c.bits).empty()) {
             EXPECT_EQ(p, w.data());
@@ -212,62 +195,30 @@ TEST(Mpeg2Encode, Streams) {
     }
 }
 
+// Pointers (the stream's word included), then the bit offset (1..32), the
+// version (1 or 2), then a level beyond the escape range.
 TEST(Mpeg2Encode, ArgumentOrder) {
     const Tables& t = tables();
     const std::vector<Kpl32s> zz = scan32(kZigzag);
-    enum F { None, Src, PP, Off, P, Pred, Dc, Rl, Scan };  // the argument passed as null
-    const struct {
-        const char* name;
-        F null;
-        int off, version;
-        bool bad_level;
-        KplStatus st;
-    } cases[] = {
-        {"src null", Src, 32, 2, false, kplStsNullPtrErr},
-        {"pp null", PP, 32, 2, false, kplStsNullPtrErr},
-        {"offset null", Off, 32, 2, false, kplStsNullPtrErr},
-        {"stream null", P, 32, 2, false, kplStsNullPtrErr},
-        {"pred null", Pred, 32, 2, false, kplStsNullPtrErr},
-        {"dc codes null", Dc, 32, 2, false, kplStsNullPtrErr},
-        {"rl null", Rl, 32, 2, false, kplStsNullPtrErr},
-        {"scan null", Scan, 32, 2, false, kplStsNullPtrErr},
-        {"offset 0", None, 0, 2, false, kplStsBadArgErr},
-        {"offset 33", None, 33, 2, false, kplStsBadArgErr},
-        {"version 0", None, 32, 0, false, kplStsBadArgErr},
-        {"version 3", None, 32, 3, false, kplStsBadArgErr},
-        {"level", None, 32, 2, true, kplStsLevelRangeErr},
-        {"null before offset", Scan, 0, 2, true, kplStsNullPtrErr},
-        {"offset before version", None, 0, 7, true, kplStsBadArgErr},
-        {"version before level", None, 32, 7, true, kplStsBadArgErr},
-    };
-    for (int intra = 0; intra <= 1; ++intra) {
-        for (const auto& c : cases) {
-            if (!intra && (c.null == Pred || c.null == Dc)) continue;
-            SCOPED_TRACE(std::string(c.name) + (intra ? " intra" : " inter"));
-            Kpl16s blk[64] = {3, 1};
-            if (c.bad_level) blk[8] = 4000;
-            Kpl32u words[4] = {1, 2, 3, 4};
-            Kpl32u* p = words;
-            Kpl32s off = c.off;
-            Kpl16s pred = 3;
-            auto has = [&](F f) { return c.null == f; };
-            const Kpl16s* src = has(Src) ? nullptr : blk;
-            Kpl32u** pp = has(PP) ? nullptr : &p;
-            if (has(P)) p = nullptr;
-            Kpl32s* po = has(Off) ? nullptr : &off;
-            Kpl16s* ppred = has(Pred) ? nullptr : &pred;
-            const Kpl32s* dc = has(Dc) ? nullptr : t.dc12;
-            const Kpl32s* rl = has(Rl) ? nullptr : t.enc14.data();
-            const Kpl32s* scan = has(Scan) ? nullptr : zz.data();
-            const KplStatus st = intra ? kpliPutIntraBlock(src, pp, po, ppred, dc, rl, scan, c.version)
-                                       : kpliPutNonIntraBlock(src, pp, po, rl, scan, c.version);
-            EXPECT_EQ(st, c.st);
-            EXPECT_EQ(off, c.off);
-            EXPECT_EQ(pred, 3);
-            EXPECT_TRUE(words[0] == 1u && words[1] == 2u);
-            EXPECT_EQ(p, has(P) ? nullptr : words);
-        }
-    }
+    ArgPool p;
+    Kpl16s *blk = p.take<Kpl16s>(64), *bad = p.take<Kpl16s>(64);
+    std::memset(blk, 0, 128);
+    blk[0] = 3;
+    blk[1] = 1;
+    std::memcpy(bad, blk, 128);
+    bad[8] = 4000;
+    const Arg word{1, p.take<Kpl32u*>({nullptr}), kplStsNullPtrErr},
+        off0{2, p.take<Kpl32s>({0}), kplStsBadArgErr}, off33{2, p.take<Kpl32s>({33}), kplStsBadArgErr},
+        level{0, bad, kplStsLevelRangeErr};
+    auto stream = [&p] { return p.take<Kpl32u*>({p.take<Kpl32u>(8)}); };
+    CHECK_ARGS(
+        p, kpliPutIntraBlock,
+        {blk, stream(), p.take<Kpl32s>({32}), p.take<Kpl16s>({3}), t.dc12, t.enc14.data(), zz.data(), 2},
+        {null(0), null(1), word, null(2), null(3), null(4), null(5), null(6), off0, off33,
+         fails(7, 0, kplStsBadArgErr), fails(7, 3, kplStsBadArgErr), level});
+    CHECK_ARGS(p, kpliPutNonIntraBlock, {blk, stream(), p.take<Kpl32s>({32}), t.enc14.data(), zz.data(), 1},
+               {null(0), null(1), word, null(2), null(3), null(4), off0, off33, fails(5, 0, kplStsBadArgErr),
+                fails(5, 3, kplStsBadArgErr), level});
 }
 
 }  // namespace

@@ -1,3 +1,8 @@
+// The MPEG-1/2 and MPEG-4 quantisers. The inverse quantisers of both share
+// their arithmetic (16-bit wrapping products, truncating division by a power
+// of two, clamp, mismatch control on coefficient 63) and differ only in the
+// divisors, so one set of tests covers both; the MPEG-2 forward quantisers
+// work in single precision with reciprocal weights.
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -5,17 +10,18 @@
 #include <limits>
 #include <sstream>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include "kplvc.h"
 #include "mpeg2/quant.h"
-#include "support/support.h"
+#include "mpeg4/quant.h"
+#include "support/args.h"
+#include "support/variants.h"
 
-using kplvc::mpeg2::QuantKernels;
-using kplvc::test::Guarded;
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
+
+using kplvc::test::Arena;
 using kplvc::test::Rng;
-using kplvc::test::variants;
 
 namespace {
 
@@ -35,8 +41,6 @@ int32_t block_sum(const int16_t* b) {
     return s;
 }
 
-int32_t sgn(int32_t c) { return (c > 0) - (c < 0); }
-
 // Division truncated toward zero, clamped: the meaning of the lane arithmetic
 // as long as no 16-bit product wraps.
 int16_t div_clamp(int64_t num, int64_t den) {
@@ -44,105 +48,118 @@ int16_t div_clamp(int64_t num, int64_t den) {
     return static_cast<int16_t>(v < -2048 ? -2048 : (v > 2047 ? 2047 : v));
 }
 
+using InvFn = KplStatus (*)(Kpl16s*, Kpl32s, const Kpl16s*);
+
+// c·QP·W / intra_div (intra), (2c + sgn c)·QP·W / inter_div, (2c + sgn c)·QP / flat_div.
+struct Format {
+    const char* name;
+    InvFn intra, inter;
+    int intra_div, inter_div, flat_div;
+};
+const Format kMpeg2{"MPEG-2", kpliQuantInvIntra_MPEG2_16s_C1I, kpliQuantInv_MPEG2_16s_C1I, 16, 32, 2};
+const Format kMpeg4{"MPEG-4", kpliQuantInvIntra_MPEG4_16s_C1I, kpliQuantInv_MPEG4_16s_C1I, 8, 16, 1};
+
 enum Form { kIntra, kInterW, kInterFlat };
 
-KplStatus inv(Form f, int16_t* b, int32_t qp, const int16_t* w) {
-    return f == kIntra    ? kpliQuantInvIntra_MPEG2_16s_C1I(b, qp, w)
-           : f == kInterW ? kpliQuantInv_MPEG2_16s_C1I(b, qp, w)
-                          : kpliQuantInv_MPEG2_16s_C1I(b, qp, nullptr);
+KplStatus inv(const Format& f, Form form, int16_t* b, int32_t qp, const int16_t* w) {
+    return form == kIntra ? f.intra(b, qp, w) : f.inter(b, qp, form == kInterW ? w : nullptr);
 }
 
 }  // namespace
 
 // ---- Behaviour: inverse ----------------------------------------------------------
 
-// One coefficient `c` at `pos` (9 or 63) besides the DC: products that wrap in
-// 16 bits, QP outside 1..31, and mismatch control on the last coefficient
-// (the random test below covers the plain truncating division).
-TEST(Mpeg2QuantInv, WorkedCases) {
+// One coefficient `c` at `pos` (9 or 63; 0: none) besides the DC: products
+// that wrap in 16 bits, QP outside 1..31, and mismatch control on the last
+// coefficient (the random test below covers the plain truncating division).
+TEST(QuantInv, WorkedCases) {
     struct Case {
-        const char* what;
+        const Format& f;
         Form form;
         int16_t dc;
         int pos;
         int16_t c;
         int32_t qp;
         int16_t w, want_dc, want_pos, want_last;
+        const char* what;
     };
     const Case cases[] = {
-        {"intra 1000*3*16 wraps", kIntra, 0, 9, 1000, 3, 16, 0, -1096, 1},
-        {"intra wraps, then the last toggles", kIntra, 0, 63, 1000, 3, 16, 0, -1095, -1095},
-        {"intra products wrap twice", kIntra, 0, 9, 2047, 31, 16, 0, 2017, 0},
-        {"intra -2048*31*16 wraps to -32768", kIntra, 0, 9, -2048, 31, 16, 0, -2048, 1},
-        {"intra QP uses its low 16 bits", kIntra, 0, 9, 1000, 65536 + 3, 16, 0, -1096, 1},
-        {"intra c*q wraps, QP -1", kIntra, 0, 9, -32768, -1, 1, 0, -2048, 1},
-        {"non-intra flat 2047 QP 31 wraps", kInterFlat, 0, 9, 2047, 31, 0, 0, -2048, 1},
-        {"non-intra flat -2047 QP 31 wraps", kInterFlat, 0, 63, -2047, 31, 0, 0, 2047, 2047},
-        {"non-intra flat negative QP", kInterFlat, 0, 9, 300, -2, 0, 0, -601, 0},
-        {"non-intra W16 2047 QP 31 wraps", kInterW, 0, 9, 2047, 31, 16, 0, -16, 1},
-        {"non-intra W16 5 QP -7", kInterW, 0, 9, 5, -7, 16, 0, -39, 0},
-        {"non-intra W16 QP 0", kInterW, 0, 9, -3, 0, 16, 0, 0, 1},
-        // QP 1 maps every non-intra c to (2c + sgn c)·16/32 = c.
-        {"intra zeros with DC 8: even, last becomes 1", kIntra, 8, 63, 0, 1, 16, 8, 1, 1},
-        {"intra only last = 1, DC 0: odd, unchanged", kIntra, 0, 63, 1, 1, 16, 0, 1, 1},
-        {"intra DC odd, last 0: odd sum, unchanged", kIntra, 7, 63, 0, 1, 16, 7, 0, 0},
-        {"intra DC -32768 kept, even: last 1", kIntra, -32768, 63, 0, 1, 16, -32768, 1, 1},
-        {"intra last 2 -> 2 with DC 1 (sum 3 odd)", kIntra, 1, 63, 2, 1, 16, 1, 2, 2},
-        {"intra last 2 -> 3 with DC 0 (sum 2 even)", kIntra, 0, 63, 2, 1, 16, 0, 3, 3},
-        {"non-intra all zero: last 1", kInterW, 0, 63, 0, 1, 16, 0, 1, 1},
-        {"non-intra last 1 (+1 dc 1 -> 2 even): last 1 -> 0", kInterFlat, 1, 63, 1, 1, 0, 1, 0, 0},
-        {"non-intra max 2047 even sum with DC 1 -> 2046", kInterFlat, 1, 63, 2047, 1, 0, 1, 2046, 2046},
-        {"non-intra -2047 at last, odd sum, kept", kInterFlat, 0, 63, -2047, 1, 0, 0, -2047, -2047},
+        {kMpeg2, kIntra, 0, 9, 1000, 3, 16, 0, -1096, 1, "1000*3*16 wraps"},
+        {kMpeg2, kIntra, 0, 63, 1000, 3, 16, 0, -1095, -1095, "wraps, then the last toggles"},
+        {kMpeg2, kIntra, 0, 9, 2047, 31, 16, 0, 2017, 0, "products wrap twice"},
+        {kMpeg2, kIntra, 0, 9, -2048, 31, 16, 0, -2048, 1, "-2048*31*16 wraps to -32768"},
+        {kMpeg2, kIntra, 0, 9, 1000, 65536 + 3, 16, 0, -1096, 1, "QP uses its low 16 bits"},
+        {kMpeg2, kIntra, 0, 9, -32768, -1, 1, 0, -2048, 1, "c*q wraps, QP -1"},
+        {kMpeg2, kInterFlat, 0, 9, 2047, 31, 0, 0, -2048, 1, "flat 2047 QP 31 wraps"},
+        {kMpeg2, kInterFlat, 0, 63, -2047, 31, 0, 0, 2047, 2047, "flat -2047 QP 31 wraps"},
+        {kMpeg2, kInterFlat, 0, 9, 300, -2, 0, 0, -601, 0, "flat negative QP"},
+        {kMpeg2, kInterW, 0, 9, 2047, 31, 16, 0, -16, 1, "W16 2047 QP 31 wraps"},
+        {kMpeg2, kInterW, 0, 9, 5, -7, 16, 0, -39, 0, "W16 5 QP -7"},
+        {kMpeg2, kInterW, 0, 9, -3, 0, 16, 0, 0, 1, "W16 QP 0"},
+        // Mismatch control beyond the random model's range: QP 1 maps every
+        // non-intra c to (2c + sgn c)·16/32 = c.
+        {kMpeg2, kIntra, -32768, 63, 0, 1, 16, -32768, 1, 1, "DC -32768 kept, even: last 1"},
+        {kMpeg2, kInterFlat, 1, 63, 2047, 1, 0, 1, 2046, 2046, "max 2047 even sum with DC 1 -> 2046"},
+        {kMpeg2, kInterFlat, 0, 63, -2047, 1, 0, 0, -2047, -2047, "-2047 at last, odd sum, kept"},
+        {kMpeg4, kIntra, 1, 9, -1, 1, 8, 1, -1, 1, "-1 QP 1 W 8: (-8 + 7) >> 3"},
+        {kMpeg4, kIntra, 1, 9, 2047, 31, 16, 1, 2047, 1, "2047 QP 31 W 16 wraps to 4034, clamped"},
+        {kMpeg4, kIntra, -32768, 9, 0, 31, 16, -32768, 0, 1, "DC never scaled"},
+        {kMpeg4, kInterFlat, 2, 0, 0, 4, 0, 20, 0, 1, "flat no shift: 2 QP 4 -> 20, even"},
+        {kMpeg4, kInterFlat, 0, 9, 1000, 31, 0, 0, -2048, 1, "flat 1000 QP 31 wraps to -3505 -> -2048"},
+        {kMpeg4, kInterW, 0, 9, 2047, 31, 16, 0, -31, 0, "W16 2047 QP 31 wraps to -31 (flat: -2048)"},
+        {kMpeg4, kInterW, 0, 9, -5, 3, 16, 0, -33, 0, "W16 -5 QP 3: (-33·16 + 15) >> 4"},
+        {kMpeg4, kInterW, 0, 9, 5, 65536 + 3, 16, 0, 33, 0, "W16 QP 65536+3 uses low bits"},
+        {kMpeg4, kInterW, 0, 9, 5, 0, 16, 0, 0, 1, "W16 QP 0"},
     };
     for (const auto& c : cases) {
         Block b;
         b.v[0] = c.dc;
-        b.v[c.pos] = c.c;
+        b.v[c.pos] = c.pos != 0 ? c.c : c.dc;
         const Block w = flat(c.w);
-        ASSERT_EQ(inv(c.form, b.v, c.qp, w.v), kplStsNoErr);
-        EXPECT_EQ(b.v[0], c.want_dc) << c.what;
-        EXPECT_EQ(b.v[c.pos], c.want_pos) << c.what;
-        EXPECT_EQ(b.v[63], c.want_last) << c.what;
-        EXPECT_EQ(block_sum(b.v) & 1, 1) << c.what;
-        for (int i = 1; i < 63; ++i) ASSERT_EQ(b.v[i], i == c.pos ? c.want_pos : 0) << c.what;
+        ASSERT_EQ(inv(c.f, c.form, b.v, c.qp, w.v), kplStsNoErr);
+        SCOPED_TRACE(std::string(c.f.name) + ": " + c.what);
+        EXPECT_EQ(b.v[0], c.want_dc);
+        for (int i = 1; i < 63; ++i) EXPECT_EQ(b.v[i], i == c.pos ? c.want_pos : 0) << i;
+        EXPECT_EQ(b.v[63], c.want_last);
+        EXPECT_EQ(block_sum(b.v) & 1, 1);
     }
 }
 
 // Random blocks, weights and QP small enough that no product wraps: the result
 // is the truncating division of the whole product, then mismatch control
 // changes at most block[63] by one and leaves the sum odd.
-TEST(Mpeg2QuantInv, WithoutWrapIsTruncatingDivision) {
-    Rng rng(801);
-    for (int iter = 0; iter < 3000; ++iter) {
-        SCOPED_TRACE(iter);
-        const Form form = static_cast<Form>(iter % 3);
-        const int32_t qp = rng.range(1, 31);
-        Block c, w, want;
-        for (int i = 0; i < 64; ++i) {
-            w.v[i] = static_cast<int16_t>(rng.range(1, 255));
-            // |c·q·W| < 2^15 for intra; |(2c+1)·q·W| < 2^15 otherwise.
-            const int32_t lim = form == kIntra ? 32767 / (qp * w.v[i]) : (32767 / (qp * w.v[i]) - 1) / 2;
-            c.v[i] = static_cast<int16_t>(rng.range(-lim, lim));
-            const int64_t x = c.v[i];
-            if (form == kIntra)
-                want.v[i] = i == 0 ? c.v[0] : div_clamp(x * qp * w.v[i], 16);
-            else if (form == kInterW)
-                want.v[i] = div_clamp((2 * x + sgn(c.v[i])) * qp * w.v[i], 32);
-            else
-                want.v[i] = div_clamp((2 * x + sgn(c.v[i])) * qp, 2);
+TEST(QuantInv, WithoutWrapIsTruncatingDivision) {
+    Rng rng("quant inv no wrap");
+    for (const Format* f : {&kMpeg2, &kMpeg4})
+        for (int iter = 0; iter < kplvc::test::iters(3000); ++iter) {
+            const Form form = static_cast<Form>(iter % 3);
+            const int32_t qp = rng.range(1, 31);
+            Block c, w, want;
+            for (int i = 0; i < 64; ++i) {
+                w.v[i] = static_cast<int16_t>(rng.range(1, 255));
+                const int32_t wt = form == kInterFlat ? 1 : w.v[i];
+                // |c·q·W| < 2^15 for intra; |(2c+1)·q·W| < 2^15 otherwise.
+                const int32_t lim = form == kIntra ? 32767 / (qp * wt) : (32767 / (qp * wt) - 1) / 2;
+                c.v[i] = static_cast<int16_t>(rng.range(-lim, lim));
+                const int64_t x = c.v[i], odd = 2 * x + (x > 0) - (x < 0);
+                want.v[i] = form == kIntra    ? (i == 0 ? c.v[0] : div_clamp(x * qp * w.v[i], f->intra_div))
+                            : form == kInterW ? div_clamp(odd * qp * w.v[i], f->inter_div)
+                                              : div_clamp(odd * qp, f->flat_div);
+            }
+            Block b = c;
+            ASSERT_EQ(inv(*f, form, b.v, qp, w.v), kplStsNoErr);
+            SCOPED_TRACE(std::string(f->name) + " form " + std::to_string(form) + " iter " +
+                         std::to_string(iter));
+            for (int i = 0; i < 63; ++i) ASSERT_EQ(b.v[i], want.v[i]) << i;
+            const bool even = (block_sum(want.v) & 1) == 0;
+            EXPECT_EQ(b.v[63], even ? (want.v[63] ^ 1) : want.v[63]);
         }
-        Block b = c;
-        ASSERT_EQ(inv(form, b.v, qp, w.v), kplStsNoErr);
-        for (int i = 0; i < 63; ++i) ASSERT_EQ(b.v[i], want.v[i]) << "form " << form << " i " << i;
-        const bool even = (block_sum(want.v) & 1) == 0;
-        EXPECT_EQ(b.v[63], even ? (want.v[63] ^ 1) : want.v[63]) << "form " << form;
-    }
 }
 
 // ---- Behaviour: forward --------------------------------------------------------
 
 TEST(Mpeg2Quant, DefaultIntraMatrixIsReciprocalOfSharedTable) {
-    std::ifstream in(std::string(KPLVC_SHARED_DIR) + "/tables/mpeg2_default_matrices.txt");
+    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/mpeg2_default_matrices.txt");
     ASSERT_TRUE(in.good());
     std::string line, name;
     int rows = 0, v, w;
@@ -225,11 +242,11 @@ TEST(Mpeg2Quant, NoMatrixMatchesQuotientUpToQp40) {
 }
 
 TEST(Mpeg2Quant, IntraKeepsDcAndUsesDefaultMatrix) {
-    Rng rng(802);
+    Rng rng("mpeg2 quant intra");
     // The null matrix behaves as the caller passing the reciprocal table.
     std::vector<float> recip(64);
     for (int i = 0; i < 64; ++i) recip[i] = 1.0f / static_cast<float>(kplvc::mpeg2::kDefaultIntraMatrix[i]);
-    for (int iter = 0; iter < 500; ++iter) {
+    for (int iter = 0; iter < kplvc::test::iters(500); ++iter) {
         Block b;
         rng.fill(b.v, 64, -2048, 2047);
         b.v[0] = iter == 0 ? int16_t{-32768} : rng.s16();  // a DC no quantiser would leave as it is
@@ -250,40 +267,19 @@ TEST(Mpeg2Quant, IntraKeepsDcAndUsesDefaultMatrix) {
 
 // ---- Argument checks ---------------------------------------------------------------
 
-TEST(Mpeg2QuantArgs, FirstFailingCheckWinsAndNothingIsWritten) {
-    Guarded g(128), mg(256), cg(4);
-    auto* blk = g.as<Kpl16s>();
-    for (int i = 0; i < 64; ++i) blk[i] = static_cast<Kpl16s>(i * 37 - 1000);
-    auto* w = mg.as<Kpl16s>();
-    auto* m = mg.as<Kpl32f>();
-    for (int i = 0; i < 64; ++i) m[i] = 0.5f;
-    auto* cnt = cg.as<Kpl32s>();
-    *cnt = 12345;
-    const std::vector<uint8_t> before(g.data(), g.data() + 128);
-    struct Case {
-        const char* what;
-        KplStatus got, want;
-    };
-    const Case cases[] = {
-        {"inv intra block", kpliQuantInvIntra_MPEG2_16s_C1I(nullptr, 1, w), kplStsNullPtrErr},
-        {"inv intra weights", kpliQuantInvIntra_MPEG2_16s_C1I(blk, 1, nullptr), kplStsNullPtrErr},
-        {"inv block", kpliQuantInv_MPEG2_16s_C1I(nullptr, 1, w), kplStsNullPtrErr},
-        {"inv block, no weights", kpliQuantInv_MPEG2_16s_C1I(nullptr, 0, nullptr), kplStsNullPtrErr},
-        {"intra block", kpliQuantIntra_MPEG2_16s_C1I(nullptr, 1, m, cnt), kplStsNullPtrErr},
-        {"intra count", kpliQuantIntra_MPEG2_16s_C1I(blk, 1, m, nullptr), kplStsNullPtrErr},
-        {"intra null before QP 0", kpliQuantIntra_MPEG2_16s_C1I(blk, 0, nullptr, nullptr), kplStsNullPtrErr},
-        {"intra QP 0", kpliQuantIntra_MPEG2_16s_C1I(blk, 0, m, cnt), kplStsDivByZeroErr},
-        {"intra QP 0 no matrix", kpliQuantIntra_MPEG2_16s_C1I(blk, 0, nullptr, cnt), kplStsDivByZeroErr},
-        {"inter block", kpliQuant_MPEG2_16s_C1I(nullptr, 1, m, cnt), kplStsNullPtrErr},
-        {"inter count", kpliQuant_MPEG2_16s_C1I(blk, 1, nullptr, nullptr), kplStsNullPtrErr},
-        {"inter null before QP 0", kpliQuant_MPEG2_16s_C1I(nullptr, 0, m, cnt), kplStsNullPtrErr},
-        {"inter QP 0", kpliQuant_MPEG2_16s_C1I(blk, 0, m, cnt), kplStsDivByZeroErr},
-        {"inter QP 0 no matrix", kpliQuant_MPEG2_16s_C1I(blk, 0, nullptr, cnt), kplStsDivByZeroErr},
-    };
-    for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
-    EXPECT_EQ(std::vector<uint8_t>(g.data(), g.data() + 128), before);
-    EXPECT_EQ(*cnt, 12345);
-    EXPECT_TRUE(g.intact() && mg.intact() && cg.intact());
+TEST(QuantArgs, FirstFailingCheckWinsAndNothingIsWritten) {
+    kplvc::test::ArgPool p;
+    Kpl16s *blk = p.take<Kpl16s>(64), *w = p.take<Kpl16s>(64);
+    for (int i = 0; i < 64; ++i) w[i] = 16;
+    const Kpl32f* m = p.take<Kpl32f>(64);
+    Kpl32s* cnt = p.take<Kpl32s>(1);
+    for (InvFn f : {kpliQuantInvIntra_MPEG2_16s_C1I, kpliQuantInvIntra_MPEG4_16s_C1I})
+        CHECK_ARGS(p, f, {blk, 3, w}, {null(0), null(2), passes(1, 0)});
+    for (InvFn f : {kpliQuantInv_MPEG2_16s_C1I, kpliQuantInv_MPEG4_16s_C1I})
+        CHECK_ARGS(p, f, {blk, 3, w}, {null(0), passes(2, nullptr), passes(1, 0)});
+    for (auto f : {kpliQuantIntra_MPEG2_16s_C1I, kpliQuant_MPEG2_16s_C1I})
+        CHECK_ARGS(p, f, {blk, 3, m, cnt},
+                   {null(0), null(3), fails(1, 0, kplStsDivByZeroErr), passes(2, nullptr)});
 }
 
 // ---- Variants against the reference ------------------------------------------------
@@ -301,8 +297,10 @@ int32_t pick_qp(Rng& rng, bool nonzero) {
     return (nonzero && q == 0) ? 7 : q;
 }
 
+// Coefficients: the whole range, the stream range, small levels, extremes,
+// and the levels a coder makes (transform coefficients over a quantiser step).
 void fill_block(Rng& rng, int16_t* b) {
-    switch (rng.range(0, 3)) {
+    switch (rng.range(0, 4)) {
         case 0:
             rng.fill(b, 64);
             break;
@@ -312,15 +310,18 @@ void fill_block(Rng& rng, int16_t* b) {
         case 2:
             rng.fill(b, 64, -8, 8);
             break;
-        default:
+        case 3:
             rng.fill_extreme(b, 64);
+            break;
+        default:
+            kplvc::test::dct_coefficients(rng, b, rng.coin(), rng.range(1, 62));
             break;
     }
 }
 
-// The weights (16-bit) or reciprocal matrix (float) the variants see: every
-// value 1..255 as a uniform matrix first (iteration-indexed), then random
-// transmitted weights and any value, extremes, NaNs and denormals included.
+// Weights (16-bit) or reciprocal matrix (float): every value 1..255 as a
+// uniform matrix first (iteration-indexed), then random transmitted weights
+// and any value, extremes, NaNs and denormals included.
 void fill_aux(Rng& rng, int iter, int16_t* w) {
     if (iter < 255)
         for (int i = 0; i < 64; ++i) w[i] = static_cast<int16_t>(iter + 1);
@@ -336,77 +337,47 @@ void fill_aux(Rng& rng, int iter, float* m) {
         0.0f,   -0.0f, 1e30f, -1e30f,  inf,     -inf, std::numeric_limits<float>::quiet_NaN(),
         1e-40f, 3e9f,  1.0f,  0.0625f, 65536.0f};
     for (int i = 0; i < 64; ++i) {
-        if (iter < 255) {
-            m[i] = 1.0f / static_cast<float>(iter + 1);
-            continue;
-        }
-        switch (rng.range(0, 4)) {
-            case 0:
-                m[i] = 1.0f / static_cast<float>(rng.range(1, 255));
-                break;
-            case 1:
-                m[i] = specials[rng.range(0, 11)];
-                break;
-            case 2:
-                m[i] = static_cast<float>(rng.range(-100000, 100000)) / 1000.0f;
-                break;
-            default: {
-                const uint32_t bits = rng.u32();
-                std::memcpy(&m[i], &bits, 4);
-            }
-        }
+        const int kind = iter < 255 ? -1 : rng.range(0, 3);
+        const uint32_t bits = rng.u32();
+        m[i] = kind < 0    ? 1.0f / static_cast<float>(iter + 1)
+               : kind == 0 ? 1.0f / static_cast<float>(rng.range(1, 255))
+               : kind == 1 ? specials[rng.range(0, 11)]
+               : kind == 2 ? static_cast<float>(rng.range(-100000, 100000)) / 1000.0f
+                           : 0;
+        if (kind == 3) std::memcpy(&m[i], &bits, 4);
     }
 }
 
-// Compares every SIMD version of `member` with the c table's on misaligned
-// guarded blocks; the auxiliary table (weights or matrix) must stay unchanged.
-// Also checks that each SIMD level the CPU has (SSE2, AVX2) brings its own
-// version, so that the comparison reaches them all.
-template <class Aux, class Fn>
-void compare(Fn QuantKernels::*member, bool uses_aux) {
-    const QuantKernels ref = kplvc::mpeg2::quant_kernels_for(kplvc::cpu::Isa::c);
-    size_t levels = 0;
-    for (auto isa : kplvc::test::simd_levels())
-        levels += isa == kplvc::cpu::Isa::sse2 || isa == kplvc::cpu::Isa::avx2;
-    const auto vs = variants(kplvc::mpeg2::quant_kernels_for, member);
-    EXPECT_EQ(vs.size(), levels);
-    for (auto [isa, fn] : vs) {
-        SCOPED_TRACE(kplvc::cpu::isa_name(isa));
-        Rng rng(8000 + 1000 * sizeof(Aux) + static_cast<int>(isa));
-        for (int iter = 0; iter < 3000; ++iter) {
-            const size_t mis = 2 * static_cast<size_t>(rng.range(0, 15));
-            Guarded a(128, mis), b(128, mis),
-                xg(64 * sizeof(Aux), sizeof(Aux) * static_cast<size_t>(rng.range(0, 32 / sizeof(Aux) - 1)));
-            fill_block(rng, a.as<int16_t>());
-            std::memcpy(b.data(), a.data(), 128);
-            fill_aux(rng, iter, xg.as<Aux>());
-            const std::vector<uint8_t> x_before(xg.data(), xg.data() + xg.size());
-            const Aux* x = uses_aux ? xg.as<Aux>() : nullptr;
-            const int32_t qp = pick_qp(rng, std::is_same_v<Aux, float>);
-            if constexpr (std::is_same_v<Aux, float>) {
-                ASSERT_EQ((ref.*member)(a.as<int16_t>(), qp, x), fn(b.as<int16_t>(), qp, x))
-                    << "iter " << iter;
-            } else {
-                (ref.*member)(a.as<int16_t>(), qp, x);
-                fn(b.as<int16_t>(), qp, x);
-            }
-            ASSERT_EQ(std::memcmp(a.data(), b.data(), 128), 0) << "iter " << iter << " qp " << qp;
-            ASSERT_TRUE(a.intact() && b.intact() && xg.intact());
-            ASSERT_EQ(std::vector<uint8_t>(xg.data(), xg.data() + xg.size()), x_before);
-        }
-    }
+// Every variant of `get`: the block in place, the auxiliary table an input
+// (null for the flat kernels).
+template <class Aux, class Table, class Get>
+void compare(Table (*for_isa)(kplvc::cpu::Isa), Get get, const std::string& name, bool uses_aux) {
+    kplvc::test::check_variants(for_isa, get, name, 3000, [uses_aux](Arena& a, Rng& rng, int i) {
+        auto blk = a.out<int16_t>(64);
+        fill_block(rng, a[blk]);
+        auto aux = a.in<Aux>(64);
+        fill_aux(rng, i, a[aux]);
+        const int32_t qp = pick_qp(rng, std::is_same_v<Aux, float>);
+        return [=](auto f, Arena& x) { return f(x[blk], qp, uses_aux ? x[aux] : nullptr); };
+    });
 }
 
 }  // namespace
 
-TEST(Mpeg2QuantVariants, InverseMatchesReference) {
-    compare<int16_t>(&QuantKernels::dequant_intra, true);
-    compare<int16_t>(&QuantKernels::dequant_inter, true);
-    compare<int16_t>(&QuantKernels::dequant_flat, false);
+TEST(QuantVariants, InverseMatchesReference) {
+    using Q2 = kplvc::mpeg2::QuantKernels;
+    using Q4 = kplvc::mpeg4::QuantKernels;
+    compare<int16_t>(kplvc::mpeg2::quant_kernels_for, &Q2::dequant_intra, "mpeg2 dequant_intra", true);
+    compare<int16_t>(kplvc::mpeg2::quant_kernels_for, &Q2::dequant_inter, "mpeg2 dequant_inter", true);
+    compare<int16_t>(kplvc::mpeg2::quant_kernels_for, &Q2::dequant_flat, "mpeg2 dequant_flat", false);
+    compare<int16_t>(kplvc::mpeg4::quant_kernels_for, &Q4::dequant_intra, "mpeg4 dequant_intra", true);
+    compare<int16_t>(kplvc::mpeg4::quant_kernels_for, &Q4::dequant_inter, "mpeg4 dequant_inter", true);
+    compare<int16_t>(kplvc::mpeg4::quant_kernels_for, &Q4::dequant_flat, "mpeg4 dequant_flat", false);
 }
 
-TEST(Mpeg2QuantVariants, ForwardMatchesReference) {
-    compare<float>(&QuantKernels::quant_intra, true);
-    compare<float>(&QuantKernels::quant_inter, true);
-    compare<float>(&QuantKernels::quant_flat, false);
+TEST(QuantVariants, ForwardMatchesReference) {
+    using Q2 = kplvc::mpeg2::QuantKernels;
+    compare<float>(kplvc::mpeg2::quant_kernels_for, &Q2::quant_intra, "mpeg2 quant_intra", true);
+    compare<float>(kplvc::mpeg2::quant_kernels_for, &Q2::quant_inter, "mpeg2 quant_inter", true);
+    compare<float>(kplvc::mpeg2::quant_kernels_for, &Q2::quant_flat, "mpeg2 quant_flat", false);
 }

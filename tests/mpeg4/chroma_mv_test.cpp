@@ -2,7 +2,9 @@
 #include <cstring>
 
 #include "kplvc.h"
-#include "support/support.h"
+#include "support/args.h"
+
+using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 
 using kplvc::test::Rng;
 
@@ -129,34 +131,21 @@ TEST(LimitMV, WorkedCases) {
 
 // ---- Argument checks ------------------------------------------------------------
 
+// Pointers, then the block size (8 or 16), then a rectangle narrower or
+// lower than the block.
 TEST(ChromaMVArgs, FirstFailingCheckWinsAndNothingIsWritten) {
-    const KplMotionVector in[4] = {{1, 1}, {2, 2}, {3, 3}, {4, 4}};
-    const uint8_t flags[4] = {1, 1, 1, 1};
-    const KpliRect ok = {0, 0, 32, 32}, narrow = {0, 0, 31, 32}, low = {0, 0, 32, 15};
-    KplMotionVector out = {-7, 9};
-    const struct {
-        const char* what;
-        KplStatus got, want;
-    } cases[] = {
-        {"chroma in", kpliComputeChromaMV_MPEG4(nullptr, &out), kplStsNullPtrErr},
-        {"chroma out", kpliComputeChromaMV_MPEG4(in, nullptr), kplStsNullPtrErr},
-        {"chroma4 in", kpliComputeChroma4MV_MPEG4(nullptr, &out, flags), kplStsNullPtrErr},
-        {"chroma4 out", kpliComputeChroma4MV_MPEG4(in, nullptr, flags), kplStsNullPtrErr},
-        {"chroma4 flags", kpliComputeChroma4MV_MPEG4(in, &out, nullptr), kplStsNullPtrErr},
-        {"limit in", kpliLimitMVToRect_MPEG4(nullptr, &out, &ok, 0, 0, 16), kplStsNullPtrErr},
-        {"limit out", kpliLimitMVToRect_MPEG4(in, nullptr, &ok, 0, 0, 16), kplStsNullPtrErr},
-        {"limit rect", kpliLimitMVToRect_MPEG4(in, &out, nullptr, 0, 0, 16), kplStsNullPtrErr},
-        {"limit null before size", kpliLimitMVToRect_MPEG4(in, &out, nullptr, 0, 0, 12), kplStsNullPtrErr},
-        {"limit size 12", kpliLimitMVToRect_MPEG4(in, &out, &ok, 0, 0, 12), kplStsBlockSizeErr},
-        {"limit size 0", kpliLimitMVToRect_MPEG4(in, &out, &ok, 0, 0, 0), kplStsBlockSizeErr},
-        {"limit size 4", kpliLimitMVToRect_MPEG4(in, &out, &ok, 0, 0, 4), kplStsBlockSizeErr},
-        {"limit block size before rect size", kpliLimitMVToRect_MPEG4(in, &out, &narrow, 0, 0, 32),
-         kplStsBlockSizeErr},
-        {"limit width 31 size 16", kpliLimitMVToRect_MPEG4(in, &out, &narrow, 0, 0, 16), kplStsSizeErr},
-        {"limit height 15 size 8", kpliLimitMVToRect_MPEG4(in, &out, &low, 0, 0, 8), kplStsSizeErr},
-    };
-    for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
-    EXPECT_TRUE(same(out, {-7, 9}));
-    const KpliRect w24 = {0, 0, 24, 100};  // wide enough for a block of 8
-    EXPECT_EQ(kpliLimitMVToRect_MPEG4(in, &out, &w24, 0, 0, 8), kplStsNoErr);
+    kplvc::test::ArgPool p;
+    const KplMotionVector* in = p.take<KplMotionVector>({{1, 1}, {2, 2}, {3, 3}, {4, 4}});
+    KplMotionVector* out = p.take<KplMotionVector>(1);
+    // A rectangle must hold two blocks across and down.
+    const KpliRect *ok = p.take<KpliRect>({{0, 0, 32, 32}}), *narrow = p.take<KpliRect>({{0, 0, 31, 32}}),
+                   *low = p.take<KpliRect>({{0, 0, 32, 15}}), *w24 = p.take<KpliRect>({{0, 0, 24, 100}});
+    CHECK_ARGS(p, kpliComputeChromaMV_MPEG4, {in, out}, {null(0), null(1)});
+    CHECK_ARGS(p, kpliComputeChroma4MV_MPEG4, {in, out, p.take<Kpl8u>({1, 1, 1, 1})},
+               {null(0), null(1), null(2)});
+    const KplStatus size = kplStsBlockSizeErr;
+    CHECK_ARGS(p, kpliLimitMVToRect_MPEG4, {in, out, ok, 0, 0, 16},
+               {null(0), null(1), null(2), fails(5, 12, size), fails(5, 0, size), fails(5, 4, size),
+                fails(5, 32, size), fails(2, narrow, kplStsSizeErr)});
+    CHECK_ARGS(p, kpliLimitMVToRect_MPEG4, {in, out, w24, 0, 0, 8}, {fails(2, low, kplStsSizeErr)});
 }

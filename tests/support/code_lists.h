@@ -1,7 +1,7 @@
 // The MPEG-1/MPEG-2 callers' code lists, read from the standards' tables in
-// the shared tables folder and put into the generic VLC description format.
+// tests/data and put into the generic VLC description format.
 // Used by the tests, the fuzz targets and the benchmarks alike (no GoogleTest
-// here); KPLVC_SHARED_DIR names the folder that holds tables/.
+// here); KPLVC_TEST_DATA_DIR names that folder.
 #pragma once
 
 #include <algorithm>
@@ -21,7 +21,7 @@ struct Code {
 };
 
 inline std::string table_path(const std::string& name) {
-    return std::string(KPLVC_SHARED_DIR) + "/tables/" + name;
+    return std::string(KPLVC_TEST_DATA_DIR) + "/" + name;
 }
 
 // A run-level table file: numbered rows, EOB and ESCAPE (FIRST is the

@@ -1,5 +1,6 @@
-// Shared test helpers: seeded random data, guarded buffers, guard pages and
-// iteration over the SIMD variants a CPU has.
+// Shared test helpers: run settings, seeded random data, coefficient
+// generators, guarded buffers and guard pages. The variant harness is in
+// support/variants.h, the argument-check helper in support/args.h.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,13 +15,24 @@
 
 namespace kplvc::test {
 
+// ---- Run settings -------------------------------------------------------------
+// KPLVC_TEST_SEED=N changes the seed of every random loop (printed at start and
+// with each failure); KPLVC_TEST_QUICK=1 runs about 1/16 of their iterations
+// (for emulated CPUs).
+uint64_t seed();
+std::string seed_text();  // "KPLVC_TEST_SEED=N"
+bool quick();
+// n, or n / 16 (at least 1) in quick runs.
+int iters(int n);
+// A seed for one named loop: the run's seed mixed with the name.
+uint64_t seed_for(const std::string& name);
+
 // ---- Random data ---------------------------------------------------------------
-// Every randomised test prints its seed on failure (SCOPED_TRACE) so a failing
-// input can be regenerated.
 class Rng {
 public:
-    explicit Rng(uint64_t seed) : g_(seed), seed_(seed) {}
-    uint64_t seed() const { return seed_; }
+    explicit Rng(uint64_t seed) : g_(seed) {}
+    // Seeded from the run's seed and a name.
+    explicit Rng(const std::string& name) : g_(seed_for(name)) {}
     uint32_t u32() { return static_cast<uint32_t>(g_()); }
     uint64_t u64() { return g_(); }
     // Uniform in lo..hi inclusive.
@@ -46,11 +58,20 @@ public:
     void fill_extreme(int16_t* p, size_t n, int32_t lo = -32768, int32_t hi = 32767);
 
 private:
+    int32_t extreme(int kind, size_t i, int32_t lo, int32_t hi);
     std::mt19937_64 g_;
-    uint64_t seed_;
 };
 
-std::string seed_trace(uint64_t seed);
+// ---- Coefficients of real transforms ----------------------------------------------
+// Legal inputs of inverse transforms and dequantisers, made the way a coder
+// makes them: a random block of samples (smooth, noisy or sharp-edged; residuals
+// when `residual`) through the forward transform, then divided by `step`
+// (1: the coefficients themselves) and rounded.
+// 8x8 DCT in double precision, row-major, results clamped to -2048..2047.
+void dct_coefficients(Rng& rng, int16_t* blk, bool residual, double step = 1);
+// H.264 4x4 core transform of a residual, then quantised at qp (0..51) with
+// the standard's multipliers and intra rounding: the levels a stream carries.
+void h264_levels(Rng& rng, int16_t* blk, int qp);
 
 // ---- Guarded buffers ------------------------------------------------------------
 // A byte buffer with canary zones before and after the usable part. Any write
@@ -97,24 +118,7 @@ private:
     size_t page_ = 0, span_ = 0, size_ = 0, total_ = 0;
 };
 
-// ---- Variants --------------------------------------------------------------------
-// The levels this CPU supports above c, in increasing order.
-std::vector<cpu::Isa> simd_levels();
-
-// A kernel at the levels where it changes: each entry is a level above c whose
-// table holds a different function for `member` than the level below it.
-// Comparing each of them with the c table's entry tests every implementation
-// exactly once.
-template <class Table, class Fn>
-std::vector<std::pair<cpu::Isa, Fn>> variants(Table (*for_isa)(cpu::Isa), Fn Table::*member) {
-    std::vector<std::pair<cpu::Isa, Fn>> out;
-    Fn prev = for_isa(cpu::Isa::c).*member;
-    for (cpu::Isa isa : simd_levels()) {
-        Fn f = for_isa(isa).*member;
-        if (f != prev) out.emplace_back(isa, f);
-        prev = f;
-    }
-    return out;
-}
+// The levels this CPU supports, c first, for contracts that hold at each level.
+std::vector<cpu::Isa> cpu_levels();
 
 }  // namespace kplvc::test
