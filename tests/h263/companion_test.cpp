@@ -6,7 +6,6 @@
 // variant against its scalar reference.
 #include <algorithm>
 #include <cstring>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,13 +13,14 @@
 #include "h263/obmc.h"
 #include "h263/quant.h"
 #include "kplvc.h"
+#include "support/args.h"
 #include "support/support.h"
+#include "support/variants.h"
 
 namespace {
 
-using kplvc::test::Guarded;
+using kplvc::test::Arena;
 using kplvc::test::Rng;
-using kplvc::test::variants;
 
 // A stream from a string of 0/1 (spaces ignored), zero-padded past the
 // decoders' look-ahead.
@@ -203,10 +203,10 @@ TEST(H263Companion, ExtendedEscapeNeedsModifiedQuantisation) {
 // Random blocks through the writer and back through the decoders, for both
 // tables, every scan, with and without the extension.
 TEST(H263Companion, WriterAndDecodersRoundTrip) {
-    Rng rng(16);
+    Rng rng("h263 tcoef round trip");
     int alt_inter_hits = 0;
     for (int iter = 0; iter < 6000; ++iter) {
-        SCOPED_TRACE(kplvc::test::seed_trace(rng.seed()) + " iter " + std::to_string(iter));
+        SCOPED_TRACE(kplvc::test::seed_text() + " iter " + std::to_string(iter));
         const bool ext = rng.coin();
         const int table = iter % 2, scan = table ? rng.range(0, 2) : 0, qp = rng.range(1, 31);
         int16_t lv[64] = {};
@@ -389,7 +389,7 @@ void obmc_reference(const uint8_t* ref, uint8_t* dst, int step, const Kpl16s* co
 }
 
 TEST(H263Companion, ObmcWithRoundingType) {
-    Rng rng(263);
+    Rng rng("h263 obmc rounding type");
     const int step = 48;
     for (int iter = 0; iter < 3000; ++iter) {
         std::vector<uint8_t> ref(static_cast<size_t>(step) * 48);
@@ -421,140 +421,84 @@ TEST(H263Companion, ObmcWithRoundingType) {
 
 TEST(H263Companion, ObmcVariantsMatchReference) {
     using kplvc::h263::ObmcKernels;
-    const ObmcKernels ref_k = kplvc::h263::obmc_kernels_for(kplvc::cpu::Isa::c);
-    for (auto [isa, fn] : variants(kplvc::h263::obmc_kernels_for, &ObmcKernels::obmc)) {
-        Rng rng(77);
-        for (int iter = 0; iter < 20000; ++iter) {
-            const int step = 40 + rng.range(0, 9);
-            const size_t size = static_cast<size_t>(step) * 44;
-            Guarded ref(size, rng.range(0, 3)), a(size), b(size, rng.range(0, 3));
-            if (rng.coin())
-                rng.fill_extreme(ref.data(), size);
-            else
-                rng.fill(ref.data(), size);
-            std::memset(a.data(), 0x11, size);
-            std::memset(b.data(), 0x11, size);
-            Kpl16s v[5][2];
-            for (auto& m : v)
-                m[0] = static_cast<Kpl16s>(rng.range(-34, 34)),
-                m[1] = static_cast<Kpl16s>(rng.range(-36, 36));
-            const kplvc::h263::ObmcVectors mv{v[0], v[1], v[2], v[3], v[4]};
-            const int rt = rng.range(0, 1);
-            const size_t at = static_cast<size_t>(19 * step + 18);
-            ref_k.obmc(ref.data() + at, a.data() + at, step, mv, rt);
-            fn(ref.data() + at, b.data() + at, step, mv, rt);
-            ASSERT_EQ(std::memcmp(a.data(), b.data(), size), 0)
-                << kplvc::cpu::isa_name(isa) << " iter " << iter;
-            ASSERT_TRUE(a.intact() && b.intact() && ref.intact());
-        }
-    }
+    kplvc::test::check_variants(kplvc::h263::obmc_kernels_for, &ObmcKernels::obmc, "h263 obmc rounding type",
+                                20000, [](Arena& a, Rng& rng, int i) {
+                                    const int32_t step = 40 + rng.range(0, 9);
+                                    auto ref = a.in<uint8_t>(static_cast<size_t>(step * 44), 1);
+                                    if (i % 3 == 0) rng.fill_extreme(a[ref], static_cast<size_t>(step * 44));
+                                    auto mv = a.in<int16_t>(10);
+                                    rng.fill(a[mv], 10, -34, 34);
+                                    auto dst = a.out<uint8_t>(static_cast<size_t>(8 * step), 1);
+                                    const int rt = i & 1;
+                                    return [=](auto f, Arena& x) {
+                                        const int16_t* v = x[mv];
+                                        f(x[ref] + 19 * step + 18, x[dst], step,
+                                          kplvc::h263::ObmcVectors{v, v + 2, v + 4, v + 6, v + 8}, rt);
+                                    };
+                                });
 }
 
 // ---- Forward quantiser ------------------------------------------------------------
 
-// Every 16-bit value at every quantiser, both rules, against the scalar
-// reference (results and the last index).
+// Every 16-bit value at many quantisers, both rules, both first positions,
+// sparse and dense blocks, against the scalar reference (results and the
+// last index).
 TEST(H263Companion, ForwardQuantiserVariantsMatchReference) {
     using kplvc::h263::QuantKernels;
-    const QuantKernels ref_k = kplvc::h263::quant_kernels_for(kplvc::cpu::Isa::c);
-    for (auto [isa, fn] : variants(kplvc::h263::quant_kernels_for, &QuantKernels::quant_fwd)) {
-        for (int qp : {1, 2, 3, 7, 8, 13, 30, 31, 32, 200}) {
-            const float m = static_cast<float>(0.5 / qp);
-            for (int base = -32768; base < 32768; base += 64)
-                for (int mode = 0; mode < 4; ++mode) {
-                    alignas(16) int16_t a[64], b[64];
-                    for (int i = 0; i < 64; ++i)
-                        a[i] = static_cast<int16_t>((mode & 2) && i % 5 ? 0 : base + ((i * 37) & 63));
-                    std::memcpy(b, a, sizeof a);
-                    const int first = mode & 1, dz = (base / 64) & 1;
-                    const int la = ref_k.quant_fwd(a, m, first, dz), lb = fn(b, m, first, dz);
-                    ASSERT_EQ(la, lb) << kplvc::cpu::isa_name(isa) << " qp " << qp << " base " << base;
-                    ASSERT_EQ(std::memcmp(a, b, sizeof a), 0) << kplvc::cpu::isa_name(isa) << " qp " << qp;
-                }
-        }
-    }
+    kplvc::test::check_variants(
+        kplvc::h263::quant_kernels_for, &QuantKernels::quant_fwd, "h263 quant_fwd", 8192,
+        [](Arena& a, Rng& rng, int i) {
+            static const int qps[] = {1, 2, 3, 7, 8, 13, 30, 31, 32, 200};
+            const int qp = qps[rng.range(0, 9)], first = i & 1, dz = (i >> 1) & 1, sparse = (i >> 2) & 1;
+            auto blk = a.out<int16_t>(64);
+            for (int k = 0; k < 64; ++k)
+                a[blk][k] =
+                    static_cast<int16_t>(sparse && k % 5 ? 0 : ((i >> 3) * 64 - 32768 + ((k * 37) & 63)));
+            return [=](auto f, Arena& x) { return f(x[blk], static_cast<float>(0.5 / qp), first, dz); };
+        });
 }
 
 // ---- Argument checks ----------------------------------------------------------------
 
-TEST(H263Companion, ChecksInOrderAndTouchNothing) {
-    Bits s("100 01110");
-    Kpl8u* p = s.buf.data();
-    Kpl8u* nullp = nullptr;
-    int off = 0, bad_off = 8, count = 0;
-    uint8_t px[64];
-    int16_t res[64];
-    std::memset(px, 0xEE, sizeof px);
-    std::memset(res, 0x5A, sizeof res);
-    Kpl16s row[8] = {3}, col[8] = {4}, pred[2] = {1, 2}, mv[2] = {9, 9};
-    const int16_t lv[64] = {1};
-    struct Case {
-        const char* what;
-        std::function<KplStatus()> call;
-        KplStatus want;
-    };
-    const Case cases[] = {
-        {"intra: null stream",
-         [&] { return kpliDecodeBlockCoefEx_Intra_H263_1u8u(&nullp, &off, px, 8, 4, 0); }, kplStsNullPtrErr},
-        {"intra: step before QP",
-         [&] { return kpliDecodeBlockCoefEx_Intra_H263_1u8u(&p, &off, px, 7, 0, 0); }, kplStsBlockStepErr},
-        {"intra: QP before flags",
-         [&] { return kpliDecodeBlockCoefEx_Intra_H263_1u8u(&p, &off, px, 8, 32, 64); }, kplStsH263QPErr},
-        {"intra: unknown flag", [&] { return kpliDecodeBlockCoefEx_Intra_H263_1u8u(&p, &off, px, 8, 4, 64); },
-         kplStsBadArgErr},
-        {"inter: null dst", [&] { return kpliDecodeBlockCoefEx_Inter_H263_1u16s(&p, &off, nullptr, 0, 64); },
-         kplStsNullPtrErr},
-        {"inter: QP before flags",
-         [&] { return kpliDecodeBlockCoefEx_Inter_H263_1u16s(&p, &off, res, 0, 64); }, kplStsH263QPErr},
-        {"inter: unknown flag",
-         [&] { return kpliDecodeBlockCoefEx_Inter_H263_1u16s(&p, &off, res, 4, KPLVC_H263_AIC_CODED); },
-         kplStsBadArgErr},
-        {"aic: null predictor before step",
-         [&] { return kpliDecodeBlockCoefEx_AdvIntra_H263_1u8u(&p, &off, px, 7, row, nullptr, 4, 0, 0); },
-         kplStsNullPtrErr},
-        {"aic: step before QP",
-         [&] { return kpliDecodeBlockCoefEx_AdvIntra_H263_1u8u(&p, &off, px, 7, row, col, 0, 0, 0); },
-         kplStsBlockStepErr},
-        {"aic: QP before mode",
-         [&] { return kpliDecodeBlockCoefEx_AdvIntra_H263_1u8u(&p, &off, px, 8, row, col, 0, 3, 0); },
-         kplStsH263QPErr},
-        {"aic: mode 3 before flags",
-         [&] { return kpliDecodeBlockCoefEx_AdvIntra_H263_1u8u(&p, &off, px, 8, row, col, 4, 3, 64); },
-         kplStsAdvIntraModeErr},
-        {"aic: unknown flag",
-         [&] { return kpliDecodeBlockCoefEx_AdvIntra_H263_1u8u(&p, &off, px, 8, row, col, 4, 0, 64); },
-         kplStsBadArgErr},
-        {"writer: null count",
-         [&] { return kpliEncode_TCOEFEx_H263_16s1u(lv, &p, &off, 0, 0, 0, 0, nullptr); }, kplStsNullPtrErr},
-        {"writer: offset before scan",
-         [&] { return kpliEncode_TCOEFEx_H263_16s1u(lv, &p, &bad_off, 3, 0, 0, 0, &count); },
-         kplStsShapeArgErr},
-        {"writer: scan", [&] { return kpliEncode_TCOEFEx_H263_16s1u(lv, &p, &off, 3, 0, 0, 0, &count); },
-         kplStsBadArgErr},
-        {"writer: table", [&] { return kpliEncode_TCOEFEx_H263_16s1u(lv, &p, &off, 0, 0, 2, 0, &count); },
-         kplStsBadArgErr},
-        {"mv: null predictor before mode", [&] { return kpliDecodeMVEx_H263(&p, &off, nullptr, mv, 9); },
-         kplStsNullPtrErr},
-        {"mv: mode", [&] { return kpliDecodeMVEx_H263(&p, &off, pred, mv, 3); }, kplStsBadArgErr},
-        {"obmc: null vector before step",
-         [&] { return kpliPredictBlockEx_OBMC_8u(px, px, 7, pred, pred, pred, nullptr, pred, 2); },
-         kplStsNullPtrErr},
-        {"obmc: step before rounding type",
-         [&] { return kpliPredictBlockEx_OBMC_8u(px, px, 7, pred, pred, pred, pred, pred, 2); },
-         kplStsBlockStepErr},
-        {"obmc: rounding type",
-         [&] { return kpliPredictBlockEx_OBMC_8u(px, px, 8, pred, pred, pred, pred, pred, 2); },
-         kplStsModeErr},
-    };
-    for (const Case& c : cases) EXPECT_EQ(c.call(), c.want) << c.what;
-    EXPECT_EQ(p, s.buf.data());
-    EXPECT_EQ(off, 0);
-    for (uint8_t v : px) ASSERT_EQ(v, 0xEE);
-    for (int16_t v : res) ASSERT_EQ(v, 0x5A5A);
-    EXPECT_EQ(row[0], 3);
-    EXPECT_EQ(col[0], 4);
-    EXPECT_EQ(mv[0], 9);
-    EXPECT_EQ(s.buf[0], 0x8E);
+// Stream pointers, outputs, step, QP, mode and flags in their order; the good
+// calls read a stream of zeros, which holds no code (-74) once the arguments
+// have passed.
+TEST(H263Companion, ChecksInOrder) {
+    using kplvc::test::Arg;
+    using kplvc::test::fails;
+    using kplvc::test::null;
+    kplvc::test::ArgPool p;
+    Kpl8u* zeros = p.take<Kpl8u>({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+    Kpl8u** pp = p.take<Kpl8u*>({zeros});
+    int* off = p.take<int>({0});
+    int* count = p.take<int>({0});
+    Kpl8u* px = p.take<Kpl8u>(64);
+    Kpl16s *res = p.take<Kpl16s>(64), *row = p.take<Kpl16s>(8), *col = p.take<Kpl16s>(8);
+    Kpl16s *pred = p.take<Kpl16s>({1, 2}), *mv = p.take<Kpl16s>(2);
+    const Arg s0{0, nullptr, kplStsNullPtrErr}, s1{0, p.take<Kpl8u*>({nullptr}), kplStsNullPtrErr},
+        s2{1, nullptr, kplStsNullPtrErr}, out{2, nullptr, kplStsNullPtrErr}, step{3, 7, kplStsBlockStepErr};
+    CHECK_ARGS(p, kpliDecodeBlockCoefEx_Intra_H263_1u8u, {pp, off, px, 8, 5, 0},
+               {s0, s1, s2, out, step, fails(4, 32, kplStsH263QPErr), fails(5, 64, kplStsBadArgErr)},
+               kplStsIntraDCErr);
+    CHECK_ARGS(
+        p, kpliDecodeBlockCoefEx_Inter_H263_1u16s, {pp, off, res, 31, KPLVC_H263_ALT_INTER_VLC},
+        {s0, s1, s2, null(2), fails(3, 0, kplStsH263QPErr), fails(4, KPLVC_H263_AIC_CODED, kplStsBadArgErr)},
+        kplStsVLCErr);
+    CHECK_ARGS(p, kpliDecodeBlockCoefEx_AdvIntra_H263_1u8u,
+               {pp, off, px, 8, row, col, 1, 0, KPLVC_H263_AIC_CODED},
+               {s0, s1, s2, out, null(4), null(5), step, fails(6, 32, kplStsH263QPErr),
+                fails(7, 3, kplStsAdvIntraModeErr), fails(7, -1, kplStsAdvIntraModeErr),
+                fails(8, 64, kplStsBadArgErr)},
+               kplStsVLCErr);
+    const Arg off8{2, p.take<int>({8}), kplStsShapeArgErr};
+    CHECK_ARGS(p, kpliEncode_TCOEFEx_H263_16s1u, {res, pp, off, 0, 0, 0, 0, count},
+               {null(0), null(1), null(2), null(7), off8, fails(3, 3, kplStsBadArgErr),
+                fails(4, 2, kplStsBadArgErr), fails(5, 2, kplStsBadArgErr), fails(6, 2, kplStsBadArgErr)});
+    CHECK_ARGS(p, kpliDecodeMVEx_H263, {pp, off, pred, mv, KPLVC_H263_MVD_UVLC},
+               {s0, s1, s2, null(2), null(3), fails(4, 3, kplStsBadArgErr)});
+    CHECK_ARGS(p, kpliPredictBlockEx_OBMC_8u, {px + 24, px, 8, pred, pred, pred, pred, pred, 1},
+               {null(0), null(1), null(3), null(5), null(4), null(7), null(6),
+                fails(2, 7, kplStsBlockStepErr), fails(8, 2, kplStsModeErr), fails(8, -1, kplStsModeErr)});
 }
 
 }  // namespace
