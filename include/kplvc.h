@@ -1010,7 +1010,9 @@ KPLVC_API KplStatus kpliFilterDeblocking_VerEdge_H263_8u_I(Kpl8u* pSrcDst, int s
 #define KPLVC_H263_EXT_ESCAPE 1
 /* Annex S (inter blocks): codes read with the TCOEF table that run past
  * coefficient 63 mean the block was coded with the Annex I intra table,
- * and it is read again with that table. */
+ * and it is read again with that table. (In the same mode an inter
+ * macroblock whose CBPC is 11 reads its CBPY in the intra meaning; that
+ * is the caller's.) */
 #define KPLVC_H263_ALT_INTER_VLC 2
 /* Annex I (advanced intra): the block above / to the left is available for
  * prediction (inside the picture and the same slice or GOB, and intra). */

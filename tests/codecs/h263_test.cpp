@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "common/codec.h"
@@ -165,6 +166,42 @@ TEST(H263Codec, DecoderReproducesTheEncodersReconstruction) {
         EXPECT_EQ(stats.errors, 0);
         ASSERT_EQ(out.pics.size(), recon.size());
         for (size_t i = 0; i < recon.size(); ++i) EXPECT_EQ(out.pics[i], recon[i]) << "picture " << i;
+    }
+}
+
+// Pictures using what the decoder does not implement are refused by name.
+TEST(H263Codec, DecoderRefusesUnsupportedOptions) {
+    struct Case {
+        const char* what;
+        const char* header;  // after PSC and TR, as 0/1
+        const char* message;
+    };
+    const Case cases[] = {
+        // PTYPE 1 0 000 010 (QCIF), P, then D E F G; PQUANT, CPM, TRB, DBQUANT, PEI.
+        {"PB-frames", "10 000 010 1 0001 00101 0 000 00 0", "PB-frames"},
+        {"arithmetic coding", "10 000 010 1 0100 00101 0 0", "arithmetic coding"},
+        // PLUSPTYPE: format 111, UFEP 001, OPPTYPE (QCIF, RPS), MPPTYPE.
+        {"reference picture selection", "10 000 111 001 010 0000000 1 000 1000 001 000 001 0 00101 0",
+         "reference picture"},
+        {"improved PB-frames", "10 000 111 001 010 0000000 0 000 1000 010 000 001 0 00101 0", "improved PB"},
+        {"B pictures", "10 000 111 001 010 0000000 0 000 1000 011 000 001 0 00101 0", "B, EI and EP"},
+    };
+    const Decoder* dec = find_decoder("h263");
+    for (const Case& c : cases) {
+        std::vector<uint8_t> s = {0x00, 0x00, 0x80,
+                                  0x02};  // PSC and TR 0, then the header's bits from bit 30
+        size_t bit = 30;
+        s.resize(64, 0);
+        for (const char* b = c.header; *b; ++b) {
+            if (*b == ' ') continue;
+            if (*b == '1') s[bit / 8] |= static_cast<uint8_t>(0x80 >> (bit % 8));
+            ++bit;
+        }
+        DecodeStats stats;
+        Collect out;
+        EXPECT_LT(dec->decode(s.data(), s.size(), DecodeOptions{}, collect, &out, &stats), 0) << c.what;
+        EXPECT_NE(std::string(stats.message).find(c.message), std::string::npos)
+            << c.what << ": " << stats.message;
     }
 }
 
