@@ -1,7 +1,7 @@
 /*
  * kplvc - bit-exact video-coding primitives.
  *
- * The one public header of libkplvca6.so. Usable from C (C99 and later) and C++.
+ * The one public header of the library (libkplvca6.so). Usable from C (C99 and later) and C++.
  * Every function returns a KplStatus (0 success, negative error, +11 warning)
  * unless its comment says otherwise. Arguments are checked before any output is
  * touched: a failing call leaves every buffer, stream pointer and result cell as
@@ -22,6 +22,17 @@ extern "C" {
 #else
 #define KPLVC_API
 #endif
+
+/* The library's version: the one place it is written. The build takes the
+ * package version (major.minor.majorBuild) and the shared object's name
+ * (libkplvc<target>.so) from these lines, and kplvcGetLibVersion() returns a
+ * record made from them. */
+#define KPLVC_VERSION_MAJOR 4
+#define KPLVC_VERSION_MINOR 1
+#define KPLVC_VERSION_MAJOR_BUILD 10
+#define KPLVC_VERSION_BUILD 38
+#define KPLVC_VERSION_TARGET "a6"
+#define KPLVC_VERSION_DATE "Jul 22 2004"
 
 /* ------------------------------------------------------------------------ */
 /* Scalar types                                                              */
@@ -107,15 +118,16 @@ typedef struct {
     Kpl16s dy;
 } KplMotionVector;
 
+/* The version record (KPLVC_VERSION_* above). */
 typedef struct {
-    Kpl32s major;          /* 4 */
-    Kpl32s minor;          /* 1 */
-    Kpl32s majorBuild;     /* 10 */
-    Kpl32s build;          /* 38 */
-    char targetCpu[4];     /* "a6", zero-filled */
-    const char* Name;      /* "libkplvca6.so" */
-    const char* Version;   /* "v4.1" */
-    const char* BuildDate; /* "Jul 22 2004" */
+    Kpl32s major;          /* KPLVC_VERSION_MAJOR */
+    Kpl32s minor;          /* KPLVC_VERSION_MINOR */
+    Kpl32s majorBuild;     /* KPLVC_VERSION_MAJOR_BUILD */
+    Kpl32s build;          /* KPLVC_VERSION_BUILD */
+    char targetCpu[4];     /* KPLVC_VERSION_TARGET, zero-filled */
+    const char* Name;      /* "libkplvc" KPLVC_VERSION_TARGET ".so" */
+    const char* Version;   /* "v<major>.<minor>" */
+    const char* BuildDate; /* KPLVC_VERSION_DATE */
 } KplLibraryVersion;
 
 /* Sub-sample position codes (mcType). Only bits 2 and 3 are read:
@@ -1359,6 +1371,22 @@ KPLVC_API KplStatus kpliWeightedAverage_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcD
 /* DV                                                                        */
 /* ------------------------------------------------------------------------ */
 /* @dv-begin */
+/* DV segment decoding: the meanings of value1 in the built table beyond the
+ * runs 0..63, the segment's size, and the fields of a block information word. */
+#define KPLVC_DV_EOB 64
+#define KPLVC_DV_LINK 65
+#define KPLVC_DV_ESCAPE 66
+#define KPLVC_DV_INVALID 67
+#define KPLVC_DV_SEGMENT_BYTES 400
+#define KPLVC_DV_SEGMENT_BLOCKS 30
+#define KPLVC_DV_INFO_COUNT 0x7F
+#define KPLVC_DV_INFO_EOB 0x80
+#define KPLVC_DV_INFO_MODE 0x100
+#define KPLVC_DV_INFO_CLASS_SHIFT 9
+#define KPLVC_DV_INFO_QNO_SHIFT 12
+#define KPLVC_DV_INFO_STA_SHIFT 16
+#define KPLVC_DV_INFO_PASS_SHIFT 20
+
 /* Builds the DV lookup table from two code tables (short codes, long codes)
  * into one 4097-byte block from the system malloc, read as 32-bit words.
  * An input table: [0] M, its longest code length; [1], [2] not read; then for
@@ -1383,6 +1411,41 @@ KPLVC_API KplStatus kpliFreeHuffmanTable_DV_32u(Kpl32u* pHuffTable);
  * product in 32 bits, the shift arithmetic (q has 14 fractional bits).
  * Statuses: -8 either pointer null. */
 KPLVC_API KplStatus kpliQuantInv_DV_16s_C1I(Kpl16s* pSrcDst, const Kpl16s* pDequantTable);
+/* Decodes one DV video segment (IEC 61834-2, 25 Mbit/s; 525/60 and 625/50
+ * alike): five compressed macroblocks of six DCT blocks each, carried by five
+ * consecutive 80-byte video DIF blocks.
+ * pStream: the segment's KPLVC_DV_SEGMENT_BYTES (400) bytes; of DIF block k
+ *   only bytes 80k+3 (STA << 4 | QNO) and 80k+4..80k+79 (the six block areas:
+ *   Y0..Y3 of 14 bytes, then CR and CB of 10) are read.
+ * pHuffTable: a table from kpliInitAllocHuffmanTable_DV_32u whose two inputs
+ *   both have M = 9: the first holds the code words of up to 9 bits (sign bit
+ *   included), links (value1 KPLVC_DV_LINK) for longer ones and the escape
+ *   prefix (KPLVC_DV_ESCAPE, value2 = the smallest escape amplitude); the
+ *   second holds the longer code words without their first four bits. A pair
+ *   entry has value1 = run (0..63) and value2 = the signed value; value1
+ *   KPLVC_DV_EOB ends a block; KPLVC_DV_INVALID or above marks no code word.
+ *   First level: word 1 + the next 9 bits; second level: word 513 + the low 9
+ *   bits of the next 13 (never word 1024). Bits past the end of a block's
+ *   available bits are looked up as zeros.
+ * pScanTables: 128 entries, used as entry & 63: entry i (block DCT mode 0) or
+ *   64 + i (mode 1) is the output index of scan position i.
+ * pDstBlocks: 30 blocks of 64 values, block 6k + j at pDstBlocks + 64(6k + j);
+ *   every one of the 1920 values is written: 64 times the decoded value at the
+ *   index its scan position maps to (DC at position 0), 0 elsewhere.
+ * pBlockInfo: 30 words: bits 0..6 the count (1 + the last scan position with
+ *   a non-zero value, 0 for an all-zero block), bit 7 the block's EOB was read,
+ *   bit 8 the DCT mode, bits 9..10 the class, bits 12..15 QNO and 16..19 STA of
+ *   its macroblock, bits 20..21 the pass (1..3) that read its EOB (0 without).
+ * The AC codes of every block are read from its own area first, then from the
+ * bits its macroblock's finished blocks left over, then from the bits left over
+ * in the whole segment (the standard's three passes); a block that runs out of
+ * bits keeps what it decoded, with the EOB bit 0.
+ * Statuses: -8 any pointer null; -74 a bit pattern with no code word or an
+ * escape amplitude below the minimum; -72 a scan position beyond 63 (the
+ * first error in pass order is reported). On any error nothing is written. */
+KPLVC_API KplStatus kpliHuffmanDecodeSegment_DV_8u16s(const Kpl8u* pStream, const Kpl32u* pHuffTable,
+                                                      const Kpl32s* pScanTables, Kpl16s* pDstBlocks,
+                                                      Kpl32u* pBlockInfo);
 /* @dv-end */
 
 #ifdef __cplusplus

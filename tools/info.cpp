@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "core/cpu.h"
-#include "core/dispatch.h"
+#include "families.h"
 #include "kplvc.h"
 #include "tools/commands.h"
 
@@ -16,14 +16,8 @@ int kplvc_tool::info(int, char**) {
     const auto& f = kplvc::cpu::features();
     std::printf("cpu          %s (%s)\n", f.brand, f.vendor);
     std::printf("features    ");
-    const struct {
-        const char* name;
-        bool on;
-    } flags[] = {{"sse2", f.sse2},         {"sse3", f.sse3},         {"ssse3", f.ssse3},
-                 {"sse4.1", f.sse41},      {"sse4.2", f.sse42},      {"popcnt", f.popcnt},
-                 {"avx", f.avx},           {"avx2", f.avx2},         {"bmi1", f.bmi1},
-                 {"bmi2", f.bmi2},         {"fma", f.fma},           {"avx512f", f.avx512f},
-                 {"avx512bw", f.avx512bw}, {"avx512vl", f.avx512vl}, {"avx512dq", f.avx512dq}};
+    kplvc::cpu::FeatureFlag flags[kplvc::cpu::kFeatureCount];
+    kplvc::cpu::feature_flags(f, flags);
     for (const auto& fl : flags)
         if (fl.on) std::printf(" %s", fl.name);
     std::printf("\n");
@@ -34,6 +28,6 @@ int kplvc_tool::info(int, char**) {
     int n = 0;
     const kplvc::FamilyInfo* fam = kplvc::families(&n);
     for (int i = 0; i < n; ++i)
-        std::printf("  %-14s %s\n", fam[i].name, kplvc::cpu::isa_name(fam[i].level()));
+        std::printf("  %-19s %s\n", fam[i].name, kplvc::cpu::isa_name(fam[i].level()));
     return 0;
 }

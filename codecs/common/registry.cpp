@@ -4,6 +4,9 @@
 
 namespace kplvc::codecs {
 
+namespace dv {
+extern const Decoder kDvDecoder;
+}
 namespace h263 {
 extern const Decoder kH263Decoder;
 }
@@ -11,6 +14,7 @@ extern const Decoder kH263Decoder;
 // Each format defines its Decoder beside its code; list it here, before the
 // terminating null.
 static const Decoder* const kDecoders[] = {
+    &dv::kDvDecoder,
     &h263::kH263Decoder,
     nullptr,
 };

@@ -23,27 +23,24 @@ void copy_c(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step
 // 16 bytes apart.
 constexpr int16_t kZeroResidual[64] = {};
 
-}  // namespace
-
-BlockCopyKernels blockcopy_kernels_for(cpu::Isa isa) {
-    BlockCopyKernels k{};
+void install_scalar(BlockCopyKernels& k) {
     k.copy8x8 = copy_c<8>;
     k.copy16x16 = copy_c<16>;
     install_scalar_diff(k);
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_blockcopy(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_blockcopy(k);
-#else
-    (void)isa;
-#endif
-    return k;
 }
+
+constexpr Upgrade<BlockCopyKernels> kCascade[] = {
+    {cpu::Isa::c, install_scalar},
+    KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_blockcopy},
+                       {cpu::Isa::avx2, x86::avx2::upgrade_blockcopy})};
+
+}  // namespace
+
+BlockCopyKernels blockcopy_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const BlockCopyKernels& blockcopy_kernels() {
     return active_table<BlockCopyKernels, blockcopy_kernels_for>();
 }
-
-cpu::Isa blockcopy_level() { return level_in_use(cpu::Isa::avx2); }
 
 namespace {
 KPLVC_INLINE KplStatus mc_block(const Kpl8u* src, Kpl32s src_step, Kpl8u* dst, Kpl32s dst_step,

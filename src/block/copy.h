@@ -38,15 +38,9 @@ struct BlockCopyKernels {
 
 BlockCopyKernels blockcopy_kernels_for(cpu::Isa isa);
 const BlockCopyKernels& blockcopy_kernels();
-cpu::Isa blockcopy_level();
 
 // The scalar difference kernels (diff.cpp), installed first by the builder.
 void install_scalar_diff(BlockCopyKernels& k);
-
-// Places one kernel per sub-sample position into its group of four entries.
-inline void set_diff_group(DiffFn (&tbl)[16], const DiffFn (&by_pos)[4]) {
-    for (int i = 0; i < 16; ++i) tbl[i] = by_pos[i >> 2];
-}
 
 namespace x86::sse2 {
 void upgrade_blockcopy(BlockCopyKernels& k);  // copy_sse2.cpp

@@ -17,30 +17,19 @@ constexpr DctKernels kScalar = {
     ref::put_16s_p2, ref::put_u8_p2, ref::field_fwd,  ref::field_inv,
 };
 
+// One upgrade per engine and ISA file.
+constexpr Upgrade<DctKernels> kCascade[] = {
+    {cpu::Isa::c, [](DctKernels& k) { k = kScalar; }},
+    KPLVC_X86_UPGRADES(
+        {cpu::Isa::sse2, x86::sse2::upgrade_dct_table}, {cpu::Isa::sse2, x86::sse2::upgrade_dct_aan},
+        {cpu::Isa::sse2, x86::sse2::upgrade_dct_field}, {cpu::Isa::avx2, x86::avx2::upgrade_dct_table},
+        {cpu::Isa::avx2, x86::avx2::upgrade_dct_aan}, {cpu::Isa::avx2, x86::avx2::upgrade_dct_field})};
+
 }  // namespace
 
-DctKernels dct_kernels_for(cpu::Isa isa) {
-    DctKernels k = kScalar;
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) {
-        x86::sse2::upgrade_dct_table(k);
-        x86::sse2::upgrade_dct_aan(k);
-        x86::sse2::upgrade_dct_field(k);
-    }
-    if (isa >= cpu::Isa::avx2) {
-        x86::avx2::upgrade_dct_table(k);
-        x86::avx2::upgrade_dct_aan(k);
-        x86::avx2::upgrade_dct_field(k);
-    }
-#else
-    (void)isa;
-#endif
-    return k;
-}
+DctKernels dct_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const DctKernels& dct_kernels() { return active_table<DctKernels, dct_kernels_for>(); }
-
-cpu::Isa dct_level() { return level_in_use(cpu::Isa::avx2); }
 
 namespace {
 

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "core/arith.h"
 #include "core/cpu.h"
 
 namespace kplvc::block {
@@ -45,7 +46,6 @@ struct DctKernels {
 
 DctKernels dct_kernels_for(cpu::Isa isa);
 const DctKernels& dct_kernels();
-cpu::Isa dct_level();
 
 // Scalar pieces shared by the reference kernels and the entry points.
 namespace ref {
@@ -67,10 +67,10 @@ void upgrade_dct_field(DctKernels& k);
 }  // namespace x86::avx2
 
 // ---- Internal entry points for other decoders (no argument checks) ----------
-inline void dct8x8_inv(const int16_t* src, int16_t* dst) { dct_kernels().inv(src, dst); }
-inline void dct8x8_inv_4x4(int16_t* blk) { dct_kernels().inv_4x4(blk); }
-inline void dct8x8_inv_2x2(int16_t* blk) { dct_kernels().inv_2x2(blk); }
-inline void dct8x8_inv_u8(const int16_t* src, uint8_t* dst, int32_t step) {
+KPLVC_INLINE void dct8x8_inv(const int16_t* src, int16_t* dst) { dct_kernels().inv(src, dst); }
+KPLVC_INLINE void dct8x8_inv_4x4(int16_t* blk) { dct_kernels().inv_4x4(blk); }
+KPLVC_INLINE void dct8x8_inv_2x2(int16_t* blk) { dct_kernels().inv_2x2(blk); }
+KPLVC_INLINE void dct8x8_inv_u8(const int16_t* src, uint8_t* dst, int32_t step) {
     dct_kernels().inv_u8(src, dst, step);
 }
 // Matrix-engine inverse of a transposed block with its count paths, clamped

@@ -56,29 +56,6 @@ void two_passes(const int16_t* src, int16_t* out) {
     }
 }
 
-// The step with z4..z7 = 0: what remains of the full step on a block
-// confined to its 4x4 corner.
-void step_corner(const int32_t z[4], int32_t r[8]) {
-    auto m = [](int32_t c, int32_t v) { return mul32w(c, v); };
-    const int32_t c1 = aan_c[1], c2 = aan_c[2], c3 = aan_c[3], c4 = aan_c[4];
-    const int32_t c5 = aan_c[5], c6 = aan_c[6], c7 = aan_c[7];
-    const int32_t s0 = m(z[0], c4);
-    const int32_t e0 = add32w(s0, m(c2, z[2])), e3 = sub32w(s0, m(c2, z[2]));
-    const int32_t e1 = add32w(s0, m(c6, z[2])), e2 = sub32w(s0, m(c6, z[2]));
-    const int32_t o0 = add32w(m(c1, z[1]), m(c3, z[3]));
-    const int32_t o1 = sub32w(m(c3, z[1]), m(c7, z[3]));
-    const int32_t o2 = sub32w(m(c5, z[1]), m(c1, z[3]));
-    const int32_t o3 = sub32w(m(c7, z[1]), m(c5, z[3]));
-    r[0] = add32w(e0, o0);
-    r[7] = sub32w(e0, o0);
-    r[1] = add32w(e1, o1);
-    r[6] = sub32w(e1, o1);
-    r[2] = add32w(e2, o2);
-    r[5] = sub32w(e2, o2);
-    r[3] = add32w(e3, o3);
-    r[4] = sub32w(e3, o3);
-}
-
 template <class T, int E, int Lo>
 void put(const int16_t* v, T* dst, int32_t step) {
     for (int i = 0; i < 8; ++i) {
@@ -97,24 +74,13 @@ void put(const int16_t* v, T* dst, int32_t step) {
 
 void aan(const int16_t* src, int16_t* out) { two_passes(src, out); }
 
-// Only source rows 0..3 of columns 0..3 are read; the rest counts as zero.
-// Pass 1 over columns 4..7 would see zeros and give (0 + 32768) >> 16 = 0,
-// so pass 2 has four inputs as well.
+// Only source rows 0..3 of columns 0..3 are read; the rest counts as zero:
+// the corner alone, then the full transform.
 void aan_corner(const int16_t* src, int16_t* out) {
-    int32_t t[4][8];
-    for (int m = 0; m < 4; ++m) {
-        int32_t z[4], r[8];
-        for (int k = 0; k < 4; ++k) z[k] = src[8 * k + m];
-        step_corner(z, r);
-        for (int k = 0; k < 8; ++k) t[m][k] = add32w(r[k], dct::aan_round1) >> 16;
-    }
-    for (int j = 0; j < 8; ++j) {
-        int32_t z[4], r[8];
-        for (int m = 0; m < 4; ++m) z[m] = t[m][j];
-        step_corner(z, r);
-        for (int i = 0; i < 8; ++i)
-            out[8 * i + j] = static_cast<int16_t>(clip3(-256, 255, add32w(r[i], dct::aan_round2) >> 18));
-    }
+    int16_t corner[64] = {};
+    for (int k = 0; k < 4; ++k)
+        for (int m = 0; m < 4; ++m) corner[8 * k + m] = src[8 * k + m];
+    two_passes(corner, out);
 }
 
 void put_16s(const int16_t* v, int16_t* dst, int32_t step) { put<int16_t, 1, -256>(v, dst, step); }

@@ -54,7 +54,7 @@ constexpr FwdPick kFwdPattern[32] = {
 struct Table32 {
     int16_t v[32];
 };
-constexpr Table32 make_fwd(const int16_t (&inv)[32]) {
+static constexpr Table32 make_fwd(const int16_t (&inv)[32]) {
     Table32 t{};
     for (int n = 0; n < 32; ++n) t.v[n] = static_cast<int16_t>(inv[kFwdPattern[n].idx] * kFwdPattern[n].sign);
     return t;
@@ -65,12 +65,12 @@ constexpr Table32 tab_f_26 = make_fwd(tab_i_26);
 constexpr Table32 tab_f_35 = make_fwd(tab_i_35);
 
 // Row r of the block uses these tables (inverse and forward alike).
-constexpr const int16_t* inv_table(int r) {
+static constexpr const int16_t* inv_table(int r) {
     constexpr const int16_t* t[8] = {tab_i_04, tab_i_17, tab_i_26, tab_i_35,
                                      tab_i_04, tab_i_35, tab_i_26, tab_i_17};
     return t[r];
 }
-constexpr const int16_t* fwd_table(int r) {
+static constexpr const int16_t* fwd_table(int r) {
     constexpr const int16_t* t[8] = {tab_f_04.v, tab_f_17.v, tab_f_26.v, tab_f_35.v,
                                      tab_f_04.v, tab_f_35.v, tab_f_26.v, tab_f_17.v};
     return t[r];
@@ -87,5 +87,18 @@ constexpr int32_t aan_round2 = 163840;  // pass 2: (r + 163840) >> 18, 0.625 of 
 // scaled by 10703/8192. Order: c0, a (10703), b (4433), c1, c3, c5, c7.
 constexpr int32_t field_fwd_even[7] = {8192, 10703, 4433, 11363, 9633, 6436, 2260};
 constexpr int32_t field_fwd_odd[7] = {10703, 13985, 5793, 14846, 12586, 8410, 2953};
+
+// Inverse: the 8-point row pass weighs input k by field_inv_ck (about
+// 2^14 sqrt(2) cos(k pi / 16); c4 is 2^14 exactly), the odd part's rotation
+// multiplies by field_inv_r (about 2^14 / sqrt(2)), and the 4-point vertical
+// passes reuse c2, c4 and c6.
+constexpr int32_t field_inv_c1 = 22725;
+constexpr int32_t field_inv_c2 = 21406;
+constexpr int32_t field_inv_c3 = 19265;
+constexpr int32_t field_inv_c4 = 16384;
+constexpr int32_t field_inv_c5 = 12872;
+constexpr int32_t field_inv_c6 = 8866;
+constexpr int32_t field_inv_c7 = 4520;
+constexpr int32_t field_inv_r = 11585;
 
 }  // namespace kplvc::block::dct

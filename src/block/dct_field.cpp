@@ -10,6 +10,8 @@ namespace kplvc::block::ref {
 
 namespace {
 
+using namespace dct;
+
 KPLVC_INLINE int32_t mw(int32_t a, int32_t b) { return mul32w(a, b); }
 KPLVC_INLINE int32_t ad(int32_t a, int32_t b) { return add32w(a, b); }
 KPLVC_INLINE int32_t sb(int32_t a, int32_t b) { return sub32w(a, b); }
@@ -60,15 +62,15 @@ void field_inv(int16_t* blk) {
         int32_t x[8];
         for (int k = 0; k < 8; ++k) x[k] = blk[8 * r + k];
         // Products of 16-bit inputs by weights below 2^15 fit; their sums wrap.
-        const int32_t p = ad(22725 * x[1], 4520 * x[7]);
-        const int32_t q = sb(4520 * x[1], 22725 * x[7]);
-        const int32_t rr = ad(19265 * x[3], 12872 * x[5]);
-        const int32_t ww = ad(-12872 * x[3], 19265 * x[5]);
-        const int32_t m = mw(ad(sb(sb(ad(p, q), rr), ww), 1024) >> 11, 11585) >> 3;
-        const int32_t n = mw(ad(ad(sb(sb(p, q), rr), ww), 1024) >> 11, 11585) >> 3;
-        const int32_t E0 = (x[0] + x[4]) * 16384, E1 = (x[0] - x[4]) * 16384;  // |.| <= 2^30
-        const int32_t gg = ad(21406 * x[2], 8866 * x[6]);
-        const int32_t hh = sb(8866 * x[2], 21406 * x[6]);
+        const int32_t p = ad(field_inv_c1 * x[1], field_inv_c7 * x[7]);
+        const int32_t q = sb(field_inv_c7 * x[1], field_inv_c1 * x[7]);
+        const int32_t rr = ad(field_inv_c3 * x[3], field_inv_c5 * x[5]);
+        const int32_t ww = ad(-field_inv_c5 * x[3], field_inv_c3 * x[5]);
+        const int32_t m = mw(ad(sb(sb(ad(p, q), rr), ww), 1024) >> 11, field_inv_r) >> 3;
+        const int32_t n = mw(ad(ad(sb(sb(p, q), rr), ww), 1024) >> 11, field_inv_r) >> 3;
+        const int32_t E0 = (x[0] + x[4]) * field_inv_c4, E1 = (x[0] - x[4]) * field_inv_c4;  // |.| <= 2^30
+        const int32_t gg = ad(field_inv_c2 * x[2], field_inv_c6 * x[6]);
+        const int32_t hh = sb(field_inv_c6 * x[2], field_inv_c2 * x[6]);
         const int32_t y[8] = {
             ad(ad(p, rr), ad(gg, E0)), ad(m, ad(E1, hh)), ad(n, sb(E1, hh)), ad(ad(q, ww), sb(E0, gg)),
             sb(sb(E0, gg), ad(q, ww)), sb(sb(E1, hh), n), sb(ad(E1, hh), m), sb(ad(gg, E0), ad(p, rr)),
@@ -82,9 +84,9 @@ void field_inv(int16_t* blk) {
         for (int h = 0; h < 2; ++h) {
             const int32_t c0 = w[8 * (4 * h) + c], c1 = w[8 * (4 * h + 1) + c];
             const int32_t c2 = w[8 * (4 * h + 2) + c], c3 = w[8 * (4 * h + 3) + c];
-            const int32_t a = mw(sb(c0, c2), 16384), b = mw(ad(c0, c2), 16384);
-            const int32_t G = ad(mw(21406, c1), mw(8866, c3));
-            const int32_t H = sb(mw(8866, c1), mw(21406, c3));
+            const int32_t a = mw(sb(c0, c2), field_inv_c4), b = mw(ad(c0, c2), field_inv_c4);
+            const int32_t G = ad(mw(field_inv_c2, c1), mw(field_inv_c6, c3));
+            const int32_t H = sb(mw(field_inv_c6, c1), mw(field_inv_c2, c3));
             f[h][0] = ad(ad(G, b), 65536) >> 17;
             f[h][1] = ad(ad(a, H), 65536) >> 17;
             f[h][2] = ad(sb(a, H), 65536) >> 17;

@@ -133,47 +133,18 @@ void inv(const int16_t* src, int16_t* dst) {
     for (int c = 0; c < 8; ++c) inv_col(w + c, dst + c);
 }
 
-// Rows 0..3 from their first four coefficients; rows 4..7 of the work block
-// are what the full row pass makes of empty rows 4..7 (rounders below 4096):
-// zero.
+// The block confined to its top-left 4x4 (or 2x2) corner, then the full
+// inverse: the coefficients outside the corner are not read.
 void inv_4x4(int16_t* blk) {
-    int16_t x[32] = {};
+    int16_t x[64] = {};
     for (int r = 0; r < 4; ++r) std::memcpy(x + 8 * r, blk + 8 * r, 4 * sizeof(int16_t));
-    int16_t w[64] = {};
-    inv_rows(x, w, 4);
-    for (int c = 0; c < 8; ++c) inv_col(w + c, blk + c);
+    inv(x, blk);
 }
 
-// Rows 0 and 1 from x0 and x1 only; the column pass as a 2-input butterfly in
-// which +-1 stands for row 2 of the work block (its rounder 4520 leaves 1 in
-// every entry) and row 3 is zero (3408 >> 12).
 void inv_2x2(int16_t* blk) {
-    static constexpr int32_t kV[2] = {16384, 22725};
-    static constexpr int32_t kR[2] = {65536, 5802};
-    static constexpr int32_t kW[2][8] = {{22725, 19266, 12873, 4520, -4520, -12873, -19266, -22725},
-                                         {31521, 26722, 17855, 6270, -6270, -17855, -26722, -31521}};
-    int16_t X[2][8];
-    for (int r = 0; r < 2; ++r) {
-        const int16_t x0 = blk[8 * r], x1 = blk[8 * r + 1];
-        // |V x0| + |W x1| + R < 2^31: no wrap here.
-        for (int k = 0; k < 8; ++k) X[r][k] = sat16((kV[r] * x0 + kW[r][k] * x1 + kR[r]) >> 12);
-    }
-    for (int c = 0; c < 8; ++c) {
-        const int16_t X0 = X[0][c], X1 = X[1][c];
-        const int16_t tt = mulhi16(X1, tg_1_16);
-        const int16_t p1 = adds16(X0, 1), m1 = subs16(X0, 1);
-        const int16_t m = subs16(X1, tt), n = adds16(tt, X1);
-        const int16_t mm = adds16(mulhi16(cos_4_16, m), m);
-        const int16_t nn = adds16(mulhi16(cos_4_16, n), n);
-        blk[c] = static_cast<int16_t>(adds16(p1, X1) >> 5);
-        blk[56 + c] = static_cast<int16_t>(subs16(p1, X1) >> 5);
-        blk[24 + c] = static_cast<int16_t>(adds16(tt, m1) >> 5);
-        blk[32 + c] = static_cast<int16_t>(subs16(m1, tt) >> 5);
-        blk[8 + c] = static_cast<int16_t>(adds16(nn, X0) >> 5);
-        blk[48 + c] = static_cast<int16_t>(subs16(X0, nn) >> 5);
-        blk[16 + c] = static_cast<int16_t>(adds16(mm, X0) >> 5);
-        blk[40 + c] = static_cast<int16_t>(subs16(X0, mm) >> 5);
-    }
+    int16_t x[64] = {};
+    for (int r = 0; r < 2; ++r) std::memcpy(x + 8 * r, blk + 8 * r, 2 * sizeof(int16_t));
+    inv(x, blk);
 }
 
 void inv_u8(const int16_t* src, uint8_t* dst, int32_t step) {

@@ -92,23 +92,25 @@ void scalar_misc_kernels(MetricsKernels& k) {
     k.texture_error8x8 = texture_error8x8_c;
 }
 
-MetricsKernels metrics_kernels_for(cpu::Isa isa) {
-    MetricsKernels k{};
+namespace {
+
+void install_scalar(MetricsKernels& k) {
     scalar_sad_kernels(k);
     scalar_var_kernels(k);
     scalar_misc_kernels(k);
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_metrics(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_metrics(k);
-#else
-    (void)isa;
-#endif
-    return k;
 }
 
-const MetricsKernels& metrics_kernels() { return metrics_table(); }
+constexpr Upgrade<MetricsKernels> kCascade[] = {
+    {cpu::Isa::c, install_scalar},
+    KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_sad}, {cpu::Isa::sse2, x86::sse2::upgrade_var},
+                       {cpu::Isa::sse2, x86::sse2::upgrade_metrics}, {cpu::Isa::avx2, x86::avx2::upgrade_sad},
+                       {cpu::Isa::avx2, x86::avx2::upgrade_var})};
 
-cpu::Isa metrics_level() { return level_in_use(cpu::Isa::avx2); }
+}  // namespace
+
+MetricsKernels metrics_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
+
+const MetricsKernels& metrics_kernels() { return metrics_table(); }
 
 }  // namespace kplvc::block
 

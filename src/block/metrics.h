@@ -62,18 +62,22 @@ struct MetricsKernels {
 
 MetricsKernels metrics_kernels_for(cpu::Isa isa);
 const MetricsKernels& metrics_kernels();
-cpu::Isa metrics_level();
 
 // The scalar references, split by file (sad.cpp, var.cpp, metrics.cpp).
 void scalar_sad_kernels(MetricsKernels& k);
 void scalar_var_kernels(MetricsKernels& k);
 void scalar_misc_kernels(MetricsKernels& k);
 
-}  // namespace kplvc::block
+// One upgrade per x86 file, split as the scalar files are: sad_<isa>.cpp,
+// var_<isa>.cpp and metrics_<isa>.cpp.
+namespace x86::sse2 {
+void upgrade_sad(MetricsKernels& k);
+void upgrade_var(MetricsKernels& k);
+void upgrade_metrics(MetricsKernels& k);
+}  // namespace x86::sse2
+namespace x86::avx2 {
+void upgrade_sad(MetricsKernels& k);
+void upgrade_var(MetricsKernels& k);
+}  // namespace x86::avx2
 
-namespace kplvc::x86::sse2 {
-void upgrade_metrics(block::MetricsKernels& k);
-}
-namespace kplvc::x86::avx2 {
-void upgrade_metrics(block::MetricsKernels& k);
-}
+}  // namespace kplvc::block

@@ -1,5 +1,7 @@
 #include "core/cpu.h"
 
+#include <pthread.h>
+
 #include <cstring>
 
 #if defined(__i386__) || defined(__x86_64__)
@@ -10,6 +12,26 @@
 namespace kplvc::cpu {
 
 namespace {
+
+enum Reg { eax, ebx, ecx, edx };
+enum State { none, ymm, zmm };
+
+// The rows of core/isa_features.def. A level name that is not an Isa
+// enumerator fails to compile here.
+struct Row {
+    Isa level;
+    uint32_t leaf;
+    Reg reg;
+    int bit;
+    State state;
+    bool Features::*field;
+};
+constexpr Row kRows[] = {
+#define KPLVC_FEATURE(level, name, flag, leaf, reg, bit, state) \
+    {Isa::level, leaf, reg, bit, state, &Features::name},
+#include "core/isa_features.def"
+#undef KPLVC_FEATURE
+};
 
 #if KPLVC_HAVE_CPUID
 void cpuid(uint32_t leaf, uint32_t sub, uint32_t r[4]) { __cpuid_count(leaf, sub, r[0], r[1], r[2], r[3]); }
@@ -27,43 +49,30 @@ Features probe() {
     std::strcpy(f.brand, "unknown");
 #if KPLVC_HAVE_CPUID
     uint32_t r[4];
-    uint32_t max_leaf = static_cast<uint32_t>(__get_cpuid_max(0, nullptr));
+    const uint32_t max_leaf = static_cast<uint32_t>(__get_cpuid_max(0, nullptr));
     if (max_leaf == 0) return f;
     cpuid(0, 0, r);
     std::memcpy(f.vendor + 0, &r[1], 4);
     std::memcpy(f.vendor + 4, &r[3], 4);
     std::memcpy(f.vendor + 8, &r[2], 4);
     f.vendor[12] = 0;
+    const uint32_t max_ext = static_cast<uint32_t>(__get_cpuid_max(0x80000000u, nullptr));
 
     cpuid(1, 0, r);
-    const uint32_t ecx1 = r[2], edx1 = r[3];
-    f.sse2 = edx1 & (1u << 26);
-    f.sse3 = ecx1 & (1u << 0);
-    f.ssse3 = ecx1 & (1u << 9);
-    f.fma = ecx1 & (1u << 12);
-    f.sse41 = ecx1 & (1u << 19);
-    f.sse42 = ecx1 & (1u << 20);
-    f.popcnt = ecx1 & (1u << 23);
-    const bool osxsave = ecx1 & (1u << 27);
-    f.avx = ecx1 & (1u << 28);
+    const bool osxsave = r[2] & (1u << 27);
     if (osxsave) {
         const uint64_t xcr0 = xgetbv0();
         f.os_ymm = (xcr0 & 0x6) == 0x6;                // XMM and YMM state
         f.os_zmm = f.os_ymm && (xcr0 & 0xE0) == 0xE0;  // opmask, ZMM_Hi256, Hi16_ZMM
     }
-    f.avx = f.avx && f.os_ymm;
-    if (max_leaf >= 7) {
-        cpuid(7, 0, r);
-        const uint32_t ebx7 = r[1];
-        f.bmi1 = ebx7 & (1u << 3);
-        f.avx2 = f.avx && (ebx7 & (1u << 5));
-        f.bmi2 = ebx7 & (1u << 8);
-        f.avx512f = f.os_zmm && (ebx7 & (1u << 16));
-        f.avx512dq = f.avx512f && (ebx7 & (1u << 17));
-        f.avx512bw = f.avx512f && (ebx7 & (1u << 30));
-        f.avx512vl = f.avx512f && (ebx7 & (1u << 31));
+    for (const Row& row : kRows) {
+        const uint32_t max = row.leaf >= 0x80000000u ? max_ext : max_leaf;
+        if (row.leaf > max) continue;
+        cpuid(row.leaf, 0, r);
+        const bool os = row.state == none || (row.state == ymm ? f.os_ymm : f.os_zmm);
+        f.*row.field = os && ((r[row.reg] >> row.bit) & 1u) != 0;
     }
-    uint32_t max_ext = static_cast<uint32_t>(__get_cpuid_max(0x80000000u, nullptr));
+
     if (max_ext >= 0x80000004u) {
         for (uint32_t i = 0; i < 3; ++i) {
             cpuid(0x80000002u + i, 0, r);
@@ -79,25 +88,43 @@ Features probe() {
     return f;
 }
 
+// The highest level all of whose features (and those of the levels before
+// it) are present.
 Isa level_of(const Features& f) {
-    if (!f.sse2) return Isa::c;
-    if (!f.ssse3) return Isa::sse2;
-    if (!f.sse41) return Isa::ssse3;
-    if (!(f.avx2 && f.bmi1 && f.bmi2 && f.popcnt)) return Isa::sse41;
-    if (!(f.avx512f && f.avx512bw && f.avx512vl && f.avx512dq)) return Isa::avx2;
-    return Isa::avx512;
+    Isa level = Isa::avx512;
+    for (const Row& row : kRows)
+        if (!(f.*row.field) && static_cast<int>(row.level) <= static_cast<int>(level))
+            level = static_cast<Isa>(static_cast<int>(row.level) - 1);
+    return level;
+}
+
+// Found once, through the C library's once-only call (no C++ runtime).
+Features g_features;
+Isa g_level = Isa::c;
+pthread_once_t g_once = PTHREAD_ONCE_INIT;
+
+void init() {
+    g_features = probe();
+    g_level = level_of(g_features);
 }
 
 }  // namespace
 
 const Features& features() {
-    static const Features f = probe();
-    return f;
+    pthread_once(&g_once, init);
+    return g_features;
 }
 
 Isa detected() {
-    static const Isa level = level_of(features());
-    return level;
+    pthread_once(&g_once, init);
+    return g_level;
+}
+
+void feature_flags(const Features& f, FeatureFlag (&out)[kFeatureCount]) {
+    int i = 0;
+#define KPLVC_FEATURE(level, name, flag, leaf, reg, bit, state) out[i++] = {#name, f.name};
+#include "core/isa_features.def"
+#undef KPLVC_FEATURE
 }
 
 const char* isa_name(Isa isa) {

@@ -74,22 +74,16 @@ constexpr VectorKernels kScalar = {
     mulc_sat_c, mulc_up_c, mulc_down_c, mulc_sign_c, threshold_gt_c, threshold_lt_c,
 };
 
+constexpr Upgrade<VectorKernels> kCascade[] = {
+    {cpu::Isa::c, [](VectorKernels& k) { k = kScalar; }},
+    KPLVC_X86_UPGRADES({cpu::Isa::sse2, vector::x86::sse2::upgrade_vector},
+                       {cpu::Isa::avx2, vector::x86::avx2::upgrade_vector})};
+
 }  // namespace
 
-VectorKernels vector_kernels_for(cpu::Isa isa) {
-    VectorKernels k = kScalar;
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_vector(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_vector(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+VectorKernels vector_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const VectorKernels& vector_kernels() { return active_table<VectorKernels, vector_kernels_for>(); }
-
-cpu::Isa vector_level() { return level_in_use(cpu::Isa::avx2); }
 
 }  // namespace kplvc
 

@@ -38,12 +38,11 @@ struct VectorKernels {
 
 VectorKernels vector_kernels_for(cpu::Isa isa);
 const VectorKernels& vector_kernels();
-cpu::Isa vector_level();
 
-namespace x86::sse2 {
+namespace vector::x86::sse2 {
 void upgrade_vector(VectorKernels& k);
 }
-namespace x86::avx2 {
+namespace vector::x86::avx2 {
 void upgrade_vector(VectorKernels& k);
 }
 

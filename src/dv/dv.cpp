@@ -50,20 +50,15 @@ void dv_fill(uint32_t* words, const int32_t* input, int32_t base, uint32_t len_a
     }
 }
 
-DvKernels dv_kernels_for(cpu::Isa isa) {
-    DvKernels k = kScalar;
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_dv(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_dv(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+namespace {
+constexpr Upgrade<DvKernels> kCascade[] = {
+    {cpu::Isa::c, [](DvKernels& k) { k = kScalar; }},
+    KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_dv}, {cpu::Isa::avx2, x86::avx2::upgrade_dv})};
+}  // namespace
+
+DvKernels dv_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const DvKernels& dv_kernels() { return active_table<DvKernels, dv_kernels_for>(); }
-
-cpu::Isa dv_level() { return level_in_use(cpu::Isa::avx2); }
 
 }  // namespace kplvc::dv
 

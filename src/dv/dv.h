@@ -22,7 +22,6 @@ struct DvKernels {
 
 DvKernels dv_kernels_for(cpu::Isa isa);
 const DvKernels& dv_kernels();
-cpu::Isa dv_level();
 
 // Fills the entries of one input code table into the block's words from
 // `base`; the length field of every entry is L + len_add.

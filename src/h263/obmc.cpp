@@ -34,20 +34,14 @@ void obmc_c(const uint8_t* ref, uint8_t* dst, int32_t step, const ObmcVectors& m
         }
 }
 
+constexpr Upgrade<ObmcKernels> kCascade[] = {{cpu::Isa::c, [](ObmcKernels& k) { k.obmc = obmc_c; }},
+                                             KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_obmc})};
+
 }  // namespace
 
-ObmcKernels obmc_kernels_for(cpu::Isa isa) {
-    ObmcKernels k = {obmc_c};
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_obmc(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+ObmcKernels obmc_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const ObmcKernels& obmc_kernels() { return active_table<ObmcKernels, obmc_kernels_for>(); }
-cpu::Isa obmc_level() { return level_in_use(cpu::Isa::sse2); }
 
 }  // namespace kplvc::h263
 

@@ -17,7 +17,6 @@ struct ObmcKernels {
 
 ObmcKernels obmc_kernels_for(cpu::Isa isa);
 const ObmcKernels& obmc_kernels();
-cpu::Isa obmc_level();
 
 namespace x86::sse2 {
 void upgrade_obmc(ObmcKernels& k);

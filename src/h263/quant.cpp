@@ -56,20 +56,18 @@ int quant_fwd_c(int16_t* block, float m, int first, int dead_zone) {
     return last;
 }
 
+constexpr Upgrade<QuantKernels> kCascade[] = {{cpu::Isa::c,
+                                               [](QuantKernels& k) {
+                                                   k.quant_inv16 = quant_inv16_c;
+                                                   k.quant_fwd = quant_fwd_c;
+                                               }},
+                                              KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_quant})};
+
 }  // namespace
 
-QuantKernels quant_kernels_for(cpu::Isa isa) {
-    QuantKernels k = {quant_inv16_c, quant_fwd_c};
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_quant(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+QuantKernels quant_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const QuantKernels& quant_kernels() { return active_table<QuantKernels, quant_kernels_for>(); }
-cpu::Isa quant_level() { return level_in_use(cpu::Isa::sse2); }
 
 }  // namespace kplvc::h263
 

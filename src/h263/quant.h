@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "core/arith.h"
 #include "core/cpu.h"
 
 namespace kplvc::h263 {
@@ -22,11 +23,10 @@ struct QuantKernels {
 
 QuantKernels quant_kernels_for(cpu::Isa isa);
 const QuantKernels& quant_kernels();
-cpu::Isa quant_level();
 
 // |rec| = 2*QP*|L| + QP (QP odd) or + QP - 1 (QP even), sign of L, clamped
 // to -2048..2047; formed in 32 bits. 0 stays 0.
-inline int16_t dequant_level(int32_t level, int32_t qp) {
+KPLVC_INLINE int16_t dequant_level(int32_t level, int32_t qp) {
     // Branch-free: the sign mask turns |L| back into sign(L) * |rec|.
     const int32_t neg = level < 0 ? -1 : 0;
     const int32_t mag = 2 * qp * ((level ^ neg) - neg) + ((qp & 1) ? qp : qp - 1);

@@ -110,20 +110,16 @@ void obmc_c(const uint8_t* ref, uint8_t* dst, int32_t step, const ObmcVectors& m
         }
 }
 
+constexpr ReconKernels kScalar = {recon_c<16>, recon_c<8>, deblock_hor_c, deblock_ver_c, obmc_c};
+
+constexpr Upgrade<ReconKernels> kCascade[] = {{cpu::Isa::c, [](ReconKernels& k) { k = kScalar; }},
+                                              KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_recon})};
+
 }  // namespace
 
-ReconKernels recon_kernels_for(cpu::Isa isa) {
-    ReconKernels k = {recon_c<16>, recon_c<8>, deblock_hor_c, deblock_ver_c, obmc_c};
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_recon(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+ReconKernels recon_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const ReconKernels& recon_kernels() { return active_table<ReconKernels, recon_kernels_for>(); }
-cpu::Isa recon_level() { return level_in_use(cpu::Isa::sse2); }
 
 const ObmcWeights kObmcWeights = kObmc;
 

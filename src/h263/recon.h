@@ -35,7 +35,6 @@ struct ReconKernels {
 
 ReconKernels recon_kernels_for(cpu::Isa isa);
 const ReconKernels& recon_kernels();
-cpu::Isa recon_level();
 
 namespace x86::sse2 {
 void upgrade_recon(ReconKernels& k);

@@ -2,8 +2,17 @@
 //
 // A line is eight samples p3 p2 p1 p0 | q0 q1 q2 q3 across the edge, reached
 // from q0 by a stride: 1 for a vertical edge (the line is a row), the row step
-// for a horizontal edge (the line is a column). All arithmetic is on int32
-// values of at most a few thousand: no overflow anywhere.
+// for a horizontal edge (the line is a column).
+//
+// Ranges (samples 0..255, tc0 a byte): the step term 4 (q0 - p0) + (p1 - q1)
+// + 4 lies in -1271..1279, so the step d = term >> 3 in -159..159, and the
+// clip bound tc = tc0 + ap + aq is at most 257; p0 + d and q0 - d lie in
+// -159..414 before clip_u8. The p1 (q1) correction (p2 + avg - 2 p1) >> 1 lies
+// in -255..255, and p1 plus it clipped to +-tc0 lies between p1 and
+// floor((p2 + avg) / 2), so in 0..255 without a clip. The strong filters'
+// weighted sums are at most 8 * 255 + 4 = 2044, their means 0..255. All in
+// int32, far from overflow; the SIMD twin (x86/deblock-inl.h) keeps the same
+// quantities in bytes and 16-bit lanes.
 #include "h264/deblock.h"
 
 #include <cstdlib>
@@ -142,6 +151,12 @@ void chroma_hor_c(uint8_t* p, int32_t step, const uint8_t* a, const uint8_t* b, 
 
 constexpr DeblockKernels kScalar = {luma_ver_c, luma_hor_c, chroma_ver_c, chroma_hor_c};
 
+constexpr Upgrade<DeblockKernels> kCascade[] = {
+    {cpu::Isa::c, [](DeblockKernels& k) { k = kScalar; }},
+    KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_deblock},
+                       {cpu::Isa::avx2, x86::avx2::upgrade_deblock},
+                       {cpu::Isa::avx512, x86::avx512::upgrade_deblock})};
+
 inline KplStatus run(DeblockFn DeblockKernels::*which, Kpl8u* p, Kpl32s step, const Kpl8u* alpha,
                      const Kpl8u* beta, const Kpl8u* tc0, const Kpl8u* bs) {
     if (p == nullptr || alpha == nullptr || beta == nullptr || tc0 == nullptr || bs == nullptr)
@@ -152,21 +167,9 @@ inline KplStatus run(DeblockFn DeblockKernels::*which, Kpl8u* p, Kpl32s step, co
 
 }  // namespace
 
-DeblockKernels deblock_kernels_for(cpu::Isa isa) {
-    DeblockKernels k = kScalar;
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_deblock(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_deblock(k);
-    if (isa >= cpu::Isa::avx512) x86::avx512::upgrade_deblock(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+DeblockKernels deblock_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const DeblockKernels& deblock_kernels() { return active_table<DeblockKernels, deblock_kernels_for>(); }
-
-cpu::Isa deblock_level() { return level_in_use(cpu::Isa::avx512); }
 
 }  // namespace kplvc::h264
 

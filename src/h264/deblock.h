@@ -22,7 +22,6 @@ struct DeblockKernels {
 
 DeblockKernels deblock_kernels_for(cpu::Isa isa);
 const DeblockKernels& deblock_kernels();
-cpu::Isa deblock_level();
 
 namespace x86::sse2 {
 void upgrade_deblock(DeblockKernels& k);

@@ -180,23 +180,16 @@ constexpr InterKernels make_scalar() {
 
 constexpr InterKernels kScalar = make_scalar();
 
+constexpr Upgrade<InterKernels> kCascade[] = {{cpu::Isa::c, [](InterKernels& k) { k = kScalar; }},
+                                              KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_inter},
+                                                                 {cpu::Isa::ssse3, x86::ssse3::upgrade_inter},
+                                                                 {cpu::Isa::avx2, x86::avx2::upgrade_inter})};
+
 }  // namespace
 
-InterKernels inter_kernels_for(cpu::Isa isa) {
-    InterKernels k = kScalar;
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_inter(k);
-    if (isa >= cpu::Isa::ssse3) x86::ssse3::upgrade_inter(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_inter(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+InterKernels inter_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const InterKernels& inter_kernels() { return active_table<InterKernels, inter_kernels_for>(); }
-
-cpu::Isa inter_level() { return level_in_use(cpu::Isa::avx2); }
 
 }  // namespace kplvc::h264
 

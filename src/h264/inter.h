@@ -42,7 +42,7 @@ using WeightFn = void (*)(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_
 // The same formula for weights that fit signed bytes (-128..127) with
 // |w0| + |w1| <= 128: the weighted sum then fits 16 bits, which the SIMD
 // kernels use. The entry point checks the condition.
-constexpr bool weights_fit_bytes(int32_t w0, int32_t w1) {
+static constexpr bool weights_fit_bytes(int32_t w0, int32_t w1) {
     return w0 <= 127 && w1 <= 127 && (w0 < 0 ? -w0 : w0) + (w1 < 0 ? -w1 : w1) <= 128;
 }
 // The default average (p0 + p1 + 1) >> 1 of one width.
@@ -59,7 +59,6 @@ struct InterKernels {
 
 InterKernels inter_kernels_for(cpu::Isa isa);
 const InterKernels& inter_kernels();
-cpu::Isa inter_level();
 
 namespace x86::sse2 {
 void upgrade_inter(InterKernels& k);

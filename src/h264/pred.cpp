@@ -279,23 +279,16 @@ constexpr PredKernels kScalar = {
     {dc_chroma_c, horizontal_c<8>, vertical_c<8>, plane_chroma_c},
 };
 
+constexpr Upgrade<PredKernels> kCascade[] = {
+    {cpu::Isa::c, [](PredKernels& k) { k = kScalar; }},
+    KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_pred}, {cpu::Isa::ssse3, x86::ssse3::upgrade_pred},
+                       {cpu::Isa::avx2, x86::avx2::upgrade_pred})};
+
 }  // namespace
 
-PredKernels pred_kernels_for(cpu::Isa isa) {
-    PredKernels k = kScalar;
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_pred(k);
-    if (isa >= cpu::Isa::ssse3) x86::ssse3::upgrade_pred(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_pred(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+PredKernels pred_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const PredKernels& pred_kernels() { return active_table<PredKernels, pred_kernels_for>(); }
-
-cpu::Isa pred_level() { return level_in_use(cpu::Isa::avx2); }
 
 }  // namespace kplvc::h264
 

@@ -42,11 +42,11 @@ using Pred4x4Fn = int32_t (*)(uint8_t* dst, int32_t step, int32_t avail);
 constexpr int32_t kNoNeighbourWarning = 11;
 
 // The neighbours each 4x4 mode needs present to predict without the warning.
-constexpr int32_t needed4x4(int m) {
+static constexpr int32_t needed4x4(int m) {
     return (kUsesTop[m] ? kAvailTop : 0) | (kUsesLeft[m] ? kAvailLeft : 0) |
            (kUsesCorner[m] ? kAvailCorner : 0);
 }
-constexpr int32_t status4x4(int m, int32_t avail) {
+static constexpr int32_t status4x4(int m, int32_t avail) {
     return (avail & needed4x4(m)) == needed4x4(m) ? 0 : kNoNeighbourWarning;
 }
 // Fills the 16x16 (or 8x8 chroma) block in place, reading the neighbours from
@@ -62,7 +62,6 @@ struct PredKernels {
 
 PredKernels pred_kernels_for(cpu::Isa isa);
 const PredKernels& pred_kernels();
-cpu::Isa pred_level();
 
 namespace x86::sse2 {
 void upgrade_pred(PredKernels& k);

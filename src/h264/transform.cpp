@@ -133,29 +133,30 @@ void dequant_luma_dc(int16_t* b, int32_t m, int32_t r, int32_t s) {
 
 }  // namespace ref
 
+namespace {
+
+constexpr XformKernels kScalar = {ref::dequant_residual,
+                                  ref::dequant_residual_add,
+                                  ref::add_dc,
+                                  ref::dequant_luma_dc,
+                                  ref::forward4x4,
+                                  ref::transform_quant_residual,
+                                  ref::transform_quant_luma_dc,
+                                  ref::transform_quant_chroma_dc};
+
+constexpr Upgrade<XformKernels> kCascade[] = {{cpu::Isa::c, [](XformKernels& k) { k = kScalar; }},
+                                              KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_xform},
+                                                                 {cpu::Isa::avx2, x86::avx2::upgrade_xform})};
+
+}  // namespace
+
 // Kept out of line: the entry points inline xform_kernels(), and the one-time
 // build of the table must not bring its setup into their fast path.
 [[gnu::noinline, gnu::cold]] XformKernels xform_kernels_for(cpu::Isa isa) {
-    XformKernels k = {ref::dequant_residual,
-                      ref::dequant_residual_add,
-                      ref::add_dc,
-                      ref::dequant_luma_dc,
-                      ref::forward4x4,
-                      ref::transform_quant_residual,
-                      ref::transform_quant_luma_dc,
-                      ref::transform_quant_chroma_dc};
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_xform(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_xform(k);
-#else
-    (void)isa;
-#endif
-    return k;
+    return build_table(kCascade, isa);
 }
 
 const XformKernels& xform_kernels() { return active_table<XformKernels, xform_kernels_for>(); }
-
-cpu::Isa xform_level() { return level_in_use(cpu::Isa::avx2); }
 
 // Fills 16 residual outputs (rows `step` bytes apart) with one value.
 static void fill_strided(int16_t* coef, int32_t step, int16_t v) {

@@ -65,7 +65,6 @@ struct XformKernels {
 
 XformKernels xform_kernels_for(cpu::Isa isa);
 const XformKernels& xform_kernels();
-cpu::Isa xform_level();
 
 // Hadamard transforms shared by the DC functions (16-bit wrap at every
 // stage): one 4-point line, the 4x4 block (columns first, then rows) and the

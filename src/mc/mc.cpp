@@ -133,6 +133,10 @@ constexpr McKernels scalar_table(std::index_sequence<S...>) {
 
 constexpr McKernels kScalar = scalar_table(std::make_index_sequence<kShapeCount>());
 
+constexpr Upgrade<McKernels> kCascade[] = {
+    {cpu::Isa::c, [](McKernels& k) { k = kScalar; }},
+    KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_mc}, {cpu::Isa::avx2, x86::avx2::upgrade_mc})};
+
 // The only checks: the three (or four) pointers. Steps, mcType and
 // roundControl are trusted; the kernels see rc as 0 or 1 (any non-zero
 // roundControl acts as 1), which also keeps 1 - rc and 2 - rc from
@@ -155,20 +159,9 @@ KPLVC_INLINE KplStatus run_bidir(Shape s, const Kpl8u* ref_f, Kpl32s step_f, Kpl
 
 }  // namespace
 
-McKernels mc_kernels_for(cpu::Isa isa) {
-    McKernels k = kScalar;
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_mc(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_mc(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+McKernels mc_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const McKernels& mc_kernels() { return active_table<McKernels, mc_kernels_for>(); }
-
-cpu::Isa mc_level() { return level_in_use(cpu::Isa::avx2); }
 
 }  // namespace kplvc::mc
 

@@ -47,11 +47,12 @@ struct McKernels {
 
 McKernels mc_kernels_for(cpu::Isa isa);
 const McKernels& mc_kernels();
-cpu::Isa mc_level();
 
 // The shapes whose two-reference kernels build half-sample predictions from
 // rounding byte averages with a saturating decrement (see mc.cpp).
-constexpr bool uses_byte_average(Shape s) { return s == s16x16 || s == s8x16 || s == s8x8 || s == s8x4; }
+static constexpr bool uses_byte_average(Shape s) {
+    return s == s16x16 || s == s8x16 || s == s8x8 || s == s8x4;
+}
 
 namespace x86::sse2 {
 void upgrade_mc(McKernels& k);

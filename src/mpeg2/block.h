@@ -24,7 +24,6 @@ struct BlockKernels {
 
 BlockKernels block_kernels_for(cpu::Isa isa);
 const BlockKernels& block_kernels();
-cpu::Isa block_level();
 
 // One decoder with a given kernel table and no argument checks (for the
 // benchmarks of each level): version 1 or 2, intra or not; dc_table, pred
@@ -34,8 +33,8 @@ int32_t reconstruct_with(const BlockKernels& k, int32_t version, bool intra, uin
                          const int32_t* coef, const int32_t* scan, int32_t qp, const int16_t* w,
                          int32_t prec);
 
-}  // namespace kplvc::mpeg2
-
-namespace kplvc::x86::avx2 {
-void upgrade_block(mpeg2::BlockKernels& k);
+namespace x86::avx2 {
+void upgrade_block(BlockKernels& k);
 }
+
+}  // namespace kplvc::mpeg2

@@ -26,23 +26,15 @@ uint64_t scan_mask_c(uint64_t nz, const int32_t* scan) {
     return m;
 }
 
-constexpr BlockKernels kScalar = {scan_mask_c};
+constexpr Upgrade<BlockKernels> kCascade[] = {
+    {cpu::Isa::c, [](BlockKernels& k) { k.scan_mask = scan_mask_c; }},
+    KPLVC_X86_UPGRADES({cpu::Isa::avx2, x86::avx2::upgrade_block})};
 
 }  // namespace
 
-BlockKernels block_kernels_for(cpu::Isa isa) {
-    BlockKernels k = kScalar;
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_block(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+BlockKernels block_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const BlockKernels& block_kernels() { return active_table<BlockKernels, block_kernels_for>(); }
-
-cpu::Isa block_level() { return level_in_use(cpu::Isa::avx2); }
 
 namespace {
 

@@ -24,7 +24,9 @@ namespace kplvc::mpeg2 {
 
 namespace {
 
-// ---- Scalar reference: inverse (shifts 4 intra, 5 non-intra, 1 flat) ----------
+// The scalar reference of the inverse kernels is mpeg2/dequant_ref.h, at the
+// shifts of both standards (MPEG-2: 4 intra, 5 non-intra, 1 flat; MPEG-4: 3,
+// 4, none).
 
 // ---- Scalar reference: forward ------------------------------------------------
 
@@ -72,24 +74,18 @@ int32_t quant_flat_c(int16_t* block, int32_t qp, const float*) {
 constexpr QuantKernels kScalar = {
     dequant_ref::intra<4>, dequant_ref::inter<5>, dequant_ref::flat<1>,
     quant_matrix_c<1>,     quant_matrix_c<0>,     quant_flat_c,
+    dequant_ref::intra<3>, dequant_ref::inter<4>, dequant_ref::flat<0>,
 };
+
+constexpr Upgrade<QuantKernels> kCascade[] = {{cpu::Isa::c, [](QuantKernels& k) { k = kScalar; }},
+                                              KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_quant},
+                                                                 {cpu::Isa::avx2, x86::avx2::upgrade_quant})};
 
 }  // namespace
 
-QuantKernels quant_kernels_for(cpu::Isa isa) {
-    QuantKernels k = kScalar;
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_mpeg2quant(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_mpeg2quant(k);
-#else
-    (void)isa;
-#endif
-    return k;
-}
+QuantKernels quant_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
 const QuantKernels& quant_kernels() { return active_table<QuantKernels, quant_kernels_for>(); }
-
-cpu::Isa quant_level() { return level_in_use(cpu::Isa::avx2); }
 
 void Dequantize_16s_IntraMP2_a6(int16_t* block, int32_t qp, const int16_t* weights) {
     quant_kernels().dequant_intra(block, qp, weights);

@@ -1,7 +1,7 @@
 // MPEG-2 quantiser kernels: inverse quantisation in 16-bit wrapping lanes
 // with mismatch control, forward quantisation in single precision with
-// reciprocal weights. The MPEG-2 block decoders reach the inverse arithmetic
-// through Dequantize_16s_IntraMP2_a6 / Dequantize_16s_NonIntraMP2_a6.
+// reciprocal weights. The table also holds the inverse kernels at the MPEG-4
+// shifts, which the MPEG-4 inverse quantisers take from it.
 #pragma once
 
 #include <cstdint>
@@ -27,11 +27,15 @@ struct QuantKernels {
     QuantFn quant_intra;      // indexes 1..63, matrix m
     QuantFn quant_inter;      // indexes 0..63, matrix m
     QuantFn quant_flat;       // indexes 0..63, factor 1/16
+    // The same inverse method at the MPEG-4 shifts (3 intra, 4 inter, none
+    // flat), for the MPEG-4 inverse quantisers (mpeg4/quant.h).
+    DequantFn mpeg4_intra;
+    DequantFn mpeg4_inter;
+    DequantFn mpeg4_flat;
 };
 
 QuantKernels quant_kernels_for(cpu::Isa isa);
 const QuantKernels& quant_kernels();
-cpu::Isa quant_level();
 
 // The default intra quantiser matrix, raster order (row = vertical
 // frequency, column = horizontal frequency).
@@ -52,7 +56,7 @@ struct RecipMatrix {
 
 // 1/w[i], each rounded once to single precision (constant evaluation rounds
 // to nearest, as the run-time division does).
-constexpr RecipMatrix reciprocals(const int16_t (&w)[64]) {
+static constexpr RecipMatrix reciprocals(const int16_t (&w)[64]) {
     RecipMatrix r{};
     for (int i = 0; i < 64; ++i) r.v[i] = 1.0f / static_cast<float>(w[i]);
     return r;
@@ -68,11 +72,11 @@ inline constexpr RecipMatrix kDefaultIntraRecip = reciprocals(kDefaultIntraMatri
 void Dequantize_16s_IntraMP2_a6(int16_t* block, int32_t qp, const int16_t* weights);
 void Dequantize_16s_NonIntraMP2_a6(int16_t* block, int32_t qp, const int16_t* weights);
 
-}  // namespace kplvc::mpeg2
+namespace x86::sse2 {
+void upgrade_quant(QuantKernels& k);
+}
+namespace x86::avx2 {
+void upgrade_quant(QuantKernels& k);
+}
 
-namespace kplvc::x86::sse2 {
-void upgrade_mpeg2quant(mpeg2::QuantKernels& k);
-}
-namespace kplvc::x86::avx2 {
-void upgrade_mpeg2quant(mpeg2::QuantKernels& k);
-}
+}  // namespace kplvc::mpeg2

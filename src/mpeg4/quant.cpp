@@ -1,5 +1,5 @@
-// MPEG-4 inverse quantisers: argument checks, the kernel table and the scalar
-// reference kernels.
+// MPEG-4 inverse quantisers: argument checks and the kernel table, whose
+// kernels (scalar and SIMD) are the MPEG-2 table's MPEG-4 entries.
 //
 // Per coefficient in 16-bit two's-complement lanes: products and sums keep
 // their low 16 bits, shifts are arithmetic on the 16-bit value, the result is
@@ -11,31 +11,17 @@
 #include "core/arith.h"
 #include "core/dispatch.h"
 #include "kplvc.h"
-#include "mpeg2/dequant_ref.h"
+#include "mpeg2/quant.h"
 
 namespace kplvc::mpeg4 {
 
-namespace {
-
-// The MPEG-2 method with shifts 3 (intra), 4 (inter) and none (flat).
-constexpr QuantKernels kScalar = {dequant_ref::intra<3>, dequant_ref::inter<4>, dequant_ref::flat<0>};
-
-}  // namespace
-
+// The MPEG-4 entries of the MPEG-2 quantiser table, level by level.
 QuantKernels quant_kernels_for(cpu::Isa isa) {
-    QuantKernels k = kScalar;
-#if defined(__i386__) || defined(__x86_64__)
-    if (isa >= cpu::Isa::sse2) x86::sse2::upgrade_mpeg4quant(k);
-    if (isa >= cpu::Isa::avx2) x86::avx2::upgrade_mpeg4quant(k);
-#else
-    (void)isa;
-#endif
-    return k;
+    const mpeg2::QuantKernels k = mpeg2::quant_kernels_for(isa);
+    return {k.mpeg4_intra, k.mpeg4_inter, k.mpeg4_flat};
 }
 
 const QuantKernels& quant_kernels() { return active_table<QuantKernels, quant_kernels_for>(); }
-
-cpu::Isa quant_level() { return level_in_use(cpu::Isa::avx2); }
 
 void Dequantize_16s_IntraMP14_a6(int16_t* block, int32_t qp, const int16_t* weights) {
     quant_kernels().dequant_intra(block, qp, weights);

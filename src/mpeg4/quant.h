@@ -21,7 +21,6 @@ struct QuantKernels {
 
 QuantKernels quant_kernels_for(cpu::Isa isa);
 const QuantKernels& quant_kernels();
-cpu::Isa quant_level();
 
 // The two kernels, dispatched through quant_kernels(); arguments trusted. A
 // null weights pointer selects the flat inter path.
@@ -29,10 +28,3 @@ void Dequantize_16s_IntraMP14_a6(int16_t* block, int32_t qp, const int16_t* weig
 void Dequantize_16s_NonIntraMP14_a6(int16_t* block, int32_t qp, const int16_t* weights);
 
 }  // namespace kplvc::mpeg4
-
-namespace kplvc::x86::sse2 {
-void upgrade_mpeg4quant(mpeg4::QuantKernels& k);
-}
-namespace kplvc::x86::avx2 {
-void upgrade_mpeg4quant(mpeg4::QuantKernels& k);
-}

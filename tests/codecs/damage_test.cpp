@@ -20,6 +20,7 @@ struct DamageCase {
 
 // One row per decoder.
 const std::vector<DamageCase> kCases = {
+    {"dv", "testsrc2=size=720x480:rate=30000/1001", 4, "-c:v dvvideo -pix_fmt yuv411p", "dv"},
     {"h263", "testsrc2=size=352x288:rate=25,scroll=h=0.02", 8,
      "-c:v h263p -q:v 6 -umv 1 -aiv 1 -obmc 1 -flags +aic+loop+mv4 -structured_slices 1 -ps 800", "h263"},
 };

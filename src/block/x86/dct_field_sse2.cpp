@@ -10,12 +10,10 @@
 namespace kplvc::block::x86::sse2 {
 namespace {
 
+#include "core/x86/transpose-inl.h"
+
 using namespace kplvc::block::dct;
 
-inline __m128i pk(int a, int b) {
-    return _mm_set1_epi32(static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint16_t>(a)) |
-                                               (static_cast<uint32_t>(static_cast<uint16_t>(b)) << 16)));
-}
 inline __m128i ld(const int16_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 inline void st(int16_t* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
 inline __m128i add(__m128i a, __m128i b) { return _mm_add_epi32(a, b); }
@@ -39,34 +37,6 @@ inline __m128i trunc_pack(__m128i lo, __m128i hi) {
 // 16-bit lanes sign-extended to 32 bits: lanes 0..3 (h = 0) or 4..7.
 inline __m128i widen(__m128i x, int h) {
     return _mm_srai_epi32(h ? _mm_unpackhi_epi16(x, x) : _mm_unpacklo_epi16(x, x), 16);
-}
-
-inline void transpose8x16(__m128i* t) {
-    const __m128i a0 = _mm_unpacklo_epi16(t[0], t[1]), a1 = _mm_unpackhi_epi16(t[0], t[1]);
-    const __m128i a2 = _mm_unpacklo_epi16(t[2], t[3]), a3 = _mm_unpackhi_epi16(t[2], t[3]);
-    const __m128i a4 = _mm_unpacklo_epi16(t[4], t[5]), a5 = _mm_unpackhi_epi16(t[4], t[5]);
-    const __m128i a6 = _mm_unpacklo_epi16(t[6], t[7]), a7 = _mm_unpackhi_epi16(t[6], t[7]);
-    const __m128i b0 = _mm_unpacklo_epi32(a0, a2), b1 = _mm_unpackhi_epi32(a0, a2);
-    const __m128i b2 = _mm_unpacklo_epi32(a1, a3), b3 = _mm_unpackhi_epi32(a1, a3);
-    const __m128i b4 = _mm_unpacklo_epi32(a4, a6), b5 = _mm_unpackhi_epi32(a4, a6);
-    const __m128i b6 = _mm_unpacklo_epi32(a5, a7), b7 = _mm_unpackhi_epi32(a5, a7);
-    t[0] = _mm_unpacklo_epi64(b0, b4);
-    t[1] = _mm_unpackhi_epi64(b0, b4);
-    t[2] = _mm_unpacklo_epi64(b1, b5);
-    t[3] = _mm_unpackhi_epi64(b1, b5);
-    t[4] = _mm_unpacklo_epi64(b2, b6);
-    t[5] = _mm_unpackhi_epi64(b2, b6);
-    t[6] = _mm_unpacklo_epi64(b3, b7);
-    t[7] = _mm_unpackhi_epi64(b3, b7);
-}
-
-inline void transpose4x32(__m128i& a, __m128i& b, __m128i& c, __m128i& d) {
-    const __m128i t0 = _mm_unpacklo_epi32(a, b), t1 = _mm_unpacklo_epi32(c, d);
-    const __m128i t2 = _mm_unpackhi_epi32(a, b), t3 = _mm_unpackhi_epi32(c, d);
-    a = _mm_unpacklo_epi64(t0, t1);
-    b = _mm_unpackhi_epi64(t0, t1);
-    c = _mm_unpacklo_epi64(t2, t3);
-    d = _mm_unpackhi_epi64(t2, t3);
 }
 
 // ---- Forward -------------------------------------------------------------------
@@ -166,14 +136,18 @@ void field_inv(int16_t* blk) {
         };
         const __m128i x17 = il(X[1], X[7]), x35 = il(X[3], X[5]);
         const __m128i x04 = il(X[0], X[4]), x26 = il(X[2], X[6]);
-        const __m128i p = _mm_madd_epi16(x17, pk(22725, 4520)), q = _mm_madd_epi16(x17, pk(4520, -22725));
-        const __m128i r = _mm_madd_epi16(x35, pk(19265, 12872)), w = _mm_madd_epi16(x35, pk(-12872, 19265));
-        const __m128i E0 = _mm_madd_epi16(x04, pk(16384, 16384)), E1 = _mm_madd_epi16(x04, pk(16384, -16384));
-        const __m128i g = _mm_madd_epi16(x26, pk(21406, 8866)), hh = _mm_madd_epi16(x26, pk(8866, -21406));
-        const __m128i m =
-            _mm_srai_epi32(mullo32(_mm_srai_epi32(add(sub(sub(add(p, q), r), w), r1024), 11), 11585), 3);
-        const __m128i n =
-            _mm_srai_epi32(mullo32(_mm_srai_epi32(add(add(sub(sub(p, q), r), w), r1024), 11), 11585), 3);
+        const __m128i p = _mm_madd_epi16(x17, pk(field_inv_c1, field_inv_c7)),
+                      q = _mm_madd_epi16(x17, pk(field_inv_c7, -field_inv_c1));
+        const __m128i r = _mm_madd_epi16(x35, pk(field_inv_c3, field_inv_c5)),
+                      w = _mm_madd_epi16(x35, pk(-field_inv_c5, field_inv_c3));
+        const __m128i E0 = _mm_madd_epi16(x04, pk(field_inv_c4, field_inv_c4)),
+                      E1 = _mm_madd_epi16(x04, pk(field_inv_c4, -field_inv_c4));
+        const __m128i g = _mm_madd_epi16(x26, pk(field_inv_c2, field_inv_c6)),
+                      hh = _mm_madd_epi16(x26, pk(field_inv_c6, -field_inv_c2));
+        const __m128i m = _mm_srai_epi32(
+            mullo32(_mm_srai_epi32(add(sub(sub(add(p, q), r), w), r1024), 11), field_inv_r), 3);
+        const __m128i n = _mm_srai_epi32(
+            mullo32(_mm_srai_epi32(add(add(sub(sub(p, q), r), w), r1024), 11), field_inv_r), 3);
         const __m128i pr = add(p, r), qw = add(q, w), gE0 = add(g, E0), E0g = sub(E0, g);
         const __m128i E1h = add(E1, hh), E1mh = sub(E1, hh);
         const __m128i y[8] = {add(pr, gE0), add(m, E1h),  add(n, E1mh), add(qw, E0g),
@@ -199,8 +173,8 @@ void field_inv(int16_t* blk) {
             const __m128i c0 = R[4 * fld][cg], c1 = R[4 * fld + 1][cg];
             const __m128i c2 = R[4 * fld + 2][cg], c3 = R[4 * fld + 3][cg];
             const __m128i a = _mm_slli_epi32(sub(c0, c2), 14), b = _mm_slli_epi32(add(c0, c2), 14);
-            const __m128i G = add(mullo32(c1, 21406), mullo32(c3, 8866));
-            const __m128i H = sub(mullo32(c1, 8866), mullo32(c3, 21406));
+            const __m128i G = add(mullo32(c1, field_inv_c2), mullo32(c3, field_inv_c6));
+            const __m128i H = sub(mullo32(c1, field_inv_c6), mullo32(c3, field_inv_c2));
             f[fld][0][cg] = _mm_srai_epi32(add(add(G, b), r65536), 17);
             f[fld][1][cg] = _mm_srai_epi32(add(add(a, H), r65536), 17);
             f[fld][2][cg] = _mm_srai_epi32(add(sub(a, H), r65536), 17);
@@ -214,7 +188,7 @@ void field_inv(int16_t* blk) {
 
 }  // namespace
 
-void upgrade_dct_field(block::DctKernels& k) {
+void upgrade_dct_field(DctKernels& k) {
     k.field_fwd = field_fwd;
     k.field_inv = field_inv;
 }

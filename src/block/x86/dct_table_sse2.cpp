@@ -10,7 +10,7 @@
 namespace kplvc::block::x86::sse2 {
 namespace {
 
-#include "block/x86/dct_table_x86.inc"
+#include "block/x86/dct_table-inl.h"
 
 inline void inv_rows(const int16_t* src, __m128i* x) {
     for (int r = 0; r < 8; ++r) x[r] = inv_row(ld(src + 8 * r), kInv[kRowGroup[r]], round_i[r]);
@@ -67,7 +67,7 @@ void fwd_u8(const uint8_t* src, int32_t step, int16_t* dst) {
 
 }  // namespace
 
-void upgrade_dct_table(block::DctKernels& k) {
+void upgrade_dct_table(DctKernels& k) {
     k.inv = inv;
     k.inv_4x4 = inv_4x4;
     k.inv_2x2 = inv_2x2;

@@ -8,13 +8,15 @@
 
 #include "block/copy.h"
 #include "core/arith.h"
-#include "mc/x86/predict_sse2.h"
+#include "mc/mc.h"
 
 namespace kplvc::block::x86::sse2 {
 namespace {
 
+#include "core/x86/halfpel-inl.h"
+#include "core/x86/halfpel16-inl.h"
+
 using mc::Pos;
-using mc::x86::sse2::Predictor;
 
 // Current row widened to 16-bit lanes.
 template <int W>
@@ -91,32 +93,21 @@ void diff4x4(const uint8_t* cur, int32_t cur_step, const uint8_t* ref, int32_t r
     }
 }
 
-template <int W, int H>
-void set_diff(DiffFn (&tbl)[16]) {
-    const DiffFn by_pos[4] = {diff<W, H, mc::ff>, diff<W, H, mc::fh>, diff<W, H, mc::hf>, diff<W, H, mc::hh>};
-    set_diff_group(tbl, by_pos);
-}
-
-// Entry i: forward position i & 3, backward position i >> 2.
-template <int W, int H, int... I>
-void set_diff_b(DiffBFn (&tbl)[16], std::integer_sequence<int, I...>) {
-    ((tbl[I] = diff_b<W, H, Pos(I & 3), Pos(I >> 2)>), ...);
-}
+#include "block/x86/diff_table-inl.h"
 
 }  // namespace
 
 void upgrade_diff(BlockCopyKernels& k) {
-    const auto seq = std::make_integer_sequence<int, 16>();
     set_diff<16, 16>(k.diff[d16x16]);
     set_diff<16, 8>(k.diff[d16x8]);
     set_diff<8, 16>(k.diff[d8x16]);
     set_diff<8, 8>(k.diff[d8x8]);
     set_diff<8, 4>(k.diff[d8x4]);
-    set_diff_b<16, 16>(k.diff_b[d16x16], seq);
-    set_diff_b<16, 8>(k.diff_b[d16x8], seq);
-    set_diff_b<8, 16>(k.diff_b[d8x16], seq);
-    set_diff_b<8, 8>(k.diff_b[d8x8], seq);
-    set_diff_b<8, 4>(k.diff_b[d8x4], seq);
+    set_diff_b<16, 16>(k.diff_b[d16x16]);
+    set_diff_b<16, 8>(k.diff_b[d16x8]);
+    set_diff_b<8, 16>(k.diff_b[d8x16]);
+    set_diff_b<8, 8>(k.diff_b[d8x8]);
+    set_diff_b<8, 4>(k.diff_b[d8x4]);
     k.diff4x4 = diff4x4;
 }
 

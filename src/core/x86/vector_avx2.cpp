@@ -6,8 +6,10 @@
 
 #include "core/vector.h"
 
-namespace kplvc::x86::avx2 {
+namespace kplvc::vector::x86::avx2 {
 namespace {
+
+#include "core/x86/vector-inl.h"
 
 inline __m256i loadu(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
 inline void storeu(void* p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
@@ -94,20 +96,8 @@ void copy8(const uint8_t* src, uint8_t* dst, size_t len) {
             const __m128i a = loadu128(src), b = loadu128(src + len - 16);
             storeu128(dst, a);
             storeu128(dst + len - 16, b);
-        } else if (len >= 8) {
-            uint64_t a, b;
-            std::memcpy(&a, src, 8);
-            std::memcpy(&b, src + len - 8, 8);
-            std::memcpy(dst, &a, 8);
-            std::memcpy(dst + len - 8, &b, 8);
-        } else if (len >= 4) {
-            uint32_t a, b;
-            std::memcpy(&a, src, 4);
-            std::memcpy(&b, src + len - 4, 4);
-            std::memcpy(dst, &a, 4);
-            std::memcpy(dst + len - 4, &b, 4);
         } else {
-            for (size_t i = 0; i < len; ++i) dst[i] = src[i];
+            copy_below16(src, dst, len);
         }
         return;
     }
@@ -151,82 +141,36 @@ void copy_stream(const uint8_t* src, uint8_t* dst, size_t len) {
     for (; i < len; ++i) dst[i] = src[i];
 }
 
-template <class Op>
-inline void map16(int16_t* p, size_t len, Op op) {
-    size_t i = 0;
-    for (; i + 16 <= len; i += 16) storeu(p + i, op(loadu(p + i)));
-    if (i < len) {
-        alignas(32) int16_t t[16] = {};
-        std::memcpy(t, p + i, (len - i) * 2);
-        _mm256_store_si256(reinterpret_cast<__m256i*>(t),
-                           op(_mm256_load_si256(reinterpret_cast<const __m256i*>(t))));
-        std::memcpy(p + i, t, (len - i) * 2);
+// Sixteen 16-bit lanes (unpack and pack work within 128-bit lanes, so their
+// pairs keep the order).
+struct O {
+    using V = __m256i;
+    static constexpr int kLanes = 16;
+    static V set1(int16_t v) { return _mm256_set1_epi16(v); }
+    static V set1_32(int32_t v) { return _mm256_set1_epi32(v); }
+    static V zero() { return _mm256_setzero_si256(); }
+    static V load(const int16_t* p) { return loadu(p); }
+    static void store(int16_t* p, V v) { storeu(p, v); }
+    static V load_aligned(const int16_t* p) { return _mm256_load_si256(reinterpret_cast<const __m256i*>(p)); }
+    static void store_aligned(int16_t* p, V v) { _mm256_store_si256(reinterpret_cast<__m256i*>(p), v); }
+    static V mullo(V a, V b) { return _mm256_mullo_epi16(a, b); }
+    static V mulhi(V a, V b) { return _mm256_mulhi_epi16(a, b); }
+    static V unpacklo(V a, V b) { return _mm256_unpacklo_epi16(a, b); }
+    static V unpackhi(V a, V b) { return _mm256_unpackhi_epi16(a, b); }
+    static V packs(V a, V b) { return _mm256_packs_epi32(a, b); }
+    template <int N>
+    static V srai32(V a) {
+        return _mm256_srai_epi32(a, N);
     }
-}
-
-// 32-bit products of the 16-bit lanes, low and high halves of each 128-bit
-// lane (packs_epi32 puts them back in order).
-inline void mul32(__m256i x, __m256i v, __m256i& lo, __m256i& hi) {
-    const __m256i l = _mm256_mullo_epi16(x, v), h = _mm256_mulhi_epi16(x, v);
-    lo = _mm256_unpacklo_epi16(l, h);
-    hi = _mm256_unpackhi_epi16(l, h);
-}
-
-void mulc_sat(int16_t* p, size_t len, int16_t val) {
-    const __m256i v = _mm256_set1_epi16(val);
-    map16(p, len, [v](__m256i x) {
-        __m256i lo, hi;
-        mul32(x, v, lo, hi);
-        return _mm256_packs_epi32(lo, hi);
-    });
-}
-
-void mulc_up(int16_t* p, size_t len, int16_t val, int n) {
-    const __m256i v = _mm256_set1_epi16(val);
-    const __m128i sh = _mm_cvtsi32_si128(n);
-    map16(p, len, [v, sh](__m256i x) {
-        __m256i lo, hi;
-        mul32(x, v, lo, hi);
-        const __m256i q = _mm256_packs_epi32(lo, hi);  // sat(x * val)
-        lo = _mm256_sll_epi32(_mm256_srai_epi32(_mm256_unpacklo_epi16(q, q), 16), sh);
-        hi = _mm256_sll_epi32(_mm256_srai_epi32(_mm256_unpackhi_epi16(q, q), 16), sh);
-        return _mm256_packs_epi32(lo, hi);
-    });
-}
-
-void mulc_down(int16_t* p, size_t len, int16_t val, int s) {
-    const __m256i v = _mm256_set1_epi16(val);
-    const __m128i sh = _mm_cvtsi32_si128(s);
-    const __m256i half = _mm256_set1_epi32((1 << (s - 1)) - 1);
-    const __m256i one = _mm256_set1_epi32(1);
-    map16(p, len, [=](__m256i x) {
-        __m256i lo, hi;
-        mul32(x, v, lo, hi);
-        lo = _mm256_add_epi32(_mm256_add_epi32(lo, half), _mm256_and_si256(_mm256_sra_epi32(lo, sh), one));
-        hi = _mm256_add_epi32(_mm256_add_epi32(hi, half), _mm256_and_si256(_mm256_sra_epi32(hi, sh), one));
-        return _mm256_packs_epi32(_mm256_sra_epi32(lo, sh), _mm256_sra_epi32(hi, sh));
-    });
-}
-
-void mulc_sign(int16_t* p, size_t len, int16_t val) {
-    const __m256i pos = _mm256_set1_epi16(val < 0 ? -32768 : 32767);
-    const __m256i neg = _mm256_set1_epi16(val < 0 ? 32767 : -32768);
-    const __m256i zero = _mm256_setzero_si256();
-    map16(p, len, [=](__m256i x) {
-        const __m256i gt = _mm256_cmpgt_epi16(x, zero), lt = _mm256_cmpgt_epi16(zero, x);
-        return _mm256_or_si256(_mm256_and_si256(gt, pos), _mm256_and_si256(lt, neg));
-    });
-}
-
-void threshold_gt(int16_t* p, size_t len, int16_t level) {
-    const __m256i l = _mm256_set1_epi16(level);
-    map16(p, len, [l](__m256i x) { return _mm256_min_epi16(x, l); });
-}
-
-void threshold_lt(int16_t* p, size_t len, int16_t level) {
-    const __m256i l = _mm256_set1_epi16(level);
-    map16(p, len, [l](__m256i x) { return _mm256_max_epi16(x, l); });
-}
+    static V sll32(V a, __m128i n) { return _mm256_sll_epi32(a, n); }
+    static V sra32(V a, __m128i n) { return _mm256_sra_epi32(a, n); }
+    static V add32(V a, V b) { return _mm256_add_epi32(a, b); }
+    static V and_(V a, V b) { return _mm256_and_si256(a, b); }
+    static V or_(V a, V b) { return _mm256_or_si256(a, b); }
+    static V cmpgt(V a, V b) { return _mm256_cmpgt_epi16(a, b); }
+    static V min(V a, V b) { return _mm256_min_epi16(a, b); }
+    static V max(V a, V b) { return _mm256_max_epi16(a, b); }
+};
 
 }  // namespace
 
@@ -238,12 +182,7 @@ void upgrade_vector(VectorKernels& k) {
     k.copy8 = copy8;
     k.copy8_stream = copy_stream<false>;
     k.copy8_stream_prefetch = copy_stream<true>;
-    k.mulc_sat = mulc_sat;
-    k.mulc_up = mulc_up;
-    k.mulc_down = mulc_down;
-    k.mulc_sign = mulc_sign;
-    k.threshold_gt = threshold_gt;
-    k.threshold_lt = threshold_lt;
+    install_scaling<O>(k);
 }
 
-}  // namespace kplvc::x86::avx2
+}  // namespace kplvc::vector::x86::avx2

@@ -6,8 +6,10 @@
 
 #include "core/vector.h"
 
-namespace kplvc::x86::sse2 {
+namespace kplvc::vector::x86::sse2 {
 namespace {
+
+#include "core/x86/vector-inl.h"
 
 inline __m128i loadu(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
 inline void storeu(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
@@ -82,24 +84,7 @@ void set16_stream(int16_t* dst, int16_t val, size_t len) {
 }
 
 void copy8(const uint8_t* src, uint8_t* dst, size_t len) {
-    if (len < 16) {
-        if (len >= 8) {
-            uint64_t a, b;
-            std::memcpy(&a, src, 8);
-            std::memcpy(&b, src + len - 8, 8);
-            std::memcpy(dst, &a, 8);
-            std::memcpy(dst + len - 8, &b, 8);
-        } else if (len >= 4) {
-            uint32_t a, b;
-            std::memcpy(&a, src, 4);
-            std::memcpy(&b, src + len - 4, 4);
-            std::memcpy(dst, &a, 4);
-            std::memcpy(dst + len - 4, &b, 4);
-        } else {
-            for (size_t i = 0; i < len; ++i) dst[i] = src[i];
-        }
-        return;
-    }
+    if (len < 16) return copy_below16(src, dst, len);
     const __m128i last = loadu(src + len - 16);
     size_t i = 0;
     for (; i + 64 <= len; i += 64) {
@@ -133,85 +118,35 @@ void copy_stream(const uint8_t* src, uint8_t* dst, size_t len) {
     for (; i < len; ++i) dst[i] = src[i];
 }
 
-// Eight signed products as two vectors of 32-bit lanes.
-inline void mul32(__m128i x, __m128i v, __m128i& lo, __m128i& hi) {
-    const __m128i l = _mm_mullo_epi16(x, v), h = _mm_mulhi_epi16(x, v);
-    lo = _mm_unpacklo_epi16(l, h);
-    hi = _mm_unpackhi_epi16(l, h);
-}
-
-// Runs op over len 16-bit cells, 8 at a time, with a scalar-free tail: the
-// tail is handled by copying into a zero-padded local vector.
-template <class Op>
-inline void map16(int16_t* p, size_t len, Op op) {
-    size_t i = 0;
-    for (; i + 8 <= len; i += 8) storeu(p + i, op(loadu(p + i)));
-    if (i < len) {
-        alignas(16) int16_t t[8] = {};
-        std::memcpy(t, p + i, (len - i) * 2);
-        _mm_store_si128(reinterpret_cast<__m128i*>(t),
-                        op(_mm_load_si128(reinterpret_cast<const __m128i*>(t))));
-        std::memcpy(p + i, t, (len - i) * 2);
+// Eight 16-bit lanes.
+struct O {
+    using V = __m128i;
+    static constexpr int kLanes = 8;
+    static V set1(int16_t v) { return _mm_set1_epi16(v); }
+    static V set1_32(int32_t v) { return _mm_set1_epi32(v); }
+    static V zero() { return _mm_setzero_si128(); }
+    static V load(const int16_t* p) { return loadu(p); }
+    static void store(int16_t* p, V v) { storeu(p, v); }
+    static V load_aligned(const int16_t* p) { return _mm_load_si128(reinterpret_cast<const __m128i*>(p)); }
+    static void store_aligned(int16_t* p, V v) { _mm_store_si128(reinterpret_cast<__m128i*>(p), v); }
+    static V mullo(V a, V b) { return _mm_mullo_epi16(a, b); }
+    static V mulhi(V a, V b) { return _mm_mulhi_epi16(a, b); }
+    static V unpacklo(V a, V b) { return _mm_unpacklo_epi16(a, b); }
+    static V unpackhi(V a, V b) { return _mm_unpackhi_epi16(a, b); }
+    static V packs(V a, V b) { return _mm_packs_epi32(a, b); }
+    template <int N>
+    static V srai32(V a) {
+        return _mm_srai_epi32(a, N);
     }
-}
-
-void mulc_sat(int16_t* p, size_t len, int16_t val) {
-    const __m128i v = _mm_set1_epi16(val);
-    map16(p, len, [v](__m128i x) {
-        __m128i lo, hi;
-        mul32(x, v, lo, hi);
-        return _mm_packs_epi32(lo, hi);
-    });
-}
-
-void mulc_up(int16_t* p, size_t len, int16_t val, int n) {
-    const __m128i v = _mm_set1_epi16(val);
-    const __m128i sh = _mm_cvtsi32_si128(n);
-    map16(p, len, [v, sh](__m128i x) {
-        __m128i lo, hi;
-        mul32(x, v, lo, hi);
-        const __m128i q = _mm_packs_epi32(lo, hi);  // sat(x * val)
-        // |q| << 15 <= 2^30: the shift fits 32-bit lanes, then saturate.
-        lo = _mm_sll_epi32(_mm_srai_epi32(_mm_unpacklo_epi16(q, q), 16), sh);
-        hi = _mm_sll_epi32(_mm_srai_epi32(_mm_unpackhi_epi16(q, q), 16), sh);
-        return _mm_packs_epi32(lo, hi);
-    });
-}
-
-void mulc_down(int16_t* p, size_t len, int16_t val, int s) {
-    const __m128i v = _mm_set1_epi16(val);
-    const __m128i sh = _mm_cvtsi32_si128(s);
-    const __m128i half = _mm_set1_epi32((1 << (s - 1)) - 1);
-    const __m128i one = _mm_set1_epi32(1);
-    map16(p, len, [=](__m128i x) {
-        __m128i lo, hi;
-        mul32(x, v, lo, hi);
-        lo = _mm_add_epi32(_mm_add_epi32(lo, half), _mm_and_si128(_mm_sra_epi32(lo, sh), one));
-        hi = _mm_add_epi32(_mm_add_epi32(hi, half), _mm_and_si128(_mm_sra_epi32(hi, sh), one));
-        return _mm_packs_epi32(_mm_sra_epi32(lo, sh), _mm_sra_epi32(hi, sh));
-    });
-}
-
-void mulc_sign(int16_t* p, size_t len, int16_t val) {
-    // x > 0 -> +max, x < 0 -> -max (before the sign of val); zero stays zero.
-    const __m128i pos = _mm_set1_epi16(val < 0 ? -32768 : 32767);
-    const __m128i neg = _mm_set1_epi16(val < 0 ? 32767 : -32768);
-    const __m128i zero = _mm_setzero_si128();
-    map16(p, len, [=](__m128i x) {
-        const __m128i gt = _mm_cmpgt_epi16(x, zero), lt = _mm_cmplt_epi16(x, zero);
-        return _mm_or_si128(_mm_and_si128(gt, pos), _mm_and_si128(lt, neg));
-    });
-}
-
-void threshold_gt(int16_t* p, size_t len, int16_t level) {
-    const __m128i l = _mm_set1_epi16(level);
-    map16(p, len, [l](__m128i x) { return _mm_min_epi16(x, l); });
-}
-
-void threshold_lt(int16_t* p, size_t len, int16_t level) {
-    const __m128i l = _mm_set1_epi16(level);
-    map16(p, len, [l](__m128i x) { return _mm_max_epi16(x, l); });
-}
+    static V sll32(V a, __m128i n) { return _mm_sll_epi32(a, n); }
+    static V sra32(V a, __m128i n) { return _mm_sra_epi32(a, n); }
+    static V add32(V a, V b) { return _mm_add_epi32(a, b); }
+    static V and_(V a, V b) { return _mm_and_si128(a, b); }
+    static V or_(V a, V b) { return _mm_or_si128(a, b); }
+    static V cmpgt(V a, V b) { return _mm_cmpgt_epi16(a, b); }
+    static V min(V a, V b) { return _mm_min_epi16(a, b); }
+    static V max(V a, V b) { return _mm_max_epi16(a, b); }
+};
 
 }  // namespace
 
@@ -225,12 +160,7 @@ void upgrade_vector(VectorKernels& k) {
     k.copy8 = copy8;
     k.copy8_stream = copy_stream<false>;
     k.copy8_stream_prefetch = copy_stream<true>;
-    k.mulc_sat = mulc_sat;
-    k.mulc_up = mulc_up;
-    k.mulc_down = mulc_down;
-    k.mulc_sign = mulc_sign;
-    k.threshold_gt = threshold_gt;
-    k.threshold_lt = threshold_lt;
+    install_scaling<O>(k);
 }
 
-}  // namespace kplvc::x86::sse2
+}  // namespace kplvc::vector::x86::sse2

@@ -9,15 +9,19 @@
 namespace kplvc::h264::x86::avx2 {
 namespace {
 
-#include "h264/x86/deblock_avx2_body.inc"
+#include "core/x86/transpose-inl.h"
+
+#include "h264/x86/deblock-inl.h"
+
+#include "h264/x86/deblock256-inl.h"
 
 }  // namespace
 
 void upgrade_deblock(DeblockKernels& k) {
-    k.luma_ver = luma_ver;
-    k.luma_hor = luma_hor;
-    k.chroma_ver = chroma_ver;
-    k.chroma_hor = chroma_hor;
+    k.luma_ver = luma_ver<Hooks>;
+    k.luma_hor = luma_hor<Hooks>;
+    k.chroma_ver = chroma_ver<Hooks>;
+    k.chroma_hor = chroma_hor<Hooks>;
 }
 
 }  // namespace kplvc::h264::x86::avx2

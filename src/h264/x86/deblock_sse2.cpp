@@ -11,6 +11,10 @@
 namespace kplvc::h264::x86::sse2 {
 namespace {
 
+#include "core/x86/transpose-inl.h"
+
+#include "h264/x86/deblock-inl.h"
+
 struct O {
     using V = __m128i;
     static V zero() { return _mm_setzero_si128(); }
@@ -28,41 +32,38 @@ struct O {
     static V sel(V m, V a, V b) { return _mm_or_si128(_mm_and_si128(m, a), _mm_andnot_si128(m, b)); }
 };
 
-KPLVC_INLINE __m128i blend8(__m128i m, __m128i a, __m128i b) {
-    return _mm_or_si128(_mm_and_si128(m, a), _mm_andnot_si128(m, b));
-}
-
-#include "h264/x86/deblock_core.inc"
-
 inline __m128i lo16(__m128i v) { return _mm_unpacklo_epi8(v, _mm_setzero_si128()); }
 inline __m128i hi16(__m128i v) { return _mm_unpackhi_epi8(v, _mm_setzero_si128()); }
 
-KPLVC_INLINE void luma_strong_edge(__m128i* c, __m128i bs, int alpha, int beta) {
-    const __m128i on = _mm_xor_si128(_mm_cmpeq_epi8(bs, _mm_setzero_si128()), _mm_set1_epi8(-1));
-    LumaLines<O> lo{lo16(c[0]), lo16(c[1]), lo16(c[2]), lo16(c[3]),
-                    lo16(c[4]), lo16(c[5]), lo16(c[6]), lo16(c[7])};
-    LumaLines<O> hi{hi16(c[0]), hi16(c[1]), hi16(c[2]), hi16(c[3]),
-                    hi16(c[4]), hi16(c[5]), hi16(c[6]), hi16(c[7])};
-    // The byte mask widened by interleaving with itself stays all-ones/zero.
-    luma_strong16<O>(lo, _mm_unpacklo_epi8(on, on), alpha, beta);
-    luma_strong16<O>(hi, _mm_unpackhi_epi8(on, on), alpha, beta);
-    c[1] = _mm_packus_epi16(lo.p2, hi.p2);
-    c[2] = _mm_packus_epi16(lo.p1, hi.p1);
-    c[3] = _mm_packus_epi16(lo.p0, hi.p0);
-    c[4] = _mm_packus_epi16(lo.q0, hi.q0);
-    c[5] = _mm_packus_epi16(lo.q1, hi.q1);
-    c[6] = _mm_packus_epi16(lo.q2, hi.q2);
-}
-
-#include "h264/x86/deblock_driver.inc"
+struct Hooks {
+    [[gnu::always_inline]] static __m128i blend8(__m128i m, __m128i a, __m128i b) {
+        return _mm_or_si128(_mm_and_si128(m, a), _mm_andnot_si128(m, b));
+    }
+    [[gnu::always_inline]] static void luma_strong_edge(__m128i* c, __m128i bs, int alpha, int beta) {
+        const __m128i on = _mm_xor_si128(_mm_cmpeq_epi8(bs, _mm_setzero_si128()), _mm_set1_epi8(-1));
+        LumaLines<O> lo{lo16(c[0]), lo16(c[1]), lo16(c[2]), lo16(c[3]),
+                        lo16(c[4]), lo16(c[5]), lo16(c[6]), lo16(c[7])};
+        LumaLines<O> hi{hi16(c[0]), hi16(c[1]), hi16(c[2]), hi16(c[3]),
+                        hi16(c[4]), hi16(c[5]), hi16(c[6]), hi16(c[7])};
+        // The byte mask widened by interleaving with itself stays all-ones/zero.
+        luma_strong16<O>(lo, _mm_unpacklo_epi8(on, on), alpha, beta);
+        luma_strong16<O>(hi, _mm_unpackhi_epi8(on, on), alpha, beta);
+        c[1] = _mm_packus_epi16(lo.p2, hi.p2);
+        c[2] = _mm_packus_epi16(lo.p1, hi.p1);
+        c[3] = _mm_packus_epi16(lo.p0, hi.p0);
+        c[4] = _mm_packus_epi16(lo.q0, hi.q0);
+        c[5] = _mm_packus_epi16(lo.q1, hi.q1);
+        c[6] = _mm_packus_epi16(lo.q2, hi.q2);
+    }
+};
 
 }  // namespace
 
 void upgrade_deblock(DeblockKernels& k) {
-    k.luma_ver = luma_ver;
-    k.luma_hor = luma_hor;
-    k.chroma_ver = chroma_ver;
-    k.chroma_hor = chroma_hor;
+    k.luma_ver = luma_ver<Hooks>;
+    k.luma_hor = luma_hor<Hooks>;
+    k.chroma_ver = chroma_ver<Hooks>;
+    k.chroma_hor = chroma_hor<Hooks>;
 }
 
 }  // namespace kplvc::h264::x86::sse2

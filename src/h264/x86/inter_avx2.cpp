@@ -1,6 +1,7 @@
 // H.264 inter prediction kernels, AVX2: 16-wide luma blocks in one 256-bit
 // register per row, 8-wide luma and chroma two rows per register, and the
-// 16-wide weighting. Narrower kernels keep the SSSE3 ones.
+// 16-wide weighting. Only those are compiled and installed; narrower kernels
+// keep the SSSE3 ones.
 #include <immintrin.h>
 
 #include <cstdint>
@@ -9,23 +10,27 @@
 
 #include "h264/inter.h"
 
-#define KPLVC_INTER_SSSE3 1
-#define KPLVC_INTER_AVX2 1
-
 namespace kplvc::h264::x86::avx2 {
+namespace {
 
-#include "h264/x86/inter_kernels.inc"
+#include "h264/x86/inter-inl.h"
 
-void upgrade_inter(InterKernels& k) {
-    InterKernels t{};
-    fill_table(t);
-    for (int s = 0; s < kLumaSizes; ++s)
-        for (int p = 0; p < 16; ++p)
-            if (kLumaW[s] == 16 || (kLumaW[s] == 8 && p != 0)) k.luma[s][p] = t.luma[s][p];
-    for (int s = 0; s < kChromaSizes; ++s)
-        if (kChromaW[s] == 8) k.chroma[s] = t.chroma[s];
-    k.weight[0] = t.weight[0];
-    k.weight_small[0] = t.weight_small[0];
-}
+#include "h264/x86/inter256-inl.h"
+
+struct Level : Wide256 {
+    static constexpr bool kSsse3 = true;
+    static constexpr bool luma(int size, int pos) {
+        return kLumaW[size] == 16 || (kLumaW[size] == 8 && pos != 0);
+    }
+    static constexpr bool chroma(int size) { return kChromaW[size] == 8; }
+    static constexpr bool copy(int) { return false; }
+    static constexpr bool weight(int width) { return width == 0; }
+    static constexpr bool weight_small(int width) { return width == 0; }
+    static constexpr bool average(int) { return false; }
+};
+
+}  // namespace
+
+void upgrade_inter(InterKernels& k) { install<Level>(k); }
 
 }  // namespace kplvc::h264::x86::avx2

@@ -1,6 +1,7 @@
 // H.264 inter prediction kernels, SSSE3: the horizontal six-tap and the
-// chroma weights through pmaddubsw. Only the kernels that change are taken:
-// luma positions that use b, and chroma.
+// chroma and byte weights through pmaddubsw. Only the kernels that change
+// are compiled and installed: luma positions that use b (a horizontal tap),
+// chroma and the byte-weight averages.
 #include <tmmintrin.h>
 
 #include <cstdint>
@@ -9,20 +10,23 @@
 
 #include "h264/inter.h"
 
-#define KPLVC_INTER_SSSE3 1
-
 namespace kplvc::h264::x86::ssse3 {
+namespace {
 
-#include "h264/x86/inter_kernels.inc"
+#include "h264/x86/inter-inl.h"
 
-void upgrade_inter(InterKernels& k) {
-    InterKernels t{};
-    fill_table(t);
-    for (int s = 0; s < kLumaSizes; ++s)
-        for (int p = 0; p < 16; ++p)
-            if (p % 4 != 0) k.luma[s][p] = t.luma[s][p];  // every position with a horizontal tap
-    for (int s = 0; s < kChromaSizes; ++s) k.chroma[s] = t.chroma[s];
-    for (int i = 0; i < kAvgWidths; ++i) k.weight_small[i] = t.weight_small[i];
-}
+struct Level {
+    static constexpr bool kSsse3 = true, kAvx2 = false;
+    static constexpr bool luma(int, int pos) { return pos % 4 != 0; }
+    static constexpr bool chroma(int) { return true; }
+    static constexpr bool copy(int) { return false; }
+    static constexpr bool weight(int) { return false; }
+    static constexpr bool weight_small(int) { return true; }
+    static constexpr bool average(int) { return false; }
+};
+
+}  // namespace
+
+void upgrade_inter(InterKernels& k) { install<Level>(k); }
 
 }  // namespace kplvc::h264::x86::ssse3

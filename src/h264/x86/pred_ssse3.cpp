@@ -5,7 +5,6 @@
 // kernels gather that run from the frame straight into a register.
 #include <tmmintrin.h>
 
-#include <array>
 #include <cstring>
 
 #include "core/arith.h"
@@ -16,8 +15,10 @@ namespace {
 
 // Where each of the 16 output samples (raster order) comes from: the index
 // into f2 or f3, with 0x80 (pshufb's zero) in the table that does not supply it.
+// Plain arrays: a standard container's inline members would be vague-linkage
+// symbols of this ISA file.
 struct Pick {
-    std::array<uint8_t, 16> f2, f3;
+    uint8_t f2[16], f3[16];
 };
 
 constexpr uint8_t kNone = 0x80;
@@ -29,8 +30,8 @@ constexpr Pick make_pick(Rule rule) {
     for (int y = 0; y < 4; ++y)
         for (int x = 0; x < 4; ++x) {
             const auto [three, i] = rule(x, y);
-            p.f2[static_cast<size_t>(4 * y + x)] = three ? kNone : static_cast<uint8_t>(i);
-            p.f3[static_cast<size_t>(4 * y + x)] = three ? static_cast<uint8_t>(i) : kNone;
+            p.f2[4 * y + x] = three ? kNone : static_cast<uint8_t>(i);
+            p.f3[4 * y + x] = three ? static_cast<uint8_t>(i) : kNone;
         }
     return p;
 }
@@ -69,8 +70,8 @@ constexpr Pick kHorizontalUp = make_pick([](int x, int y) {
     return (z & 1) == 0 ? Src{false, 3 - i} : Src{true, 3 - i};
 });
 
-inline __m128i load_table(const std::array<uint8_t, 16>& t) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(t.data()));
+inline __m128i load_table(const uint8_t (&t)[16]) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(t));
 }
 
 inline void store4x4(uint8_t* d, int32_t step, __m128i v) {

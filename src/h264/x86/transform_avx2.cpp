@@ -1,5 +1,5 @@
 // AVX2 kernels of the H.264 4x4 transforms and quantisers: the shared
-// 128-bit code of transform_x86.h in VEX encoding, and residual and luma DC
+// 128-bit code of transform-inl.h in VEX encoding, and residual and luma DC
 // quantisers that take all sixteen values in one 256-bit register (abs,
 // 16x16->32-bit products, rounding shift, saturating pack and sign in a
 // handful of instructions).
@@ -13,7 +13,7 @@
 namespace kplvc::h264::x86::avx2 {
 namespace {
 
-#include "h264/x86/transform_x86.h"
+#include "h264/x86/transform-inl.h"
 
 // Sixteen-lane constants, loaded from memory: built in registers they cost a
 // general-register move and a broadcast each.

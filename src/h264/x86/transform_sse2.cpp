@@ -1,5 +1,5 @@
 // SSE2 kernels of the H.264 4x4 transforms and quantisers (the shared
-// 128-bit code in transform_x86.h, legacy SSE encoding).
+// 128-bit code in transform-inl.h, legacy SSE encoding).
 #include <emmintrin.h>
 
 #include <cstring>
@@ -10,7 +10,7 @@
 namespace kplvc::h264::x86::sse2 {
 namespace {
 
-#include "h264/x86/transform_x86.h"
+#include "h264/x86/transform-inl.h"
 
 }  // namespace
 

@@ -8,11 +8,12 @@
 
 #include "core/arith.h"
 #include "mc/mc.h"
-#include "mc/x86/predict_avx2.h"
-#include "mc/x86/predict_bytes.h"
 
 namespace kplvc::mc::x86::avx2 {
 namespace {
+
+#include "core/x86/halfpel-inl.h"
+#include "core/x86/halfpel256-inl.h"
 
 // Clipped bytes of two 16-lane rows: the in-lane pack interleaves their
 // 8-byte halves (y lo, y+1 lo | y hi, y+1 hi); the permute puts each row's
@@ -71,8 +72,8 @@ template <int W, int H, Pos PF, Pos PB, int RC>
 KPLVC_INLINE void mcb_bytes_body(const uint8_t* ref_f, int32_t step_f, const uint8_t* ref_b, int32_t step_b,
                                  const int16_t* res, int32_t res_step, uint8_t* dst, int32_t dst_step) {
     static_assert(W == 16);
-    bytes::BytePredictor<W, PF, true, RC> pf(ref_f, step_f);
-    bytes::BytePredictor<W, PB, false, RC> pb(ref_b, step_b);
+    BytePredictor<W, PF, true, RC> pf(ref_f, step_f);
+    BytePredictor<W, PB, false, RC> pb(ref_b, step_b);
     for (int y = 0; y < H; y += 2) {
         const __m256i m0 = widen(_mm_avg_epu8(pf.row(y), pb.row(y)));
         const __m256i m1 = widen(_mm_avg_epu8(pf.row(y + 1), pb.row(y + 1)));

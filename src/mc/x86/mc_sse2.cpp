@@ -17,13 +17,12 @@
 
 #include "core/arith.h"
 #include "mc/mc.h"
-#include "mc/x86/predict_bytes.h"
-#include "mc/x86/predict_sse2.h"
 
 namespace kplvc::mc::x86::sse2 {
 namespace {
 
-using bytes::BytePredictor;
+#include "core/x86/halfpel-inl.h"
+#include "core/x86/halfpel16-inl.h"
 
 // Adds the residual row to the 16-bit prediction and stores the clipped bytes.
 template <int W>

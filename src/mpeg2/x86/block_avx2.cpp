@@ -7,7 +7,7 @@
 
 #include "mpeg2/block.h"
 
-namespace kplvc::x86::avx2 {
+namespace kplvc::mpeg2::x86::avx2 {
 namespace {
 
 // Bit i of the result is bit (scan[i] & 63) of nz. The mask is split into
@@ -35,6 +35,6 @@ uint64_t scan_mask_avx2(uint64_t nz, const int32_t* scan) {
 
 }  // namespace
 
-void upgrade_block(mpeg2::BlockKernels& k) { k.scan_mask = scan_mask_avx2; }
+void upgrade_block(BlockKernels& k) { k.scan_mask = scan_mask_avx2; }
 
-}  // namespace kplvc::x86::avx2
+}  // namespace kplvc::mpeg2::x86::avx2

@@ -1,12 +1,57 @@
-// AVX2 MPEG-2 quantisers: inverse in sixteen 16-bit lanes, forward in eight
-// single-precision lanes.
+// AVX2 MPEG-2 quantisers: inverse (MPEG-2 and MPEG-4 shifts) in sixteen
+// 16-bit lanes, forward in eight single-precision lanes.
 #include <immintrin.h>
 
 #include "mpeg2/quant.h"
-#include "mpeg2/x86/dequant_avx2.h"
 
-namespace kplvc::x86::avx2 {
+namespace kplvc::mpeg2::x86::avx2 {
 namespace {
+
+#include "mpeg2/x86/dequant-inl.h"
+
+// Sixteen 16-bit lanes.
+struct O {
+    using V = __m256i;
+    static constexpr int kLanes = 16;
+    static V set1(int16_t v) { return _mm256_set1_epi16(v); }
+    static V zero() { return _mm256_setzero_si256(); }
+    // A block is usually written just before it is inverse-quantised, often
+    // by 16-byte stores; one 32-byte load spanning two of them cannot take its
+    // data from the store buffer and waits for both to retire. Two 16-byte
+    // loads can.
+    static V load(const int16_t* p) {
+        const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8));
+        return _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1);
+    }
+    static V load_weights(const int16_t* p) {
+        return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+    }
+    static void store(int16_t* p, V v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
+    static V add(V a, V b) { return _mm256_add_epi16(a, b); }
+    static V sub(V a, V b) { return _mm256_sub_epi16(a, b); }
+    static V mullo(V a, V b) { return _mm256_mullo_epi16(a, b); }
+    static V cmpgt(V a, V b) { return _mm256_cmpgt_epi16(a, b); }
+    static V and_(V a, V b) { return _mm256_and_si256(a, b); }
+    static V xor_(V a, V b) { return _mm256_xor_si256(a, b); }
+    static V min(V a, V b) { return _mm256_min_epi16(a, b); }
+    static V max(V a, V b) { return _mm256_max_epi16(a, b); }
+    template <int N>
+    static V srai(V a) {
+        return _mm256_srai_epi16(a, N);
+    }
+    static V clear_lane0(V a) {
+        return _mm256_and_si256(
+            a, _mm256_setr_epi16(0, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1));
+    }
+    static int32_t parity(V v) {
+        __m128i x = _mm_xor_si128(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+        x = _mm_xor_si128(x, _mm_srli_si128(x, 8));
+        x = _mm_xor_si128(x, _mm_srli_si128(x, 4));
+        x = _mm_xor_si128(x, _mm_srli_si128(x, 2));
+        return _mm_cvtsi128_si32(x) & 1;
+    }
+};
 
 // Clamp to -2047..2047 in float (a NaN becomes -2047: maxps returns its
 // second operand on NaN), truncate, and narrow eight 32-bit levels to 16 bits.
@@ -47,15 +92,11 @@ int32_t quant_block(int16_t* block, int32_t qp, const float* m) {
 
 }  // namespace
 
-void upgrade_mpeg2quant(mpeg2::QuantKernels& k) {
-    k.dequant_intra = dequant_block<true, true, 4>;
-    k.dequant_inter = dequant_block<false, true, 5>;
-    k.dequant_flat = [](int16_t* b, int32_t qp, const int16_t*) {
-        dequant_block<false, false, 1>(b, qp, nullptr);
-    };
+void upgrade_quant(QuantKernels& k) {
+    install_dequant<O>(k);
     k.quant_intra = quant_block<1, false>;
     k.quant_inter = quant_block<0, false>;
     k.quant_flat = quant_block<0, true>;
 }
 
-}  // namespace kplvc::x86::avx2
+}  // namespace kplvc::mpeg2::x86::avx2

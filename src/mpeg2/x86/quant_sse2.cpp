@@ -1,12 +1,43 @@
-// SSE2 MPEG-2 quantisers: inverse in eight 16-bit lanes, forward in four
-// single-precision lanes.
+// SSE2 MPEG-2 quantisers: inverse (MPEG-2 and MPEG-4 shifts) in eight 16-bit
+// lanes, forward in four single-precision lanes.
 #include <emmintrin.h>
 
 #include "mpeg2/quant.h"
-#include "mpeg2/x86/dequant_sse2.h"
 
-namespace kplvc::x86::sse2 {
+namespace kplvc::mpeg2::x86::sse2 {
 namespace {
+
+#include "mpeg2/x86/dequant-inl.h"
+
+// Eight 16-bit lanes.
+struct O {
+    using V = __m128i;
+    static constexpr int kLanes = 8;
+    static V set1(int16_t v) { return _mm_set1_epi16(v); }
+    static V zero() { return _mm_setzero_si128(); }
+    static V load(const int16_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+    static V load_weights(const int16_t* p) { return load(p); }
+    static void store(int16_t* p, V v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
+    static V add(V a, V b) { return _mm_add_epi16(a, b); }
+    static V sub(V a, V b) { return _mm_sub_epi16(a, b); }
+    static V mullo(V a, V b) { return _mm_mullo_epi16(a, b); }
+    static V cmpgt(V a, V b) { return _mm_cmpgt_epi16(a, b); }
+    static V and_(V a, V b) { return _mm_and_si128(a, b); }
+    static V xor_(V a, V b) { return _mm_xor_si128(a, b); }
+    static V min(V a, V b) { return _mm_min_epi16(a, b); }
+    static V max(V a, V b) { return _mm_max_epi16(a, b); }
+    template <int N>
+    static V srai(V a) {
+        return _mm_srai_epi16(a, N);
+    }
+    static V clear_lane0(V a) { return _mm_insert_epi16(a, 0, 0); }
+    static int32_t parity(V x) {
+        x = _mm_xor_si128(x, _mm_srli_si128(x, 8));
+        x = _mm_xor_si128(x, _mm_srli_si128(x, 4));
+        x = _mm_xor_si128(x, _mm_srli_si128(x, 2));
+        return _mm_cvtsi128_si32(x) & 1;
+    }
+};
 
 // Eight coefficients to 16·c as two vectors of four floats (exact: |16c| <=
 // 2^19). unpack puts c in the high half of each 32-bit lane, so an
@@ -64,15 +95,11 @@ int32_t quant_block(int16_t* block, int32_t qp, const float* m) {
 
 }  // namespace
 
-void upgrade_mpeg2quant(mpeg2::QuantKernels& k) {
-    k.dequant_intra = dequant_block<true, true, 4>;
-    k.dequant_inter = dequant_block<false, true, 5>;
-    k.dequant_flat = [](int16_t* b, int32_t qp, const int16_t*) {
-        dequant_block<false, false, 1>(b, qp, nullptr);
-    };
+void upgrade_quant(QuantKernels& k) {
+    install_dequant<O>(k);
     k.quant_intra = quant_block<1, false>;
     k.quant_inter = quant_block<0, false>;
     k.quant_flat = quant_block<0, true>;
 }
 
-}  // namespace kplvc::x86::sse2
+}  // namespace kplvc::mpeg2::x86::sse2

@@ -1,19 +1,14 @@
-// The interpolated prediction rows shared by the AVX2 motion-compensation
-// and difference kernels: 16 samples in 16-bit lanes per register, one row
-// of a 16-wide block or two rows (y low, y+1 high) of an 8-wide block. The
-// arithmetic is that of predict_sse2.h.
+// halfpel256-inl.h: exact half-sample prediction rows in 16-bit lanes of
+// 256-bit registers, shared by the AVX2 motion compensation and block
+// differences: one row of a 16-wide block, or two rows (y low, y+1 high) of
+// an 8-wide block. The arithmetic is that of halfpel16-inl.h.
 //
-// Include only from files compiled for AVX2; everything here has internal
-// linkage, so each file keeps its own copy.
+// Per-ISA body: include it only inside the anonymous namespace of an x86/
+// file's own namespace (kplvc::<family>::x86::<isa>), after <immintrin.h>,
+// core/arith.h and core/x86/halfpel-inl.h (for the position names). It
+// includes nothing, so each including file compiles its own internal copy
+// with its own flags. Needs: AVX2.
 #pragma once
-
-#include <immintrin.h>
-
-#include "core/arith.h"
-#include "mc/mc.h"
-
-namespace kplvc::mc::x86::avx2 {
-namespace {
 
 KPLVC_INLINE __m128i loadu(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
 KPLVC_INLINE __m128i loadl(const void* p) { return _mm_loadl_epi64(static_cast<const __m128i*>(p)); }
@@ -34,10 +29,10 @@ KPLVC_INLINE __m256i row_sum16(const uint8_t* p) {
     return s;
 }
 
-template <int DX, Pos P>
+template <int DX, int P>
 struct Predictor16 {
-    static constexpr bool Hor = P == hf || P == hh;
-    static constexpr bool Ver = P == fh || P == hh;
+    static constexpr bool Hor = P == kHalfHF || P == kHalfHH;
+    static constexpr bool Ver = P == kHalfFH || P == kHalfHH;
     const uint8_t* ref;
     int32_t step;
     __m256i k;
@@ -57,7 +52,7 @@ struct Predictor16 {
         } else {
             p = row_sum16<DX, Hor>(row_at(ref, step, y));
         }
-        if constexpr (P != ff) {
+        if constexpr (P != kHalfFF) {
             constexpr int shift = Hor && Ver ? 2 : 1;
             p = _mm256_srli_epi16(_mm256_add_epi16(p, k), shift);
         }
@@ -83,10 +78,10 @@ KPLVC_INLINE __m256i single_sum8(const uint8_t* r0) {
     return s;
 }
 
-template <int H, Pos P>
+template <int H, int P>
 struct Predictor8 {
-    static constexpr bool Hor = P == hf || P == hh;
-    static constexpr bool Ver = P == fh || P == hh;
+    static constexpr bool Hor = P == kHalfHF || P == kHalfHH;
+    static constexpr bool Ver = P == kHalfFH || P == kHalfHH;
     const uint8_t* ref;
     int32_t step;
     __m256i k;
@@ -112,13 +107,10 @@ struct Predictor8 {
         } else {
             p = pair_sum8<Hor>(row_at(ref, step, y), row_at(ref, step, y + 1));
         }
-        if constexpr (P != ff) {
+        if constexpr (P != kHalfFF) {
             constexpr int shift = Hor && Ver ? 2 : 1;
             p = _mm256_srli_epi16(_mm256_add_epi16(p, k), shift);
         }
         return p;
     }
 };
-
-}  // namespace
-}  // namespace kplvc::mc::x86::avx2

@@ -1,8 +1,13 @@
-// Table-driven engine on 128-bit vectors: the pieces shared by the SSE2 and
-// AVX2 files. Included inside each file's own anonymous namespace (after
-// <immintrin.h> and block/dct_consts.h), so each ISA gets its own copy and no
-// symbol is shared between files compiled with different flags.
+// dct_table-inl.h: the table-driven 8x8 engine on 128-bit vectors, shared by
+// dct_table_sse2.cpp and dct_table_avx2.cpp.
 //
+// Per-ISA body: include it only inside the anonymous namespace of an x86/
+// file's own namespace (kplvc::block::x86::<isa>), after <emmintrin.h> (or
+// <immintrin.h>) and block/dct_consts.h. It includes nothing, so each
+// including file compiles its own internal copy with its own flags. Needs:
+// SSE2.
+#pragma once
+
 // Row steps: one row per vector. The input is shuffled into the dword pairs
 // (x0,x2) (x1,x3) (x4,x6) (x5,x7); each pair is broadcast and multiplied with
 // pmaddwd by the table entries that weigh it, four sums at once. No table
@@ -113,8 +118,11 @@ inline void inv_cols(__m128i* x) {
     x[7] = _mm_srai_epi16(subs(a0, b0), 5);
 }
 
-// The 2x2 column butterfly on the two row results X0, X1 (see the scalar
-// reference): out[k] is row k of the block.
+// The column step of a block confined to its 2x2 corner, as a 2-input
+// butterfly on the row results X0, X1: rows 4..7 of the work block are what
+// the row step makes of empty rows (rounders below 4096: zero), row 3 is zero
+// too (3408 >> 12) and row 2 is 1 in every entry (4520 >> 12), which the
+// +-1 (one_corr) stands for. out[k] is row k of the block.
 inline void inv_cols_2x2(__m128i X0, __m128i X1, __m128i* out) {
     const __m128i one = _mm_set1_epi16(one_corr);
     const __m128i tt = mulhi(X1, tg_1_16);

@@ -1,20 +1,17 @@
-// The interpolated prediction rows shared by the SSE2 motion-compensation
-// and difference kernels: samples widened to 16-bit lanes, the horizontal
-// neighbour added once per row, the vertical neighbour row's sum carried to
-// the next row, then (1 - rc) or (2 - rc) added and the sum shifted. Every
-// sum is below 1023, so no lane overflows.
+// halfpel16-inl.h: exact half-sample prediction rows in 16-bit lanes (SSE2),
+// shared by the motion compensation and the block differences.
 //
-// Include only from files compiled for SSE2; everything here has internal
-// linkage, so each file keeps its own copy.
+// Per-ISA body: include it only inside the anonymous namespace of an x86/
+// file's own namespace (kplvc::<family>::x86::<isa>), after <emmintrin.h>,
+// core/arith.h and core/x86/halfpel-inl.h (for the position names). It
+// includes nothing, so each including file compiles its own internal copy
+// with its own flags. Needs: SSE2.
+//
+// Samples are widened to 16-bit lanes, the horizontal neighbour added once
+// per row, the vertical neighbour row's sum carried to the next row, then
+// (1 - rc) or (2 - rc) added and the sum shifted. Every sum is below 1023, so
+// no lane overflows.
 #pragma once
-
-#include <emmintrin.h>
-
-#include "core/arith.h"
-#include "mc/mc.h"
-
-namespace kplvc::mc::x86::sse2 {
-namespace {
 
 KPLVC_INLINE __m128i loadu(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
 KPLVC_INLINE __m128i loadl(const void* p) { return _mm_loadl_epi64(static_cast<const __m128i*>(p)); }
@@ -43,11 +40,11 @@ KPLVC_INLINE void row_sum(const uint8_t* p, __m128i* out) {
 
 // Exact interpolated prediction, one row per call, in 16-bit lanes. For
 // vertical halves the previous row's sum is carried over.
-template <int W, int DX, Pos P>
+template <int W, int DX, int P>
 struct Predictor {
     static constexpr int N = W / 8;
-    static constexpr bool Hor = P == hf || P == hh;
-    static constexpr bool Ver = P == fh || P == hh;
+    static constexpr bool Hor = P == kHalfHF || P == kHalfHH;
+    static constexpr bool Ver = P == kHalfFH || P == kHalfHH;
     const uint8_t* ref;
     int32_t step;
     __m128i k;
@@ -69,12 +66,9 @@ struct Predictor {
         } else {
             row_sum<W, DX, Hor>(row_at(ref, step, y), p);
         }
-        if constexpr (P != ff) {
+        if constexpr (P != kHalfFF) {
             constexpr int shift = Hor && Ver ? 2 : 1;
             for (int i = 0; i < N; ++i) p[i] = _mm_srli_epi16(_mm_add_epi16(p[i], k), shift);
         }
     }
 };
-
-}  // namespace
-}  // namespace kplvc::mc::x86::sse2

@@ -1,12 +1,15 @@
-// The 128-bit kernels of the H.264 4x4 transforms and quantisers, written
-// once and compiled twice: transform_sse2.cpp includes this file inside its
-// own namespace (legacy SSE encoding), transform_avx2.cpp inside another one
-// (VEX encoding: three-operand forms, no register copies). Each inclusion
-// makes distinct internal symbols, so a copy built for AVX2 can never serve
-// the SSE2 path. Include it only inside an unnamed namespace, after
-// <emmintrin.h> (or <immintrin.h>), <cstring>, "h264/transform.h" and
-// "kplvc.h".
+// transform-inl.h: the 128-bit kernels of the H.264 4x4 transforms and
+// quantisers, written once and compiled twice: transform_sse2.cpp (legacy
+// SSE encoding) and transform_avx2.cpp (VEX encoding: three-operand forms, no
+// register copies).
 //
+// Per-ISA body: include it only inside the anonymous namespace of an x86/
+// file's own namespace (kplvc::h264::x86::<isa>), after <emmintrin.h> (or
+// <immintrin.h>), <cstring>, h264/transform.h and kplvc.h. It includes
+// nothing, so each including file compiles its own internal copy with its
+// own flags. Needs: SSE2.
+#pragma once
+
 // A block is held either as four registers of four 16-bit lanes (the low
 // halves) or as two registers of two rows each. A pass of butterflies works
 // on "one element of each of four lines", so a row pass runs on the

@@ -1,8 +1,19 @@
-// The SIMD body of the H.264 inter prediction kernels, compiled once per ISA
-// file (inter_sse2.cpp, inter_ssse3.cpp, inter_avx2.cpp) inside that file's
-// own namespace, with these switches:
-//   KPLVC_INTER_SSSE3  horizontal six-tap and chroma through pmaddubsw
-//   KPLVC_INTER_AVX2   16-wide luma rows and weighting in one 256-bit register
+// inter-inl.h: the H.264 inter prediction kernels of the x86 files (luma
+// six-tap, chroma, copies, weighting), written once for every ISA level.
+//
+// Per-ISA body: include it only inside the anonymous namespace of an x86/
+// file's own namespace (kplvc::h264::x86::<isa>), after <tmmintrin.h> (or
+// <immintrin.h>), <cstring>, <utility> and h264/inter.h. It includes
+// nothing, so each including file compiles its own internal copy with its
+// own flags. Needs: SSE2. The kernels are templates on the file's level
+// traits L:
+//   L::kSsse3   horizontal six-tap, chroma and byte weights through pmaddubsw
+//   L::kAvx2    16-wide luma rows and weighting in one 256-bit register, and
+//               8-wide luma and chroma two rows per register: L supplies
+//               Strip16, Pair8, chroma8<H>, weight16 and weight_small16
+//               (h264/x86/inter256-inl.h)
+//   and the predicates of install<L>() below: what the level installs.
+// The SSSE3 code paths are discarded (never instantiated) where L says no.
 //
 // Layout. A 16-wide luma block is one strip of 16 columns (AVX2) or two of
 // 8; 4-wide blocks (and 8-wide ones with AVX2) go two rows per register.
@@ -15,8 +26,7 @@
 // Window. Every load stays inside the window: an N-wide strip starting at
 // column c reads columns c-2 .. c+N+2 at most, and 4-wide rows use 4- and
 // 8-byte loads, never 16.
-
-namespace {
+#pragma once
 
 // ---- Loads and stores of N bytes ---------------------------------------------------
 
@@ -71,7 +81,7 @@ inline int32_t word_pair(int32_t lo, int32_t hi) {
 
 // ---- Strips of 8 or 4 columns in a 128-bit register --------------------------------
 
-template <int N>
+template <class L, int N>
 struct Strip128 {
     using V = __m128i;
     static constexpr int kCols = N;
@@ -95,22 +105,22 @@ struct Strip128 {
 
     // b1 of columns 0..N-1 of the row at p (reads columns -2..N+2).
     static V b1(const uint8_t* p) {
-#if defined(KPLVC_INTER_SSSE3)
-        // Columns -2..N+2 in one register, then the three tap pairs by
-        // pshufb and pmaddubsw: (1, -5), (20, 20), (-5, 1).
-        const __m128i v = _mm_or_si128(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p - 2)),
-                                       _mm_slli_si128(loadn<N>(p + 3), 5));
-        const __m128i k01 = _mm_setr_epi8(0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7, 8);
-        const __m128i k23 = _mm_setr_epi8(2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7, 8, 8, 9, 9, 10);
-        const __m128i k45 = _mm_setr_epi8(4, 5, 5, 6, 6, 7, 7, 8, 8, 9, 9, 10, 10, 11, 11, 12);
-        const V s01 = _mm_maddubs_epi16(_mm_shuffle_epi8(v, k01), _mm_set1_epi16(byte_pair(1, -5)));
-        const V s23 = _mm_maddubs_epi16(_mm_shuffle_epi8(v, k23), _mm_set1_epi16(byte_pair(20, 20)));
-        const V s45 = _mm_maddubs_epi16(_mm_shuffle_epi8(v, k45), _mm_set1_epi16(byte_pair(-5, 1)));
-        return _mm_add_epi16(_mm_add_epi16(s01, s45), s23);
-#else
-        const V r[6] = {row(p - 2), row(p - 1), row(p), row(p + 1), row(p + 2), row(p + 3)};
-        return tap(r);
-#endif
+        if constexpr (L::kSsse3) {
+            // Columns -2..N+2 in one register, then the three tap pairs by
+            // pshufb and pmaddubsw: (1, -5), (20, 20), (-5, 1).
+            const __m128i v = _mm_or_si128(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p - 2)),
+                                           _mm_slli_si128(loadn<N>(p + 3), 5));
+            const __m128i k01 = _mm_setr_epi8(0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7, 8);
+            const __m128i k23 = _mm_setr_epi8(2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7, 8, 8, 9, 9, 10);
+            const __m128i k45 = _mm_setr_epi8(4, 5, 5, 6, 6, 7, 7, 8, 8, 9, 9, 10, 10, 11, 11, 12);
+            const V s01 = _mm_maddubs_epi16(_mm_shuffle_epi8(v, k01), _mm_set1_epi16(byte_pair(1, -5)));
+            const V s23 = _mm_maddubs_epi16(_mm_shuffle_epi8(v, k23), _mm_set1_epi16(byte_pair(20, 20)));
+            const V s45 = _mm_maddubs_epi16(_mm_shuffle_epi8(v, k45), _mm_set1_epi16(byte_pair(-5, 1)));
+            return _mm_add_epi16(_mm_add_epi16(s01, s45), s23);
+        } else {
+            const V r[6] = {row(p - 2), row(p - 1), row(p), row(p + 1), row(p + 2), row(p + 3)};
+            return tap(r);
+        }
     }
 
     // clip((j1 + 512) >> 10) packed to bytes, j1 the six-tap of six b1 rows:
@@ -136,66 +146,6 @@ struct Strip128 {
         }
     }
 };
-
-#if defined(KPLVC_INTER_AVX2)
-// ---- Strips of 16 columns in a 256-bit register --------------------------------------
-
-struct Strip256 {
-    using V = __m256i;
-    static constexpr int kCols = 16;
-
-    static V add(V a, V b) { return _mm256_add_epi16(a, b); }
-    static V row(const uint8_t* p) { return _mm256_cvtepu8_epi16(loadn<16>(p)); }
-    static __m128i loadp(const uint8_t* p) { return loadn<16>(p); }
-    static void storep(uint8_t* p, __m128i v) { storen<16>(p, v); }
-    // packus works per 128-bit lane: lanes hold bytes 0..7 and 8..15; the
-    // permute gathers the two low quadwords.
-    static __m128i pack(V v) {
-        return _mm256_castsi256_si128(_mm256_permute4x64_epi64(_mm256_packus_epi16(v, v), 0x08));
-    }
-    static V rnd5(V v) { return _mm256_srai_epi16(_mm256_add_epi16(v, _mm256_set1_epi16(16)), 5); }
-
-    static V tap(const V* r) {
-        const V a = _mm256_add_epi16(r[0], r[5]);
-        const V f = _mm256_add_epi16(r[1], r[4]);
-        const V g = _mm256_add_epi16(r[2], r[3]);
-        const V t = _mm256_sub_epi16(_mm256_slli_epi16(g, 2), f);
-        return _mm256_add_epi16(a, _mm256_add_epi16(t, _mm256_slli_epi16(t, 2)));
-    }
-
-    // Lane 0 holds columns -2..13 (for outputs 0..7), lane 1 columns 3..18
-    // (for outputs 8..15), so the lane-1 shuffle indices are 3 higher.
-    static V b1(const uint8_t* p) {
-        const V v = _mm256_inserti128_si256(_mm256_castsi128_si256(loadn<16>(p - 2)), loadn<16>(p + 3), 1);
-        const V k01 = _mm256_setr_epi8(0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7, 8,  //
-                                       3, 4, 4, 5, 5, 6, 6, 7, 7, 8, 8, 9, 9, 10, 10, 11);
-        const V k23 = _mm256_setr_epi8(2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7, 8, 8, 9, 9, 10,  //
-                                       5, 6, 6, 7, 7, 8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13);
-        const V k45 = _mm256_setr_epi8(4, 5, 5, 6, 6, 7, 7, 8, 8, 9, 9, 10, 10, 11, 11, 12,  //
-                                       7, 8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13, 13, 14, 14, 15);
-        const V s01 = _mm256_maddubs_epi16(_mm256_shuffle_epi8(v, k01), _mm256_set1_epi16(byte_pair(1, -5)));
-        const V s23 = _mm256_maddubs_epi16(_mm256_shuffle_epi8(v, k23), _mm256_set1_epi16(byte_pair(20, 20)));
-        const V s45 = _mm256_maddubs_epi16(_mm256_shuffle_epi8(v, k45), _mm256_set1_epi16(byte_pair(-5, 1)));
-        return _mm256_add_epi16(_mm256_add_epi16(s01, s45), s23);
-    }
-
-    // As Strip128::jrnd; unpack and packs both work within 128-bit lanes,
-    // so the lane order survives the round trip through 32 bits.
-    static __m128i jrnd(const V* b) {
-        const V s05 = _mm256_add_epi16(b[0], b[5]);
-        const V s14 = _mm256_add_epi16(b[1], b[4]);
-        const V s23 = _mm256_add_epi16(b[2], b[3]);
-        const V c15 = _mm256_set1_epi32(word_pair(1, -5));
-        const V c20 = _mm256_set1_epi32(word_pair(20, 1));
-        const V k512 = _mm256_set1_epi16(512);
-        V lo = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(s05, s14), c15),
-                                _mm256_madd_epi16(_mm256_unpacklo_epi16(s23, k512), c20));
-        V hi = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(s05, s14), c15),
-                                _mm256_madd_epi16(_mm256_unpackhi_epi16(s23, k512), c20));
-        return pack(_mm256_packs_epi32(_mm256_srai_epi32(lo, 10), _mm256_srai_epi32(hi, 10)));
-    }
-};
-#endif
 
 // ---- Luma ------------------------------------------------------------------------------
 // One strip at position (XF, YF). Rows that a position needs from above and
@@ -269,7 +219,9 @@ inline void luma_strip(const uint8_t* src, intptr_t ss, uint8_t* dst, intptr_t d
 // order: row y's bytes, then row y + 1's.
 
 // 4-wide rows in a 128-bit register (16-bit lanes 0..3 and 4..7).
-struct Pair4 : Strip128<8> {
+template <class L>
+struct Pair4 : Strip128<L, 8> {
+    using V = __m128i;
     static __m128i bytes2(const uint8_t* p0, const uint8_t* p1) {
         return _mm_unpacklo_epi32(loadn<4>(p0), loadn<4>(p1));
     }
@@ -277,7 +229,7 @@ struct Pair4 : Strip128<8> {
         return _mm_unpacklo_epi8(bytes2(p0, p1), _mm_setzero_si128());
     }
     static V b1_2(const uint8_t* p0, const uint8_t* p1) {
-        return _mm_unpacklo_epi64(Strip128<4>::b1(p0), Strip128<4>::b1(p1));
+        return _mm_unpacklo_epi64(Strip128<L, 4>::b1(p0), Strip128<L, 4>::b1(p1));
     }
     // The high row of a and the low row of b.
     static V swap(V a, V b) {
@@ -288,39 +240,6 @@ struct Pair4 : Strip128<8> {
         storen<4>(d1, _mm_srli_si128(v, 4));
     }
 };
-
-#if defined(KPLVC_INTER_AVX2)
-// 8-wide rows in the two 128-bit lanes of a 256-bit register. Strip256's
-// pack leaves row y in the low and row y + 1 in the high 8 bytes.
-struct Pair8 : Strip256 {
-    static __m128i bytes2(const uint8_t* p0, const uint8_t* p1) {
-        return _mm_unpacklo_epi64(loadn<8>(p0), loadn<8>(p1));
-    }
-    static V rows2(const uint8_t* p0, const uint8_t* p1) { return _mm256_cvtepu8_epi16(bytes2(p0, p1)); }
-    // Columns -2..10 of a row in one register (two 8-byte loads that overlap).
-    static __m128i span(const uint8_t* p) {
-        return _mm_or_si128(loadn<8>(p - 2), _mm_slli_si128(loadn<8>(p + 3), 5));
-    }
-    static V b1_2(const uint8_t* p0, const uint8_t* p1) {
-        const V v = _mm256_inserti128_si256(_mm256_castsi128_si256(span(p0)), span(p1), 1);
-        const V k01 =
-            _mm256_broadcastsi128_si256(_mm_setr_epi8(0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7, 8));
-        const V k23 =
-            _mm256_broadcastsi128_si256(_mm_setr_epi8(2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7, 8, 8, 9, 9, 10));
-        const V k45 =
-            _mm256_broadcastsi128_si256(_mm_setr_epi8(4, 5, 5, 6, 6, 7, 7, 8, 8, 9, 9, 10, 10, 11, 11, 12));
-        const V s01 = _mm256_maddubs_epi16(_mm256_shuffle_epi8(v, k01), _mm256_set1_epi16(byte_pair(1, -5)));
-        const V s23 = _mm256_maddubs_epi16(_mm256_shuffle_epi8(v, k23), _mm256_set1_epi16(byte_pair(20, 20)));
-        const V s45 = _mm256_maddubs_epi16(_mm256_shuffle_epi8(v, k45), _mm256_set1_epi16(byte_pair(-5, 1)));
-        return _mm256_add_epi16(_mm256_add_epi16(s01, s45), s23);
-    }
-    static V swap(V a, V b) { return _mm256_permute2x128_si256(a, b, 0x21); }
-    static void store2(uint8_t* d0, uint8_t* d1, __m128i v) {
-        storen<8>(d0, v);
-        storen<8>(d1, _mm_unpackhi_epi64(v, v));
-    }
-};
-#endif
 
 template <class P, int H, int XF, int YF>
 inline void luma_pairs(const uint8_t* src, intptr_t ss, uint8_t* dst, intptr_t ds) {
@@ -390,110 +309,82 @@ inline void luma_pairs(const uint8_t* src, intptr_t ss, uint8_t* dst, intptr_t d
     }
 }
 
-template <int W, int H, int XF, int YF>
+template <class L, int W, int H, int XF, int YF>
 void luma(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step) {
     const intptr_t ss = src_step, ds = dst_step;
     if constexpr (XF == 0 && YF == 0) {  // the block itself, one load per row
         for (int y = 0; y < H; ++y) storen<W>(dst + y * ds, loadn<W>(src + y * ss));
+    } else if constexpr (W == 16 && L::kAvx2) {
+        luma_strip<typename L::Strip16, H, XF, YF>(src, ss, dst, ds);
     } else if constexpr (W == 16) {
-#if defined(KPLVC_INTER_AVX2)
-        luma_strip<Strip256, H, XF, YF>(src, ss, dst, ds);
-#else
-        luma_strip<Strip128<8>, H, XF, YF>(src, ss, dst, ds);
-        luma_strip<Strip128<8>, H, XF, YF>(src + 8, ss, dst + 8, ds);
-#endif
+        luma_strip<Strip128<L, 8>, H, XF, YF>(src, ss, dst, ds);
+        luma_strip<Strip128<L, 8>, H, XF, YF>(src + 8, ss, dst + 8, ds);
+    } else if constexpr (W == 8 && L::kAvx2) {
+        luma_pairs<typename L::Pair8, H, XF, YF>(src, ss, dst, ds);
+    } else if constexpr (W == 4) {
+        luma_pairs<Pair4<L>, H, XF, YF>(src, ss, dst, ds);
     } else {
-#if defined(KPLVC_INTER_AVX2)
-        if constexpr (W == 8) {
-            luma_pairs<Pair8, H, XF, YF>(src, ss, dst, ds);
-            return;
-        }
-#endif
-        if constexpr (W == 4)
-            luma_pairs<Pair4, H, XF, YF>(src, ss, dst, ds);
-        else
-            luma_strip<Strip128<W>, H, XF, YF>(src, ss, dst, ds);
+        luma_strip<Strip128<L, W>, H, XF, YF>(src, ss, dst, ds);
     }
 }
 
-template <int W, int H, int... P>
-void fill_luma_row(LumaFn (&row)[16], std::integer_sequence<int, P...>) {
-    ((row[P] = luma<W, H, P % 4, P / 4>), ...);
-}
-
-// ---- Chroma -------------------------------------------------------------------------------
 // Sums of four weighted samples stay in 0..16352: 16-bit lanes, and with
 // pmaddubsw the unsigned-sample by signed-weight pairs never saturate
 // (64 * 255 = 16320 per pair).
 
-template <int W, int H>
+template <class L, int W, int H>
 void chroma(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step, int32_t wa, int32_t wb,
             int32_t wc, int32_t wd) {
     const intptr_t ss = src_step, ds = dst_step;
     const __m128i k32 = splat16(32);
-#if defined(KPLVC_INTER_SSSE3)
-    const __m128i wab = _mm_set1_epi16(byte_pair(wa, wb));
-    const __m128i wcd = _mm_set1_epi16(byte_pair(wc, wd));
-    // Row y as (A, B) byte pairs: columns x and x + 1 interleaved.
-    auto pairs = [src, ss](int y) {
-        return _mm_unpacklo_epi8(loadn<W>(src + y * ss), loadn<W>(src + y * ss + 1));
-    };
-#if defined(KPLVC_INTER_AVX2)
-    if constexpr (W == 8) {  // rows y and y + 1 in the two lanes; heights are even
-        const __m256i wab2 = _mm256_set1_epi16(byte_pair(wa, wb));
-        const __m256i wcd2 = _mm256_set1_epi16(byte_pair(wc, wd));
-        __m128i p0 = pairs(0);
-        for (int y = 0; y < H; y += 2) {
-            const __m128i p1 = pairs(y + 1), p2 = pairs(y + 2);
-            const __m256i top = _mm256_inserti128_si256(_mm256_castsi128_si256(p0), p1, 1);
-            const __m256i bot = _mm256_inserti128_si256(_mm256_castsi128_si256(p1), p2, 1);
-            __m256i v = _mm256_add_epi16(_mm256_maddubs_epi16(top, wab2), _mm256_maddubs_epi16(bot, wcd2));
-            v = _mm256_srli_epi16(_mm256_add_epi16(v, _mm256_set1_epi16(32)), 6);
-            v = _mm256_packus_epi16(v, v);
-            storen<8>(dst + y * ds, _mm256_castsi256_si128(v));
-            storen<8>(dst + (y + 1) * ds, _mm256_extracti128_si256(v, 1));
-            p0 = p2;
+    if constexpr (L::kSsse3) {
+        const __m128i wab = _mm_set1_epi16(byte_pair(wa, wb));
+        const __m128i wcd = _mm_set1_epi16(byte_pair(wc, wd));
+        // Row y as (A, B) byte pairs: columns x and x + 1 interleaved.
+        auto pairs = [src, ss](int y) {
+            return _mm_unpacklo_epi8(loadn<W>(src + y * ss), loadn<W>(src + y * ss + 1));
+        };
+        if constexpr (W == 8 && L::kAvx2) {
+            L::template chroma8<H>(src, ss, dst, ds, wa, wb, wc, wd);
+            return;
         }
-        return;
-    }
-#endif
-    if constexpr (W == 4) {  // rows y and y + 1 in the two halves; heights are even
-        __m128i p0 = pairs(0);
-        for (int y = 0; y < H; y += 2) {
-            const __m128i p1 = pairs(y + 1), p2 = pairs(y + 2);
-            __m128i v = _mm_add_epi16(_mm_maddubs_epi16(_mm_unpacklo_epi64(p0, p1), wab),
-                                      _mm_maddubs_epi16(_mm_unpacklo_epi64(p1, p2), wcd));
+        if constexpr (W == 4) {  // rows y and y + 1 in the two halves; heights are even
+            __m128i p0 = pairs(0);
+            for (int y = 0; y < H; y += 2) {
+                const __m128i p1 = pairs(y + 1), p2 = pairs(y + 2);
+                __m128i v = _mm_add_epi16(_mm_maddubs_epi16(_mm_unpacklo_epi64(p0, p1), wab),
+                                          _mm_maddubs_epi16(_mm_unpacklo_epi64(p1, p2), wcd));
+                v = _mm_srli_epi16(_mm_add_epi16(v, k32), 6);
+                v = _mm_packus_epi16(v, v);
+                storen<4>(dst + y * ds, v);
+                storen<4>(dst + (y + 1) * ds, _mm_srli_si128(v, 4));
+                p0 = p2;
+            }
+            return;
+        }
+        __m128i top = pairs(0);
+        for (int y = 0; y < H; ++y) {
+            const uint8_t* p = src + (y + 1) * ss;
+            const __m128i bot = _mm_unpacklo_epi8(loadn<W>(p), loadn<W>(p + 1));
+            __m128i v = _mm_add_epi16(_mm_maddubs_epi16(top, wab), _mm_maddubs_epi16(bot, wcd));
             v = _mm_srli_epi16(_mm_add_epi16(v, k32), 6);
-            v = _mm_packus_epi16(v, v);
-            storen<4>(dst + y * ds, v);
-            storen<4>(dst + (y + 1) * ds, _mm_srli_si128(v, 4));
-            p0 = p2;
+            storen<W>(dst + y * ds, _mm_packus_epi16(v, v));
+            top = bot;
         }
-        return;
+    } else {
+        const __m128i va = splat16(wa), vb = splat16(wb), vc = splat16(wc), vd = splat16(wd);
+        __m128i a = widen<W>(src), b = widen<W>(src + 1);
+        for (int y = 0; y < H; ++y) {
+            const uint8_t* p = src + (y + 1) * ss;
+            const __m128i c = widen<W>(p), d = widen<W>(p + 1);
+            __m128i v = _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(a, va), _mm_mullo_epi16(b, vb)),
+                                      _mm_add_epi16(_mm_mullo_epi16(c, vc), _mm_mullo_epi16(d, vd)));
+            v = _mm_srli_epi16(_mm_add_epi16(v, k32), 6);
+            storen<W>(dst + y * ds, _mm_packus_epi16(v, v));
+            a = c;
+            b = d;
+        }
     }
-    __m128i top = pairs(0);
-    for (int y = 0; y < H; ++y) {
-        const uint8_t* p = src + (y + 1) * ss;
-        const __m128i bot = _mm_unpacklo_epi8(loadn<W>(p), loadn<W>(p + 1));
-        __m128i v = _mm_add_epi16(_mm_maddubs_epi16(top, wab), _mm_maddubs_epi16(bot, wcd));
-        v = _mm_srli_epi16(_mm_add_epi16(v, k32), 6);
-        storen<W>(dst + y * ds, _mm_packus_epi16(v, v));
-        top = bot;
-    }
-#else
-    const __m128i va = splat16(wa), vb = splat16(wb), vc = splat16(wc), vd = splat16(wd);
-    __m128i a = widen<W>(src), b = widen<W>(src + 1);
-    for (int y = 0; y < H; ++y) {
-        const uint8_t* p = src + (y + 1) * ss;
-        const __m128i c = widen<W>(p), d = widen<W>(p + 1);
-        __m128i v = _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(a, va), _mm_mullo_epi16(b, vb)),
-                                  _mm_add_epi16(_mm_mullo_epi16(c, vc), _mm_mullo_epi16(d, vd)));
-        v = _mm_srli_epi16(_mm_add_epi16(v, k32), 6);
-        storen<W>(dst + y * ds, _mm_packus_epi16(v, v));
-        a = c;
-        b = d;
-    }
-#endif
 }
 
 template <int W, int H>
@@ -525,30 +416,14 @@ inline void weight_chunk(uint8_t* d, const uint8_t* s, __m128i wpair, __m128i rn
     storen<N>(d, _mm_packus_epi16(v, v));
 }
 
-template <int W>
+template <class L, int W>
 void weight(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step, int32_t rows, int32_t w0,
             int32_t w1, int32_t log_wd, int32_t offset) {
     const intptr_t ds = sd_step, ss = s_step;
-#if defined(KPLVC_INTER_AVX2)
-    if constexpr (W == 16) {
-        const __m256i wpair = _mm256_set1_epi32(word_pair(w0, w1));
-        const __m256i rnd = _mm256_set1_epi32(int32_t{1} << log_wd);
-        const __m128i sh = _mm_cvtsi32_si128(log_wd + 1);
-        const __m256i off = _mm256_set1_epi16(static_cast<int16_t>(offset));
-        for (int32_t y = 0; y < rows; ++y) {
-            uint8_t* d = sd + y * ds;
-            const __m256i p0 = _mm256_cvtepu8_epi16(loadn<16>(d));
-            const __m256i p1 = _mm256_cvtepu8_epi16(loadn<16>(s + y * ss));
-            __m256i lo = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(p0, p1), wpair), rnd);
-            __m256i hi = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(p0, p1), wpair), rnd);
-            __m256i v = _mm256_packs_epi32(_mm256_sra_epi32(lo, sh), _mm256_sra_epi32(hi, sh));
-            v = _mm256_add_epi16(v, off);
-            v = _mm256_permute4x64_epi64(_mm256_packus_epi16(v, v), 0x08);
-            storen<16>(d, _mm256_castsi256_si128(v));
-        }
+    if constexpr (W == 16 && L::kAvx2) {
+        L::weight16(sd, sd_step, s, s_step, rows, w0, w1, log_wd, offset);
         return;
     }
-#endif
     const __m128i wpair = _mm_set1_epi32(word_pair(w0, w1));
     const __m128i rnd = _mm_set1_epi32(int32_t{1} << log_wd);
     const __m128i sh = _mm_cvtsi32_si128(log_wd + 1);
@@ -559,39 +434,19 @@ void weight(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step, int3
     }
 }
 
-#if defined(KPLVC_INTER_SSSE3)
 // Weights that fit signed bytes with |w0| + |w1| <= 128: pmaddubsw of the
 // interleaved (p0, p1) bytes gives p0 w0 + p1 w1 exactly in 16 bits
 // (|sum| <= 255 * 128, no saturation), and pmulhrsw by 2^(14 - logWD) is
 // (sum * 2^(14-logWD) + 2^14) >> 15 = (sum + 2^logWD) >> (logWD + 1) exactly,
 // its product formed in 32 bits.
-template <int W>
+template <class L, int W>
 void weight_small(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step, int32_t rows, int32_t w0,
                   int32_t w1, int32_t log_wd, int32_t offset) {
     const intptr_t ds = sd_step, ss = s_step;
-#if defined(KPLVC_INTER_AVX2)
-    if constexpr (W == 16) {  // two rows per register; 16-wide blocks have 16 or 8 rows
-        const __m256i wb = _mm256_set1_epi16(byte_pair(w0, w1));
-        const __m256i scale = _mm256_set1_epi16(static_cast<int16_t>(1 << (14 - log_wd)));
-        const __m256i off = _mm256_set1_epi16(static_cast<int16_t>(offset));
-        for (int32_t y = 0; y < rows; y += 2) {
-            uint8_t* d0 = sd + y * ds;
-            uint8_t* d1 = d0 + ds;
-            const __m256i a =
-                _mm256_inserti128_si256(_mm256_castsi128_si256(loadn<16>(d0)), loadn<16>(d1), 1);
-            const __m256i b = _mm256_inserti128_si256(_mm256_castsi128_si256(loadn<16>(s + y * ss)),
-                                                      loadn<16>(s + (y + 1) * ss), 1);
-            __m256i lo = _mm256_maddubs_epi16(_mm256_unpacklo_epi8(a, b), wb);
-            __m256i hi = _mm256_maddubs_epi16(_mm256_unpackhi_epi8(a, b), wb);
-            lo = _mm256_add_epi16(_mm256_mulhrs_epi16(lo, scale), off);
-            hi = _mm256_add_epi16(_mm256_mulhrs_epi16(hi, scale), off);
-            const __m256i v = _mm256_packus_epi16(lo, hi);  // per lane: bytes back in order
-            storen<16>(d0, _mm256_castsi256_si128(v));
-            storen<16>(d1, _mm256_extracti128_si256(v, 1));
-        }
+    if constexpr (W == 16 && L::kAvx2) {
+        L::weight_small16(sd, sd_step, s, s_step, rows, w0, w1, log_wd, offset);
         return;
     }
-#endif
     const __m128i wb = _mm_set1_epi16(byte_pair(w0, w1));
     const __m128i scale = splat16(1 << (14 - log_wd));
     const __m128i off = splat16(offset);
@@ -611,7 +466,6 @@ void weight_small(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step
         storen<W>(d, v);
     }
 }
-#endif
 
 template <int W>
 void average(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step, int32_t rows) {
@@ -622,30 +476,41 @@ void average(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step, int
     }
 }
 
-void fill_table(InterKernels& k) {
-    using Seq = std::make_integer_sequence<int, 16>;
-    fill_luma_row<16, 16>(k.luma[0], Seq{});
-    fill_luma_row<16, 8>(k.luma[1], Seq{});
-    fill_luma_row<8, 16>(k.luma[2], Seq{});
-    fill_luma_row<8, 8>(k.luma[3], Seq{});
-    fill_luma_row<8, 4>(k.luma[4], Seq{});
-    fill_luma_row<4, 8>(k.luma[5], Seq{});
-    fill_luma_row<4, 4>(k.luma[6], Seq{});
-    k.chroma[0] = chroma<8, 8>, k.chroma[1] = chroma<8, 4>, k.chroma[2] = chroma<4, 8>;
-    k.chroma[3] = chroma<4, 4>, k.chroma[4] = chroma<4, 2>, k.chroma[5] = chroma<2, 4>;
-    k.chroma[6] = chroma<2, 2>;
-    k.chroma_copy[0] = copy<8, 8>, k.chroma_copy[1] = copy<8, 4>, k.chroma_copy[2] = copy<4, 8>;
-    k.chroma_copy[3] = copy<4, 4>, k.chroma_copy[4] = copy<4, 2>, k.chroma_copy[5] = copy<2, 4>;
-    k.chroma_copy[6] = copy<2, 2>;
-    k.weight[0] = weight<16>, k.weight[1] = weight<8>, k.weight[2] = weight<4>, k.weight[3] = weight<2>;
-#if defined(KPLVC_INTER_SSSE3)
-    k.weight_small[0] = weight_small<16>, k.weight_small[1] = weight_small<8>;
-    k.weight_small[2] = weight_small<4>, k.weight_small[3] = weight_small<2>;
-#else
-    for (int i = 0; i < kAvgWidths; ++i) k.weight_small[i] = k.weight[i];
-#endif
-    k.average[0] = average<16>, k.average[1] = average<8>, k.average[2] = average<4>;
-    k.average[3] = average<2>;
-}
+// ---- The entries a level installs ----------------------------------------------------
+// L says, entry by entry, what its level installs (luma(size, position),
+// chroma(size), copy(size), weight(width index), weight_small(width index),
+// average(width index)); only those kernels are instantiated, so a level
+// compiles nothing it does not install. Without SSSE3 the byte-weight entries
+// take the general weighting kernel.
 
-}  // namespace
+template <class L, int S, int P>
+void install_luma(InterKernels& k) {
+    if constexpr (L::luma(S, P)) k.luma[S][P] = luma<L, kLumaW[S], kLumaH[S], P % 4, P / 4>;
+}
+template <class L, int S>
+void install_size(InterKernels& k) {
+    [&]<int... P>(std::integer_sequence<int, P...>) { (install_luma<L, S, P>(k), ...); }
+    (std::make_integer_sequence<int, 16>());
+    if constexpr (L::chroma(S)) k.chroma[S] = chroma<L, kChromaW[S], kChromaH[S]>;
+    if constexpr (L::copy(S)) k.chroma_copy[S] = copy<kChromaW[S], kChromaH[S]>;
+}
+template <class L, int I>
+void install_width(InterKernels& k) {
+    constexpr int w = 16 >> I;
+    if constexpr (L::weight(I)) k.weight[I] = weight<L, w>;
+    if constexpr (L::weight_small(I)) {
+        if constexpr (L::kSsse3)
+            k.weight_small[I] = weight_small<L, w>;
+        else
+            k.weight_small[I] = weight<L, w>;
+    }
+    if constexpr (L::average(I)) k.average[I] = average<w>;
+}
+template <class L>
+void install(InterKernels& k) {
+    static_assert(kLumaSizes == kChromaSizes);
+    [&]<int... S>(std::integer_sequence<int, S...>) { (install_size<L, S>(k), ...); }
+    (std::make_integer_sequence<int, kLumaSizes>());
+    [&]<int... I>(std::integer_sequence<int, I...>) { (install_width<L, I>(k), ...); }
+    (std::make_integer_sequence<int, kAvgWidths>());
+}
