@@ -12,6 +12,7 @@
 #include "block/scan.h"
 #include "core/arith.h"
 #include "core/bitstream.h"
+#include "core/once.h"
 #include "h263/coef_tables.h"
 #include "h263/quant.h"
 #include "kplvc.h"
@@ -36,14 +37,10 @@ Table12 merge(const std::array<uint32_t, 112>& t0, const std::array<uint32_t, 96
 }
 
 using Tables = Table12;
-const Table12& tcoef_table() {
-    static const Table12 t = merge(DCTtab0, DCTtab1, DCTtab2);
-    return t;
-}
-const Table12& intra_i_table() {
-    static const Table12 t = merge(advDCTtab0, advDCTtab1, advDCTtab2);
-    return t;
-}
+Table12 make_tcoef_table() { return merge(DCTtab0, DCTtab1, DCTtab2); }
+Table12 make_intra_i_table() { return merge(advDCTtab0, advDCTtab1, advDCTtab2); }
+const Table12& tcoef_table() { return built_once<Table12, make_tcoef_table>(); }
+const Table12& intra_i_table() { return built_once<Table12, make_intra_i_table>(); }
 
 // One decoded event.
 struct Event {

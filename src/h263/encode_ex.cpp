@@ -1,6 +1,7 @@
 // TCOEF writer for either H.263 run-level table (TCOEF or the Annex I intra
 // table), in any of the three scans, with the Annex T extended escape.
 #include "block/scan.h"
+#include "core/once.h"
 #include "h263/coef_tables.h"
 #include "kplvc.h"
 
@@ -57,17 +58,16 @@ ScanMasks make_scan_masks() {
     return t;
 }
 
-const ScanMasks& scan_masks() {
-    static const ScanMasks t = make_scan_masks();
-    return t;
-}
+const ScanMasks& scan_masks() { return built_once<ScanMasks, make_scan_masks>(); }
 
 // Both tables in the same form, built once from the decoders' tables.
-const WideTable& table(int which) {
-    static const WideTable t[2] = {invert(DCTtab0, DCTtab1, DCTtab2),
-                                   invert(advDCTtab0, advDCTtab1, advDCTtab2)};
-    return t[which];
+struct WideTables {
+    WideTable t[2];
+};
+WideTables make_wide_tables() {
+    return {{invert(DCTtab0, DCTtab1, DCTtab2), invert(advDCTtab0, advDCTtab1, advDCTtab2)}};
 }
+const WideTable& table(int which) { return built_once<WideTables, make_wide_tables>().t[which]; }
 
 }  // namespace
 
