@@ -1081,9 +1081,9 @@ KPLVC_API KplStatus kpliDecodeBlockCoefEx_Inter_H263_1u16s(Kpl8u** ppBitStream, 
  * Statuses in order: -8 stream pointers (also without _CODED), pDst,
  * pPredRow or pPredCol null; -82 step < 8; -76 QP; -83 mode not 0, 1 or 2;
  * -5 an unknown flag; then -74, -72. */
-KPLVC_API KplStatus kpliDecodeBlockCoefEx_AdvIntra_H263_1u8u(Kpl8u** ppBitStream, int* pBitOffset, Kpl8u* pDst,
-                                                             int step, Kpl16s* pPredRow, Kpl16s* pPredCol,
-                                                             int QP, int mode, int flags);
+KPLVC_API KplStatus kpliDecodeBlockCoefEx_AdvIntra_H263_1u8u(Kpl8u** ppBitStream, int* pBitOffset,
+                                                             Kpl8u* pDst, int step, Kpl16s* pPredRow,
+                                                             Kpl16s* pPredCol, int QP, int mode, int flags);
 
 /* Writes the TCOEF codes of a quantised block (row-major levels) in the
  * given scan (0 classical zigzag, 1 alternate horizontal, 2 alternate
@@ -1116,8 +1116,8 @@ KPLVC_API KplStatus kpliEncode_TCOEFEx_H263_16s1u(const Kpl16s* pQCoef, Kpl8u** 
 #define KPLVC_H263_MVD_DEFAULT 0
 #define KPLVC_H263_MVD_UMV 1
 #define KPLVC_H263_MVD_UVLC 2
-KPLVC_API KplStatus kpliDecodeMVEx_H263(Kpl8u** ppBitStream, int* pBitOffset, const Kpl16s* pPred, Kpl16s* pMV,
-                                        int mode);
+KPLVC_API KplStatus kpliDecodeMVEx_H263(Kpl8u** ppBitStream, int* pBitOffset, const Kpl16s* pPred,
+                                        Kpl16s* pMV, int mode);
 
 /* kpliPredictBlock_OBMC_8u with the rounding type of H.263+ (RTYPE 0 or 1)
  * in the half-sample predictions: (a + b + 1 - rt) >> 1 and
