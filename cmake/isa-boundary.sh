@@ -91,9 +91,17 @@ if [ "$objects" -eq 0 ]; then
 fi
 
 needed=$("$READELF" -d "$LIBRARY" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
+# A sanitizer build links its runtime, and the UBSan runtime's C++ half brings
+# libstdc++ and libgcc_s with it: those are the instrumentation's, not ours.
+sanitized=0
+case " $needed " in *" libasan.so."* | *" libubsan.so."* | *" libtsan.so."*) sanitized=1 ;; esac
 for lib in $needed; do
     case "$lib" in
         libc.so.* | libm.so.* | ld-linux*.so.* | libasan.so.* | libubsan.so.* | liblsan.so.* | libtsan.so.*) ;;
+        libstdc++.so.* | libgcc_s.so.*) [ "$sanitized" -eq 1 ] || {
+            echo "FAIL $LIBRARY needs $lib (only the C library and libm are allowed)"
+            fail=1
+        } ;;
         *)
             echo "FAIL $LIBRARY needs $lib (only the C library and libm are allowed)"
             fail=1

@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "common/codec.h"
-#include "dv/tables.h"
 #include "kplvc.h"
+#include "tables.h"
 
 namespace kplvc::codecs::dv {
 namespace {

@@ -1,4 +1,4 @@
-#include "dv/tables.h"
+#include "tables.h"
 
 #include <cmath>
 
