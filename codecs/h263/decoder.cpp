@@ -19,13 +19,13 @@
 #include <cstring>
 #include <vector>
 
+#include "bits.h"
 #include "common/codec.h"
-#include "h263/bits.h"
-#include "h263/h263.h"
-#include "h263/headers.h"
-#include "h263/loopfilter.h"
-#include "h263/mbgrid.h"
+#include "h263.h"
+#include "headers.h"
 #include "kplvc.h"
+#include "loopfilter.h"
+#include "mbgrid.h"
 
 namespace kplvc::codecs::h263 {
 

@@ -21,11 +21,11 @@
 #include <cstring>
 
 #include "common/encoder.h"
-#include "h263/h263.h"
-#include "h263/loopfilter.h"
-#include "h263/mbgrid.h"
-#include "h263/writer.h"
+#include "h263.h"
 #include "kplvc.h"
+#include "loopfilter.h"
+#include "mbgrid.h"
+#include "writer.h"
 
 namespace kplvc::codecs::h263 {
 

@@ -1,4 +1,4 @@
-#include "h263/h263.h"
+#include "h263.h"
 
 namespace kplvc::codecs::h263 {
 

@@ -1,5 +1,5 @@
 // Picture, GOB and slice headers of H.263 and H.263+ (PLUSPTYPE).
-#include "h263/headers.h"
+#include "headers.h"
 
 #include <cstdio>
 

@@ -3,8 +3,8 @@
 
 #include <cstddef>
 
-#include "h263/bits.h"
-#include "h263/h263.h"
+#include "bits.h"
+#include "h263.h"
 
 namespace kplvc::codecs::h263 {
 

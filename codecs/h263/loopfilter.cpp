@@ -1,6 +1,6 @@
-#include "h263/loopfilter.h"
+#include "loopfilter.h"
 
-#include "h263/h263.h"
+#include "h263.h"
 #include "kplvc.h"
 
 namespace kplvc::codecs::h263 {

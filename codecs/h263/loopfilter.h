@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "h263/mbgrid.h"
+#include "mbgrid.h"
 
 namespace kplvc::codecs::h263 {
 
