@@ -1002,6 +1002,134 @@ KPLVC_API KplStatus kpliFilterDeblocking_VerEdge_H263_8u_I(Kpl8u* pSrcDst, int s
 /* @h263-end */
 
 /* ------------------------------------------------------------------------ */
+/* H.263 as ITU-T H.263 (2005) codes it                                     */
+/* ------------------------------------------------------------------------ */
+/* @h263ex-begin */
+/* Companions of the H.263 functions above for the places where a standard
+ * H.263+ stream needs more than they give: the Annex T extended escape, the
+ * Annex S alternative inter table, Annex I advanced intra coding as the
+ * standard defines it, Annex D vector codes and ranges, and OBMC with the
+ * rounding type of H.263+ pictures. The functions above keep their own
+ * contracts. Stream positions are the byte pointer and bit offset (0..7)
+ * of the block decoders; the block decoders look at most eight bytes past
+ * the current byte and write the position back only on success. */
+
+/* Flags of the Ex block decoders and of kpliEncode_TCOEFEx_H263_16s1u. */
+/* Annex T: an escape whose 8-bit LEVEL is 10000000 is followed by an 11-bit
+ * EXTENDED-LEVEL: its first five bits are the low five bits of the level,
+ * the next six the upper bits in two's complement (-1024..1023). Without
+ * the flag such an escape is -74. */
+#define KPLVC_H263_EXT_ESCAPE 1
+/* Annex S (inter blocks): codes read with the TCOEF table that run past
+ * coefficient 63 mean the block was coded with the Annex I intra table,
+ * and it is read again with that table. (In the same mode an inter
+ * macroblock whose CBPC is 11 reads its CBPY in the intra meaning; that
+ * is the caller's.) */
+#define KPLVC_H263_ALT_INTER_VLC 2
+/* Annex I (advanced intra): the block above / to the left is available for
+ * prediction (inside the picture and the same slice or GOB, and intra). */
+#define KPLVC_H263_AIC_ABOVE 4
+#define KPLVC_H263_AIC_LEFT 8
+/* Annex I: the block has coefficients (its coded-block-pattern bit is 1);
+ * without it nothing is read and the block is its prediction alone. */
+#define KPLVC_H263_AIC_CODED 16
+
+/* Annex I prediction modes (INTRA_MODE 0, 10, 11). */
+#define KPLVC_H263_AIC_DC 0         /* DC from the blocks above and left, zigzag scan */
+#define KPLVC_H263_AIC_VERTICAL 1   /* first row from the block above, alternate-horizontal scan */
+#define KPLVC_H263_AIC_HORIZONTAL 2 /* first column from the block left, alternate-vertical scan */
+
+/* Intra block of H.263 without advanced intra coding: the 8-bit INTRADC
+ * (0 and 128 are -73; 255 is 1024, others 8 times the code), then, unless
+ * flags has KPLVC_H263_INTRA_DC_ONLY, the TCOEF codes from coefficient 1;
+ * levels reconstructed as |rec| = 2QP|L| + QP (QP odd) or 2QP|L| + QP - 1
+ * (QP even) in 32 bits and clamped to -2048..2047, then the 8x8 inverse DCT
+ * to pixels at pDst. flags: KPLVC_H263_EXT_ESCAPE, KPLVC_H263_INTRA_DC_ONLY.
+ * Statuses in order: -8 ppBitStream, pBitOffset, *ppBitStream or pDst null;
+ * -82 step < 8; -76 QP outside 1..31; -5 an unknown flag; then -73, -74
+ * (illegal code), -72 (a run past coefficient 63). */
+#define KPLVC_H263_INTRA_DC_ONLY 32
+KPLVC_API KplStatus kpliDecodeBlockCoefEx_Intra_H263_1u8u(Kpl8u** ppBitStream, int* pBitOffset, Kpl8u* pDst,
+                                                          int step, int QP, int flags);
+
+/* Inter block: the 64-value residual (row-major) of the TCOEF codes from
+ * coefficient 0, reconstructed as in kpliDecodeBlockCoefEx_Intra_H263_1u8u
+ * and inverse-transformed: the result equals kpliQuantInv_H263_C1I (for
+ * levels within -127..127) followed by kpliDCT8x8Inv_16s_C1I, also for a
+ * block whose only coefficient is the first (no flat shortcut).
+ * pDst is written only on success. flags:
+ * KPLVC_H263_EXT_ESCAPE, KPLVC_H263_ALT_INTER_VLC. Statuses in order: -8;
+ * -76; -5 an unknown flag; then -74, -72. */
+KPLVC_API KplStatus kpliDecodeBlockCoefEx_Inter_H263_1u16s(Kpl8u** ppBitStream, int* pBitOffset, Kpl16s* pDst,
+                                                           int QP, int flags);
+
+/* Advanced intra block (Annex I). With KPLVC_H263_AIC_CODED the block's
+ * TCOEF codes, read with the Annex I intra table from coefficient 0 (the DC
+ * is the first code), give RECq = 2 QP LEVEL for every coefficient. mode
+ * (KPLVC_H263_AIC_DC, _VERTICAL, _HORIZONTAL) chooses the scan and the
+ * prediction: DC mode adds to the DC the mean of the above and left DCs
+ * (the one available, or 1024); vertical mode adds the above block's first
+ * row to the first row (1024 to the DC when it is unavailable); horizontal
+ * mode the left block's first column to the first column. Sums are clamped
+ * to -2048..2047 and the DC is then made odd (an even DC gains 1). The
+ * result goes through the 8x8 inverse DCT to pixels at pDst.
+ * pPredRow: in, the above block's reconstructed first row (read with
+ * KPLVC_H263_AIC_ABOVE); out, this block's first row. pPredCol: in, the left
+ * block's first column (read with KPLVC_H263_AIC_LEFT); out, this block's
+ * first column. Both are written only on success.
+ * flags: KPLVC_H263_AIC_ABOVE, _LEFT, _CODED, KPLVC_H263_EXT_ESCAPE.
+ * Statuses in order: -8 stream pointers (also without _CODED), pDst,
+ * pPredRow or pPredCol null; -82 step < 8; -76 QP; -83 mode not 0, 1 or 2;
+ * -5 an unknown flag; then -74, -72. */
+KPLVC_API KplStatus kpliDecodeBlockCoefEx_AdvIntra_H263_1u8u(Kpl8u** ppBitStream, int* pBitOffset,
+                                                             Kpl8u* pDst, int step, Kpl16s* pPredRow,
+                                                             Kpl16s* pPredCol, int QP, int mode, int flags);
+
+/* Writes the TCOEF codes of a quantised block (row-major levels) in the
+ * given scan (0 classical zigzag, 1 alternate horizontal, 2 alternate
+ * vertical) from scan position first (0 or 1), LAST on the final non-zero
+ * level. table 0 is the TCOEF table, 1 the Annex I intra table. Events
+ * outside the table use the escape; levels outside -127..127 use the Annex T
+ * extended escape when flags has KPLVC_H263_EXT_ESCAPE (levels beyond
+ * -1024..1023 are then clamped to it) and are clamped to -127..127
+ * otherwise. An all-zero range writes nothing; *pCount receives the number
+ * of codes written. Statuses in order: -8 a pointer null; -105 bit offset
+ * outside 0..7; -5 scan, first, table or flags outside their values. */
+KPLVC_API KplStatus kpliEncode_TCOEFEx_H263_16s1u(const Kpl16s* pQCoef, Kpl8u** ppBitStream, int* pBitOffset,
+                                                  int scan, int first, int table, int flags, int* pCount);
+
+/* Motion vector codes. mode:
+ * KPLVC_H263_MVD_DEFAULT: the MVD code table (Table 14) of each component,
+ *   vector = predictor + difference wrapped into -32..31 (half samples);
+ * KPLVC_H263_MVD_UMV: Table 14 with the Annex D range of H.263 streams
+ *   without PLUSPTYPE: of the two differences a code stands for, the one
+ *   that keeps the vector within -31..32 around a predictor in -31..32,
+ *   within -63..0 for a predictor below -31 and 0..63 above 32;
+ * KPLVC_H263_MVD_UVLC: the Annex D universal code of H.263+ pictures with
+ *   unrestricted vectors (1 is 0; 0 x1 1 x2 1 ... s 0 codes the magnitude
+ *   1 x1 x2 ... with sign s), vector = predictor + difference without
+ *   limit, and the bit '1' that follows a pair of differences (+1, +1) is
+ *   consumed. A magnitude above 4095 is -75.
+ * pPred and pMV are (dx, dy) pairs in half samples; both components are
+ * decoded before anything is written. Statuses in order: -8 stream
+ * pointers, pPred or pMV null; -5 mode unknown; -75 an illegal code. */
+#define KPLVC_H263_MVD_DEFAULT 0
+#define KPLVC_H263_MVD_UMV 1
+#define KPLVC_H263_MVD_UVLC 2
+KPLVC_API KplStatus kpliDecodeMVEx_H263(Kpl8u** ppBitStream, int* pBitOffset, const Kpl16s* pPred,
+                                        Kpl16s* pMV, int mode);
+
+/* kpliPredictBlock_OBMC_8u with the rounding type of H.263+ (RTYPE 0 or 1)
+ * in the half-sample predictions: (a + b + 1 - rt) >> 1 and
+ * (a + b + c + d + 2 - rt) >> 2; the weighted sum is
+ * (q*H0 + r*H1 + s*H2 + 4) >> 3 as there. Statuses in order: -8 as
+ * kpliPredictBlock_OBMC_8u; -82 step < 8; -90 roundType not 0 or 1. */
+KPLVC_API KplStatus kpliPredictBlockEx_OBMC_8u(const Kpl8u* pSrc, Kpl8u* pDst, int step, const Kpl16s* pMVCur,
+                                               const Kpl16s* pMVLeft, const Kpl16s* pMVRight,
+                                               const Kpl16s* pMVAbove, const Kpl16s* pMVBelow, int roundType);
+/* @h263ex-end */
+
+/* ------------------------------------------------------------------------ */
 /* MPEG-4 inverse quantisation, chroma vectors and vector limiting           */
 /* ------------------------------------------------------------------------ */
 /* @mpeg4-begin */

@@ -8,6 +8,7 @@
 #include "core/dispatch.h"
 #include "core/vector.h"
 #include "dv/dv.h"
+#include "h263/obmc.h"
 #include "h263/quant.h"
 #include "h263/recon.h"
 #include "h264/deblock.h"
@@ -48,6 +49,7 @@ const FamilyInfo kFamilies[] = {
     {"dv", level<dv::DvKernels, dv::dv_kernels_for, dv::dv_kernels>},
     {"h263recon", level<h263::ReconKernels, h263::recon_kernels_for, h263::recon_kernels>},
     {"h263quant", level<h263::QuantKernels, h263::quant_kernels_for, h263::quant_kernels>},
+    {"h263obmc", level<h263::ObmcKernels, h263::obmc_kernels_for, h263::obmc_kernels>},
     {"mpeg2quant",
      level<mpeg2::QuantKernels, mpeg2::quant_kernels_for, mpeg2::quant_kernels, 0, kMpeg4Dequant>},
     {"mpeg2block", level<mpeg2::BlockKernels, mpeg2::block_kernels_for, mpeg2::block_kernels>},

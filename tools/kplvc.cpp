@@ -1,7 +1,10 @@
 // kplvc: the library's command-line tool.
+//   kplvc demo                   encodes and decodes a built-in clip with the
+//                                codecs built on the library
 //   kplvc info                   library, CPU and kernel levels
 //   kplvc decode IN [-o OUT]     decode a video stream with the codecs built
 //                                on the library
+//   kplvc encode IN -o OUT ...   encode raw YUV with a codec built on the library
 //   kplvc compare A B ...        per-frame PSNR and largest difference of
 //                                two raw YUV files
 #include <cstdio>
@@ -15,10 +18,15 @@ int usage(FILE* out) {
     std::fprintf(out,
                  "usage: kplvc <command> [arguments]\n"
                  "commands:\n"
+                 "  demo [--frames N] [--size WxH]  encode and decode a built-in moving clip (H.263),\n"
+                 "                            print bit rate, PSNR and speed; writes demo.h263, demo.yuv\n"
                  "  info                      version record, CPU features, kernel level of each family\n"
                  "  decode IN [-o OUT.yuv]    decode a stream (format from its content) to planar YUV\n"
                  "         [--null] [--format NAME] [--pix-fmt yuv420p|yuv422p|yuv411p]\n"
                  "         [--postfilter]\n"
+                 "  encode IN.yuv --size WxH -o OUT (--qscale Q | --bitrate R) [--recon R.yuv]\n"
+                 "         [--fps N[/D]] [--gop N] [--frames N] [--deblock] [--advanced-intra]\n"
+                 "                            encode planar 4:2:0 pictures (H.263)\n"
                  "  compare A.yuv B.yuv --size WxH [--pix-fmt F] [--min-psnr DB | --exact]\n"
                  "                            per-frame PSNR of each plane and largest difference\n");
     return out == stdout ? 0 : 2;
@@ -29,9 +37,8 @@ struct Command {
     int (*run)(int, char**);
 };
 constexpr Command kCommands[] = {
-    {"info", kplvc_tool::info},
-    {"decode", kplvc_tool::decode},
-    {"compare", kplvc_tool::compare},
+    {"info", kplvc_tool::info},     {"decode", kplvc_tool::decode}, {"compare", kplvc_tool::compare},
+    {"encode", kplvc_tool::encode}, {"demo", kplvc_tool::demo},
 };
 
 }  // namespace

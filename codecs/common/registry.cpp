@@ -13,6 +13,9 @@ extern const Decoder kDvDecoder;
 namespace h264 {
 extern const Decoder kH264Decoder;
 }
+namespace h263 {
+extern const Decoder kH263Decoder;
+}
 
 // Each format defines its Decoder beside its code; list it here, before the
 // terminating null.
@@ -23,6 +26,7 @@ static const Decoder* const kDecoders[] = {
     &dv::kDvDecoder,
     &h264::kH264Decoder,
     &kMpeg4Decoder,
+    &h263::kH263Decoder,
     nullptr,
 };
 

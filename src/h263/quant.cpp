@@ -32,9 +32,36 @@ void quant_inv16_c(int16_t* block, int first, int qp) {
     }
 }
 
-constexpr Upgrade<QuantKernels> kCascade[] = {
-    {cpu::Isa::c, [](QuantKernels& k) { k.quant_inv16 = quant_inv16_c; }},
-    KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_quant})};
+// Truncation toward zero of a value that the clamp keeps small; the clamp is
+// applied in floating point first so the conversion is always defined.
+int32_t trunc_clamp(double v) {
+    if (v > 2047.0) return 2047;
+    if (v < -2047.0) return -2047;
+    return static_cast<int32_t>(v);
+}
+
+// The product is rounded to single precision; the dead zone of 0.25 is then
+// applied in double precision and the result truncated toward zero. Zero
+// coefficients stay zero.
+int quant_fwd_c(int16_t* block, float m, int first, int dead_zone) {
+    int last = -1;
+    for (int i = 63; i >= first; --i) {
+        const int16_t x = block[i];
+        if (x == 0) continue;
+        const float prod = static_cast<float>(x) * m;
+        const double v = !dead_zone ? double{prod} : (x > 0 ? double{prod} - 0.25 : double{prod} + 0.25);
+        block[i] = static_cast<int16_t>(trunc_clamp(v));
+        if (last < 0 && block[i] != 0) last = i;
+    }
+    return last;
+}
+
+constexpr Upgrade<QuantKernels> kCascade[] = {{cpu::Isa::c,
+                                               [](QuantKernels& k) {
+                                                   k.quant_inv16 = quant_inv16_c;
+                                                   k.quant_fwd = quant_fwd_c;
+                                               }},
+                                              KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_quant})};
 
 }  // namespace
 
@@ -46,18 +73,6 @@ const QuantKernels& quant_kernels() { return active_table<QuantKernels, quant_ke
 
 using kplvc::h263::dequant_level;
 using kplvc::h263::quant_kernels;
-
-namespace {
-
-// Truncation toward zero of a value that the clamp keeps small; the clamp is
-// applied in floating point first so the conversion is always defined.
-int32_t trunc_clamp(double v) {
-    if (v > 2047.0) return 2047;
-    if (v < -2047.0) return -2047;
-    return static_cast<int32_t>(v);
-}
-
-}  // namespace
 
 extern "C" {
 
@@ -96,34 +111,14 @@ KPLVC_API KplStatus kpliQuantInvInter_Compact_H263_16s_I(Kpl16s* pSrcDst, int co
 KPLVC_API KplStatus kpliQuantIntra_H263_C1I(Kpl16s* pSrcDst, int QP, int* pCount) {
     if (pSrcDst == nullptr || pCount == nullptr) return kplStsNullPtrErr;
     if (QP < 1) return kplStsH263QPErr;
-    const float m = static_cast<float>(0.5 / QP);
-    int last = -1;
-    for (int i = 63; i >= 1; --i) {
-        if (pSrcDst[i] == 0) continue;
-        const float prod = static_cast<float>(pSrcDst[i]) * m;
-        pSrcDst[i] = static_cast<Kpl16s>(trunc_clamp(prod));
-        if (last < 0 && pSrcDst[i] != 0) last = i;
-    }
-    *pCount = last;
+    *pCount = quant_kernels().quant_fwd(pSrcDst, static_cast<float>(0.5 / QP), 1, 0);
     return kplStsNoErr;
 }
 
 KPLVC_API KplStatus kpliQuant_H263_C1I(Kpl16s* pSrcDst, int QP, int* pCount) {
     if (pSrcDst == nullptr || pCount == nullptr) return kplStsNullPtrErr;
     if (QP < 1) return kplStsH263QPErr;
-    const float m = static_cast<float>(0.5 / QP);
-    int last = -1;
-    for (int i = 63; i >= 0; --i) {
-        const Kpl16s x = pSrcDst[i];
-        if (x == 0) continue;
-        const float prod = static_cast<float>(x) * m;
-        // The dead zone of 0.25 is applied to the single-precision product
-        // in double precision, then truncated toward zero.
-        const double v = x > 0 ? double{prod} - 0.25 : double{prod} + 0.25;
-        pSrcDst[i] = static_cast<Kpl16s>(trunc_clamp(v));
-        if (last < 0 && pSrcDst[i] != 0) last = i;
-    }
-    *pCount = last;
+    *pCount = quant_kernels().quant_fwd(pSrcDst, static_cast<float>(0.5 / QP), 0, 1);
     return kplStsNoErr;
 }
 

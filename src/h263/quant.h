@@ -12,6 +12,13 @@ struct QuantKernels {
     // The 64-coefficient inverse quantiser in 16-bit lanes, over indices
     // first..63 (first is 0 or 1).
     void (*quant_inv16)(int16_t* block, int first, int qp);
+    // The forward quantiser over indices first..63 (first 0 or 1; index 0
+    // is left alone when first is 1) with m = (float)(0.5 / QP): with
+    // dead_zone, x > 0 becomes trunc(x*m - 0.25) and x < 0 trunc(x*m + 0.25),
+    // without it trunc(x*m); the single-precision product is formed first;
+    // results are clamped to -2047..2047. Returns the highest index whose
+    // result is non-zero, or -1.
+    int (*quant_fwd)(int16_t* block, float m, int first, int dead_zone);
 };
 
 QuantKernels quant_kernels_for(cpu::Isa isa);

@@ -26,6 +26,8 @@ const std::vector<DamageCase> kCases = {
      "-c:v libx264 -pix_fmt yuv420p -coder 0 -x264-params no-8x8dct=1 -bf 2 -slices 2 -refs 2", "264"},
     {"mpeg4", "testsrc2=size=352x288:rate=25", 8,
      "-c:v mpeg4 -qscale:v 4 -bf 2 -flags +mv4+qpel -ps 600 -f m4v", "m4v"},
+    {"h263", "testsrc2=size=352x288:rate=25,scroll=h=0.02", 8,
+     "-c:v h263p -q:v 6 -umv 1 -aiv 1 -obmc 1 -flags +aic+loop+mv4 -structured_slices 1 -ps 800", "h263"},
 };
 
 enum class Damage { flip_bits, overwrite_bytes, cut_piece, truncate };
