@@ -596,8 +596,9 @@ int probe(const uint8_t* data, size_t size) {
     // then TR and PTYPE's fixed '1', '0'.
     if (size < 5) return 0;
     if (data[0] != 0 || data[1] != 0 || (data[2] & 0xFC) != 0x80) return 0;
-    const uint32_t ptype = ((data[3] & 3u) << 8 | data[4]) >> 6;  // the two bits after TR
-    return ptype == 2 ? 80 : 20;
+    // TR takes the low two bits of byte 2 and the high six of byte 3, so
+    // PTYPE's first two bits are byte 3's last two.
+    return (data[3] & 3) == 2 ? 80 : 20;
 }
 
 int decode(const uint8_t* data, size_t size, const DecodeOptions& opt, PictureSink sink, void* user,
