@@ -46,7 +46,9 @@ inline void each_row(uint8_t* p, int32_t step, Row row) {
 
 // The byte v in every lane: one multiply in a general register and a pshufd,
 // where _mm_set1_epi8 on SSE2 is four vector operations.
-inline __m128i splat_byte(uint8_t v) { return _mm_shuffle_epi32(_mm_cvtsi32_si128(v * 0x01010101), 0); }
+inline __m128i splat_byte(uint8_t v) {
+    return _mm_shuffle_epi32(_mm_cvtsi32_si128(static_cast<int>(v * 0x01010101u)), 0);
+}
 
 void vertical16(uint8_t* p, int32_t step, int32_t) {
     const __m128i t = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row_at(p, step, -1)));
