@@ -2,6 +2,7 @@
 // escape boundaries, encoder/decoder round trips, the inverse quantisers
 // folded into the inter decoder, and the argument checks of every texture
 // function.
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
@@ -12,6 +13,7 @@
 #include "block/scan.h"
 #include "kplvc.h"
 #include "mpeg4/texture.h"
+#include "support/args.h"
 #include "support/support.h"
 
 using kplvc::test::Rng;
@@ -309,62 +311,46 @@ TEST(Mpeg4Texture, ReconstructInterMatchesSeparateInverseQuantisation) {
 // Each failing argument in turn, then two at once (the earlier wins); the
 // position and the outputs stay untouched.
 TEST(Mpeg4Texture, ArgumentChecksInOrder) {
-    Bits s(
-        "10"
-        "0111"
-        "0");  // a valid stream for every reader
-    Kpl8u* const start = s.buf.data();
-    Kpl8u* p = start;
-    Kpl8u* null_p = nullptr;
-    Kpl32s off = 0, bad_off = 8, last = 77;
-    int16_t c[64];
-    std::memset(c, 0x33, sizeof c);
-    Kpl16s dc = 55;
-    const int16_t levels[64] = {0, 3};
-    const struct {
-        const char* what;
-        KplStatus got, want;
-    } cases[] = {
-        {"dc: pp", kpliDecodeDCIntra_MPEG4_1u16s(nullptr, &off, &dc, 0), kplStsNullPtrErr},
-        {"dc: *pp", kpliDecodeDCIntra_MPEG4_1u16s(&null_p, &off, &dc, 0), kplStsNullPtrErr},
-        {"dc: out before offset", kpliDecodeDCIntra_MPEG4_1u16s(&p, &bad_off, nullptr, 0), kplStsNullPtrErr},
-        {"dc: offset before block", kpliDecodeDCIntra_MPEG4_1u16s(&p, &bad_off, &dc, 10), kplStsShapeArgErr},
-        {"dc: block", kpliDecodeDCIntra_MPEG4_1u16s(&p, &off, &dc, -1), kplStsBlockIndexErr},
-        {"intra: coeffs", kpliDecodeCoeffsIntra_MPEG4_1u16s(&p, &off, nullptr, &last, 1, 0),
-         kplStsNullPtrErr},
-        {"intra: last", kpliDecodeCoeffsIntra_MPEG4_1u16s(&p, &off, c, nullptr, 1, 0), kplStsNullPtrErr},
-        {"intra: offset before dcVlc", kpliDecodeCoeffsIntra_MPEG4_1u16s(&p, &bad_off, c, &last, 2, 0),
-         kplStsShapeArgErr},
-        {"intra: dcVlc before scan", kpliDecodeCoeffsIntra_MPEG4_1u16s(&p, &off, c, &last, 2, 3),
-         kplStsModeErr},
-        {"intra: scan", kpliDecodeCoeffsIntra_MPEG4_1u16s(&p, &off, c, &last, 1, 3), kplStsBadArgErr},
-        {"inter: scan", kpliDecodeCoeffsInter_MPEG4_1u16s(&p, &off, c, &last, -1), kplStsBadArgErr},
-        {"recon: scan before QP", kpliReconstructCoeffsInter_MPEG4_1u16s(&p, &off, c, &last, 3, 0, nullptr),
-         kplStsBadArgErr},
-        {"recon: QP 0", kpliReconstructCoeffsInter_MPEG4_1u16s(&p, &off, c, &last, 0, 0, nullptr),
-         kplStsMPEG4QPErr},
-        {"recon: QP 32", kpliReconstructCoeffsInter_MPEG4_1u16s(&p, &off, c, &last, 0, 32, nullptr),
-         kplStsMPEG4QPErr},
-        {"enc dc: range before block", kpliEncodeDCIntra_MPEG4_16s1u(4096, &p, &off, 10), kplStsBadArgErr},
-        {"enc dc: block", kpliEncodeDCIntra_MPEG4_16s1u(4095, &p, &off, 10), kplStsBlockIndexErr},
-        {"enc intra: coeffs", kpliEncodeCoeffsIntra_MPEG4_16s1u(nullptr, &p, &off, 1, 0), kplStsNullPtrErr},
-        {"enc intra: offset", kpliEncodeCoeffsIntra_MPEG4_16s1u(levels, &p, &bad_off, 1, 0),
-         kplStsShapeArgErr},
-        {"enc intra: dcVlc", kpliEncodeCoeffsIntra_MPEG4_16s1u(levels, &p, &off, -1, 9), kplStsModeErr},
-        {"enc inter: scan", kpliEncodeCoeffsInter_MPEG4_16s1u(levels, &p, &off, 9), kplStsBadArgErr},
+    using kplvc::test::Arg, kplvc::test::fails, kplvc::test::null;
+    kplvc::test::ArgPool p;
+    // Each call its own stream at offset 0, zero-padded: "10" "0111" "0" (which
+    // the DC reader takes and the intra reader rejects with -100) or, for the
+    // inter readers, "100" "01110", two coefficients, the second the last.
+    const auto pp = [&p](Kpl8u b = 0x9C) {
+        return p.take<Kpl8u*>({p.take<Kpl8u>({b, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0})});
     };
-    for (const auto& k : cases) EXPECT_EQ(k.got, k.want) << k.what;
-    EXPECT_EQ(p, start);
-    EXPECT_EQ(off, 0);
-    EXPECT_EQ(last, 77);
-    EXPECT_EQ(dc, 55);
-    for (int16_t v : c) EXPECT_EQ(v, 0x3333);
-    EXPECT_EQ(s.buf[0], 0x9C);  // the writers wrote nothing either
+    const auto off = [&p] { return p.take<Kpl32s>({0}); };
+    const Arg pp_null{0, p.take<Kpl8u*>({nullptr}), kplStsNullPtrErr},
+        off8{1, p.take<Kpl32s>({8}), kplStsShapeArgErr}, enc_off8{2, p.take<Kpl32s>({8}), kplStsShapeArgErr};
+    Kpl16s *c = p.take<Kpl16s>(64), *dc = p.take<Kpl16s>(1), *levels = p.take<Kpl16s>(64);
+    std::fill(levels, levels + 64, Kpl16s{0});
+    levels[1] = 3;
+    Kpl32s* last = p.take<Kpl32s>(1);
+    CHECK_ARGS(p, kpliDecodeDCIntra_MPEG4_1u16s, {pp(), off(), dc, 0},
+               {null(0), pp_null, null(2), off8, fails(3, 10, kplStsBlockIndexErr),
+                fails(3, -1, kplStsBlockIndexErr)});
+    CHECK_ARGS(p, kpliDecodeCoeffsIntra_MPEG4_1u16s, {pp(), off(), c, last, 1, 0},
+               {null(2), null(3), off8, fails(4, 2, kplStsModeErr), fails(5, 3, kplStsBadArgErr)},
+               kplStsTextureVLCErr);
+    CHECK_ARGS(p, kpliDecodeCoeffsInter_MPEG4_1u16s, {pp(0x8E), off(), c, last, 0},
+               {fails(4, -1, kplStsBadArgErr)});
+    CHECK_ARGS(p, kpliReconstructCoeffsInter_MPEG4_1u16s, {pp(0x8E), off(), c, last, 0, 5, nullptr},
+               {fails(4, 3, kplStsBadArgErr), fails(5, 0, kplStsMPEG4QPErr), fails(5, 32, kplStsMPEG4QPErr)});
+    CHECK_ARGS(p, kpliEncodeDCIntra_MPEG4_16s1u, {0, pp(), off(), 0},
+               {fails(0, 4096, kplStsBadArgErr), fails(3, 10, kplStsBlockIndexErr)});
+    CHECK_ARGS(p, kpliEncodeCoeffsIntra_MPEG4_16s1u, {levels, pp(), off(), 1, 0},
+               {null(0), enc_off8, fails(3, -1, kplStsModeErr), fails(4, 9, kplStsBadArgErr)});
+    CHECK_ARGS(p, kpliEncodeCoeffsInter_MPEG4_16s1u, {levels, pp(), off(), 0},
+               {fails(3, 9, kplStsBadArgErr)});
 
+    Bits s("0");
+    Kpl8u* const start = s.buf.data();
+    Kpl8u* p0 = start;
+    Kpl32s off0 = 0, lst = 77;
     // A level beyond the escape's range: -5 before a byte is written.
     int16_t big[64] = {0, 2048};
-    EXPECT_EQ(kpliEncodeCoeffsInter_MPEG4_16s1u(big, &p, &off, 0), kplStsBadArgErr);
-    EXPECT_EQ(s.buf[0], 0x9C);
+    EXPECT_EQ(kpliEncodeCoeffsInter_MPEG4_16s1u(big, &p0, &off0, 0), kplStsBadArgErr);
+    EXPECT_TRUE(p0 == start && off0 == 0 && s.buf[0] == 0);
     // A run past 63 from the stream: -72 with the position kept.
     // A type-3 escape of run 63 (scan index 63), then one more coefficient.
     Bits overrun(
@@ -379,6 +365,6 @@ TEST(Mpeg4Texture, ArgumentChecksInOrder) {
         "01110");
     Kpl8u* o = overrun.buf.data();
     Kpl32s ooff = 0;
-    EXPECT_EQ(kpliDecodeCoeffsInter_MPEG4_1u16s(&o, &ooff, c, &last, 0), kplStsCoefCountErr);
+    EXPECT_EQ(kpliDecodeCoeffsInter_MPEG4_1u16s(&o, &ooff, c, &lst, 0), kplStsCoefCountErr);
     EXPECT_EQ(o, overrun.buf.data());
 }
