@@ -12,6 +12,7 @@
 #include "dv/segment_model.h"
 #include "dv/tables.h"
 #include "kplvc.h"
+#include "support/args.h"
 #include "support/support.h"
 
 namespace {
@@ -592,26 +593,13 @@ TEST(DvSegment, EobWithinPendingBits) {
 }
 
 TEST(DvSegment, NullPointers) {
+    using kplvc::test::null;
     const std::vector<uint8_t> seg = empty_segment();
     const std::vector<int32_t> scan = scans(Scan::standard);
-    Guarded out(3840), info(120);
-    std::memset(out.data(), 0x5A, 3840);
-    std::memset(info.data(), 0xC3, 120);
-    const uint8_t* s = seg.data();
-    const uint32_t* t = table(false).get();
-    const int32_t* sc = scan.data();
-    Kpl16s* o = out.as<Kpl16s>();
-    Kpl32u* in = info.as<Kpl32u>();
-    const struct {
-        const uint8_t* s;
-        const uint32_t* t;
-        const int32_t* sc;
-        Kpl16s* o;
-        Kpl32u* in;
-    } cases[] = {{nullptr, t, sc, o, in}, {s, nullptr, sc, o, in}, {s, t, nullptr, o, in},
-                 {s, t, sc, nullptr, in}, {s, t, sc, o, nullptr},  {nullptr, t, sc, nullptr, nullptr}};
-    for (const auto& c : cases)
-        EXPECT_EQ(kpliHuffmanDecodeSegment_DV_8u16s(c.s, c.t, c.sc, c.o, c.in), kplStsNullPtrErr);
-    for (int i = 0; i < 3840; ++i) ASSERT_EQ(out.data()[i], 0x5A);
-    for (int i = 0; i < 120; ++i) ASSERT_EQ(info.data()[i], 0xC3);
+    kplvc::test::ArgPool p;
+    Kpl8u* s = p.take<Kpl8u>(seg.size());
+    std::memcpy(s, seg.data(), seg.size());
+    CHECK_ARGS(p, kpliHuffmanDecodeSegment_DV_8u16s,
+               {s, table(false).get(), scan.data(), p.take<Kpl16s>(1920), p.take<Kpl32u>(30)},
+               {null(0), null(1), null(2), null(3), null(4)});
 }
