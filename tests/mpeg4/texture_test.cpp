@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -14,25 +12,14 @@
 #include "kplvc.h"
 #include "mpeg4/texture.h"
 #include "support/args.h"
+#include "support/code_lists.h"
 #include "support/support.h"
 
 using kplvc::test::Rng;
 
 namespace {
 
-std::vector<std::vector<std::string>> read_table(const char* name) {
-    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/" + name);
-    std::vector<std::vector<std::string>> rows;
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream s(line);
-        std::vector<std::string> f;
-        for (std::string w; s >> w;) f.push_back(w);
-        rows.push_back(f);
-    }
-    return rows;
-}
+using kplvc::codelists::read_rows;
 
 // A stream from a string of 0/1, padded with zero bytes for the look-ahead.
 struct Bits {
@@ -61,7 +48,7 @@ constexpr int kScans = 3;
 // LAST = 1 event ends the block at once), and the escape limits of both
 // tables are the standard's.
 TEST(Mpeg4Texture, IntraTableAndEscapeLimitsMatchTheStandard) {
-    const auto rows = read_table("mpeg4_intra_tcoef_b16.txt");
+    const auto rows = read_rows("mpeg4_intra_tcoef_b16.txt");
     ASSERT_GT(rows.size(), 250u) << "tests/data/mpeg4_intra_tcoef_b16.txt missing";
     int events = 0;
     for (const auto& f : rows) {
@@ -96,7 +83,7 @@ TEST(Mpeg4Texture, IntraTableAndEscapeLimitsMatchTheStandard) {
 }
 
 TEST(Mpeg4Texture, DcSizeCodesAndDifferentials) {
-    const auto rows = read_table("mpeg4_dc_size.txt");
+    const auto rows = read_rows("mpeg4_dc_size.txt");
     ASSERT_EQ(rows.size(), 26u);
     for (const auto& f : rows) {
         const int size = std::stoi(f[2]);
