@@ -13,6 +13,7 @@
 #include "dv/tables.h"
 #include "kplvc.h"
 #include "support/args.h"
+#include "support/code_lists.h"
 #include "support/support.h"
 
 namespace {
@@ -141,24 +142,18 @@ struct Code {
 const Code& code() {
     static const Code c = [] {
         Code c;
-        std::ifstream in(data_path("dv_vlc.txt"));
-        std::string line;
-        while (std::getline(in, line)) {
-            if (line.empty() || line[0] == '#') continue;
-            std::istringstream ls(line);
-            std::string a, bits;
-            ls >> a >> bits;
-            if (a == "EOB") {
+        for (const auto& f : kplvc::codelists::read_rows("dv_vlc.txt")) {
+            const std::string& bits = f[1];
+            if (f[0] == "EOB") {
                 c.eob = bits;
-            } else if (a == "RUN") {
+            } else if (f[0] == "RUN") {
                 c.run_prefix = bits;
-                ls >> c.run_lo >> c.run_hi;
-            } else if (a == "AMP") {
+                c.run_lo = std::stoi(f[2]), c.run_hi = std::stoi(f[3]);
+            } else if (f[0] == "AMP") {
                 c.amp_prefix = bits;
-                ls >> c.amp_lo >> c.amp_hi;
+                c.amp_lo = std::stoi(f[2]), c.amp_hi = std::stoi(f[3]);
             } else {
-                int run, amp;
-                ls >> run >> amp;
+                const int run = std::stoi(f[2]), amp = std::stoi(f[3]);
                 c.rows.push_back({static_cast<uint16_t>(std::stoi(bits, nullptr, 2)),
                                   static_cast<uint8_t>(bits.size()), static_cast<uint8_t>(run),
                                   static_cast<uint8_t>(amp)});
