@@ -15,13 +15,7 @@ namespace {
 
 const KplMPEG4IntraPred kAbsent = KPLVC_MPEG4_INTRA_PRED_ABSENT;
 
-// A stream from a string of 0/1, padded for the look-ahead.
-std::vector<uint8_t> bits(const std::string& s) {
-    std::vector<uint8_t> b(s.size() / 8 + 16, 0);
-    for (size_t i = 0; i < s.size(); ++i)
-        if (s[i] == '1') b[i / 8] |= static_cast<uint8_t>(0x80 >> (i % 8));
-    return b;
-}
+using kplvc::test::bit_bytes;  // a stream of 0/1 bits, zero-padded
 
 }  // namespace
 
@@ -274,7 +268,7 @@ TEST(Mpeg4Vectors, DecodeWithFcodeResidualAndWrap) {
          {4, 0}},
     };
     for (const auto& c : cases) {
-        std::vector<uint8_t> s = bits(c.bits);
+        std::vector<uint8_t> s = bit_bytes(c.bits);
         Kpl8u* p = s.data();
         Kpl32s off = 0;
         KplMotionVector mv = {99, 99};
@@ -288,7 +282,7 @@ TEST(Mpeg4Vectors, DecodeWithFcodeResidualAndWrap) {
     for (const char* b : {"000000000000",
                           "1"
                           "000000000000"}) {
-        std::vector<uint8_t> s = bits(b);
+        std::vector<uint8_t> s = bit_bytes(b);
         Kpl8u* p = s.data();
         Kpl32s off = 0;
         const KplMotionVector pred = {1, 2};

@@ -21,14 +21,7 @@ namespace {
 
 using kplvc::codelists::read_rows;
 
-// A stream from a string of 0/1, padded with zero bytes for the look-ahead.
-struct Bits {
-    std::vector<uint8_t> buf;
-    explicit Bits(const std::string& s) : buf(s.size() / 8 + 16, 0) {
-        for (size_t i = 0; i < s.size(); ++i)
-            if (s[i] == '1') buf[i / 8] |= static_cast<uint8_t>(0x80 >> (i % 8));
-    }
-};
+using kplvc::test::bit_bytes;  // a stream of 0/1 bits, zero-padded
 
 // The bits a writer produced, as a string of 0/1.
 std::string bits_of(const uint8_t* begin, const uint8_t* end, int32_t off) {
@@ -68,8 +61,8 @@ TEST(Mpeg4Texture, IntraTableAndEscapeLimitsMatchTheStandard) {
         const int last = std::stoi(f[2]), run = std::stoi(f[3]), level = std::stoi(f[4]);
         for (int sign = 0; sign < 2; ++sign) {
             // The event, then (if not last) a LAST event "0111 0" closing the block.
-            Bits s(f[1] + (sign ? "1" : "0") + (last ? "" : "01110"));
-            Kpl8u* p = s.buf.data();
+            auto s = bit_bytes(f[1] + (sign ? "1" : "0") + (last ? "" : "01110"));
+            Kpl8u* p = s.data();
             Kpl32s off = 0, idx = -1;
             int16_t c[64];
             ASSERT_EQ(kpliDecodeCoeffsIntra_MPEG4_1u16s(&p, &off, c, &idx, 0, KPLVC_SCAN_ZIGZAG), kplStsNoErr)
@@ -95,13 +88,13 @@ TEST(Mpeg4Texture, DcSizeCodesAndDifferentials) {
             std::string bits = f[1];
             for (int b = size - 1; b >= 0; --b) bits += (((neg ? 0 : mag) >> b) & 1) ? '1' : '0';
             if (size > 8) bits += '1';
-            Bits s(bits);
-            Kpl8u* p = s.buf.data();
+            auto s = bit_bytes(bits);
+            Kpl8u* p = s.data();
             Kpl32s off = 0;
             Kpl16s dc = 99;
             ASSERT_EQ(kpliDecodeDCIntra_MPEG4_1u16s(&p, &off, &dc, block), kplStsNoErr) << f[1];
             EXPECT_EQ(dc, neg ? -mag : mag) << f[1];
-            EXPECT_EQ((p - s.buf.data()) * 8 + off, static_cast<long>(bits.size())) << f[1];
+            EXPECT_EQ((p - s.data()) * 8 + off, static_cast<long>(bits.size())) << f[1];
         }
     }
     // A missing marker, and the patterns no code word starts.
@@ -118,12 +111,12 @@ TEST(Mpeg4Texture, DcSizeCodesAndDifferentials) {
         {"000000000000", 4, kplStsTextureVLCErr},
     };
     for (const auto& b : bad) {
-        Bits s(b.bits);
-        Kpl8u* p = s.buf.data();
+        auto s = bit_bytes(b.bits);
+        Kpl8u* p = s.data();
         Kpl32s off = 0;
         Kpl16s dc = 99;
         EXPECT_EQ(kpliDecodeDCIntra_MPEG4_1u16s(&p, &off, &dc, b.block), b.want) << b.bits;
-        EXPECT_EQ(p, s.buf.data());
+        EXPECT_EQ(p, s.data());
         EXPECT_EQ(dc, 99);
     }
 }
@@ -330,17 +323,17 @@ TEST(Mpeg4Texture, ArgumentChecksInOrder) {
     CHECK_ARGS(p, kpliEncodeCoeffsInter_MPEG4_16s1u, {levels, pp(), off(), 0},
                {fails(3, 9, kplStsBadArgErr)});
 
-    Bits s("0");
-    Kpl8u* const start = s.buf.data();
+    auto s = bit_bytes("0");
+    Kpl8u* const start = s.data();
     Kpl8u* p0 = start;
     Kpl32s off0 = 0, lst = 77;
     // A level beyond the escape's range: -5 before a byte is written.
     int16_t big[64] = {0, 2048};
     EXPECT_EQ(kpliEncodeCoeffsInter_MPEG4_16s1u(big, &p0, &off0, 0), kplStsBadArgErr);
-    EXPECT_TRUE(p0 == start && off0 == 0 && s.buf[0] == 0);
+    EXPECT_TRUE(p0 == start && off0 == 0 && s[0] == 0);
     // A run past 63 from the stream: -72 with the position kept.
     // A type-3 escape of run 63 (scan index 63), then one more coefficient.
-    Bits overrun(
+    auto overrun = bit_bytes(
         "0000011"
         "11"
         "0"
@@ -350,8 +343,8 @@ TEST(Mpeg4Texture, ArgumentChecksInOrder) {
         "1"
         "100"
         "01110");
-    Kpl8u* o = overrun.buf.data();
+    Kpl8u* o = overrun.data();
     Kpl32s ooff = 0;
     EXPECT_EQ(kpliDecodeCoeffsInter_MPEG4_1u16s(&o, &ooff, c, &lst, 0), kplStsCoefCountErr);
-    EXPECT_EQ(o, overrun.buf.data());
+    EXPECT_EQ(o, overrun.data());
 }
