@@ -22,12 +22,7 @@ extern const Decoder kH263Decoder;
 extern const Decoder kMpeg4Decoder;
 
 static const Decoder* const kDecoders[] = {
-    &mpeg2::kMpeg2Decoder,
-    &dv::kDvDecoder,
-    &h264::kH264Decoder,
-    &kMpeg4Decoder,
-    &h263::kH263Decoder,
-    nullptr,
+    &mpeg2::kMpeg2Decoder, &dv::kDvDecoder, &h264::kH264Decoder, &kMpeg4Decoder, &h263::kH263Decoder, nullptr,
 };
 
 const Decoder* const* decoders(int* count) {
