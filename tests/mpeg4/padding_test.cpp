@@ -2,6 +2,7 @@
 // 14496-2 7.6.1 (each outside sample looks for its nearest inside samples),
 // on random shapes, luminance and chrominance; extended padding's priority;
 // the whole-VOP padding; argument checks.
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -101,84 +102,15 @@ void random_alpha(uint8_t* a, int astep, int w, int h, Rng& rng) {
 
 }  // namespace
 
-TEST(Mpeg4Padding, BoundaryBlocksMatchTheModel) {
-    Rng rng("pad-mb");
-    int padded = 0;
-    for (int chroma : {0, 1})
-        for (int rep = 0; rep < kplvc::test::iters(3000); ++rep) {
-            const int size = chroma ? 8 : 16, step = 24, astep = 19;
-            std::vector<uint8_t> alpha(16 * astep), buf(static_cast<size_t>(step * 20));
-            random_alpha(alpha.data(), astep, 16, 16, rng);
-            if (rep % 3 == 0)
-                rng.fill_extreme(buf.data(), buf.size());
-            else
-                rng.fill(buf.data(), buf.size());
-            std::vector<uint8_t> want = buf;
-            uint8_t* blk = buf.data() + 2 * step + 3;
-            const std::vector<uint8_t> m = model_mask(alpha.data(), astep, size, chroma);
-            int inside = 0;
-            for (uint8_t v : m) inside += v;
-            const KplStatus st = kpliPadMB_MPEG4_8u_C1IR(blk, step, alpha.data(), astep, chroma);
-            if (inside == 0) {
-                EXPECT_EQ(st, kplStsErr);
-            } else {
-                ASSERT_EQ(st, kplStsNoErr);
-                model_pad(want.data() + 2 * step + 3, step, m, size);
-                ++padded;
-            }
-            ASSERT_EQ(buf, want) << "chroma " << chroma << " rep " << rep;
-        }
-    EXPECT_GT(padded, 100);
-}
-
-// A transparent block repeats the edge of its first padded neighbour in the
-// order left, above, right, below; with none it is 128.
-TEST(Mpeg4Padding, ExtendedPaddingPriority) {
-    const struct {
-        int neighbours;
-        char from;  // L, A, R, B, or '-' for 128
-    } cases[] = {{0, '-'},  {1, 'L'},  {2, 'A'}, {4, 'R'},  {8, 'B'},  {3, 'L'}, {6, 'A'},
-                 {12, 'R'}, {10, 'A'}, {9, 'L'}, {14, 'A'}, {15, 'L'}, {5, 'L'}};
-    Rng rng("pad-ext");
-    for (int size : {16, 8})
-        for (const auto& c : cases) {
-            const int step = 20;
-            std::vector<uint8_t> buf(static_cast<size_t>(step * 20));
-            rng.fill(buf.data(), buf.size());
-            std::vector<uint8_t> want = buf;
-            uint8_t* blk = buf.data() + step + 1;
-            for (int y = 0; y < size; ++y)
-                for (int x = 0; x < size; ++x) {
-                    const int o = (y + 1) * step + x + 1;
-                    uint8_t v = 128;
-                    switch (c.from) {
-                        case 'L':
-                            v = buf[static_cast<size_t>(o - x - 1)];
-                            break;
-                        case 'A':
-                            v = buf[static_cast<size_t>(x + 1)];
-                            break;
-                        case 'R':
-                            v = buf[static_cast<size_t>(o - x + size)];
-                            break;
-                        case 'B':
-                            v = buf[static_cast<size_t>((size + 1) * step + x + 1)];
-                            break;
-                    }
-                    want[static_cast<size_t>(o)] = v;
-                }
-            ASSERT_EQ(kpliPadMBExtended_MPEG4_8u_C1R(blk, step, size, c.neighbours), kplStsNoErr);
-            EXPECT_EQ(buf, want) << "size " << size << " neighbours " << c.neighbours;
-        }
-}
-
-// A whole VOP: boundary blocks padded, transparent ones from their
-// non-transparent neighbours as classified before padding, opaque ones
-// left alone; luminance and chrominance.
+// A whole VOP, by kpliPadVOP_MPEG4_8u_C1IR or macroblock by macroblock:
+// boundary blocks padded, transparent ones from their non-transparent
+// neighbours in the order left, above, right, below (or 128), opaque ones
+// left alone; luminance and chrominance, on random shapes with whole
+// transparent and opaque macroblocks among them.
 TEST(Mpeg4Padding, WholeVopMatchesTheModel) {
     Rng rng("pad-vop");
     for (int chroma : {0, 1})
-        for (int rep = 0; rep < kplvc::test::iters(200); ++rep) {
+        for (int rep = 0; rep < kplvc::test::iters(800); ++rep) {
             const int bw = rng.range(1, 5), bh = rng.range(1, 4), size = chroma ? 8 : 16;
             const int w = bw * size, h = bh * size, step = w + 3, aw = w * (chroma ? 2 : 1),
                       ah = h * (chroma ? 2 : 1), astep = aw + 1;
@@ -227,8 +159,27 @@ TEST(Mpeg4Padding, WholeVopMatchesTheModel) {
                             b[y * step + x] = v;
                         }
                 }
-            ASSERT_EQ(kpliPadVOP_MPEG4_8u_C1IR(plane.data(), step, alpha.data(), astep, {w, h}, chroma),
-                      kplStsNoErr);
+            if (rep & 1) {
+                ASSERT_EQ(kpliPadVOP_MPEG4_8u_C1IR(plane.data(), step, alpha.data(), astep, {w, h}, chroma),
+                          kplStsNoErr);
+            } else {
+                // The same by macroblock, as a caller that pads as it goes.
+                auto c = [&](int x, int y) { return cls[static_cast<size_t>(y * bw + x)]; };
+                for (int pass = 0; pass < 2; ++pass)
+                    for (int by = 0; by < bh; ++by)
+                        for (int bx = 0; bx < bw; ++bx) {
+                            uint8_t* b = plane.data() + by * size * step + bx * size;
+                            const uint8_t* a = alpha.data() + by * size * as * astep + bx * size * as;
+                            if (pass == 0 && c(bx, by) == 1)
+                                ASSERT_EQ(kpliPadMB_MPEG4_8u_C1IR(b, step, a, astep, chroma), kplStsNoErr);
+                            if (pass == 1 && c(bx, by) == 0) {
+                                const int nb = (bx > 0 && c(bx - 1, by)) | (by > 0 && c(bx, by - 1)) << 1 |
+                                               (bx + 1 < bw && c(bx + 1, by)) << 2 |
+                                               (by + 1 < bh && c(bx, by + 1)) << 3;
+                                ASSERT_EQ(kpliPadMBExtended_MPEG4_8u_C1R(b, step, size, nb), kplStsNoErr);
+                            }
+                        }
+            }
             ASSERT_EQ(plane, want) << "chroma " << chroma << " rep " << rep << " " << bw << "x" << bh;
         }
 }
@@ -247,8 +198,11 @@ TEST(Mpeg4Padding, ArgumentChecks) {
                 fails(3, 16, kplStsBadArgErr), fails(3, -1, kplStsBadArgErr)});
     Kpl8u* zero = p.take<Kpl8u>(256);
     std::memset(zero, 0, 256);
+    // A block with no sample inside the shape has nothing to pad from.
     Kpl8u* untouched = p.take<Kpl8u>(256);
+    const std::vector<uint8_t> before(untouched, untouched + 256);
     EXPECT_EQ(kpliPadMB_MPEG4_8u_C1IR(untouched, 16, zero, 16, 0), kplStsErr);
+    EXPECT_TRUE(std::equal(before.begin(), before.end(), untouched));
     Kpl8u* plane = p.take<Kpl8u>(32 * 16);
     CHECK_ARGS(p, kpliPadVOP_MPEG4_8u_C1IR, {plane, 32, alpha, 32, KpliSize{32, 16}, 0},
                {null(0), null(2), fails(4, KpliSize{0, 16}, kplStsSizeErr),

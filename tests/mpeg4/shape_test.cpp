@@ -6,53 +6,34 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "kplvc.h"
 #include "mpeg4/shape.h"
 #include "support/args.h"
+#include "support/code_lists.h"
 #include "support/support.h"
 
 namespace {
 
 using kplvc::test::Rng;
 
-// Data lines of a table file, split into fields.
-std::vector<std::vector<std::string>> table_lines(const std::string& name) {
-    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/" + name);
-    EXPECT_TRUE(in.good()) << name;
-    std::vector<std::vector<std::string>> out;
-    for (std::string line; std::getline(in, line);) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream s(line);
-        std::vector<std::string> f;
-        for (std::string w; s >> w;) f.push_back(w);
-        out.push_back(f);
-    }
-    return out;
-}
-
 std::vector<uint16_t> probs(const std::string& name) {
     std::vector<uint16_t> v;
-    for (const auto& f : table_lines(name)) {
+    for (const auto& f : kplvc::codelists::read_rows(name)) {
         EXPECT_EQ(std::stoi(f[0]), static_cast<int>(v.size()));
         v.push_back(static_cast<uint16_t>(std::stoi(f[1])));
     }
     return v;
 }
 
-// A stream from a string of 0/1, then `tail` random bits' worth of bytes.
+// The bits of s followed by 32 random bits (a code must not depend on what
+// follows it), padded for the look-ahead.
 std::vector<uint8_t> bits(const std::string& s, Rng& rng) {
-    std::vector<uint8_t> b(s.size() / 8 + 16);
-    rng.fill(b.data(), b.size());
-    for (size_t i = 0; i < s.size(); ++i) {
-        const uint8_t m = static_cast<uint8_t>(0x80 >> (i % 8));
-        b[i / 8] = static_cast<uint8_t>(s[i] == '1' ? b[i / 8] | m : b[i / 8] & ~m);
-    }
-    return b;
+    std::string t = s;
+    for (int i = 0; i < 32; ++i) t += rng.coin() ? '1' : '0';
+    return kplvc::test::bit_bytes(t);
 }
 
 int bit_at(const uint8_t* p, int64_t k) { return (p[k >> 3] >> (7 - (k & 7))) & 1; }
@@ -100,14 +81,14 @@ TEST(Mpeg4Shape, ArithmeticCoderRoundTrip) {
     struct Case {
         const char* name;
         int n;
-        int kind;  // 0 random/random, 1 extreme, 2 p=1/2 all ones, 3 p=1/2 coin, 4 table values
+        int prob_lo, prob_hi;  // P(0) drawn in this range, /65536
+        int ones_percent;      // how often the symbol is 1
         int min_follow, min_stuffed;
     } cases[] = {
-        {"random symbols, random probabilities", 20000, 0, 4, 1},
-        {"probabilities 1, 2, 65534, 65535, mostly the likely symbol", 20000, 1, 0, 0},
-        {"probability 1/2, every symbol 1: a code of zeros", 3000, 2, 0, 200},
-        {"probability 1/2, coin tosses: undecided runs", 100000, 3, 3, 1},
-        {"the tables' probabilities", 20000, 4, 4, 1},
+        {"random symbols, random probabilities", 20000, 1, 65535, 50, 4, 1},
+        {"mostly 0 at the tables' high P(0): long runs of the likely symbol", 20000, 60000, 65532, 3, 1, 1},
+        {"probability 1/2, every symbol 1: a code of zeros", 3000, 32768, 32768, 100, 0, 200},
+        {"probability 1/2, coin tosses", 100000, 32768, 32768, 50, 3, 1},
     };
     Rng rng("cae-roundtrip");
     for (const Case& c : cases) {
@@ -115,33 +96,8 @@ TEST(Mpeg4Shape, ArithmeticCoderRoundTrip) {
             std::vector<uint16_t> pr(c.n);
             std::vector<uint8_t> sym(c.n);
             for (int i = 0; i < c.n; ++i) {
-                switch (c.kind) {
-                    case 0:
-                        pr[i] = static_cast<uint16_t>(rng.range(1, 65535));
-                        sym[i] = rng.coin();
-                        break;
-                    case 1: {
-                        static const uint16_t kExt[4] = {1, 2, 65534, 65535};
-                        pr[i] = kExt[rng.range(0, 3)];
-                        const bool likely = rng.range(0, 99) != 0;
-                        sym[i] = (pr[i] > 32768) == likely ? 0 : 1;
-                        break;
-                    }
-                    case 2:
-                        pr[i] = 32768;
-                        sym[i] = 1;
-                        break;
-                    case 3:
-                        pr[i] = 32768;
-                        sym[i] = rng.coin();
-                        break;
-                    default: {
-                        const bool in = rng.coin();
-                        pr[i] = in ? kplvc::mpeg4::kCaeIntraProb[rng.range(0, 1023)]
-                                   : kplvc::mpeg4::kCaeInterProb[rng.range(0, 511)];
-                        sym[i] = static_cast<uint32_t>(rng.range(0, 65535)) < pr[i] ? 0 : 1;
-                    }
-                }
+                pr[i] = static_cast<uint16_t>(rng.range(c.prob_lo, c.prob_hi));
+                sym[i] = rng.range(0, 99) < c.ones_percent;
             }
             std::vector<uint8_t> buf(static_cast<size_t>(c.n) * 3 + 64);
             rng.fill(buf.data(), buf.size());
@@ -362,7 +318,7 @@ TEST(Mpeg4Shape, BabRoundTripsMatchTheContextModel) {
 TEST(Mpeg4Shape, BabTypeCodesFromTheTableFile) {
     Rng rng("bab-type");
     int rows = 0;
-    for (const auto& f : table_lines("mpeg4_bab_type.txt")) {
+    for (const auto& f : kplvc::codelists::read_rows("mpeg4_bab_type.txt")) {
         const bool intra = f[0] == "I";
         const int key = std::stoi(f[1]);
         const int first_type = intra ? 2 : 0;
@@ -402,7 +358,7 @@ TEST(Mpeg4Shape, BabTypeCodesFromTheTableFile) {
 TEST(Mpeg4Shape, ShapeVectorDifferencesFromTheTableFile) {
     Rng rng("shape-mvd");
     std::string x_code[17], y0_code[17];
-    for (const auto& f : table_lines("mpeg4_shape_mvd.txt"))
+    for (const auto& f : kplvc::codelists::read_rows("mpeg4_shape_mvd.txt"))
         (f[0] == "X" ? x_code : y0_code)[std::stoi(f[1])] = f[2];
     auto code = [](const std::string& c, int v) { return v == 0 ? c : c + (v > 0 ? "1" : "0"); };
     for (int dx = -16; dx <= 16; ++dx)
