@@ -1450,8 +1450,8 @@ KPLVC_API KplStatus kpliDecodeBABTypeIntra_MPEG4_1u32s(Kpl8u** ppBitStream, Kpl3
                                                        const Kpl32s* pNeighbours, Kpl32s* pBabType);
 /* bab_type in a P- or B-VOP, by the type of the co-located BAB of the
  * reference VOP (prevType 0..6). Statuses: -8, -105, -5 prevType, -74. */
-KPLVC_API KplStatus kpliDecodeBABTypeInter_MPEG4_1u32s(Kpl8u** ppBitStream, Kpl32s* pBitOffset, Kpl32s prevType,
-                                                       Kpl32s* pBabType);
+KPLVC_API KplStatus kpliDecodeBABTypeInter_MPEG4_1u32s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                       Kpl32s prevType, Kpl32s* pBabType);
 
 /* The shape vector difference (mvds_x, then mvds_y), integer samples in
  * -16..16: a magnitude v is v ones and a zero, then a sign bit (1 positive);
@@ -1488,8 +1488,8 @@ KPLVC_API KplStatus kpliDecodeBABInter_MPEG4_1u8u(Kpl8u** ppBitStream, Kpl32s* p
  * the decoders read them, and the arithmetic code is appended to the
  * stream (at most 512 bytes for a 16x16 BAB). Statuses: -8, -105, -95,
  * -14, -90. */
-KPLVC_API KplStatus kpliEncodeBABIntra_MPEG4_8u1u(const Kpl8u* pBAB, Kpl32s step, Kpl32s size, Kpl32s scanType,
-                                                  Kpl8u** ppBitStream, Kpl32s* pBitOffset);
+KPLVC_API KplStatus kpliEncodeBABIntra_MPEG4_8u1u(const Kpl8u* pBAB, Kpl32s step, Kpl32s size,
+                                                  Kpl32s scanType, Kpl8u** ppBitStream, Kpl32s* pBitOffset);
 KPLVC_API KplStatus kpliEncodeBABInter_MPEG4_8u1u(const Kpl8u* pBAB, Kpl32s step, const Kpl8u* pMC,
                                                   Kpl32s mcStep, Kpl32s size, Kpl32s scanType,
                                                   Kpl8u** ppBitStream, Kpl32s* pBitOffset);
@@ -1503,8 +1503,8 @@ KPLVC_API KplStatus kpliEncodeBABInter_MPEG4_8u1u(const Kpl8u* pBAB, Kpl32s step
  * then down each column from the rows that had inside samples, the same
  * way. Statuses: -8; -14 step below the block or alphaStep below 16; -90
  * chroma not 0 or 1; -2 no sample inside the shape (nothing written). */
-KPLVC_API KplStatus kpliPadMB_MPEG4_8u_C1IR(Kpl8u* pSrcDst, Kpl32s step, const Kpl8u* pAlpha, Kpl32s alphaStep,
-                                            Kpl32s chroma);
+KPLVC_API KplStatus kpliPadMB_MPEG4_8u_C1IR(Kpl8u* pSrcDst, Kpl32s step, const Kpl8u* pAlpha,
+                                            Kpl32s alphaStep, Kpl32s chroma);
 /* Extended padding of a transparent size x size block (16 or 8): it repeats
  * the adjacent column or row of its first padded neighbour in the order
  * left, above, right, below (neighbours bits 1, 2, 4, 8: which of them
@@ -1521,8 +1521,8 @@ KPLVC_API KplStatus kpliPadMBExtended_MPEG4_8u_C1R(Kpl8u* pDst, Kpl32s step, Kpl
  * then extended as for any reference (kpliExpandFrame_H263_8u). Statuses:
  * -8; -6 roi below 1 or not a multiple of the block; -14 step below the
  * width or alphaStep below the alpha width; -90 chroma. */
-KPLVC_API KplStatus kpliPadVOP_MPEG4_8u_C1IR(Kpl8u* pPlane, Kpl32s step, const Kpl8u* pAlpha, Kpl32s alphaStep,
-                                             KpliSize roi, Kpl32s chroma);
+KPLVC_API KplStatus kpliPadVOP_MPEG4_8u_C1IR(Kpl8u* pPlane, Kpl32s step, const Kpl8u* pAlpha,
+                                             Kpl32s alphaStep, KpliSize roi, Kpl32s chroma);
 /* @mpeg4-end */
 
 /* ------------------------------------------------------------------------ */
