@@ -170,8 +170,9 @@ TEST(Mpeg4Padding, WholeVopMatchesTheModel) {
                         for (int bx = 0; bx < bw; ++bx) {
                             uint8_t* b = plane.data() + by * size * step + bx * size;
                             const uint8_t* a = alpha.data() + by * size * as * astep + bx * size * as;
-                            if (pass == 0 && c(bx, by) == 1)
+                            if (pass == 0 && c(bx, by) == 1) {
                                 ASSERT_EQ(kpliPadMB_MPEG4_8u_C1IR(b, step, a, astep, chroma), kplStsNoErr);
+                            }
                             if (pass == 1 && c(bx, by) == 0) {
                                 const int nb = (bx > 0 && c(bx - 1, by)) | (by > 0 && c(bx, by - 1)) << 1 |
                                                (bx + 1 < bw && c(bx + 1, by)) << 2 |

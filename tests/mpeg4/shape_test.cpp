@@ -358,8 +358,10 @@ TEST(Mpeg4Shape, BabTypeCodesFromTheTableFile) {
 TEST(Mpeg4Shape, ShapeVectorDifferencesFromTheTableFile) {
     Rng rng("shape-mvd");
     std::string x_code[17], y0_code[17];
-    for (const auto& f : kplvc::codelists::read_rows("mpeg4_shape_mvd.txt"))
-        (f[0] == "X" ? x_code : y0_code)[std::stoi(f[1])] = f[2];
+    for (const auto& f : kplvc::codelists::read_rows("mpeg4_shape_mvd.txt")) {
+        std::string* table = f[0] == "X" ? x_code : y0_code;
+        table[std::stoi(f[1])] = f[2];
+    }
     auto code = [](const std::string& c, int v) { return v == 0 ? c : c + (v > 0 ? "1" : "0"); };
     for (int dx = -16; dx <= 16; ++dx)
         for (int dy = -16; dy <= 16; ++dy) {
@@ -378,7 +380,7 @@ TEST(Mpeg4Shape, ShapeVectorDifferencesFromTheTableFile) {
     // The patterns no code word starts: 17 ones, and 16 ones after a zero
     // horizontal component; nothing moves.
     for (const std::string& s :
-         {std::string(17, '1'), "0" + std::string(16, '1'), "101" + std::string(17, '1')}) {
+         {std::string(17, '1'), std::string("0").append(16, '1'), std::string("101").append(17, '1')}) {
         std::vector<uint8_t> b = bits(s + "0", rng);
         Kpl8u* p = b.data();
         Kpl32s off = 0;
