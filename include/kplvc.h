@@ -1703,6 +1703,40 @@ KPLVC_API KplStatus kpliRateControlUpdate_MPEG4(KplRateControl_MPEG4* pState, Kp
 /* @me-end */
 
 /* ------------------------------------------------------------------------ */
+/* Quarter-sample motion refinement (MPEG-4 ASP)                             */
+/* ------------------------------------------------------------------------ */
+/* @meqpel-begin */
+/* Quarter-sample refinement for MPEG-4 Advanced Simple Profile streams with
+ * quarter_sample = 1. pSearch->quarterSample must be 1: *pMV and the result
+ * are in quarter samples. J of *pMV and of its eight neighbours
+ * *pMV + step * (dx, dy), dx and dy in -1..1, the best (tieRule) to *pMV and
+ * its SAD to *pSAD. step 2 prices the half positions around a whole-sample
+ * vector (a search's result), step 1 the quarter positions around the
+ * vector that gives; together the sixteen positions a decoder can reach
+ * around it, and the eight around the half-sample vector.
+ * The prediction is the decoder's: kpliInterpolateQPel_MPEG4_8u_C1R with
+ * roundControl (the VOP's rounding type). A position is evaluated only
+ * when it lies in the window scaled to quarter samples (4x .. 4(x + width - 1),
+ * likewise y): one with a fractional part then has its integer part at
+ * most x + width - 2, so its prediction (W+1 x H+1 samples at most) reads
+ * only samples of the window's blocks.
+ * Statuses: -8 pSrc, pRef, pSearch, pMV or pSAD null; -6; -14 srcStep below
+ * 16 or refStep below window width + 15; those of KplMESearch, with -5 also
+ * for quarterSample 0; -5 *pMV outside the scaled window; -91 roundControl
+ * not 0 or 1; -5 step not 1 or 2. */
+KPLVC_API KplStatus kpliRefineQPel16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                  Kpl32s refStep, const KplMESearch* pSearch,
+                                                  Kpl32s roundControl, Kpl32s step, KplMotionVector* pMV,
+                                                  Kpl32s* pSAD);
+/* As kpliRefineQPel16x16_8u32s_C1R for an 8x8 block (steps at least 8 and
+ * window width + 7). */
+KPLVC_API KplStatus kpliRefineQPel8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                Kpl32s refStep, const KplMESearch* pSearch,
+                                                Kpl32s roundControl, Kpl32s step, KplMotionVector* pMV,
+                                                Kpl32s* pSAD);
+/* @meqpel-end */
+
+/* ------------------------------------------------------------------------ */
 /* H.264 transforms, quantisation and CAVLC analysis                          */
 /* ------------------------------------------------------------------------ */
 /* @h264-begin */
