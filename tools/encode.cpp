@@ -73,6 +73,10 @@ int kplvc_tool::encode(int argc, char** argv) {
             opt.extended_header = true;
         } else if (std::strcmp(a, "--mpeg-quant") == 0) {
             opt.mpeg_quant = true;
+        } else if (std::strcmp(a, "--4mv") == 0) {
+            opt.four_mv = true;
+        } else if (std::strcmp(a, "--qpel") == 0) {
+            opt.qpel = true;
         } else if (a[0] != '-' && !in) {
             in = a;
         } else {
@@ -85,7 +89,7 @@ int kplvc_tool::encode(int argc, char** argv) {
             "usage: kplvc encode IN.yuv --size WxH -o OUT (--qscale Q | --bitrate R) [--recon RECON.yuv]\n"
             "       [--fps N[/D]] [--gop N] [--frames N] [--format h263|mpeg4] [--deblock] "
             "[--advanced-intra]\n"
-            "       [--extended-header] [--mpeg-quant]\n"
+            "       [--extended-header] [--mpeg-quant] [--4mv] [--qpel]\n"
             "The format is the one whose extension OUT has (.h263, .m4v), else h263.\n");
         return 2;
     }

@@ -30,6 +30,8 @@ struct EncodeOptions {
     bool advanced_intra = false;   // advanced intra coding (H.263 Annex I)
     bool extended_header = false;  // the format's extended header even when not needed (H.263+ PLUSPTYPE)
     bool mpeg_quant = false;       // MPEG-4: the first quantisation method, with the default matrices
+    bool four_mv = false;          // MPEG-4: four vectors per macroblock where they pay
+    bool qpel = false;             // MPEG-4: quarter-sample vectors (Advanced Simple Profile)
 };
 
 struct EncodeStats {

@@ -555,8 +555,9 @@ std::unique_ptr<Encoder> create(const EncodeOptions& opt, char* why, size_t n) {
         std::snprintf(why, n, "give a quantiser 1..31 or a bit rate");
         return nullptr;
     }
-    if (opt.mpeg_quant) {
-        std::snprintf(why, n, "the MPEG quantisation method is an MPEG-4 option");
+    if (opt.mpeg_quant || opt.four_mv || opt.qpel) {
+        std::snprintf(
+            why, n, "the MPEG quantisation method, four vectors and quarter samples are MPEG-4 options here");
         return nullptr;
     }
     return std::make_unique<H263Encoder>(opt);

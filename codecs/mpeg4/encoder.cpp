@@ -1,18 +1,18 @@
 // MPEG-4 Visual encoder built on the library: Simple Profile I- and P-VOPs
 // (rectangular, progressive, one video packet per VOP), either quantisation
-// method, one vector per macroblock.
+// method, one vector per macroblock or four, and quarter-sample vectors
+// (Advanced Simple Profile) on request.
 //
 // Per P-VOP, a first pass searches every macroblock's vector (MVFAST at
-// whole samples, then the eight half positions, priced with the vector's
-// code length), which also measures the VOP's complexity for the rate
-// control; the quantiser follows from the library's rate model. The second
-// pass chooses intra / inter / not coded, forms the residual, and codes it
-// with the library's forward DCT, quantisers, DC/AC prediction and texture
-// writers. The reconstruction is the decoder's: intra blocks go through
-// the library's DC/AC prediction, inverse quantiser and inverse DCT, inter
-// blocks are read back from the bits just written with the decoder's own
-// reconstructing reader, so the encoder's picture is exactly what a decoder
-// of the library shows.
+// whole samples, then the half positions, and the quarter positions with
+// quarter samples, priced with the vector's code length; with four
+// vectors, each 8x8 block around the macroblock's vector), which also measures the VOP's complexity for the
+// rate control; the quantiser follows from the library's rate model. The second pass chooses intra / inter /
+// not coded, forms the residual, and codes it with the library's forward DCT, quantisers, DC/AC prediction
+// and texture writers. The reconstruction is the decoder's: intra blocks go through the library's DC/AC
+// prediction, inverse quantiser and inverse DCT, inter blocks are read back from the bits just written with
+// the decoder's own reconstructing reader, so the encoder's picture is exactly what a decoder of the library
+// shows.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -30,7 +30,7 @@ namespace kplvc::codecs::mpeg4 {
 namespace {
 
 constexpr int kPad = 32;
-alignas(32) const Kpl16s kZero[64] = {};
+alignas(32) const Kpl16s kZero[16 * 16] = {};  // a zero residual, 16x16 or 8x8
 const KplMPEG4IntraPred kAbsent = KPLVC_MPEG4_INTRA_PRED_ABSENT;
 
 inline int mc_type(int dx, int dy) {
@@ -91,7 +91,7 @@ private:
     double search_vop();
     double intra_complexity() const;
     void code_intra(int mx, int my, bool p_vop);
-    void code_inter(int mx, int my, KplMotionVector v);
+    void code_inter(int mx, int my, const KplMotionVector* v, bool four);
     int neighbours(int mx, int my) const;
     const uint8_t* src_at(int p, int x, int y) const {
         return src_.data(p) + static_cast<intptr_t>(y) * src_.stride(p) + x;
@@ -118,6 +118,7 @@ private:
     // the first pass's vector and SAD, intra flags and intra predictors.
     std::vector<KplMotionVector> mv_, search_mv_;
     std::vector<int> search_sad_;
+    std::vector<uint8_t> search_four_;
     std::vector<uint8_t> intra_;
     std::vector<KplMPEG4IntraPred> pred_;
 };
@@ -135,10 +136,12 @@ Mpeg4Encoder::Mpeg4Encoder(const EncodeOptions& opt) : opt_(opt) {
     mv_.assign(mbs * 4, KplMotionVector{0, 0});
     search_mv_.assign(mbs * 4, KplMotionVector{0, 0});
     search_sad_.assign(mbs, 0);
+    search_four_.assign(mbs, 0);
     intra_.assign(mbs, 0);
     pred_.assign(mbs * 6, kAbsent);
     // The vector range: the smallest f_code whose range holds the search.
-    while (fcode_ < 7 && 16 * (1 << (fcode_ - 1)) - 1 < opt.search_range) ++fcode_;
+    const int unit = opt.qpel ? 4 : 2;
+    while (fcode_ < 7 && (32 * (1 << (fcode_ - 1)) - 1) / unit < opt.search_range) ++fcode_;
     rc_on_ = opt.qscale == 0;
     if (rc_on_) {
         // The first quantiser from the bits per sample; the model takes over
@@ -175,8 +178,17 @@ void Mpeg4Encoder::load(const Picture& in) {
 void Mpeg4Encoder::write_sequence_header() {
     bw_.reserve(64);
     const int mbs = mbw_ * mbh_;
-    // Simple Profile levels by size: L1 (QCIF), L3 (CIF), L4a, L5, L6.
-    const int level = mbs <= 99 ? 1 : mbs <= 396 ? 3 : mbs <= 1200 ? 4 : mbs <= 1620 ? 5 : 6;
+    // Simple Profile levels by size: L1 (QCIF), L3 (CIF), L4a, L5, L6;
+    // Advanced Simple Profile (quarter samples): L1, L3, L4, L5.
+    const int level = opt_.qpel ? (mbs <= 99    ? 0xF1
+                                   : mbs <= 396 ? 0xF3
+                                   : mbs <= 792 ? 0xF4
+                                                : 0xF5)
+                                : (mbs <= 99     ? 1
+                                   : mbs <= 396  ? 3
+                                   : mbs <= 1200 ? 4
+                                   : mbs <= 1620 ? 5
+                                                 : 6);
     bw_.put(0x1B0, 32);  // visual_object_sequence_start_code
     bw_.put(static_cast<uint32_t>(level), 8);
     bw_.put(0x1B5, 32);  // visual_object_start_code
@@ -187,14 +199,21 @@ void Mpeg4Encoder::write_sequence_header() {
     bw_.put(0x100, 32);  // video_object_start_code
     bw_.put(0x120, 32);  // video_object_layer_start_code
     bw_.put(0, 1);       // random_accessible_vol
-    bw_.put(1, 8);       // Simple object type
-    bw_.put(0, 1);       // no object layer identifier (version 1)
-    bw_.put(1, 4);       // square samples
-    bw_.put(1, 1);       // vol_control_parameters:
-    bw_.put(1, 2);       //   4:2:0
-    bw_.put(1, 1);       //   low delay (no B-VOPs)
-    bw_.put(0, 1);       //   no VBV parameters
-    bw_.put(0, 2);       // rectangular
+    if (opt_.qpel) {
+        bw_.put(17, 8);  // Advanced Simple object type
+        bw_.put(1, 1);   // object layer identifier:
+        bw_.put(2, 4);   //   version 2 (it has quarter_sample)
+        bw_.put(1, 3);   //   priority 1
+    } else {
+        bw_.put(1, 8);  // Simple object type
+        bw_.put(0, 1);  // no object layer identifier (version 1)
+    }
+    bw_.put(1, 4);  // square samples
+    bw_.put(1, 1);  // vol_control_parameters:
+    bw_.put(1, 2);  //   4:2:0
+    bw_.put(1, 1);  //   low delay (no B-VOPs)
+    bw_.put(0, 1);  //   no VBV parameters
+    bw_.put(0, 2);  // rectangular
     bw_.put(1, 1);
     bw_.put(static_cast<uint32_t>(opt_.fps_num), 16);  // vop_time_increment_resolution
     bw_.put(1, 1);
@@ -204,15 +223,17 @@ void Mpeg4Encoder::write_sequence_header() {
     bw_.put(1, 1);
     bw_.put(static_cast<uint32_t>(opt_.height), 13);
     bw_.put(1, 1);
-    bw_.put(0, 1);  // progressive
-    bw_.put(1, 1);  // obmc_disable
-    bw_.put(0, 1);  // no sprite
-    bw_.put(0, 1);  // 8-bit samples
+    bw_.put(0, 1);                  // progressive
+    bw_.put(1, 1);                  // obmc_disable
+    bw_.put(0, opt_.qpel ? 2 : 1);  // no sprite
+    bw_.put(0, 1);                  // 8-bit samples
     bw_.put(opt_.mpeg_quant ? 1 : 0, 1);
     if (opt_.mpeg_quant) bw_.put(0, 2);  // the default intra and inter matrices
+    if (opt_.qpel) bw_.put(1, 1);        // quarter_sample
     bw_.put(1, 1);                       // complexity_estimation_disable
     bw_.put(1, 1);                       // resync_marker_disable: one packet per VOP
     bw_.put(0, 1);                       // not data partitioned
+    if (opt_.qpel) bw_.put(0, 2);        // no NEWPRED, no reduced resolution
     bw_.put(0, 1);                       // not scalable
     next_start_code(bw_);
 }
@@ -258,45 +279,88 @@ double Mpeg4Encoder::intra_complexity() const {
 // First pass of a P-VOP: every macroblock's vector and SAD; returns the
 // mean absolute residual per luma sample.
 double Mpeg4Encoder::search_vop() {
-    const int f = 1 << (fcode_ - 1);
-    const int range = std::min(opt_.search_range, 16 * f - 1);
+    const int f = 1 << (fcode_ - 1), unit = opt_.qpel ? 4 : 2;
+    const int range = std::min(opt_.search_range, (32 * f - 1) / unit);
+    // Displacements within the range that keep a block inside the
+    // reference's borders, which repeat the edges of the picture (not of
+    // its whole macroblocks), less two samples: the chroma vector rounds
+    // half a sample outward and its interpolation reads one more.
+    const int edge = kPad - 2;
+    auto window = [&](int bx, int by, int side) {
+        const int x0 = std::max(-range, -edge - bx), x1 = std::min(range, opt_.width + edge - side - bx);
+        const int y0 = std::max(-range, -edge - by), y1 = std::min(range, opt_.height + edge - side - by);
+        return KpliRect{x0, y0, x1 - x0 + 1, y1 - y0 + 1};
+    };
     double sum = 0;
     for (int my = 0; my < mbh_; ++my)
         for (int mx = 0; mx < mbw_; ++mx) {
             const int mb = my * mbw_ + mx;
-            // Displacements within the range that keep the block inside
-            // the reference's borders, which repeat the edges of the
-            // picture (not of its whole macroblocks), less two samples:
-            // the chroma vector rounds half a sample outward and its
-            // interpolation reads one more.
-            const int edge = kPad - 2;
-            const int x0 = std::max(-range, -edge - 16 * mx),
-                      x1 = std::min(range, opt_.width + edge - 16 - 16 * mx);
-            const int y0 = std::max(-range, -edge - 16 * my),
-                      y1 = std::min(range, opt_.height + edge - 16 - 16 * my);
+            KplMotionVector* sv = &search_mv_[static_cast<size_t>(mb) * 4];
             KplMESearch s{};
-            s.window = KpliRect{x0, y0, x1 - x0 + 1, y1 - y0 + 1};
-            kpliPredictMV_MPEG4(&search_mv_[static_cast<size_t>(mb) * 4], 4 * mbw_, 0, neighbours(mx, my),
-                                &s.pred);
+            s.window = window(16 * mx, 16 * my, 16);
+            kpliPredictMV_MPEG4(sv, 4 * mbw_, 0, neighbours(mx, my), &s.pred);
             s.lambda = lambda_;
             s.fcode = fcode_;
-            s.quarterSample = 0;
+            s.quarterSample = opt_.qpel ? 1 : 0;
             s.tieRule = KPLVC_ME_TIE_ZERO;
             KplMVFAST m{};
             m.available = neighbours(mx, my);
-            if (mx > 0) m.neighbour[0] = search_mv_[static_cast<size_t>(mb - 1) * 4];
-            if (my > 0) m.neighbour[1] = search_mv_[static_cast<size_t>(mb - mbw_) * 4];
-            if (m.available & 4) m.neighbour[2] = search_mv_[static_cast<size_t>(mb - mbw_ + 1) * 4];
+            if (mx > 0) m.neighbour[0] = sv[-4 + 1];
+            if (my > 0) m.neighbour[1] = sv[-4 * mbw_ + 2];
+            if (m.available & 4) m.neighbour[2] = sv[-4 * mbw_ + 4 + 2];
             m.activityLow = 1;
             m.activityHigh = 2;
             m.stopSAD = 512;
             const uint8_t* cur = src_at(0, 16 * mx, 16 * my);
-            const uint8_t* ref = ref_.data(0) + static_cast<intptr_t>(16 * my) * ref_.stride(0) + 16 * mx;
+            const int rs = ref_.stride(0), ss = src_.stride(0);
+            const uint8_t* ref = ref_.data(0) + static_cast<intptr_t>(16 * my) * rs + 16 * mx;
             KplMotionVector v;
             Kpl32s sad;
-            kpliSearchMVFAST16x16_8u32s_C1R(cur, src_.stride(0), ref, ref_.stride(0), &s, &m, &v, &sad);
-            kpliRefineHalf16x16_8u32s_C1R(cur, src_.stride(0), ref, ref_.stride(0), &s, rounding_, &v, &sad);
-            for (int b = 0; b < 4; ++b) search_mv_[static_cast<size_t>(mb) * 4 + b] = v;
+            kpliSearchMVFAST16x16_8u32s_C1R(cur, ss, ref, rs, &s, &m, &v, &sad);
+            if (opt_.qpel) {
+                kpliRefineQPel16x16_8u32s_C1R(cur, ss, ref, rs, &s, rounding_, 2, &v, &sad);
+                kpliRefineQPel16x16_8u32s_C1R(cur, ss, ref, rs, &s, rounding_, 1, &v, &sad);
+            } else {
+                kpliRefineHalf16x16_8u32s_C1R(cur, ss, ref, rs, &s, rounding_, &v, &sad);
+            }
+            for (int b = 0; b < 4; ++b) sv[b] = v;
+            search_four_[static_cast<size_t>(mb)] = 0;
+            if (opt_.four_mv) {
+                // Four vectors: each 8x8 block searched two samples around
+                // the macroblock's vector, then refined. They replace it
+                // when their SADs save more than three more vector codes
+                // cost (about 4 qp each).
+                const int cx = v.dx >> (unit / 2), cy = v.dy >> (unit / 2);
+                KplMotionVector v4[4];
+                int sum4 = 0;
+                for (int b = 0; b < 4; ++b) {
+                    const int bx = 16 * mx + 8 * (b & 1), by = 16 * my + 8 * (b >> 1);
+                    KplMESearch s8 = s;
+                    const KpliRect w = window(bx, by, 8);
+                    const int x0 = std::max(w.x, cx - 2), x1 = std::min(w.x + w.width - 1, cx + 2);
+                    const int y0 = std::max(w.y, cy - 2), y1 = std::min(w.y + w.height - 1, cy + 2);
+                    s8.window = KpliRect{x0, y0, x1 - x0 + 1, y1 - y0 + 1};
+                    kpliPredictMV_MPEG4(sv, 4 * mbw_, b, neighbours(mx, my), &s8.pred);
+                    const uint8_t* c8 = src_at(0, bx, by);
+                    const uint8_t* r8 = ref_.data(0) + static_cast<intptr_t>(by) * rs + bx;
+                    Kpl32s sad8;
+                    kpliSearchFull8x8_8u32s_C1R(c8, ss, r8, rs, &s8, &v4[b], &sad8);
+                    if (opt_.qpel) {
+                        kpliRefineQPel8x8_8u32s_C1R(c8, ss, r8, rs, &s8, rounding_, 2, &v4[b], &sad8);
+                        kpliRefineQPel8x8_8u32s_C1R(c8, ss, r8, rs, &s8, rounding_, 1, &v4[b], &sad8);
+                    } else {
+                        kpliRefineHalf8x8_8u32s_C1R(c8, ss, r8, rs, &s8, rounding_, &v4[b], &sad8);
+                    }
+                    sv[b] = v4[b];  // the next block's predictor sees it
+                    sum4 += sad8;
+                }
+                if (sum4 + 12 * qp_ < sad) {
+                    search_four_[static_cast<size_t>(mb)] = 1;
+                    sad = sum4;
+                } else {
+                    for (int b = 0; b < 4; ++b) sv[b] = v;
+                }
+            }
             search_sad_[static_cast<size_t>(mb)] = sad;
             sum += sad;
         }
@@ -361,7 +425,8 @@ bool Mpeg4Encoder::encode(const Picture& in, std::vector<uint8_t>* out, Picture*
             if (dev < search_sad_[static_cast<size_t>(mb)] - 512)
                 code_intra(mx, my, true);
             else
-                code_inter(mx, my, search_mv_[static_cast<size_t>(mb) * 4]);
+                code_inter(mx, my, &search_mv_[static_cast<size_t>(mb) * 4],
+                           search_four_[static_cast<size_t>(mb)] != 0);
         }
     bw_.reserve(8);
     next_start_code(bw_);
@@ -514,18 +579,51 @@ void Mpeg4Encoder::code_intra(int mx, int my, bool p_vop) {
     for (int b = 0; b < 4; ++b) mv_[static_cast<size_t>(mb) * 4 + b] = KplMotionVector{0, 0};
 }
 
-// An inter macroblock with vector v (half samples), or a macroblock that is
-// not coded when v is zero and nothing survives quantisation.
-void Mpeg4Encoder::code_inter(int mx, int my, KplMotionVector v) {
+// An inter macroblock with one vector or four (vector units), or a
+// macroblock that is not coded when its one vector is zero and nothing
+// survives quantisation. The prediction is made first, as the decoder
+// makes it (a 16x16 quarter-sample prediction mirrors its taps at the
+// macroblock's edges, four 8x8 ones at each block's).
+void Mpeg4Encoder::code_inter(int mx, int my, const KplMotionVector* v, bool four) {
     const int mb = my * mbw_ + mx;
-    KplMotionVector cv;
-    kpliComputeChromaMV_MPEG4(&v, &cv);
-    auto ref_at = [&](int b, int* type) {
-        const int p = b < 4 ? 0 : b - 3;
-        const int x = b < 4 ? 16 * mx + (b & 1) * 8 : 8 * mx, y = b < 4 ? 16 * my + (b >> 1) * 8 : 8 * my;
-        const int dx = p ? cv.dx : v.dx, dy = p ? cv.dy : v.dy;
-        *type = mc_type(dx, dy);
-        return ref_.data(p) + static_cast<intptr_t>(y + (dy >> 1)) * ref_.stride(p) + x + (dx >> 1);
+    const int shift = opt_.qpel ? 2 : 1;
+    const int rs = ref_.stride(0);
+    alignas(32) uint8_t py[16 * 16], pc[2][8 * 8];
+    auto luma = [&](int x, int y, const KplMotionVector& u, int side, uint8_t* dst) {
+        const uint8_t* r = ref_.data(0) + static_cast<intptr_t>(16 * my + y + (u.dy >> shift)) * rs +
+                           16 * mx + x + (u.dx >> shift);
+        if (opt_.qpel)
+            kpliInterpolateQPel_MPEG4_8u_C1R(r, rs, dst, 16, KpliSize{side, side},
+                                             (u.dx & 3) | (u.dy & 3) << 2, rounding_);
+        else if (side == 16)
+            kpliMC16x16_8u_C1(r, rs, kZero, 32, dst, 16, mc_type(u.dx, u.dy), rounding_);
+        else
+            kpliMC8x8_8u_C1(r, rs, kZero, 16, dst, 16, mc_type(u.dx, u.dy), rounding_);
+    };
+    // Chroma vectors from half-sample luma vectors (quarter-sample ones are
+    // halved toward zero first).
+    KplMotionVector h[4], cv;
+    for (int b = 0; b < 4; ++b)
+        h[b] = opt_.qpel ? KplMotionVector{static_cast<Kpl16s>(v[b].dx / 2), static_cast<Kpl16s>(v[b].dy / 2)}
+                         : v[b];
+    if (four) {
+        static const uint8_t kAll[4] = {1, 1, 1, 1};
+        for (int b = 0; b < 4; ++b)
+            luma(8 * (b & 1), 8 * (b >> 1), v[b], 8, py + 8 * 16 * (b >> 1) + 8 * (b & 1));
+        kpliComputeChroma4MV_MPEG4(h, &cv, kAll);
+    } else {
+        luma(0, 0, v[0], 16, py);
+        kpliComputeChromaMV_MPEG4(&h[0], &cv);
+    }
+    for (int c = 0; c < 2; ++c) {
+        const int cs = ref_.stride(1 + c);
+        const uint8_t* r =
+            ref_.data(1 + c) + static_cast<intptr_t>(8 * my + (cv.dy >> 1)) * cs + 8 * mx + (cv.dx >> 1);
+        kpliMC8x8_8u_C1(r, cs, kZero, 16, pc[c], 8, mc_type(cv.dx, cv.dy), rounding_);
+    }
+    auto pred_at = [&](int b, int* step) -> const uint8_t* {
+        *step = b < 4 ? 16 : 8;
+        return b < 4 ? py + 8 * 16 * (b >> 1) + 8 * (b & 1) : pc[b - 4];
     };
     auto dst_at = [&](int b) {
         const int p = b < 4 ? 0 : b - 3;
@@ -537,11 +635,11 @@ void Mpeg4Encoder::code_inter(int mx, int my, KplMotionVector v) {
     for (int b = 0; b < 6; ++b) {
         const int p = b < 4 ? 0 : b - 3;
         const int x = b < 4 ? 16 * mx + (b & 1) * 8 : 8 * mx, y = b < 4 ? 16 * my + (b >> 1) * 8 : 8 * my;
-        int type;
-        const uint8_t* ref = ref_at(b, &type);
+        int step;
+        const uint8_t* pred = pred_at(b, &step);
         alignas(16) Kpl16s diff[64];
-        kpliGetDiff8x8_8u16s_C1(src_at(p, x, y), src_.stride(p), ref, ref_.stride(p), diff, 16, nullptr, 0,
-                                type, rounding_);
+        kpliGetDiff8x8_8u16s_C1(src_at(p, x, y), src_.stride(p), pred, step, diff, 16, nullptr, 0,
+                                KPLVC_MC_APX_FF, 0);
         kpliDCT8x8Fwd_16s_C1(diff, level[b]);
         Kpl32s nz;
         if (opt_.mpeg_quant)
@@ -552,29 +650,33 @@ void Mpeg4Encoder::code_inter(int mx, int my, KplMotionVector v) {
     }
     bw_.reserve(8192);
     KplMotionVector* mv = &mv_[static_cast<size_t>(mb) * 4];
-    if (cbp == 0 && v.dx == 0 && v.dy == 0) {
+    if (cbp == 0 && !four && v[0].dx == 0 && v[0].dy == 0) {
         bw_.put(1, 1);  // not coded: the reference's macroblock
         for (int b = 0; b < 6; ++b) {
-            const int p = b < 4 ? 0 : b - 3;
-            int type;
-            kpliCopyBlock_8x8_8u(ref_at(b, &type), ref_.stride(p), dst_at(b), cur_.stride(p));
+            int step;
+            const uint8_t* pred = pred_at(b, &step);
+            kpliCopyBlock_8x8_8u(pred, step, dst_at(b), cur_.stride(b < 4 ? 0 : b - 3));
         }
         return;
     }
-    for (int b = 0; b < 4; ++b) mv[b] = v;
     bw_.put(0, 1);
     const int cbpy = cbp >> 2, cbpc = cbp & 3;
-    bw_.put(h263::kMcbpcInter[0][cbpc].code, h263::kMcbpcInter[0][cbpc].len);
+    const h263::Vlc m = h263::kMcbpcInter[four ? 2 : 0][cbpc];
+    bw_.put(m.code, m.len);
     bw_.put(h263::kCbpy[cbpy].code, h263::kCbpy[cbpy].len);
-    KplMotionVector pred;
-    kpliPredictMV_MPEG4(mv, 4 * mbw_, 0, neighbours(mx, my), &pred);
-    put_mvd(bw_, v.dx - pred.dx, fcode_);
-    put_mvd(bw_, v.dy - pred.dy, fcode_);
+    // Each vector after its predictor, which may be an earlier block of
+    // this macroblock.
+    for (int b = 0; b < 4; ++b) mv[b] = v[four ? b : 0];
+    for (int b = 0; b < (four ? 4 : 1); ++b) {
+        KplMotionVector pred;
+        kpliPredictMV_MPEG4(mv, 4 * mbw_, b, neighbours(mx, my), &pred);
+        put_mvd(bw_, v[b].dx - pred.dx, fcode_);
+        put_mvd(bw_, v[b].dy - pred.dy, fcode_);
+    }
     const size_t t0 = bw_.bits();
     for (int b = 0; b < 6; ++b) {
-        const int p = b < 4 ? 0 : b - 3;
-        int type;
-        const uint8_t* ref = ref_at(b, &type);
+        int step;
+        const uint8_t* pred = pred_at(b, &step);
         alignas(16) Kpl16s res[64];
         const Kpl16s* r = kZero;
         if (cbp & (32 >> b)) {
@@ -589,7 +691,7 @@ void Mpeg4Encoder::code_inter(int mx, int my, KplMotionVector v) {
             kpliDCT8x8Inv_16s_C1I(res);
             r = res;
         }
-        kpliMC8x8_8u_C1(ref, ref_.stride(p), r, 16, dst_at(b), cur_.stride(p), type, rounding_);
+        kpliMC8x8_8u_C1(pred, step, r, 16, dst_at(b), cur_.stride(b < 4 ? 0 : b - 3), KPLVC_MC_APX_FF, 0);
     }
     texture_bits_ += static_cast<long>(bw_.bits() - t0);
 }

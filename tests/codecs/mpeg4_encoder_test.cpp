@@ -101,17 +101,20 @@ TEST(Mpeg4Encoder, DecoderReproducesTheReconstruction) {
         const char* what;
         int w, h, qscale;
         long bitrate;
-        bool mpeg_quant;
+        bool mpeg_quant, four_mv, qpel;
         int range;
     };
     const Case cases[] = {
-        {"QCIF", 176, 144, 4, 0, false, 15},
-        {"finest quantiser: escapes, large levels", 176, 144, 1, 0, false, 15},
-        {"coarsest quantiser", 176, 144, 31, 0, false, 15},
-        {"size not a multiple of 16", 200, 122, 6, 0, false, 15},
-        {"first quantisation method", 176, 144, 3, 0, true, 15},
-        {"long vectors: f_code 3", 176, 144, 5, 0, false, 40},
-        {"rate control", 160, 128, 0, 150000, false, 15},
+        {"QCIF", 176, 144, 4, 0, false, false, false, 15},
+        {"finest quantiser: escapes, large levels", 176, 144, 1, 0, false, false, false, 15},
+        {"coarsest quantiser", 176, 144, 31, 0, false, false, false, 15},
+        {"size not a multiple of 16", 200, 122, 6, 0, false, false, false, 15},
+        {"first quantisation method", 176, 144, 3, 0, true, false, false, 15},
+        {"long vectors: f_code 3", 176, 144, 5, 0, false, false, false, 40},
+        {"rate control", 160, 128, 0, 150000, false, false, false, 15},
+        {"four vectors", 176, 144, 3, 0, false, true, false, 15},
+        {"quarter samples", 176, 144, 4, 0, false, false, true, 15},
+        {"quarter samples, four vectors, odd size", 200, 122, 2, 0, true, true, true, 20},
     };
     const Decoder* dec = find_decoder("mpeg4");
     ASSERT_TRUE(dec);
@@ -123,6 +126,8 @@ TEST(Mpeg4Encoder, DecoderReproducesTheReconstruction) {
         opt.qscale = c.qscale;
         opt.bitrate = c.bitrate;
         opt.mpeg_quant = c.mpeg_quant;
+        opt.four_mv = c.four_mv;
+        opt.qpel = c.qpel;
         opt.search_range = c.range;
         opt.gop = 5;
         const int frames = 8;
