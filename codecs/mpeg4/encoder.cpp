@@ -77,6 +77,27 @@ void next_start_code(BitWriter& bw) {
     if (n) bw.put((1u << n) - 1, n);
 }
 
+// Whether an inter block's levels are worth their bits: a block whose
+// levels are all +-1 and few, late in the scan, costs a code word each for
+// little distortion, and is better left uncoded. Each +-1 scores by the
+// zeros before it (3 right after the previous level, down to 0 after six
+// or more); any larger level keeps the block.
+bool worth_coding(const Kpl16s* level) {
+    static constexpr int kScore[7] = {3, 2, 2, 1, 1, 1, 0};
+    int score = 0, run = 0;
+    for (int i = 0; i < 64; ++i) {
+        const int l = level[kZigzag[i]];
+        if (l == 0) {
+            ++run;
+            continue;
+        }
+        if (l > 1 || l < -1) return true;
+        score += kScore[std::min(run, 6)];
+        run = 0;
+    }
+    return score >= 3;
+}
+
 class Mpeg4Encoder final : public Encoder {
 public:
     explicit Mpeg4Encoder(const EncodeOptions& opt);
@@ -108,6 +129,7 @@ private:
     int fcode_ = 1;
     int rounding_ = 0;
     int lambda_ = 0;
+    int zero_block_ = 0;  // a residual block below this sum of |d| has no level
     long index_ = 0;
     long seconds_ = 0;  // whole seconds of the last VOP's time
     int skip_ = 0;      // VOPs the rate control asked to drop
@@ -325,9 +347,10 @@ double Mpeg4Encoder::search_vop() {
             }
             for (int b = 0; b < 4; ++b) sv[b] = v;
             search_four_[static_cast<size_t>(mb)] = 0;
-            if (opt_.four_mv) {
-                // Four vectors: each 8x8 block searched two samples around
-                // the macroblock's vector, then refined. They replace it
+            if (opt_.four_mv && sad > 64 * qp_) {
+                // Four vectors, where the one leaves enough residual: each
+                // 8x8 block searched two samples around the macroblock's
+                // vector, then refined. They replace it
                 // when their SADs save more than three more vector codes
                 // cost (about 4 qp each).
                 const int cx = v.dx >> (unit / 2), cy = v.dy >> (unit / 2);
@@ -410,6 +433,7 @@ bool Mpeg4Encoder::encode(const Picture& in, std::vector<uint8_t>* out, Picture*
         // both kinds of VOP, and would rather price it coarser.)
         qp_ = std::max(2, p_qp_ - 1);
     }
+    zero_block_ = 4 * ((opt_.mpeg_quant ? 2 * qp_ : 2 * qp_ + qp_ / 2) - 1);
     const size_t vop_start = bw_.bits();
     write_vop_header(intra, true);
     texture_bits_ = 0;
@@ -640,12 +664,26 @@ void Mpeg4Encoder::code_inter(int mx, int my, const KplMotionVector* v, bool fou
         alignas(16) Kpl16s diff[64];
         kpliGetDiff8x8_8u16s_C1(src_at(p, x, y), src_.stride(p), pred, step, diff, 16, nullptr, 0,
                                 KPLVC_MC_APX_FF, 0);
+        // A residual too small for any level: every coefficient of the
+        // DCT is at most sum |d| / 4 (plus its rounding), and a level needs
+        // |F| >= 2 QP + QP / 2 (the second method) or 2 QP (the first,
+        // whose inter weights are all 16 or more).
+        int sum = 0;
+        for (int i = 0; i < 64; ++i) sum += std::abs(diff[i]);
+        if (sum < zero_block_) {
+            std::memset(level[b], 0, sizeof level[b]);
+            continue;
+        }
         kpliDCT8x8Fwd_16s_C1(diff, level[b]);
         Kpl32s nz;
         if (opt_.mpeg_quant)
             kpliQuantInter_MPEG4_16s_C1I(level[b], qp_, kDefaultInterMatrix, &nz);
         else
             kpliQuantInterH263_MPEG4_16s_C1I(level[b], qp_, &nz);
+        if (nz && !worth_coding(level[b])) {
+            std::memset(level[b], 0, sizeof level[b]);
+            nz = 0;
+        }
         if (nz) cbp |= 32 >> b;
     }
     bw_.reserve(8192);

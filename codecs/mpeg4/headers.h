@@ -59,6 +59,9 @@ bool parse_vop(BitReader& br, const Vol& vol, Vop* vop, const char** why);
 // VOL with its size the first time.
 bool parse_short_header(BitReader& br, Vol* vol, Vop* vop, const char** why);
 
+// The classical zigzag scan: raster position of each scan position.
+extern const uint8_t kZigzag[64];
+
 // The default matrices of the first quantisation method, raster order.
 extern const int16_t kDefaultIntraMatrix[64];
 extern const int16_t kDefaultInterMatrix[64];
