@@ -428,10 +428,11 @@ bool Mpeg4Encoder::encode(const Picture& in, std::vector<uint8_t>* out, Picture*
         kpliRateControlQP_MPEG4(&rc_, mad, &qp_, nullptr);
         p_qp_ = qp_;
     } else if (rc_on_) {
-        // An intra VOP a step finer than the predicted ones around it: the
-        // VOPs that follow predict from it. (The model's history mixes
-        // both kinds of VOP, and would rather price it coarser.)
-        qp_ = std::max(2, p_qp_ - 1);
+        // An intra VOP at the quantiser of the predicted ones around it:
+        // the model's history mixes both kinds of VOP and would price it
+        // coarser, while the VOPs that follow predict from it. (A step
+        // finer still gains a little more but overshoots short clips.)
+        qp_ = p_qp_;
     }
     zero_block_ = 4 * ((opt_.mpeg_quant ? 2 * qp_ : 2 * qp_ + qp_ / 2) - 1);
     const size_t vop_start = bw_.bits();
