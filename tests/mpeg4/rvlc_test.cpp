@@ -1,0 +1,394 @@
+// Reversible VLC texture coding: every word of the table in both directions
+// and through the writer, the escape's fields and faults, partitions of many
+// blocks read forward and then backward block by block, and the argument
+// checks.
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kplvc.h"
+#include "mpeg4/texture.h"
+#include "support/support.h"
+
+using kplvc::test::Rng;
+
+namespace {
+
+struct Row {
+    std::string code;
+    int ev[2][3];  // [intra, inter] LAST, RUN, |LEVEL|
+};
+
+std::vector<Row> read_rows() {
+    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/mpeg4_rvlc_tcoef.txt");
+    std::vector<Row> rows;
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream s(line);
+        std::string idx;
+        Row r;
+        s >> idx >> r.code;
+        if (idx == "ESCAPE") continue;
+        for (auto& e : r.ev)
+            for (int& v : e) s >> v;
+        rows.push_back(r);
+    }
+    return rows;
+}
+
+// A partition of bits given as 0/1 text, in a buffer that ends (with its
+// look-ahead padding) right after them, so reads outside it are caught.
+struct Bits {
+    std::vector<uint8_t> buf;
+    explicit Bits(const std::string& s) : buf((s.size() + 7) / 8 + 8, 0) {
+        for (size_t i = 0; i < s.size(); ++i)
+            if (s[i] == '1') buf[i / 8] |= static_cast<uint8_t>(0x80 >> (i % 8));
+    }
+};
+
+std::string bits_of(const uint8_t* begin, const uint8_t* end, int32_t off) {
+    std::string s;
+    for (const uint8_t* p = begin; p < end || (p == end && off > 0); ++p)
+        for (int b = 0; b < (p == end ? off : 8); ++b) s += ((*p >> (7 - b)) & 1) ? '1' : '0';
+    return s;
+}
+
+std::string esc(int last, int run, int mag, int sign) {
+    std::string s = "00001" + std::to_string(last);
+    for (int b = 5; b >= 0; --b) s += ((run >> b) & 1) ? '1' : '0';
+    s += '1';
+    for (int b = 10; b >= 0; --b) s += ((mag >> b) & 1) ? '1' : '0';
+    return s + "1" + "0000" + std::to_string(sign);
+}
+
+// One block decoded forward from bit 0 and backward from bit n; the
+// forward decoder of the table (0 intra with dcVlc 0, 1 inter), zigzag.
+struct Both {
+    KplStatus fwd, bwd;
+    int16_t f[64], b[64];
+    int32_t used_fwd, start_bwd;  // bits consumed forward; where backward stopped
+};
+Both decode_both(const std::string& s, int inter, int32_t bits_back) {
+    Bits in(s);
+    Both r;
+    std::memset(r.f, 0x77, sizeof r.f);
+    std::memset(r.b, 0x77, sizeof r.b);
+    Kpl8u* p = in.buf.data();
+    Kpl32s off = 0, last;
+    r.fwd = inter ? kpliDecodeCoeffsInterRVLC_MPEG4_1u16s(&p, &off, r.f, &last, KPLVC_SCAN_ZIGZAG)
+                  : kpliDecodeCoeffsIntraRVLC_MPEG4_1u16s(&p, &off, r.f, &last, 0, KPLVC_SCAN_ZIGZAG);
+    r.used_fwd = static_cast<int32_t>((p - in.buf.data()) * 8 + off);
+    p = in.buf.data() + bits_back / 8;
+    off = bits_back % 8;
+    r.bwd = inter ? kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(&p, &off, in.buf.data(), 0, r.b, &last,
+                                                              KPLVC_SCAN_ZIGZAG)
+                  : kpliDecodeCoeffsIntraRVLCBack_MPEG4_1u16s(&p, &off, in.buf.data(), 0, r.b, &last, 0,
+                                                              KPLVC_SCAN_ZIGZAG);
+    r.start_bwd = static_cast<int32_t>((p - in.buf.data()) * 8 + off);
+    return r;
+}
+
+const uint8_t* zz() { return kplvc::mpeg4::scan_table(KPLVC_SCAN_ZIGZAG); }
+
+}  // namespace
+
+// Every word with either sign means its event in both tables, read forward
+// and backward (a LAST = 0 event is followed by a LAST = 1 word of the same
+// table), and the writer emits exactly that word for the event.
+TEST(Mpeg4Rvlc, EveryWordBothWaysAndWritten) {
+    const auto rows = read_rows();
+    ASSERT_EQ(rows.size(), 169u) << "tests/data/mpeg4_rvlc_tcoef.txt missing or changed";
+    for (int inter = 0; inter < 2; ++inter) {
+        // A LAST = 1, RUN = 0, LEVEL = 1 word to end a block.
+        std::string end;
+        for (const Row& r : rows)
+            if (r.ev[inter][0] == 1 && r.ev[inter][1] == 0 && r.ev[inter][2] == 1) end = r.code + "0";
+        ASSERT_FALSE(end.empty());
+        for (const Row& r : rows)
+            for (int sign = 0; sign < 2; ++sign) {
+                const int last = r.ev[inter][0], run = r.ev[inter][1], mag = r.ev[inter][2];
+                const std::string word = r.code + (sign ? "1" : "0");
+                const std::string s = last ? word : word + end;
+                SCOPED_TRACE((inter ? "inter " : "intra ") + word);
+                const Both d = decode_both(s, inter, static_cast<int32_t>(s.size()));
+                ASSERT_EQ(d.fwd, kplStsNoErr);
+                ASSERT_EQ(d.bwd, kplStsNoErr);
+                EXPECT_EQ(d.used_fwd, static_cast<int32_t>(s.size()));
+                EXPECT_EQ(d.start_bwd, 0);
+                int16_t want[64] = {};
+                want[zz()[run]] = static_cast<int16_t>(sign ? -mag : mag);
+                if (!last && run + 1 < 64) want[zz()[run + 1]] = 1;
+                EXPECT_EQ(0, std::memcmp(d.f, want, sizeof want));
+                EXPECT_EQ(0, std::memcmp(d.b, want, sizeof want));
+                // The writer, for the event alone (LAST set by the block's end).
+                if (!last) continue;
+                int16_t blk[64] = {};
+                blk[zz()[run]] = static_cast<int16_t>(sign ? -mag : mag);
+                std::vector<uint8_t> out(16, 0xFF);
+                Kpl8u* p = out.data();
+                Kpl32s off = 0;
+                ASSERT_EQ(inter ? kpliEncodeCoeffsInterRVLC_MPEG4_16s1u(blk, &p, &off, KPLVC_SCAN_ZIGZAG)
+                                : kpliEncodeCoeffsIntraRVLC_MPEG4_16s1u(blk, &p, &off, 0, KPLVC_SCAN_ZIGZAG),
+                          kplStsNoErr);
+                EXPECT_EQ(bits_of(out.data(), p, off), word);
+            }
+    }
+}
+
+// The escape: its fields both ways, the writer's choice of it, and each way
+// it can be broken.
+TEST(Mpeg4Rvlc, EscapeFieldsAndFaults) {
+    struct Case {
+        const char* what;
+        std::string bits;
+        KplStatus st;    // forward, and backward unless back is false
+        int pos, level;  // the one coefficient (zigzag index) when valid
+        bool back = true;
+    };
+    std::string bad_marker = esc(1, 5, 300, 1), bad_marker2 = esc(1, 5, 300, 1), bad_tail = esc(1, 5, 300, 1),
+                bad_head = esc(1, 5, 300, 1);
+    bad_marker[12] = '0';
+    bad_marker2[24] = '0';
+    bad_tail[27] = '1';
+    bad_head[4] = '0';
+    const Case cases[] = {
+        {"negative level, run 5", esc(1, 5, 300, 1), kplStsNoErr, 5, -300},
+        {"largest level and run", esc(1, 63, 2047, 0), kplStsNoErr, 63, 2047},
+        {"level 1 at run 0 (has a word, still legal)", esc(1, 0, 1, 0), kplStsNoErr, 0, 1},
+        {"level 0", esc(1, 5, 0, 0), kplStsTextureVLCErr, 0, 0},
+        {"first marker 0", bad_marker, kplStsMarkerErr, 0, 0},
+        {"second marker 0", bad_marker2, kplStsMarkerErr, 0, 0},
+        // Backward, the broken closing word is read as some other word.
+        {"closing word not 0000", bad_tail, kplStsTextureVLCErr, 0, 0, false},
+        {"opening 00000", bad_head, kplStsTextureVLCErr, 0, 0},
+    };
+    for (const Case& c : cases)
+        for (int inter = 0; inter < 2; ++inter) {
+            SCOPED_TRACE(std::string(c.what) + (inter ? " inter" : " intra"));
+            const Both d = decode_both(c.bits, inter, static_cast<int32_t>(c.bits.size()));
+            EXPECT_EQ(d.fwd, c.st);
+            if (c.back) {
+                EXPECT_EQ(d.bwd, c.st);
+            }
+            if (c.st != kplStsNoErr) {
+                EXPECT_EQ(d.f[0], 0x7777) << "written on failure";
+                if (d.bwd != kplStsNoErr) {
+                    EXPECT_EQ(d.b[0], 0x7777) << "written on failure";
+                }
+                continue;
+            }
+            EXPECT_EQ(d.f[zz()[c.pos]], c.level);
+            EXPECT_EQ(d.b[zz()[c.pos]], c.level);
+            EXPECT_EQ(d.start_bwd, 0);
+        }
+    // The writer escapes exactly the events without a word: intra level 28
+    // at run 0 (LAST = 1), inter run 39 with LAST = 0 (no word beyond run
+    // 38), followed by a LAST = 1 event at position 63 (its word is not
+    // checked here: only the escape that begins the block).
+    struct W {
+        int inter, pos, level;
+        std::string bits;
+    };
+    const W writes[] = {{0, 0, -28, esc(1, 0, 28, 1)}, {1, 39, 1, esc(0, 39, 1, 0)}};
+    for (const W& w : writes) {
+        int16_t blk[64] = {};
+        blk[zz()[w.pos]] = static_cast<int16_t>(w.level);
+        if (w.inter) blk[zz()[63]] = 1;
+        std::vector<uint8_t> out(16, 0);
+        Kpl8u* p = out.data();
+        Kpl32s off = 0;
+        ASSERT_EQ(w.inter ? kpliEncodeCoeffsInterRVLC_MPEG4_16s1u(blk, &p, &off, KPLVC_SCAN_ZIGZAG)
+                          : kpliEncodeCoeffsIntraRVLC_MPEG4_16s1u(blk, &p, &off, 0, KPLVC_SCAN_ZIGZAG),
+                  kplStsNoErr);
+        EXPECT_EQ(bits_of(out.data(), p, off).substr(0, 30), w.bits);
+    }
+}
+
+// Structural faults: a run past coefficient 63, a block read backward whose
+// last event lacks LAST, a block cut short by the partition's start, and an
+// illegal word (no word begins 00000 except inside an escape).
+TEST(Mpeg4Rvlc, BlockFaults) {
+    // Two inter LAST = 0 escapes of run 40 then LAST = 1: 41 + 41 > 64.
+    const std::string run_past = esc(0, 40, 1, 0) + esc(1, 40, 1, 0);
+    Both d = decode_both(run_past, 1, static_cast<int32_t>(run_past.size()));
+    EXPECT_EQ(d.fwd, kplStsCoefCountErr);
+    EXPECT_EQ(d.bwd, kplStsCoefCountErr);
+    // Ends with a LAST = 0 event: forward runs off into zeros (illegal),
+    // backward refuses the block at once.
+    const std::string no_last = esc(0, 3, 9, 0);
+    d = decode_both(no_last, 1, static_cast<int32_t>(no_last.size()));
+    EXPECT_EQ(d.fwd, kplStsTextureVLCErr);
+    EXPECT_EQ(d.bwd, kplStsTextureVLCErr);
+    // Backward with the start 10 bits into an escape: not enough bits left.
+    {
+        Bits in(esc(1, 2, 77, 0));
+        Kpl8u* p = in.buf.data() + 3;
+        Kpl32s off = 6, last;
+        int16_t out[64];
+        EXPECT_EQ(kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(&p, &off, in.buf.data() + 1, 2, out, &last,
+                                                            KPLVC_SCAN_ZIGZAG),
+                  kplStsTextureVLCErr);
+        EXPECT_EQ(p, in.buf.data() + 3);
+        EXPECT_EQ(off, 6);
+    }
+    d = decode_both("000001110", 0, 9);
+    EXPECT_EQ(d.fwd, kplStsTextureVLCErr);
+    EXPECT_EQ(d.bwd, kplStsTextureVLCErr);
+}
+
+// Partitions of random blocks (intra with and without a separate DC, inter;
+// every scan; small levels with words and large ones escaped), written at a
+// random bit offset, read forward block after block, then backward from the
+// partition's end down to its first bit. Both passes give the blocks written
+// and agree on every block boundary.
+TEST(Mpeg4Rvlc, PartitionsReadForwardAndBackward) {
+    Rng rng("mpeg4 rvlc partitions");
+    SCOPED_TRACE(kplvc::test::seed_text());
+    for (int iter = 0; iter < kplvc::test::iters(400); ++iter) {
+        const int n = rng.range(1, 24);
+        struct Blk {
+            int kind, scan;  // kind 0 intra dcVlc 0, 1 intra dcVlc 1, 2 inter
+            int16_t c[64];
+        };
+        std::vector<Blk> blocks(static_cast<size_t>(n));
+        std::vector<uint8_t> buf(static_cast<size_t>(n) * 64 * 4 + 16, 0);
+        const Kpl32s off0 = rng.range(0, 7);
+        Kpl8u* p = buf.data();
+        Kpl32s off = off0;
+        std::vector<std::pair<Kpl8u*, Kpl32s>> starts;
+        for (Blk& b : blocks) {
+            b.kind = rng.range(0, 2);
+            b.scan = rng.range(0, 2);
+            const int density = rng.range(1, 64), big = rng.range(0, 3);
+            std::memset(b.c, 0, sizeof b.c);
+            const uint8_t* s = kplvc::mpeg4::scan_table(b.scan);
+            const int first = b.kind == 1 ? 1 : 0;
+            for (int i = first; i < 64; ++i)
+                if (rng.range(1, 64) <= density) {
+                    const int mag = big == 0 ? rng.range(1, 2047) : rng.range(1, big == 1 ? 3 : 30);
+                    b.c[s[i]] = static_cast<int16_t>(rng.coin() ? mag : -mag);
+                }
+            if (b.c[s[63]] == 0) b.c[s[63]] = 1;  // a coded block has a coefficient
+            starts.emplace_back(p, off);
+            ASSERT_EQ(b.kind == 2 ? kpliEncodeCoeffsInterRVLC_MPEG4_16s1u(b.c, &p, &off, b.scan)
+                                  : kpliEncodeCoeffsIntraRVLC_MPEG4_16s1u(b.c, &p, &off, b.kind, b.scan),
+                      kplStsNoErr);
+        }
+        // The partition's buffer ends with the look-ahead padding after its
+        // last byte: a copy of exactly that size.
+        const size_t bytes = static_cast<size_t>(p - buf.data()) + (off ? 1 : 0);
+        std::vector<uint8_t> part(buf.begin(), buf.begin() + static_cast<ptrdiff_t>(bytes));
+        part.resize(bytes + kplvc::mpeg4::kLookAheadBytes, 0);
+        auto rebase = [&](const std::pair<Kpl8u*, Kpl32s>& at) {
+            return std::make_pair(part.data() + (at.first - buf.data()), at.second);
+        };
+        const auto end = rebase({p, off});
+        Kpl8u* q = part.data();
+        Kpl32s qoff = off0, last;
+        for (int k = 0; k < n; ++k) {
+            const Blk& b = blocks[static_cast<size_t>(k)];
+            ASSERT_EQ(std::make_pair(q, qoff), rebase(starts[static_cast<size_t>(k)])) << "block " << k;
+            int16_t out[64];
+            std::memset(out, 0, sizeof out);
+            ASSERT_EQ(b.kind == 2
+                          ? kpliDecodeCoeffsInterRVLC_MPEG4_1u16s(&q, &qoff, out, &last, b.scan)
+                          : kpliDecodeCoeffsIntraRVLC_MPEG4_1u16s(&q, &qoff, out, &last, b.kind, b.scan),
+                      kplStsNoErr);
+            ASSERT_EQ(0, std::memcmp(out, b.c, sizeof out)) << "forward block " << k;
+            EXPECT_EQ(last, 63);
+        }
+        ASSERT_EQ(std::make_pair(q, qoff), end);
+        for (int k = n - 1; k >= 0; --k) {
+            const Blk& b = blocks[static_cast<size_t>(k)];
+            int16_t out[64];
+            std::memset(out, 0, sizeof out);
+            ASSERT_EQ(b.kind == 2 ? kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(&q, &qoff, part.data(), off0,
+                                                                              out, &last, b.scan)
+                                  : kpliDecodeCoeffsIntraRVLCBack_MPEG4_1u16s(&q, &qoff, part.data(), off0,
+                                                                              out, &last, b.kind, b.scan),
+                      kplStsNoErr)
+                << "backward block " << k;
+            ASSERT_EQ(0, std::memcmp(out, b.c, sizeof out)) << "backward block " << k;
+            ASSERT_EQ(std::make_pair(q, qoff), rebase(starts[static_cast<size_t>(k)])) << "block " << k;
+        }
+    }
+}
+
+// Argument checks in the documented order; nothing is written on failure.
+TEST(Mpeg4Rvlc, ArgumentChecksInOrder) {
+    Bits in(
+        "11"
+        "0" +
+        std::string(40, '0'));
+    int16_t c[64];
+    Kpl32s last = -7;
+    struct Call {
+        const char* what;
+        KplStatus want;
+        KplStatus (*call)(Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* last, const Kpl8u* start);
+    };
+    const Call calls[] = {
+        {"intra null coeffs", kplStsNullPtrErr,
+         [](Kpl8u** pp, Kpl32s* po, int16_t*, Kpl32s* l, const Kpl8u*) {
+             return kpliDecodeCoeffsIntraRVLC_MPEG4_1u16s(pp, po, nullptr, l, 0, 0);
+         }},
+        {"intra offset 8 before dcVlc 2", kplStsShapeArgErr,
+         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* l, const Kpl8u*) {
+             *po = 8;
+             return kpliDecodeCoeffsIntraRVLC_MPEG4_1u16s(pp, po, c, l, 2, 3);
+         }},
+        {"intra dcVlc 2 before scan 3", kplStsModeErr,
+         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* l, const Kpl8u*) {
+             return kpliDecodeCoeffsIntraRVLC_MPEG4_1u16s(pp, po, c, l, 2, 3);
+         }},
+        {"inter scan 3", kplStsBadArgErr,
+         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* l, const Kpl8u*) {
+             return kpliDecodeCoeffsInterRVLC_MPEG4_1u16s(pp, po, c, l, 3);
+         }},
+        {"back null start", kplStsNullPtrErr,
+         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* l, const Kpl8u*) {
+             return kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(pp, po, nullptr, 0, c, l, 0);
+         }},
+        {"back start offset 8 before scan", kplStsShapeArgErr,
+         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* l, const Kpl8u* s) {
+             return kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(pp, po, s, 8, c, l, 9);
+         }},
+        {"back dcVlc before scan", kplStsModeErr,
+         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* l, const Kpl8u* s) {
+             return kpliDecodeCoeffsIntraRVLCBack_MPEG4_1u16s(pp, po, s, 0, c, l, -1, 9);
+         }},
+        {"back start after the position", kplStsBadArgErr,
+         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* l, const Kpl8u* s) {
+             return kpliDecodeCoeffsIntraRVLCBack_MPEG4_1u16s(pp, po, s + 1, 1, c, l, 0, 0);
+         }},
+        {"writer level 2048", kplStsBadArgErr,
+         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s*, const Kpl8u*) {
+             c[5] = 2048;
+             return kpliEncodeCoeffsInterRVLC_MPEG4_16s1u(c, pp, po, 0);
+         }},
+        {"writer dcVlc", kplStsModeErr,
+         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s*, const Kpl8u*) {
+             return kpliEncodeCoeffsIntraRVLC_MPEG4_16s1u(c, pp, po, 3, 0);
+         }},
+    };
+    for (const Call& k : calls) {
+        SCOPED_TRACE(k.what);
+        std::vector<uint8_t> before = in.buf;
+        std::memset(c, 0x33, sizeof c);
+        Kpl8u* p = in.buf.data() + 1;
+        Kpl32s off = 0;
+        EXPECT_EQ(k.call(&p, &off, c, &last, in.buf.data()), k.want);
+        EXPECT_EQ(p, in.buf.data() + 1);
+        EXPECT_EQ(last, -7);
+        EXPECT_EQ(in.buf, before);
+        for (int i = 0; i < 64; ++i) {
+            if (i != 5) {
+                ASSERT_EQ(c[i], 0x3333);
+            }
+        }
+    }
+}
