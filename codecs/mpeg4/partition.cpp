@@ -200,6 +200,7 @@ bool Mpeg4Decoder::dp_partitions(BitReader& br, int first, const PacketEnd& end)
         m.cbp = static_cast<uint8_t>((mcbpc >> 4) & 3);
         if (s_vop && m.type < 2) m.mcsel = static_cast<uint8_t>(br.bit());
         if (i_vop) {
+            for (int b = 0; b < 4; ++b) mv[b] = {0, 0};  // what a B-VOP's direct mode reads
             if (m.type == 4) qp_ = clip_qp(qp_ + kDquant[br.get(2)]);
             m.qp = static_cast<uint8_t>(qp_);
             m.dc_vlc = use_dc_vlc();

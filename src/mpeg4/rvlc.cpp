@@ -10,6 +10,7 @@
 //     0000 1 LAST RUN(6) 1 |LEVEL|(11) 1 0000 s
 // which begins and ends with the escape word, so it too reads both ways.
 #include <array>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 
@@ -213,7 +214,12 @@ struct BackReader {
     uint32_t window() const {
         const int64_t last = (pos - 1) >> 3;
         uint64_t w = 0;
-        for (int64_t k = last >= 7 ? last - 7 : 0; k <= last; ++k) w = (w << 8) | base[k];
+        if (last >= 7) {
+            std::memcpy(&w, base + last - 7, 8);
+            if constexpr (std::endian::native == std::endian::little) w = __builtin_bswap64(w);
+        } else {
+            for (int64_t k = 0; k <= last; ++k) w = (w << 8) | base[k];
+        }
         return static_cast<uint32_t>(w >> (7 - ((pos - 1) & 7)));
     }
 

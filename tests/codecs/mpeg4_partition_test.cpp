@@ -79,15 +79,16 @@ struct Case {
     const char* name;
     const char* encode;
 };
-// I- and P-VOPs in packets of about 600 bytes; the second method with dquant
-// and four vectors, the first method (matrices, mismatch control) and a
-// coarse quantiser (intra DCs in the texture once QP passes
-// intra_dc_vlc_thr's bound, if ffmpeg sets one).
+// I- and P-VOPs in packets of 300 to 700 bytes; the second method with
+// dquant and four vectors, the first method (matrices, mismatch control), a
+// coarse quantiser, and B-VOPs (never partitioned: their texture keeps the
+// ordinary tables) between quarter-sample P-VOPs, some before an I-VOP.
 const Case kCases[] = {
     {"q5", "-c:v mpeg4 -qscale:v 5 -data_partitioning 1 -ps 600 -g 8 -f m4v"},
     {"rate-mv4", "-c:v mpeg4 -b:v 500k -flags +mv4 -data_partitioning 1 -ps 500 -f m4v"},
     {"mpeg-quant-q2", "-c:v mpeg4 -qscale:v 2 -mpeg_quant 1 -data_partitioning 1 -ps 700 -f m4v"},
     {"q24", "-c:v mpeg4 -qscale:v 24 -data_partitioning 1 -ps 300 -f m4v"},
+    {"b-qpel", "-c:v mpeg4 -qscale:v 4 -bf 1 -g 5 -flags +qpel+mv4 -data_partitioning 1 -ps 600 -f m4v"},
 };
 constexpr int kW = 352, kH = 288, kFrames = 10;
 const char* kSource = "testsrc2=size=352x288:rate=25";
