@@ -318,6 +318,55 @@ TEST(Mpeg4Rvlc, PartitionsReadForwardAndBackward) {
     }
 }
 
+// The inverse-quantising RVLC reader gives exactly what the ordinary one
+// gives for the same levels: both methods, every QP, a matrix with weights
+// up to 255 (products beyond 16 bits), levels up to 2047 (clamping), and
+// the mismatch control on either parity of the sum.
+TEST(Mpeg4Rvlc, ReconstructInterMatchesTheOrdinaryReader) {
+    Rng rng("mpeg4 rvlc reconstruct");
+    SCOPED_TRACE(kplvc::test::seed_text());
+    int16_t w[64];
+    for (int i = 0; i < 64; ++i) w[i] = static_cast<int16_t>(i == 0 ? 255 : 1 + (i * 37) % 255);
+    for (int iter = 0; iter < kplvc::test::iters(3000); ++iter) {
+        int16_t blk[64] = {};
+        const int density = rng.range(1, 64), big = rng.range(0, 2);
+        for (int i = 0; i < 64; ++i)
+            if (rng.range(1, 64) <= density) {
+                const int mag = big ? rng.range(1, 2047) : rng.range(1, 8);
+                blk[i] = static_cast<int16_t>(rng.coin() ? mag : -mag);
+            }
+        blk[rng.range(0, 63)] = 1;  // a coded block
+        const int scan = rng.range(0, 2), qp = rng.range(1, 31);
+        const int16_t* m = rng.coin() ? w : nullptr;
+        std::vector<uint8_t> a(600, 0), b(600, 0);
+        Kpl8u* p = a.data();
+        Kpl32s off = 0;
+        ASSERT_EQ(kpliEncodeCoeffsInterRVLC_MPEG4_16s1u(blk, &p, &off, scan), kplStsNoErr);
+        Kpl8u* q = b.data();
+        Kpl32s qoff = 0;
+        ASSERT_EQ(kpliEncodeCoeffsInter_MPEG4_16s1u(blk, &q, &qoff, scan), kplStsNoErr);
+        int16_t ra[64], rb[64];
+        Kpl32s la, lb;
+        p = a.data();
+        off = 0;
+        q = b.data();
+        qoff = 0;
+        ASSERT_EQ(kpliReconstructCoeffsInterRVLC_MPEG4_1u16s(&p, &off, ra, &la, scan, qp, m), kplStsNoErr);
+        ASSERT_EQ(kpliReconstructCoeffsInter_MPEG4_1u16s(&q, &qoff, rb, &lb, scan, qp, m), kplStsNoErr);
+        ASSERT_EQ(0, std::memcmp(ra, rb, sizeof ra)) << iter;
+        ASSERT_EQ(la, lb) << iter;
+    }
+    Kpl8u z[16] = {0xC0};
+    Kpl8u* p = z;
+    Kpl32s off = 0, last = -7;
+    int16_t c[64];
+    EXPECT_EQ(kpliReconstructCoeffsInterRVLC_MPEG4_1u16s(&p, &off, c, &last, 0, 32, nullptr),
+              kplStsMPEG4QPErr);
+    EXPECT_EQ(kpliReconstructCoeffsInterRVLC_MPEG4_1u16s(&p, &off, c, &last, 3, 0, nullptr), kplStsBadArgErr);
+    EXPECT_EQ(last, -7);
+    EXPECT_EQ(p, z);
+}
+
 // Argument checks in the documented order; nothing is written on failure.
 TEST(Mpeg4Rvlc, ArgumentChecksInOrder) {
     Bits in(
