@@ -4,13 +4,13 @@
 // checks.
 #include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "kplvc.h"
 #include "mpeg4/texture.h"
+#include "support/args.h"
+#include "support/code_lists.h"
 #include "support/support.h"
 
 using kplvc::test::Rng;
@@ -23,32 +23,17 @@ struct Row {
 };
 
 std::vector<Row> read_rows() {
-    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/mpeg4_rvlc_tcoef.txt");
     std::vector<Row> rows;
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream s(line);
-        std::string idx;
+    for (const auto& f : kplvc::codelists::read_rows("mpeg4_rvlc_tcoef.txt")) {
+        if (f[0] == "ESCAPE" || f.size() != 8) continue;
         Row r;
-        s >> idx >> r.code;
-        if (idx == "ESCAPE") continue;
-        for (auto& e : r.ev)
-            for (int& v : e) s >> v;
+        r.code = f[1];
+        for (int t = 0; t < 2; ++t)
+            for (int k = 0; k < 3; ++k) r.ev[t][k] = std::stoi(f[2 + 3 * t + k]);
         rows.push_back(r);
     }
     return rows;
 }
-
-// A partition of bits given as 0/1 text, in a buffer that ends (with its
-// look-ahead padding) right after them, so reads outside it are caught.
-struct Bits {
-    std::vector<uint8_t> buf;
-    explicit Bits(const std::string& s) : buf((s.size() + 7) / 8 + 8, 0) {
-        for (size_t i = 0; i < s.size(); ++i)
-            if (s[i] == '1') buf[i / 8] |= static_cast<uint8_t>(0x80 >> (i % 8));
-    }
-};
 
 std::string bits_of(const uint8_t* begin, const uint8_t* end, int32_t off) {
     std::string s;
@@ -73,22 +58,22 @@ struct Both {
     int32_t used_fwd, start_bwd;  // bits consumed forward; where backward stopped
 };
 Both decode_both(const std::string& s, int inter, int32_t bits_back) {
-    Bits in(s);
+    std::vector<uint8_t> in = kplvc::test::bit_bytes(s, kplvc::mpeg4::kLookAheadBytes);
     Both r;
     std::memset(r.f, 0x77, sizeof r.f);
     std::memset(r.b, 0x77, sizeof r.b);
-    Kpl8u* p = in.buf.data();
+    Kpl8u* p = in.data();
     Kpl32s off = 0, last;
     r.fwd = inter ? kpliDecodeCoeffsInterRVLC_MPEG4_1u16s(&p, &off, r.f, &last, KPLVC_SCAN_ZIGZAG)
                   : kpliDecodeCoeffsIntraRVLC_MPEG4_1u16s(&p, &off, r.f, &last, 0, KPLVC_SCAN_ZIGZAG);
-    r.used_fwd = static_cast<int32_t>((p - in.buf.data()) * 8 + off);
-    p = in.buf.data() + bits_back / 8;
+    r.used_fwd = static_cast<int32_t>((p - in.data()) * 8 + off);
+    p = in.data() + bits_back / 8;
     off = bits_back % 8;
-    r.bwd = inter ? kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(&p, &off, in.buf.data(), 0, r.b, &last,
+    r.bwd = inter ? kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(&p, &off, in.data(), 0, r.b, &last,
                                                               KPLVC_SCAN_ZIGZAG)
-                  : kpliDecodeCoeffsIntraRVLCBack_MPEG4_1u16s(&p, &off, in.buf.data(), 0, r.b, &last, 0,
+                  : kpliDecodeCoeffsIntraRVLCBack_MPEG4_1u16s(&p, &off, in.data(), 0, r.b, &last, 0,
                                                               KPLVC_SCAN_ZIGZAG);
-    r.start_bwd = static_cast<int32_t>((p - in.buf.data()) * 8 + off);
+    r.start_bwd = static_cast<int32_t>((p - in.data()) * 8 + off);
     return r;
 }
 
@@ -225,14 +210,14 @@ TEST(Mpeg4Rvlc, BlockFaults) {
     EXPECT_EQ(d.bwd, kplStsTextureVLCErr);
     // Backward with the start 10 bits into an escape: not enough bits left.
     {
-        Bits in(esc(1, 2, 77, 0));
-        Kpl8u* p = in.buf.data() + 3;
+        std::vector<uint8_t> in = kplvc::test::bit_bytes(esc(1, 2, 77, 0), kplvc::mpeg4::kLookAheadBytes);
+        Kpl8u* p = in.data() + 3;
         Kpl32s off = 6, last;
         int16_t out[64];
-        EXPECT_EQ(kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(&p, &off, in.buf.data() + 1, 2, out, &last,
+        EXPECT_EQ(kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(&p, &off, in.data() + 1, 2, out, &last,
                                                             KPLVC_SCAN_ZIGZAG),
                   kplStsTextureVLCErr);
-        EXPECT_EQ(p, in.buf.data() + 3);
+        EXPECT_EQ(p, in.data() + 3);
         EXPECT_EQ(off, 6);
     }
     d = decode_both("000001110", 0, 9);
@@ -367,77 +352,47 @@ TEST(Mpeg4Rvlc, ReconstructInterMatchesTheOrdinaryReader) {
     EXPECT_EQ(p, z);
 }
 
-// Argument checks in the documented order; nothing is written on failure.
+// Each failing argument in turn, then two at once (the earlier wins); the
+// position and the outputs stay untouched.
 TEST(Mpeg4Rvlc, ArgumentChecksInOrder) {
-    Bits in(
-        "11"
-        "0" +
-        std::string(40, '0'));
-    int16_t c[64];
-    Kpl32s last = -7;
-    struct Call {
-        const char* what;
-        KplStatus want;
-        KplStatus (*call)(Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* last, const Kpl8u* start);
-    };
-    const Call calls[] = {
-        {"intra null coeffs", kplStsNullPtrErr,
-         [](Kpl8u** pp, Kpl32s* po, int16_t*, Kpl32s* l, const Kpl8u*) {
-             return kpliDecodeCoeffsIntraRVLC_MPEG4_1u16s(pp, po, nullptr, l, 0, 0);
-         }},
-        {"intra offset 8 before dcVlc 2", kplStsShapeArgErr,
-         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* l, const Kpl8u*) {
-             *po = 8;
-             return kpliDecodeCoeffsIntraRVLC_MPEG4_1u16s(pp, po, c, l, 2, 3);
-         }},
-        {"intra dcVlc 2 before scan 3", kplStsModeErr,
-         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* l, const Kpl8u*) {
-             return kpliDecodeCoeffsIntraRVLC_MPEG4_1u16s(pp, po, c, l, 2, 3);
-         }},
-        {"inter scan 3", kplStsBadArgErr,
-         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* l, const Kpl8u*) {
-             return kpliDecodeCoeffsInterRVLC_MPEG4_1u16s(pp, po, c, l, 3);
-         }},
-        {"back null start", kplStsNullPtrErr,
-         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* l, const Kpl8u*) {
-             return kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(pp, po, nullptr, 0, c, l, 0);
-         }},
-        {"back start offset 8 before scan", kplStsShapeArgErr,
-         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* l, const Kpl8u* s) {
-             return kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(pp, po, s, 8, c, l, 9);
-         }},
-        {"back dcVlc before scan", kplStsModeErr,
-         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* l, const Kpl8u* s) {
-             return kpliDecodeCoeffsIntraRVLCBack_MPEG4_1u16s(pp, po, s, 0, c, l, -1, 9);
-         }},
-        {"back start after the position", kplStsBadArgErr,
-         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s* l, const Kpl8u* s) {
-             return kpliDecodeCoeffsIntraRVLCBack_MPEG4_1u16s(pp, po, s + 1, 1, c, l, 0, 0);
-         }},
-        {"writer level 2048", kplStsBadArgErr,
-         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s*, const Kpl8u*) {
-             c[5] = 2048;
-             return kpliEncodeCoeffsInterRVLC_MPEG4_16s1u(c, pp, po, 0);
-         }},
-        {"writer dcVlc", kplStsModeErr,
-         [](Kpl8u** pp, Kpl32s* po, int16_t* c, Kpl32s*, const Kpl8u*) {
-             return kpliEncodeCoeffsIntraRVLC_MPEG4_16s1u(c, pp, po, 3, 0);
-         }},
-    };
-    for (const Call& k : calls) {
-        SCOPED_TRACE(k.what);
-        std::vector<uint8_t> before = in.buf;
-        std::memset(c, 0x33, sizeof c);
-        Kpl8u* p = in.buf.data() + 1;
-        Kpl32s off = 0;
-        EXPECT_EQ(k.call(&p, &off, c, &last, in.buf.data()), k.want);
-        EXPECT_EQ(p, in.buf.data() + 1);
-        EXPECT_EQ(last, -7);
-        EXPECT_EQ(in.buf, before);
-        for (int i = 0; i < 64; ++i) {
-            if (i != 5) {
-                ASSERT_EQ(c[i], 0x3333);
-            }
-        }
-    }
+    using kplvc::test::Arg, kplvc::test::fails, kplvc::test::null;
+    kplvc::test::ArgPool p;
+    // Every stream holds "1011" "0": intra and inter (LAST 1, RUN 0, LEVEL 1).
+    const auto stream = [&p] { return p.take<Kpl8u>({0xB0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}); };
+    const auto pp = [&](Kpl8u* s) { return p.take<Kpl8u*>({s}); };
+    const auto off = [&p](Kpl32s o) { return p.take<Kpl32s>({o}); };
+    const Arg pp_null{0, p.take<Kpl8u*>({nullptr}), kplStsNullPtrErr}, off8{1, off(8), kplStsShapeArgErr},
+        enc_off8{2, off(8), kplStsShapeArgErr};
+    Kpl16s *c = p.take<Kpl16s>(64), *levels = p.take<Kpl16s>(64);
+    std::fill(levels, levels + 64, Kpl16s{0});
+    levels[0] = 1;
+    Kpl32s* last = p.take<Kpl32s>(1);
+    CHECK_ARGS(p, kpliDecodeCoeffsIntraRVLC_MPEG4_1u16s, {pp(stream()), off(0), c, last, 0, 0},
+               {null(0), pp_null, null(1), null(2), null(3), off8, fails(4, 2, kplStsModeErr),
+                fails(5, 3, kplStsBadArgErr)});
+    CHECK_ARGS(p, kpliDecodeCoeffsInterRVLC_MPEG4_1u16s, {pp(stream()), off(0), c, last, 0},
+               {null(2), fails(4, -1, kplStsBadArgErr)});
+    CHECK_ARGS(p, kpliReconstructCoeffsInterRVLC_MPEG4_1u16s, {pp(stream()), off(0), c, last, 0, 5, nullptr},
+               {null(3), fails(4, 3, kplStsBadArgErr), fails(5, 0, kplStsMPEG4QPErr),
+                fails(5, 32, kplStsMPEG4QPErr)});
+    // Backward from bit 5 to the stream's first bit.
+    Kpl8u* const s1 = stream();
+    CHECK_ARGS(p, kpliDecodeCoeffsIntraRVLCBack_MPEG4_1u16s, {pp(s1), off(5), s1, 0, c, last, 0, 2},
+               {null(0), pp_null, null(1), null(2), null(4), null(5), off8, fails(3, 8, kplStsShapeArgErr),
+                fails(6, 2, kplStsModeErr), fails(7, 3, kplStsBadArgErr), fails(3, 6, kplStsBadArgErr)});
+    Kpl8u* const s2 = stream();
+    CHECK_ARGS(p, kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s, {pp(s2), off(5), s2, 0, c, last, 1},
+               {null(2), fails(3, -1, kplStsShapeArgErr), fails(6, 3, kplStsBadArgErr),
+                fails(2, static_cast<const void*>(s2 + 1), kplStsBadArgErr)});
+    CHECK_ARGS(p, kpliEncodeCoeffsIntraRVLC_MPEG4_16s1u, {levels, pp(stream()), off(0), 0, 0},
+               {null(0), null(1), enc_off8, fails(3, 2, kplStsModeErr), fails(4, 3, kplStsBadArgErr)});
+    CHECK_ARGS(p, kpliEncodeCoeffsInterRVLC_MPEG4_16s1u, {levels, pp(stream()), off(0), 1},
+               {fails(3, 3, kplStsBadArgErr)});
+    // A level beyond the escape's range: -5 before a byte is written.
+    auto s = kplvc::test::bit_bytes("1");
+    Kpl8u* q = s.data();
+    Kpl32s qoff = 1;
+    int16_t big[64] = {0, 0, 5, -2048};
+    EXPECT_EQ(kpliEncodeCoeffsInterRVLC_MPEG4_16s1u(big, &q, &qoff, 0), kplStsBadArgErr);
+    EXPECT_TRUE(q == s.data() && qoff == 1 && s[0] == 0x80 && s[1] == 0);
 }
