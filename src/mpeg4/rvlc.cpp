@@ -186,12 +186,17 @@ KplStatus read_forward(BitCache64& bc, int inter, Event* ev) {
     const uint8_t e = kForward[v >> 1];
     if (e == kNone) return kplStsTextureVLCErr;
     if (e == kEsc) {
-        // 25 + 5 bits: the cache serves at most 25 at once.
+        // 25 + 5 bits: the cache serves at most 25 at once. The first 25 hold
+        // every field but the closing word and the sign; they are checked
+        // before the cache moves (and reloads past them), so zero padding
+        // after a stream fails the markers without being run into.
         const uint32_t hi = bc.peek(25);
+        int len;
+        KplStatus st = parse_escape((hi << 5) | 1u, ev, &len);  // a closing word that passes
+        if (st != kplStsNoErr) return st;
         BitCache64 t = bc;
         t.skip(25);
-        int len;
-        const KplStatus st = parse_escape((hi << 5) | t.peek(5), ev, &len);
+        st = parse_escape((hi << 5) | t.peek(5), ev, &len);
         if (st != kplStsNoErr) return st;
         bc = t;
         bc.skip(5);
