@@ -51,13 +51,14 @@ std::string esc(int last, int run, int mag, int sign) {
 }
 
 // One block decoded forward from bit 0 and backward from bit n; the
-// forward decoder of the table (0 intra with dcVlc 0, 1 inter), zigzag.
+// forward decoder of the table (0 intra with dcVlc 0, 1 inter), zigzag;
+// backward down to the bit `bound`.
 struct Both {
     KplStatus fwd, bwd;
     int16_t f[64], b[64];
     int32_t used_fwd, start_bwd;  // bits consumed forward; where backward stopped
 };
-Both decode_both(const std::string& s, int inter, int32_t bits_back) {
+Both decode_both(const std::string& s, int inter, int32_t bound = 0) {
     std::vector<uint8_t> in = kplvc::test::bit_bytes(s, kplvc::mpeg4::kLookAheadBytes);
     Both r;
     std::memset(r.f, 0x77, sizeof r.f);
@@ -67,11 +68,12 @@ Both decode_both(const std::string& s, int inter, int32_t bits_back) {
     r.fwd = inter ? kpliDecodeCoeffsInterRVLC_MPEG4_1u16s(&p, &off, r.f, &last, KPLVC_SCAN_ZIGZAG)
                   : kpliDecodeCoeffsIntraRVLC_MPEG4_1u16s(&p, &off, r.f, &last, 0, KPLVC_SCAN_ZIGZAG);
     r.used_fwd = static_cast<int32_t>((p - in.data()) * 8 + off);
-    p = in.data() + bits_back / 8;
-    off = bits_back % 8;
-    r.bwd = inter ? kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(&p, &off, in.data(), 0, r.b, &last,
+    p = in.data() + s.size() / 8;
+    off = static_cast<Kpl32s>(s.size() % 8);
+    const Kpl8u* b = in.data() + bound / 8;
+    r.bwd = inter ? kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(&p, &off, b, bound % 8, r.b, &last,
                                                               KPLVC_SCAN_ZIGZAG)
-                  : kpliDecodeCoeffsIntraRVLCBack_MPEG4_1u16s(&p, &off, in.data(), 0, r.b, &last, 0,
+                  : kpliDecodeCoeffsIntraRVLCBack_MPEG4_1u16s(&p, &off, b, bound % 8, r.b, &last, 0,
                                                               KPLVC_SCAN_ZIGZAG);
     r.start_bwd = static_cast<int32_t>((p - in.data()) * 8 + off);
     return r;
@@ -99,7 +101,7 @@ TEST(Mpeg4Rvlc, EveryWordBothWaysAndWritten) {
                 const std::string word = r.code + (sign ? "1" : "0");
                 const std::string s = last ? word : word + end;
                 SCOPED_TRACE((inter ? "inter " : "intra ") + word);
-                const Both d = decode_both(s, inter, static_cast<int32_t>(s.size()));
+                const Both d = decode_both(s, inter);
                 ASSERT_EQ(d.fwd, kplStsNoErr);
                 ASSERT_EQ(d.bwd, kplStsNoErr);
                 EXPECT_EQ(d.used_fwd, static_cast<int32_t>(s.size()));
@@ -124,56 +126,65 @@ TEST(Mpeg4Rvlc, EveryWordBothWaysAndWritten) {
     }
 }
 
-// The escape: its fields both ways, the writer's choice of it, and each way
-// it can be broken.
-TEST(Mpeg4Rvlc, EscapeFieldsAndFaults) {
+// Single blocks with a known outcome both ways: escapes (their fields, and
+// each way to break one), a run past coefficient 63, a block whose last event
+// lacks LAST, a backward read cut short by the partition's start, and an
+// illegal word (no word begins 00000 outside an escape).
+TEST(Mpeg4Rvlc, EscapesAndFaults) {
+    constexpr KplStatus kUnknown = 1;  // backward, the broken bits read as other words
+    const std::string e = esc(1, 5, 300, 1);
+    auto broken = [&e](size_t at, char to) {
+        std::string s = e;
+        s[at] = to;
+        return s;
+    };
     struct Case {
         const char* what;
         std::string bits;
-        KplStatus st;    // forward, and backward unless back is false
+        KplStatus fwd, bwd;
         int pos, level;  // the one coefficient (zigzag index) when valid
-        bool back = true;
+        int32_t bound = 0;
     };
-    std::string bad_marker = esc(1, 5, 300, 1), bad_marker2 = esc(1, 5, 300, 1), bad_tail = esc(1, 5, 300, 1),
-                bad_head = esc(1, 5, 300, 1);
-    bad_marker[12] = '0';
-    bad_marker2[24] = '0';
-    bad_tail[27] = '1';
-    bad_head[4] = '0';
     const Case cases[] = {
-        {"negative level, run 5", esc(1, 5, 300, 1), kplStsNoErr, 5, -300},
-        {"largest level and run", esc(1, 63, 2047, 0), kplStsNoErr, 63, 2047},
-        {"level 1 at run 0 (has a word, still legal)", esc(1, 0, 1, 0), kplStsNoErr, 0, 1},
-        {"level 0", esc(1, 5, 0, 0), kplStsTextureVLCErr, 0, 0},
-        {"first marker 0", bad_marker, kplStsMarkerErr, 0, 0},
-        {"second marker 0", bad_marker2, kplStsMarkerErr, 0, 0},
-        // Backward, the broken closing word is read as some other word.
-        {"closing word not 0000", bad_tail, kplStsTextureVLCErr, 0, 0, false},
-        {"opening 00000", bad_head, kplStsTextureVLCErr, 0, 0},
+        {"negative level, run 5", e, kplStsNoErr, kplStsNoErr, 5, -300},
+        {"largest level and run", esc(1, 63, 2047, 0), kplStsNoErr, kplStsNoErr, 63, 2047},
+        {"level 1 at run 0 (has a word, still legal)", esc(1, 0, 1, 0), kplStsNoErr, kplStsNoErr, 0, 1},
+        {"level 0", esc(1, 5, 0, 0), kplStsTextureVLCErr, kplStsTextureVLCErr, 0, 0},
+        {"first marker 0", broken(12, '0'), kplStsMarkerErr, kplStsMarkerErr, 0, 0},
+        {"second marker 0", broken(24, '0'), kplStsMarkerErr, kplStsMarkerErr, 0, 0},
+        {"closing word not 0000", broken(27, '1'), kplStsTextureVLCErr, kUnknown, 0, 0},
+        {"opening 00000", broken(4, '0'), kplStsTextureVLCErr, kplStsTextureVLCErr, 0, 0},
+        {"start 10 bits into the escape", e, kplStsNoErr, kplStsTextureVLCErr, 5, -300, 10},
+        // Inter LAST = 0 run 40, then LAST = 1 run 40: 41 + 41 > 64.
+        {"run past 63", esc(0, 40, 1, 0) + esc(1, 40, 1, 0), kplStsCoefCountErr, kplStsCoefCountErr, 0, 0},
+        // Forward runs off into the zero padding; backward refuses at once.
+        {"last event without LAST", esc(0, 3, 9, 0), kplStsTextureVLCErr, kplStsTextureVLCErr, 0, 0},
+        {"illegal word", "000001110", kplStsTextureVLCErr, kplStsTextureVLCErr, 0, 0},
     };
     for (const Case& c : cases)
         for (int inter = 0; inter < 2; ++inter) {
             SCOPED_TRACE(std::string(c.what) + (inter ? " inter" : " intra"));
-            const Both d = decode_both(c.bits, inter, static_cast<int32_t>(c.bits.size()));
-            EXPECT_EQ(d.fwd, c.st);
-            if (c.back) {
-                EXPECT_EQ(d.bwd, c.st);
-            }
-            if (c.st != kplStsNoErr) {
+            const Both d = decode_both(c.bits, inter, c.bound);
+            EXPECT_EQ(d.fwd, c.fwd);
+            if (d.fwd == kplStsNoErr) {
+                EXPECT_EQ(d.f[zz()[c.pos]], c.level);
+            } else {
                 EXPECT_EQ(d.f[0], 0x7777) << "written on failure";
-                if (d.bwd != kplStsNoErr) {
-                    EXPECT_EQ(d.b[0], 0x7777) << "written on failure";
-                }
-                continue;
             }
-            EXPECT_EQ(d.f[zz()[c.pos]], c.level);
-            EXPECT_EQ(d.b[zz()[c.pos]], c.level);
-            EXPECT_EQ(d.start_bwd, 0);
+            if (c.bwd == kUnknown) continue;
+            EXPECT_EQ(d.bwd, c.bwd);
+            if (d.bwd == kplStsNoErr) {
+                EXPECT_EQ(d.b[zz()[c.pos]], c.level);
+                EXPECT_EQ(d.start_bwd, 0);
+            } else {
+                EXPECT_EQ(d.b[0], 0x7777) << "written on failure";
+                EXPECT_EQ(d.start_bwd, static_cast<int32_t>(c.bits.size())) << "moved on failure";
+            }
         }
     // The writer escapes exactly the events without a word: intra level 28
     // at run 0 (LAST = 1), inter run 39 with LAST = 0 (no word beyond run
-    // 38), followed by a LAST = 1 event at position 63 (its word is not
-    // checked here: only the escape that begins the block).
+    // 38), followed by a LAST = 1 event at position 63 (only the escape that
+    // begins the block is checked).
     struct W {
         int inter, pos, level;
         std::string bits;
@@ -191,38 +202,6 @@ TEST(Mpeg4Rvlc, EscapeFieldsAndFaults) {
                   kplStsNoErr);
         EXPECT_EQ(bits_of(out.data(), p, off).substr(0, 30), w.bits);
     }
-}
-
-// Structural faults: a run past coefficient 63, a block read backward whose
-// last event lacks LAST, a block cut short by the partition's start, and an
-// illegal word (no word begins 00000 except inside an escape).
-TEST(Mpeg4Rvlc, BlockFaults) {
-    // Two inter LAST = 0 escapes of run 40 then LAST = 1: 41 + 41 > 64.
-    const std::string run_past = esc(0, 40, 1, 0) + esc(1, 40, 1, 0);
-    Both d = decode_both(run_past, 1, static_cast<int32_t>(run_past.size()));
-    EXPECT_EQ(d.fwd, kplStsCoefCountErr);
-    EXPECT_EQ(d.bwd, kplStsCoefCountErr);
-    // Ends with a LAST = 0 event: forward runs off into zeros (illegal),
-    // backward refuses the block at once.
-    const std::string no_last = esc(0, 3, 9, 0);
-    d = decode_both(no_last, 1, static_cast<int32_t>(no_last.size()));
-    EXPECT_EQ(d.fwd, kplStsTextureVLCErr);
-    EXPECT_EQ(d.bwd, kplStsTextureVLCErr);
-    // Backward with the start 10 bits into an escape: not enough bits left.
-    {
-        std::vector<uint8_t> in = kplvc::test::bit_bytes(esc(1, 2, 77, 0), kplvc::mpeg4::kLookAheadBytes);
-        Kpl8u* p = in.data() + 3;
-        Kpl32s off = 6, last;
-        int16_t out[64];
-        EXPECT_EQ(kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(&p, &off, in.data() + 1, 2, out, &last,
-                                                            KPLVC_SCAN_ZIGZAG),
-                  kplStsTextureVLCErr);
-        EXPECT_EQ(p, in.data() + 3);
-        EXPECT_EQ(off, 6);
-    }
-    d = decode_both("000001110", 0, 9);
-    EXPECT_EQ(d.fwd, kplStsTextureVLCErr);
-    EXPECT_EQ(d.bwd, kplStsTextureVLCErr);
 }
 
 // Partitions of random blocks (intra with and without a separate DC, inter;
