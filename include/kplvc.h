@@ -1433,6 +1433,72 @@ KPLVC_API KplStatus kpliWarpChroma_MPEG4_8u_C1R(const Kpl8u* pRef, Kpl32s refSte
  * quarterSample not 0 or 1. */
 KPLVC_API KplStatus kpliWarpMV_MPEG4(const KplMPEG4Warp* pWarp, Kpl32s mbX, Kpl32s mbY, Kpl32s fcode,
                                      Kpl32s quarterSample, KplMotionVector* pMV);
+/* ---- MPEG-4 Visual: reversible VLC texture (data-partitioned packets) ---- */
+/* Streams with reversible_vlc = 1 code the texture partition of a
+ * data-partitioned video packet with the reversible tables (ISO/IEC 14496-2
+ * Tables B-23 / B-24): 169 code words, each with an intra and an inter
+ * (LAST, RUN, LEVEL) meaning, followed by a sign bit, and one escape of 30
+ * bits, "0000 1 LAST RUN(6) 1 |LEVEL|(11) 1 0000 s". The words read the same
+ * way from both ends, so a packet whose forward pass stopped at damage can be
+ * read again from the end of its texture partition. The symbols of the other
+ * partitions are the usual ones (kpliDecodeMCBPC*_H263, kpliDecodeCBPY_H263,
+ * kpliDecodeDCIntra_MPEG4_1u16s, kpliDecodeMV_MPEG4_1u16s).
+ *
+ * Forward decoders: as kpliDecodeCoeffsIntra_MPEG4_1u16s and
+ * kpliDecodeCoeffsInter_MPEG4_1u16s (dcVlc, scan, the written range and
+ * *pIndxLastNonZero alike), with the reversible words and escape. Statuses:
+ * -8; -105 bit offset; -90 dcVlc (intra); -5 scan; then from the stream -100
+ * an illegal word, an escape whose first or last word is wrong or whose
+ * level is 0, -99 an escape marker bit that is 0, -72 a run past
+ * coefficient 63. Nothing is written on failure. */
+KPLVC_API KplStatus kpliDecodeCoeffsIntraRVLC_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                          Kpl16s* pCoeffs, Kpl32s* pIndxLastNonZero,
+                                                          Kpl32s dcVlc, Kpl32s scan);
+KPLVC_API KplStatus kpliDecodeCoeffsInterRVLC_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                          Kpl16s* pCoeffs, Kpl32s* pIndxLastNonZero,
+                                                          Kpl32s scan);
+
+/* kpliDecodeCoeffsInterRVLC_MPEG4_1u16s with the inverse quantisation of
+ * kpliReconstructCoeffsInter_MPEG4_1u16s applied as each level is read (the
+ * same exact arithmetic, clamping and mismatch control). Statuses: -8, -105,
+ * -5 scan, -104 QP outside 1..31, then the stream's. */
+KPLVC_API KplStatus kpliReconstructCoeffsInterRVLC_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                               Kpl16s* pCoeffs, Kpl32s* pIndxLastNonZero,
+                                                               Kpl32s scan, Kpl32s QP,
+                                                               const Kpl16s* pQMatrix);
+
+/* Backward decoders: *ppBitStream / *pBitOffset is the position just after
+ * a block's last bit (the end of the texture partition, before its stuffing,
+ * for the packet's last coded block); (pStart, startOffset) the first bit of
+ * the partition, which is never read past. The block's events are read from
+ * its end: the sign bit, then the word reversed; the first one read must have
+ * LAST = 1. Reading stops at the partition's first bit or before the previous
+ * block's last event (an event with LAST = 1, left unread). The levels land
+ * as in the forward decoder, and the position moves back to the block's first
+ * bit, where the previous block ends. Reads only bytes from pStart up to the
+ * one holding the bit before the position. Statuses: -8 (pStart included);
+ * -105 either bit offset outside 0..7; -90 dcVlc (intra); -5 scan, or the
+ * start after the position; then -100 an illegal word, a first event without
+ * LAST, fewer bits left before the start than a word needs, a bad escape;
+ * -99; -72 the events need more than 64 (63 with dcVlc 1) positions. Nothing
+ * is written on failure. */
+KPLVC_API KplStatus kpliDecodeCoeffsIntraRVLCBack_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                              const Kpl8u* pStart, Kpl32s startOffset,
+                                                              Kpl16s* pCoeffs, Kpl32s* pIndxLastNonZero,
+                                                              Kpl32s dcVlc, Kpl32s scan);
+KPLVC_API KplStatus kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                              const Kpl8u* pStart, Kpl32s startOffset,
+                                                              Kpl16s* pCoeffs, Kpl32s* pIndxLastNonZero,
+                                                              Kpl32s scan);
+
+/* Writers: as kpliEncodeCoeffsIntra/Inter_MPEG4_16s1u with the reversible
+ * words; an event without a word of its own takes the 30-bit escape. Levels
+ * must lie in -2047..2047. Statuses: -8, -105, -90 dcVlc (intra), -5 scan,
+ * -5 a level out of range (checked before anything is written). */
+KPLVC_API KplStatus kpliEncodeCoeffsIntraRVLC_MPEG4_16s1u(const Kpl16s* pCoeffs, Kpl8u** ppBitStream,
+                                                          Kpl32s* pBitOffset, Kpl32s dcVlc, Kpl32s scan);
+KPLVC_API KplStatus kpliEncodeCoeffsInterRVLC_MPEG4_16s1u(const Kpl16s* pCoeffs, Kpl8u** ppBitStream,
+                                                          Kpl32s* pBitOffset, Kpl32s scan);
 /* @mpeg4-end */
 
 /* ------------------------------------------------------------------------ */

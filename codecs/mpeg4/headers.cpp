@@ -143,8 +143,9 @@ bool parse_vol(BitReader& br, Vol* vol, const char** why) {
     v.resync_disable = br.bit();
     v.data_partitioned = br.bit();
     if (v.data_partitioned) {
+        v.rvlc_bit = br.byte_pos() * 8 + static_cast<size_t>(br.bit_off());
         v.rvlc = br.bit();
-        return *why = "data partitioning (and reversible VLCs) are not supported yet", false;
+        if (v.interlaced) return *why = "data partitioning of interlaced VOPs is not supported", false;
     }
     if (v.verid != 1) {
         if (br.bit()) return *why = "NEWPRED is not supported", false;

@@ -31,6 +31,7 @@ struct Vol {
     bool quarter_sample = false;
     bool resync_disable = true;
     bool data_partitioned = false, rvlc = false;
+    size_t rvlc_bit = 0;  // reversible_vlc's bit position in the stream
     bool short_header = false;
     int quant_precision = 5;
 };
