@@ -5,9 +5,13 @@
 // (B-14 or B-15), the DC table (B-12 or B-13), the scan and whether the
 // non-intra matrix is null; byte 1 the quantiser scale, byte 2 the start
 // offset, byte 3 the DC precision and predictor; the rest is the stream.
-// The stream sits at the very end of its own heap block followed by
-// exactly two zero words, the decoders' look-ahead: a zero tail begins no
-// code word, so a decoder that reads further is reading past what it may.
+// The stream sits at the very end of its own heap block followed by four
+// zero words. A decoder may read up to the second word after the word of
+// the last bit it consumed, and a zero tail can still be consumed: an intra
+// block's DC takes "00" (luminance size 1) and its differential bit before
+// the AC code that no run of zeros completes, so the last bit a decoder
+// looks at can lie in the second tail word, and its look-ahead two words
+// further. A read past the fourth word is past what any decoder may read.
 //
 // Checked: on error every output is as it was; on success the offset is in
 // 0..31, the position moved forward, every value is in -2048..2047, the
@@ -91,13 +95,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int32_t prec = data[3] & 3;
     Kpl16s pred = static_cast<Kpl16s>((data[3] >> 2) * 33);
 
-    // The stream words, then exactly the two words of look-ahead, at the end
-    // of a block of their own.
+    // The stream words, then the four words of tail described above, at
+    // the end of a block of their own.
     const size_t nbytes = size - 4;
     const size_t nwords = (nbytes + 3) / 4;
-    Kpl32u* buf = static_cast<Kpl32u*>(std::malloc((nwords + 2) * sizeof(Kpl32u)));
+    Kpl32u* buf = static_cast<Kpl32u*>(std::malloc((nwords + 4) * sizeof(Kpl32u)));
     if (buf == nullptr) return 0;
-    std::memset(buf, 0, (nwords + 2) * sizeof(Kpl32u));
+    std::memset(buf, 0, (nwords + 4) * sizeof(Kpl32u));
     if (nbytes != 0) std::memcpy(buf, data + 4, nbytes);
 
     Kpl16s blk[64];

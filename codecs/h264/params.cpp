@@ -11,7 +11,11 @@ bool scaling_list_is_flat(BitReader& br, int size) {
     bool flat = true;
     for (int j = 0; j < size; ++j) {
         if (next != 0) {
-            const int delta = br.se();
+            const int delta = br.se();  // delta_scale: -128..127 in a valid stream
+            if (delta < -128 || delta > 127) {
+                br.set_error();
+                return false;
+            }
             next = (last + delta + 256) & 255;
             if (j == 0 && next == 0) return false;  // useDefaultScalingMatrixFlag
         }
