@@ -213,14 +213,7 @@ TEST(CopyDiffArgs, ChecksInOrderAndNothingWritten) {
 
 // ---- SIMD variants against the scalar reference -------------------------------------
 
-namespace {
-
-template <class Get, class Body>
-void check(Get get, const std::string& name, int n, Body body) {
-    kplvc::test::check_variants(kplvc::block::blockcopy_kernels_for, get, "blockcopy " + name, n, body);
-}
-
-}  // namespace
+const auto check = kplvc::test::variants_of(kplvc::block::blockcopy_kernels_for, "blockcopy ");
 
 TEST(BlockCopyVariants, DiffMatchesReference) {
     for (const DiffShapeInfo& s : kShapes) {

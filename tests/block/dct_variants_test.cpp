@@ -47,10 +47,7 @@ void make(Rng& rng, int16_t* b, int kind, int corner = 8) {
         if (i / 8 >= corner || i % 8 >= corner) b[i] = 0;
 }
 
-template <class Get, class Body>
-void check(Get get, const char* name, int n, Body body) {
-    kplvc::test::check_variants(kplvc::block::dct_kernels_for, get, std::string("dct ") + name, n, body);
-}
+const auto check = kplvc::test::variants_of(kplvc::block::dct_kernels_for, "dct ");
 
 }  // namespace
 

@@ -33,10 +33,7 @@ Plane plane(Arena& a, Rng& rng, int min_width) {
     return pl;
 }
 
-template <class Get, class Body>
-void check(Get get, const std::string& name, int n, Body body) {
-    kplvc::test::check_variants(kplvc::block::metrics_kernels_for, get, "metrics " + name, n, body);
-}
+const auto check = kplvc::test::variants_of(kplvc::block::metrics_kernels_for, "metrics ");
 
 template <class Get>
 void check_block_metric(Get get, const std::string& name, int width) {

@@ -147,10 +147,7 @@ size_t random_len(Rng& rng) {
     return static_cast<size_t>(rng.range(lo[k], hi[k]));
 }
 
-template <class Get, class Body>
-void check(Get get, const std::string& name, int n, Body body) {
-    kplvc::test::check_variants(kplvc::vector_kernels_for, get, "vector " + name, n, body);
-}
+const auto check = kplvc::test::variants_of(kplvc::vector_kernels_for, "vector ");
 
 }  // namespace
 

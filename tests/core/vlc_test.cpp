@@ -3,14 +3,13 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "core/vlc.h"
 #include "kplvc.h"
 #include "support/args.h"
+#include "support/code_lists.h"
 
 using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 
@@ -303,29 +302,11 @@ TEST(VlcRoundTrip, Mpeg2CoefficientTable) {
     // A real code: the MPEG-2 coefficient table zero (run, level) with the
     // value run * 64 + level, EOB and ESCAPE, in three levels of 5, 5 and 6
     // bits (codes up to 16 bits).
-    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/mpeg2_dct_coef_b14.txt");
-    ASSERT_TRUE(in.good());
     std::vector<Code> codes;
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream ls(line);
-        std::string idx, bits;
-        int run = 0, level = 0;
-        if (!(ls >> idx >> bits)) continue;
-        if (idx == "FIRST") continue;  // the first-coefficient form overlaps row 0
-        int32_t value;
-        if (idx == "EOB") {
-            value = -1;
-        } else if (idx == "ESCAPE") {
-            value = -2;
-        } else {
-            if (!(ls >> run >> level)) continue;
-            value = run * 64 + level;
-        }
-        uint32_t c = 0;
-        for (char ch : bits) c = (c << 1) | static_cast<uint32_t>(ch - '0');
-        codes.push_back({c, static_cast<int>(bits.size()), value, 0});
+    for (const auto& k : kplvc::codelists::read_rl("mpeg2_dct_coef_b14.txt")) {
+        const int32_t value = k.v1 == KPLVC_RL_EOB ? -1 : k.v1 == KPLVC_RL_ESCAPE ? -2 : k.v1 * 64 + k.v2;
+        codes.push_back({static_cast<uint32_t>(std::stoul(k.bits, nullptr, 2)),
+                         static_cast<int>(k.bits.size()), value, 0});
     }
     ASSERT_EQ(codes.size(), 113u);  // 111 rows, EOB, ESCAPE
     Table tb(describe({5, 5, 6}, codes, false));

@@ -12,6 +12,8 @@
 #include "dv/segment_model.h"
 #include "dv/tables.h"
 #include "kplvc.h"
+#include "support/args.h"
+#include "support/code_lists.h"
 #include "support/support.h"
 
 namespace {
@@ -140,24 +142,18 @@ struct Code {
 const Code& code() {
     static const Code c = [] {
         Code c;
-        std::ifstream in(data_path("dv_vlc.txt"));
-        std::string line;
-        while (std::getline(in, line)) {
-            if (line.empty() || line[0] == '#') continue;
-            std::istringstream ls(line);
-            std::string a, bits;
-            ls >> a >> bits;
-            if (a == "EOB") {
+        for (const auto& f : kplvc::codelists::read_rows("dv_vlc.txt")) {
+            const std::string& bits = f[1];
+            if (f[0] == "EOB") {
                 c.eob = bits;
-            } else if (a == "RUN") {
+            } else if (f[0] == "RUN") {
                 c.run_prefix = bits;
-                ls >> c.run_lo >> c.run_hi;
-            } else if (a == "AMP") {
+                c.run_lo = std::stoi(f[2]), c.run_hi = std::stoi(f[3]);
+            } else if (f[0] == "AMP") {
                 c.amp_prefix = bits;
-                ls >> c.amp_lo >> c.amp_hi;
+                c.amp_lo = std::stoi(f[2]), c.amp_hi = std::stoi(f[3]);
             } else {
-                int run, amp;
-                ls >> run >> amp;
+                const int run = std::stoi(f[2]), amp = std::stoi(f[3]);
                 c.rows.push_back({static_cast<uint16_t>(std::stoi(bits, nullptr, 2)),
                                   static_cast<uint8_t>(bits.size()), static_cast<uint8_t>(run),
                                   static_cast<uint8_t>(amp)});
@@ -592,26 +588,13 @@ TEST(DvSegment, EobWithinPendingBits) {
 }
 
 TEST(DvSegment, NullPointers) {
+    using kplvc::test::null;
     const std::vector<uint8_t> seg = empty_segment();
     const std::vector<int32_t> scan = scans(Scan::standard);
-    Guarded out(3840), info(120);
-    std::memset(out.data(), 0x5A, 3840);
-    std::memset(info.data(), 0xC3, 120);
-    const uint8_t* s = seg.data();
-    const uint32_t* t = table(false).get();
-    const int32_t* sc = scan.data();
-    Kpl16s* o = out.as<Kpl16s>();
-    Kpl32u* in = info.as<Kpl32u>();
-    const struct {
-        const uint8_t* s;
-        const uint32_t* t;
-        const int32_t* sc;
-        Kpl16s* o;
-        Kpl32u* in;
-    } cases[] = {{nullptr, t, sc, o, in}, {s, nullptr, sc, o, in}, {s, t, nullptr, o, in},
-                 {s, t, sc, nullptr, in}, {s, t, sc, o, nullptr},  {nullptr, t, sc, nullptr, nullptr}};
-    for (const auto& c : cases)
-        EXPECT_EQ(kpliHuffmanDecodeSegment_DV_8u16s(c.s, c.t, c.sc, c.o, c.in), kplStsNullPtrErr);
-    for (int i = 0; i < 3840; ++i) ASSERT_EQ(out.data()[i], 0x5A);
-    for (int i = 0; i < 120; ++i) ASSERT_EQ(info.data()[i], 0xC3);
+    kplvc::test::ArgPool p;
+    Kpl8u* s = p.take<Kpl8u>(seg.size());
+    std::memcpy(s, seg.data(), seg.size());
+    CHECK_ARGS(p, kpliHuffmanDecodeSegment_DV_8u16s,
+               {s, table(false).get(), scan.data(), p.take<Kpl16s>(1920), p.take<Kpl32u>(30)},
+               {null(0), null(1), null(2), null(3), null(4)});
 }

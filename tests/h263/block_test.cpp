@@ -2,8 +2,6 @@
 // encoder, the direct reconstruction as oracle, the table contents against
 // the standard's code lists, and the error paths.
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -13,6 +11,7 @@
 #include "h263/coef_tables.h"
 #include "kplvc.h"
 #include "support/args.h"
+#include "support/code_lists.h"
 
 using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 
@@ -119,17 +118,12 @@ TEST(H263Block, IntraRoundTripMatchesDirectReconstruction) {
 TEST(H263Block, TcoefTablesMatchTheCodeLists) {
     for (auto [file, adv] :
          {std::pair<const char*, bool>{"h263_tcoef.txt", false}, {"h263_advintra_tcoef.txt", true}}) {
-        std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/" + file);
-        ASSERT_TRUE(in.good());
-        std::string line;
         int n = 0;
-        while (std::getline(in, line)) {
-            if (line.empty() || line[0] == '#') continue;
-            std::istringstream ls(line);
-            std::string idx, code;
-            int last = 0, run = 0, level = 0;
-            ls >> idx >> code;
-            if (idx != "ESCAPE") ls >> last >> run >> level;
+        for (const auto& r : kplvc::codelists::read_rows(file)) {
+            const std::string &idx = r[0], &code = r[1];
+            const bool esc = idx == "ESCAPE";
+            const int last = esc ? 0 : std::stoi(r[2]), run = esc ? 0 : std::stoi(r[3]),
+                      level = esc ? 0 : std::stoi(r[4]);
             uint32_t c12 = 0;
             for (char ch : code) c12 = (c12 << 1) | static_cast<uint32_t>(ch - '0');
             c12 <<= 12 - code.size();

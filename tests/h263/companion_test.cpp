@@ -24,17 +24,7 @@ using kplvc::test::Rng;
 
 // A stream from a string of 0/1 (spaces ignored), zero-padded past the
 // decoders' look-ahead.
-struct Bits {
-    std::vector<uint8_t> buf;
-    size_t n = 0;
-    explicit Bits(const std::string& s) : buf(64, 0) {
-        for (char c : s) {
-            if (c == ' ') continue;
-            if (c == '1') buf[n / 8] |= static_cast<uint8_t>(0x80 >> (n % 8));
-            ++n;
-        }
-    }
-};
+std::vector<uint8_t> stream(const std::string& s) { return kplvc::test::bit_bytes(s, 64); }
 
 // The H.263 inverse quantiser in 32 bits, clamped to -2048..2047.
 int16_t dequant(int level, int qp) {
@@ -143,8 +133,8 @@ TEST(H263Companion, AdvancedIntraFollowsAnnexI) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        Bits s(c.bits);
-        Kpl8u* p = s.buf.data();
+        auto s = stream(c.bits);
+        Kpl8u* p = s.data();
         int off = 0;
         Kpl16s row[8] = {static_cast<Kpl16s>(c.above0), static_cast<Kpl16s>(c.above1)};
         Kpl16s col[8] = {static_cast<Kpl16s>(c.left0), static_cast<Kpl16s>(c.left1)};
@@ -152,7 +142,7 @@ TEST(H263Companion, AdvancedIntraFollowsAnnexI) {
         std::memset(px, 0xEE, sizeof px);
         ASSERT_EQ(kpliDecodeBlockCoefEx_AdvIntra_H263_1u8u(&p, &off, px, 10, row, col, c.qp, c.mode, c.flags),
                   kplStsNoErr);
-        EXPECT_EQ(static_cast<int>((p - s.buf.data()) * 8 + off), c.consumed);
+        EXPECT_EQ(static_cast<int>((p - s.data()) * 8 + off), c.consumed);
         for (int k = 0; k < 8; ++k) {
             EXPECT_EQ(row[k], c.want[k]) << "row " << k;
             EXPECT_EQ(col[k], c.want[8 * k]) << "column " << k;
@@ -176,9 +166,9 @@ TEST(H263Companion, ExtendedEscapeNeedsModifiedQuantisation) {
         std::string ext;
         for (int b = 4; b >= 0; --b) ext += ((u >> b) & 1) ? '1' : '0';
         for (int b = 10; b >= 5; --b) ext += ((u >> b) & 1) ? '1' : '0';
-        Bits s("0000011 1 000000 10000000 " + ext);
+        auto s = stream("0000011 1 000000 10000000 " + ext);
         for (int qp : {1, 2, 31}) {
-            Kpl8u* p = s.buf.data();
+            Kpl8u* p = s.data();
             int off = 0;
             int16_t got[64], want[64] = {};
             int16_t levels[64] = {};
@@ -186,15 +176,15 @@ TEST(H263Companion, ExtendedEscapeNeedsModifiedQuantisation) {
             inter_reference(levels, qp, want);
             ASSERT_EQ(kpliDecodeBlockCoefEx_Inter_H263_1u16s(&p, &off, got, qp, KPLVC_H263_EXT_ESCAPE),
                       kplStsNoErr);
-            EXPECT_EQ(p - s.buf.data(), 4);
+            EXPECT_EQ(p - s.data(), 4);
             EXPECT_EQ(off, 1);  // 33 bits
             EXPECT_EQ(std::memcmp(got, want, sizeof want), 0) << level << " qp " << qp;
             // Without the flag the byte 10000000 is no level: -74, nothing moves.
             std::memset(got, 0x5A, sizeof got);
-            p = s.buf.data();
+            p = s.data();
             off = 0;
             EXPECT_EQ(kpliDecodeBlockCoefEx_Inter_H263_1u16s(&p, &off, got, qp, 0), kplStsVLCErr);
-            EXPECT_EQ(p, s.buf.data());
+            EXPECT_EQ(p, s.data());
             EXPECT_EQ(got[7], 0x5A5A);
         }
     }
@@ -342,20 +332,20 @@ TEST(H263Companion, VectorCodesAndRanges) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.bits);
-        Bits s(c.bits);
-        Kpl8u* p = s.buf.data();
+        auto s = stream(c.bits);
+        Kpl8u* p = s.data();
         int off = 0;
         const Kpl16s pred[2] = {static_cast<Kpl16s>(c.px), static_cast<Kpl16s>(c.py)};
         Kpl16s mv[2] = {777, 777};
         ASSERT_EQ(kpliDecodeMVEx_H263(&p, &off, pred, mv, c.mode), c.st);
         if (c.st != kplStsNoErr) {
-            EXPECT_EQ(p, s.buf.data());
+            EXPECT_EQ(p, s.data());
             EXPECT_EQ(mv[0], 777);
             continue;
         }
         EXPECT_EQ(mv[0], c.x);
         EXPECT_EQ(mv[1], c.y);
-        EXPECT_EQ(static_cast<int>((p - s.buf.data()) * 8 + off), c.consumed);
+        EXPECT_EQ(static_cast<int>((p - s.data()) * 8 + off), c.consumed);
     }
 }
 

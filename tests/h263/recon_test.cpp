@@ -18,10 +18,7 @@ using kplvc::h263::ReconKernels;
 using kplvc::test::Arena;
 using kplvc::test::Rng;
 
-template <class Get, class Body>
-void check(Get get, const std::string& name, int n, Body body) {
-    kplvc::test::check_variants(kplvc::h263::recon_kernels_for, get, "h263 " + name, n, body);
-}
+const auto check = kplvc::test::variants_of(kplvc::h263::recon_kernels_for, "h263 ");
 
 // Annex J filter on one set of samples, from the standard's description.
 void annex_j(int& A, int& B, int& C, int& D, int qp) {

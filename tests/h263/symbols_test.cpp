@@ -1,14 +1,13 @@
 // H.263 symbol decoders against the standard's code lists (read from the
 // repository's tests/data), plus the prediction, wrap and error-handling rules.
 #include <algorithm>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "kplvc.h"
 #include "support/args.h"
+#include "support/code_lists.h"
 
 using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
 
@@ -23,19 +22,9 @@ struct CodeWord {
 };
 
 std::vector<std::vector<std::string>> rows(const char* file) {
-    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/" + file);
-    EXPECT_TRUE(in.good()) << file;
-    std::vector<std::vector<std::string>> out;
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream ls(line);
-        std::vector<std::string> f;
-        std::string w;
-        while (ls >> w) f.push_back(w);
-        if (!f.empty()) out.push_back(f);
-    }
-    return out;
+    auto r = kplvc::codelists::read_rows(file);
+    EXPECT_FALSE(r.empty()) << file;
+    return r;
 }
 
 std::vector<CodeWord> mcbpc(const char* file) {

@@ -1,14 +1,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "h264/deblock.h"
 #include "kplvc.h"
 #include "support/args.h"
+#include "support/code_lists.h"
 #include "support/variants.h"
 
 using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
@@ -30,16 +29,9 @@ struct Row {
 const Row& table(int index) {
     static const std::vector<Row> rows = [] {
         std::vector<Row> out;
-        std::ifstream in(KPLVC_TEST_DATA_DIR "/h264_deblock_tables.txt");
-        std::string line;
-        while (std::getline(in, line)) {
-            if (line.empty() || line[0] == '#') continue;
-            std::istringstream s(line);
-            int idx;
-            Row r;
-            s >> idx >> r.alpha >> r.beta >> r.tc0[0] >> r.tc0[1] >> r.tc0[2];
-            out.push_back(r);
-        }
+        for (const auto& f : kplvc::codelists::read_rows("h264_deblock_tables.txt"))
+            out.push_back(
+                {std::stoi(f[1]), std::stoi(f[2]), {std::stoi(f[3]), std::stoi(f[4]), std::stoi(f[5])}});
         return out;
     }();
     static const Row none{};

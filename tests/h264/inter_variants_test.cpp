@@ -64,10 +64,7 @@ void fill_window(Rng& rng, uint8_t* p, int32_t step, int w, int h, int kind) {
 }
 constexpr int kKinds = 7;
 
-template <class Get, class Body>
-void check(Get get, const std::string& name, int n, Body body) {
-    kplvc::test::check_variants(inter_kernels_for, get, "h264 " + name, n, body);
-}
+const auto check = kplvc::test::variants_of(inter_kernels_for, "h264 ");
 
 // A w x h area at `step` (at least w) filled by fill_window; every other
 // iteration exactly the area, against an unmapped page after its last byte or

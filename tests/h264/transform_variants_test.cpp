@@ -18,10 +18,7 @@ namespace {
 
 const int16_t kZigzagIndex[16] = {0, 1, 5, 6, 2, 4, 7, 12, 3, 8, 11, 13, 9, 10, 14, 15};
 
-template <class Get, class Body>
-void check(Get get, const std::string& name, int n, Body body) {
-    kplvc::test::check_variants(kplvc::h264::xform_kernels_for, get, "h264 " + name, n, body);
-}
+const auto check = kplvc::test::variants_of(kplvc::h264::xform_kernels_for, "h264 ");
 
 // Coefficient blocks of several shapes: full 16-bit range, extremes that push
 // every butterfly to wrap, realistic ranges, sparse, and the levels a coder

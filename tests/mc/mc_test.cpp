@@ -185,10 +185,7 @@ TEST(MCArgs, NullPointersFailAndWriteNothing) {
 
 // ---- SIMD variants against the scalar reference -------------------------------------
 
-template <class Get, class Body>
-void check(Get get, const std::string& name, int n, Body body) {
-    kplvc::test::check_variants(kplvc::mc::mc_kernels_for, get, "mc " + name, n, body);
-}
+const auto check = kplvc::test::variants_of(kplvc::mc::mc_kernels_for, "mc ");
 
 TEST(MCVariants, MatchReference) {
     for (const ShapeInfo& s : kShapes) {

@@ -6,7 +6,8 @@
 #include <fstream>
 #include <iterator>
 #include <ostream>
-#include <sstream>
+
+#include "support/code_lists.h"
 
 namespace kplvc::test::me {
 
@@ -112,16 +113,8 @@ Scene make_scene(int n, const KpliRect& w, Content c, Place place, Rng& rng, int
 int table_code_bits(int m) {
     static const std::vector<int> len = [] {
         std::vector<int> l(33, 0);
-        std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/h263_mvd.txt");
-        std::string line;
-        while (std::getline(in, line)) {
-            if (line.empty() || line[0] == '#') continue;
-            std::istringstream ss(line);
-            int index, diff;
-            std::string code;
-            ss >> index >> code >> diff;
-            l[static_cast<size_t>(std::abs(diff))] = static_cast<int>(code.size());
-        }
+        for (const auto& r : kplvc::codelists::read_rows("h263_mvd.txt"))
+            l[static_cast<size_t>(std::abs(std::stoi(r[2])))] = static_cast<int>(r[1].size());
         return l;
     }();
     return len[static_cast<size_t>(m)];

@@ -6,9 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
 #include <limits>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -16,6 +14,7 @@
 #include "mpeg2/quant.h"
 #include "mpeg4/quant.h"
 #include "support/args.h"
+#include "support/code_lists.h"
 #include "support/variants.h"
 
 using kplvc::test::fails, kplvc::test::null, kplvc::test::passes;
@@ -159,15 +158,13 @@ TEST(QuantInv, WithoutWrapIsTruncatingDivision) {
 // ---- Behaviour: forward --------------------------------------------------------
 
 TEST(Mpeg2Quant, DefaultIntraMatrixIsReciprocalOfSharedTable) {
-    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/mpeg2_default_matrices.txt");
-    ASSERT_TRUE(in.good());
-    std::string line, name;
-    int rows = 0, v, w;
-    while (std::getline(in, line)) {
-        std::istringstream ls(line);
-        if (line.empty() || line[0] == '#' || !(ls >> name >> v) || name != "intra") continue;
+    int rows = 0;
+    for (const auto& f : kplvc::codelists::read_rows("mpeg2_default_matrices.txt")) {
+        if (f[0] != "intra") continue;
+        ASSERT_EQ(f.size(), 10u);
+        const int v = std::stoi(f[1]);
         for (int u = 0; u < 8; ++u) {
-            ASSERT_TRUE(static_cast<bool>(ls >> w));
+            const int w = std::stoi(f[2 + u]);
             EXPECT_EQ(kplvc::mpeg2::kDefaultIntraMatrix[8 * v + u], w);
             const float want = 1.0f / static_cast<float>(w),
                         got = kplvc::mpeg2::kDefaultIntraRecip.v[8 * v + u];

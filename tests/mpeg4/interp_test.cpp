@@ -10,6 +10,7 @@
 #include "kplvc.h"
 #include "mpeg4/gmc.h"
 #include "mpeg4/qpel.h"
+#include "support/args.h"
 #include "support/support.h"
 #include "support/variants.h"
 
@@ -353,52 +354,26 @@ TEST(Mpeg4Warp, VariantsMatchScalar) {
 }
 
 TEST(Mpeg4InterpArgs, FirstFailingCheckWinsAndNothingIsWritten) {
-    uint8_t ref[32 * 32] = {}, dst[16 * 16];
-    std::memset(dst, 0x77, sizeof dst);
-    KplMPEG4Warp w;
-    const int du[3] = {1, 2, 3}, big[3] = {16384, 0, 0};
-    ASSERT_EQ(kpliWarpInit_MPEG4(&w, du, du, 3, 3, KpliSize{32, 32}), kplStsNoErr);
-    KplMPEG4Warp untouched = w;
-    KplMotionVector mv = {5, 5};
-    const struct {
-        const char* what;
-        KplStatus got, want;
-    } cases[] = {
-        {"qpel: src", kpliInterpolateQPel_MPEG4_8u_C1R(nullptr, 32, dst, 16, KpliSize{16, 16}, 0, 0),
-         kplStsNullPtrErr},
-        {"qpel: size before step", kpliInterpolateQPel_MPEG4_8u_C1R(ref, 1, dst, 16, KpliSize{8, 16}, 0, 0),
-         kplStsBlockSizeErr},
-        {"qpel: step before pos", kpliInterpolateQPel_MPEG4_8u_C1R(ref, 15, dst, 16, KpliSize{16, 16}, 16, 0),
-         kplStsStepErr},
-        {"qpel: pos before rc", kpliInterpolateQPel_MPEG4_8u_C1R(ref, 32, dst, 16, KpliSize{16, 16}, 16, 2),
-         kplStsBadArgErr},
-        {"qpel: rc", kpliInterpolateQPel_MPEG4_8u_C1R(ref, 32, dst, 16, KpliSize{16, 16}, 15, 2),
-         kplStsModeErr},
-        {"bi: backward",
-         kpliInterpolateQPelBi_MPEG4_8u_C1R(ref, 32, 0, nullptr, 32, 0, dst, 16, KpliSize{8, 8}, 0),
-         kplStsNullPtrErr},
-        {"bi: size", kpliInterpolateQPelBi_MPEG4_8u_C1R(ref, 32, 0, ref, 32, 0, dst, 16, KpliSize{4, 4}, 0),
-         kplStsBlockSizeErr},
-        {"bi: step B", kpliInterpolateQPelBi_MPEG4_8u_C1R(ref, 32, 0, ref, 7, 0, dst, 16, KpliSize{8, 8}, 0),
-         kplStsStepErr},
-        {"bi: pos B", kpliInterpolateQPelBi_MPEG4_8u_C1R(ref, 32, 0, ref, 32, -1, dst, 16, KpliSize{8, 8}, 0),
-         kplStsBadArgErr},
-        {"init: du null with points", kpliWarpInit_MPEG4(&w, nullptr, du, 1, 3, KpliSize{32, 32}),
-         kplStsNullPtrErr},
-        {"init: size before points", kpliWarpInit_MPEG4(&w, du, du, 4, 3, KpliSize{0, 32}), kplStsSizeErr},
-        {"init: points", kpliWarpInit_MPEG4(&w, du, du, 4, 3, KpliSize{32, 32}), kplStsBadArgErr},
-        {"init: accuracy", kpliWarpInit_MPEG4(&w, du, du, 3, 4, KpliSize{32, 32}), kplStsBadArgErr},
-        {"init: vector range", kpliWarpInit_MPEG4(&w, big, du, 3, 3, KpliSize{32, 32}), kplStsBadArgErr},
-        {"luma: warp", kpliWarpLuma_MPEG4_8u_C1R(ref, 32, dst, 16, 0, 0, nullptr, 0), kplStsNullPtrErr},
-        {"luma: step before rc", kpliWarpLuma_MPEG4_8u_C1R(ref, 31, dst, 16, 0, 0, &w, 2), kplStsStepErr},
-        {"luma: rc", kpliWarpLuma_MPEG4_8u_C1R(ref, 32, dst, 16, 0, 0, &w, 2), kplStsModeErr},
-        {"chroma: dst step", kpliWarpChroma_MPEG4_8u_C1R(ref, 16, dst, 7, 0, 0, &w, 0), kplStsStepErr},
-        {"mv: out", kpliWarpMV_MPEG4(&w, 0, 0, 1, 0, nullptr), kplStsNullPtrErr},
-        {"mv: fcode before qpel", kpliWarpMV_MPEG4(&w, 0, 0, 0, 2, &mv), kplStsFcodeErr},
-        {"mv: qpel", kpliWarpMV_MPEG4(&w, 0, 0, 1, 2, &mv), kplStsModeErr},
-    };
-    for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
-    for (uint8_t v : dst) EXPECT_EQ(v, 0x77);
-    EXPECT_EQ(std::memcmp(&w, &untouched, sizeof w), 0);
-    EXPECT_TRUE(mv.dx == 5 && mv.dy == 5);
+    using kplvc::test::Arg, kplvc::test::fails, kplvc::test::null;
+    kplvc::test::ArgPool p;
+    Kpl8u *ref = p.take<Kpl8u>(32 * 32), *dst = p.take<Kpl8u>(16 * 16);
+    KplMPEG4Warp* w = p.take<KplMPEG4Warp>();
+    Kpl32s* du = p.take<Kpl32s>({1, 2, 3});
+    const KpliSize b16{16, 16}, b8{8, 8};
+    CHECK_ARGS(p, kpliInterpolateQPel_MPEG4_8u_C1R, {ref, 32, dst, 16, b16, 0, 0},
+               {null(0), fails(4, KpliSize{8, 16}, kplStsBlockSizeErr), fails(1, 15, kplStsStepErr),
+                fails(5, 16, kplStsBadArgErr), fails(6, 2, kplStsModeErr)});
+    CHECK_ARGS(p, kpliInterpolateQPelBi_MPEG4_8u_C1R, {ref, 32, 0, ref, 32, 0, dst, 16, b8, 0},
+               {null(3), fails(8, KpliSize{4, 4}, kplStsBlockSizeErr), fails(4, 7, kplStsStepErr),
+                fails(5, -1, kplStsBadArgErr)});
+    // The good call leaves *w set up for the warps below.
+    CHECK_ARGS(p, kpliWarpInit_MPEG4, {w, du, du, 3, 3, KpliSize{32, 32}},
+               {null(1), fails(5, KpliSize{0, 32}, kplStsSizeErr),
+                Arg{1, p.take<Kpl32s>({16384, 0, 0}), kplStsBadArgErr}, fails(3, 4, kplStsBadArgErr),
+                fails(4, 4, kplStsBadArgErr)});
+    CHECK_ARGS(p, kpliWarpLuma_MPEG4_8u_C1R, {ref, 32, dst, 16, 0, 0, w, 0},
+               {null(6), fails(1, 31, kplStsStepErr), fails(7, 2, kplStsModeErr)});
+    CHECK_ARGS(p, kpliWarpChroma_MPEG4_8u_C1R, {ref, 16, dst, 16, 0, 0, w, 0}, {fails(3, 7, kplStsStepErr)});
+    CHECK_ARGS(p, kpliWarpMV_MPEG4, {w, 0, 0, 1, 0, p.take<KplMotionVector>()},
+               {null(5), fails(3, 0, kplStsFcodeErr), fails(4, 2, kplStsModeErr)});
 }

@@ -1,25 +1,21 @@
 // MPEG-4 intra DC/AC prediction, the second-method and forward quantisers,
 // and motion vectors: worked examples of the rules that can break, and the
 // argument checks.
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "kplvc.h"
+#include "support/args.h"
 #include "support/support.h"
 
 namespace {
 
 const KplMPEG4IntraPred kAbsent = KPLVC_MPEG4_INTRA_PRED_ABSENT;
 
-// A stream from a string of 0/1, padded for the look-ahead.
-std::vector<uint8_t> bits(const std::string& s) {
-    std::vector<uint8_t> b(s.size() / 8 + 16, 0);
-    for (size_t i = 0; i < s.size(); ++i)
-        if (s[i] == '1') b[i / 8] |= static_cast<uint8_t>(0x80 >> (i % 8));
-    return b;
-}
+using kplvc::test::bit_bytes;  // a stream of 0/1 bits, zero-padded
 
 }  // namespace
 
@@ -272,7 +268,7 @@ TEST(Mpeg4Vectors, DecodeWithFcodeResidualAndWrap) {
          {4, 0}},
     };
     for (const auto& c : cases) {
-        std::vector<uint8_t> s = bits(c.bits);
+        std::vector<uint8_t> s = bit_bytes(c.bits);
         Kpl8u* p = s.data();
         Kpl32s off = 0;
         KplMotionVector mv = {99, 99};
@@ -286,7 +282,7 @@ TEST(Mpeg4Vectors, DecodeWithFcodeResidualAndWrap) {
     for (const char* b : {"000000000000",
                           "1"
                           "000000000000"}) {
-        std::vector<uint8_t> s = bits(b);
+        std::vector<uint8_t> s = bit_bytes(b);
         Kpl8u* p = s.data();
         Kpl32s off = 0;
         const KplMotionVector pred = {1, 2};
@@ -365,61 +361,38 @@ TEST(Mpeg4Vectors, DirectModeRounding) {
 // ---- Argument checks ----------------------------------------------------------------------
 
 TEST(Mpeg4PredictionArgs, FirstFailingCheckWinsAndNothingIsWritten) {
-    KplMPEG4IntraPred a = kAbsent, cur = kAbsent;
-    cur.dc = 5;
-    int16_t blk[64];
-    for (auto& v : blk) v = 3;
-    Kpl32s dir = 9, n = 9;
-    KplMotionVector mv[4] = {{7, 7}, {7, 7}, {7, 7}, {7, 7}}, out[4] = {{8, 8}, {8, 8}, {8, 8}, {8, 8}};
-    std::vector<uint8_t> s = bits(
-        "1"
-        "1");
-    Kpl8u* p = s.data();
-    Kpl8u* np = nullptr;
-    Kpl32s off = 0, bad = -1;
-    const struct {
-        const char* what;
-        KplStatus got, want;
-    } cases[] = {
-        {"dir: null", kpliPredictDirIntra_MPEG4(&a, &a, nullptr, &dir), kplStsNullPtrErr},
-        {"dir: out", kpliPredictDirIntra_MPEG4(&a, &a, &a, nullptr), kplStsNullPtrErr},
-        {"recon: coeffs", kpliPredictReconIntra_MPEG4_16s(nullptr, &a, &cur, 1, 0, 5, 0), kplStsNullPtrErr},
-        {"recon: pred before dir", kpliPredictReconIntra_MPEG4_16s(blk, nullptr, &cur, 0, 0, 5, 0),
-         kplStsNullPtrErr},
-        {"recon: dir before flag", kpliPredictReconIntra_MPEG4_16s(blk, &a, &cur, 3, 2, 5, 0),
-         kplStsPredDirErr},
-        {"recon: flag before QP", kpliPredictReconIntra_MPEG4_16s(blk, &a, &cur, 1, 2, 0, 0), kplStsModeErr},
-        {"recon: QP before block", kpliPredictReconIntra_MPEG4_16s(blk, &a, &cur, 1, 0, 32, 10),
-         kplStsMPEG4QPErr},
-        {"recon: block", kpliPredictReconIntra_MPEG4_16s(blk, &a, &cur, 2, 1, 31, 10), kplStsBlockIndexErr},
-        {"inv intra: null", kpliQuantInvIntraH263_MPEG4_16s_C1I(nullptr, 0), kplStsNullPtrErr},
-        {"inv inter: QP", kpliQuantInvInterH263_MPEG4_16s_C1I(blk, 0), kplStsMPEG4QPErr},
-        {"fwd intra: count", kpliQuantIntraH263_MPEG4_16s_C1I(blk, 0, 10, nullptr), kplStsNullPtrErr},
-        {"fwd intra: QP before block", kpliQuantIntraH263_MPEG4_16s_C1I(blk, 0, 10, &n), kplStsMPEG4QPErr},
-        {"fwd intra: block", kpliQuantIntraH263_MPEG4_16s_C1I(blk, 1, 10, &n), kplStsBlockIndexErr},
-        {"fwd inter: QP", kpliQuantInterH263_MPEG4_16s_C1I(blk, 32, &n), kplStsMPEG4QPErr},
-        {"fwd first intra: matrix", kpliQuantIntra_MPEG4_16s_C1I(blk, 1, nullptr, 0, &n), kplStsNullPtrErr},
-        {"fwd first intra: block", kpliQuantIntra_MPEG4_16s_C1I(blk, 1, blk, -1, &n), kplStsBlockIndexErr},
-        {"fwd first inter: QP", kpliQuantInter_MPEG4_16s_C1I(blk, 0, blk, &n), kplStsMPEG4QPErr},
-        {"mv: *pp", kpliDecodeMV_MPEG4_1u16s(&np, &off, mv, out, 1), kplStsNullPtrErr},
-        {"mv: pred", kpliDecodeMV_MPEG4_1u16s(&p, &off, nullptr, out, 1), kplStsNullPtrErr},
-        {"mv: offset before fcode", kpliDecodeMV_MPEG4_1u16s(&p, &bad, mv, out, 0), kplStsShapeArgErr},
-        {"mv: fcode 0", kpliDecodeMV_MPEG4_1u16s(&p, &off, mv, out, 0), kplStsFcodeErr},
-        {"mv: fcode 8", kpliDecodeMV_MPEG4_1u16s(&p, &off, mv, out, 8), kplStsFcodeErr},
-        {"pred: out", kpliPredictMV_MPEG4(mv, 4, 0, 0, nullptr), kplStsNullPtrErr},
-        {"pred: step before block", kpliPredictMV_MPEG4(mv, 3, 4, 8, out), kplStsStepErr},
-        {"pred: block before avail", kpliPredictMV_MPEG4(mv, 4, 4, 8, out), kplStsBlockIndexErr},
-        {"pred: avail", kpliPredictMV_MPEG4(mv, 4, 0, 8, out), kplStsBadArgErr},
-        {"direct: backward", kpliDirectMV_MPEG4(mv, mv, 1, 2, out, nullptr), kplStsNullPtrErr},
-        {"direct: TRD 0", kpliDirectMV_MPEG4(mv, mv, 0, 0, out, out), kplStsTimeDistErr},
-        {"direct: TRB > TRD", kpliDirectMV_MPEG4(mv, mv, 3, 2, out, out), kplStsTimeDistErr},
-        {"direct: TRB < 0", kpliDirectMV_MPEG4(mv, mv, -1, 2, out, out), kplStsTimeDistErr},
-    };
-    for (const auto& c : cases) EXPECT_EQ(c.got, c.want) << c.what;
-    EXPECT_EQ(dir, 9);
-    EXPECT_EQ(n, 9);
-    EXPECT_EQ(cur.dc, 5);
-    for (int16_t v : blk) EXPECT_EQ(v, 3);
-    for (const auto& v : out) EXPECT_TRUE(v.dx == 8 && v.dy == 8);
-    EXPECT_EQ(p, s.data());
+    using kplvc::test::Arg, kplvc::test::fails, kplvc::test::null;
+    kplvc::test::ArgPool p;
+    KplMPEG4IntraPred* a = p.take<KplMPEG4IntraPred>({kAbsent});
+    KplMPEG4IntraPred* cur = p.take<KplMPEG4IntraPred>({kAbsent});
+    Kpl16s *blk = p.take<Kpl16s>(64), *m = p.take<Kpl16s>(64);
+    std::fill(blk, blk + 64, Kpl16s{3});
+    std::fill(m, m + 64, Kpl16s{16});
+    Kpl32s* n = p.take<Kpl32s>(1);
+    KplMotionVector *mv = p.take<KplMotionVector>(4), *out = p.take<KplMotionVector>(4);
+    std::fill(mv, mv + 4, KplMotionVector{7, 7});
+    Kpl8u* s = p.take<Kpl8u>({0xC0, 0, 0, 0});  // "11": a zero vector
+    CHECK_ARGS(p, kpliPredictDirIntra_MPEG4, {a, a, a, n}, {null(2), null(3)});
+    CHECK_ARGS(p, kpliPredictReconIntra_MPEG4_16s, {blk, a, cur, 1, 0, 5, 0},
+               {null(0), null(1), fails(3, 0, kplStsPredDirErr), fails(3, 3, kplStsPredDirErr),
+                fails(4, 2, kplStsModeErr), fails(5, 0, kplStsMPEG4QPErr), fails(5, 32, kplStsMPEG4QPErr),
+                fails(6, 10, kplStsBlockIndexErr)});
+    CHECK_ARGS(p, kpliQuantInvIntraH263_MPEG4_16s_C1I, {blk, 5}, {null(0)});
+    CHECK_ARGS(p, kpliQuantInvInterH263_MPEG4_16s_C1I, {blk, 5}, {fails(1, 0, kplStsMPEG4QPErr)});
+    CHECK_ARGS(p, kpliQuantIntraH263_MPEG4_16s_C1I, {blk, 1, 0, n},
+               {null(3), fails(1, 0, kplStsMPEG4QPErr), fails(2, 10, kplStsBlockIndexErr)});
+    CHECK_ARGS(p, kpliQuantInterH263_MPEG4_16s_C1I, {blk, 5, n}, {fails(1, 32, kplStsMPEG4QPErr)});
+    CHECK_ARGS(p, kpliQuantIntra_MPEG4_16s_C1I, {blk, 1, m, 0, n},
+               {null(2), fails(3, -1, kplStsBlockIndexErr)});
+    CHECK_ARGS(p, kpliQuantInter_MPEG4_16s_C1I, {blk, 1, m, n}, {fails(1, 0, kplStsMPEG4QPErr)});
+    CHECK_ARGS(p, kpliDecodeMV_MPEG4_1u16s, {p.take<Kpl8u*>({s}), p.take<Kpl32s>({0}), mv, out, 1},
+               {Arg{0, p.take<Kpl8u*>({nullptr}), kplStsNullPtrErr}, null(2),
+                Arg{1, p.take<Kpl32s>({-1}), kplStsShapeArgErr}, fails(4, 0, kplStsFcodeErr),
+                fails(4, 8, kplStsFcodeErr)});
+    CHECK_ARGS(p, kpliPredictMV_MPEG4, {mv, 4, 0, 0, out},
+               {null(4), fails(1, 3, kplStsStepErr), fails(2, 4, kplStsBlockIndexErr),
+                fails(3, 8, kplStsBadArgErr)});
+    CHECK_ARGS(p, kpliDirectMV_MPEG4, {mv, mv, 1, 2, out, out + 2},
+               {null(5), fails(3, 0, kplStsTimeDistErr), fails(2, 3, kplStsTimeDistErr),
+                fails(2, -1, kplStsTimeDistErr)});
 }

@@ -2,44 +2,26 @@
 // escape boundaries, encoder/decoder round trips, the inverse quantisers
 // folded into the inter decoder, and the argument checks of every texture
 // function.
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "block/scan.h"
 #include "kplvc.h"
 #include "mpeg4/texture.h"
+#include "support/args.h"
+#include "support/code_lists.h"
 #include "support/support.h"
 
 using kplvc::test::Rng;
 
 namespace {
 
-std::vector<std::vector<std::string>> read_table(const char* name) {
-    std::ifstream in(std::string(KPLVC_TEST_DATA_DIR) + "/" + name);
-    std::vector<std::vector<std::string>> rows;
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream s(line);
-        std::vector<std::string> f;
-        for (std::string w; s >> w;) f.push_back(w);
-        rows.push_back(f);
-    }
-    return rows;
-}
+using kplvc::codelists::read_rows;
 
-// A stream from a string of 0/1, padded with zero bytes for the look-ahead.
-struct Bits {
-    std::vector<uint8_t> buf;
-    explicit Bits(const std::string& s) : buf(s.size() / 8 + 16, 0) {
-        for (size_t i = 0; i < s.size(); ++i)
-            if (s[i] == '1') buf[i / 8] |= static_cast<uint8_t>(0x80 >> (i % 8));
-    }
-};
+using kplvc::test::bit_bytes;  // a stream of 0/1 bits, zero-padded
 
 // The bits a writer produced, as a string of 0/1.
 std::string bits_of(const uint8_t* begin, const uint8_t* end, int32_t off) {
@@ -59,7 +41,7 @@ constexpr int kScans = 3;
 // LAST = 1 event ends the block at once), and the escape limits of both
 // tables are the standard's.
 TEST(Mpeg4Texture, IntraTableAndEscapeLimitsMatchTheStandard) {
-    const auto rows = read_table("mpeg4_intra_tcoef_b16.txt");
+    const auto rows = read_rows("mpeg4_intra_tcoef_b16.txt");
     ASSERT_GT(rows.size(), 250u) << "tests/data/mpeg4_intra_tcoef_b16.txt missing";
     int events = 0;
     for (const auto& f : rows) {
@@ -79,8 +61,8 @@ TEST(Mpeg4Texture, IntraTableAndEscapeLimitsMatchTheStandard) {
         const int last = std::stoi(f[2]), run = std::stoi(f[3]), level = std::stoi(f[4]);
         for (int sign = 0; sign < 2; ++sign) {
             // The event, then (if not last) a LAST event "0111 0" closing the block.
-            Bits s(f[1] + (sign ? "1" : "0") + (last ? "" : "01110"));
-            Kpl8u* p = s.buf.data();
+            auto s = bit_bytes(f[1] + (sign ? "1" : "0") + (last ? "" : "01110"));
+            Kpl8u* p = s.data();
             Kpl32s off = 0, idx = -1;
             int16_t c[64];
             ASSERT_EQ(kpliDecodeCoeffsIntra_MPEG4_1u16s(&p, &off, c, &idx, 0, KPLVC_SCAN_ZIGZAG), kplStsNoErr)
@@ -94,7 +76,7 @@ TEST(Mpeg4Texture, IntraTableAndEscapeLimitsMatchTheStandard) {
 }
 
 TEST(Mpeg4Texture, DcSizeCodesAndDifferentials) {
-    const auto rows = read_table("mpeg4_dc_size.txt");
+    const auto rows = read_rows("mpeg4_dc_size.txt");
     ASSERT_EQ(rows.size(), 26u);
     for (const auto& f : rows) {
         const int size = std::stoi(f[2]);
@@ -106,13 +88,13 @@ TEST(Mpeg4Texture, DcSizeCodesAndDifferentials) {
             std::string bits = f[1];
             for (int b = size - 1; b >= 0; --b) bits += (((neg ? 0 : mag) >> b) & 1) ? '1' : '0';
             if (size > 8) bits += '1';
-            Bits s(bits);
-            Kpl8u* p = s.buf.data();
+            auto s = bit_bytes(bits);
+            Kpl8u* p = s.data();
             Kpl32s off = 0;
             Kpl16s dc = 99;
             ASSERT_EQ(kpliDecodeDCIntra_MPEG4_1u16s(&p, &off, &dc, block), kplStsNoErr) << f[1];
             EXPECT_EQ(dc, neg ? -mag : mag) << f[1];
-            EXPECT_EQ((p - s.buf.data()) * 8 + off, static_cast<long>(bits.size())) << f[1];
+            EXPECT_EQ((p - s.data()) * 8 + off, static_cast<long>(bits.size())) << f[1];
         }
     }
     // A missing marker, and the patterns no code word starts.
@@ -129,12 +111,12 @@ TEST(Mpeg4Texture, DcSizeCodesAndDifferentials) {
         {"000000000000", 4, kplStsTextureVLCErr},
     };
     for (const auto& b : bad) {
-        Bits s(b.bits);
-        Kpl8u* p = s.buf.data();
+        auto s = bit_bytes(b.bits);
+        Kpl8u* p = s.data();
         Kpl32s off = 0;
         Kpl16s dc = 99;
         EXPECT_EQ(kpliDecodeDCIntra_MPEG4_1u16s(&p, &off, &dc, b.block), b.want) << b.bits;
-        EXPECT_EQ(p, s.buf.data());
+        EXPECT_EQ(p, s.data());
         EXPECT_EQ(dc, 99);
     }
 }
@@ -309,65 +291,49 @@ TEST(Mpeg4Texture, ReconstructInterMatchesSeparateInverseQuantisation) {
 // Each failing argument in turn, then two at once (the earlier wins); the
 // position and the outputs stay untouched.
 TEST(Mpeg4Texture, ArgumentChecksInOrder) {
-    Bits s(
-        "10"
-        "0111"
-        "0");  // a valid stream for every reader
-    Kpl8u* const start = s.buf.data();
-    Kpl8u* p = start;
-    Kpl8u* null_p = nullptr;
-    Kpl32s off = 0, bad_off = 8, last = 77;
-    int16_t c[64];
-    std::memset(c, 0x33, sizeof c);
-    Kpl16s dc = 55;
-    const int16_t levels[64] = {0, 3};
-    const struct {
-        const char* what;
-        KplStatus got, want;
-    } cases[] = {
-        {"dc: pp", kpliDecodeDCIntra_MPEG4_1u16s(nullptr, &off, &dc, 0), kplStsNullPtrErr},
-        {"dc: *pp", kpliDecodeDCIntra_MPEG4_1u16s(&null_p, &off, &dc, 0), kplStsNullPtrErr},
-        {"dc: out before offset", kpliDecodeDCIntra_MPEG4_1u16s(&p, &bad_off, nullptr, 0), kplStsNullPtrErr},
-        {"dc: offset before block", kpliDecodeDCIntra_MPEG4_1u16s(&p, &bad_off, &dc, 10), kplStsShapeArgErr},
-        {"dc: block", kpliDecodeDCIntra_MPEG4_1u16s(&p, &off, &dc, -1), kplStsBlockIndexErr},
-        {"intra: coeffs", kpliDecodeCoeffsIntra_MPEG4_1u16s(&p, &off, nullptr, &last, 1, 0),
-         kplStsNullPtrErr},
-        {"intra: last", kpliDecodeCoeffsIntra_MPEG4_1u16s(&p, &off, c, nullptr, 1, 0), kplStsNullPtrErr},
-        {"intra: offset before dcVlc", kpliDecodeCoeffsIntra_MPEG4_1u16s(&p, &bad_off, c, &last, 2, 0),
-         kplStsShapeArgErr},
-        {"intra: dcVlc before scan", kpliDecodeCoeffsIntra_MPEG4_1u16s(&p, &off, c, &last, 2, 3),
-         kplStsModeErr},
-        {"intra: scan", kpliDecodeCoeffsIntra_MPEG4_1u16s(&p, &off, c, &last, 1, 3), kplStsBadArgErr},
-        {"inter: scan", kpliDecodeCoeffsInter_MPEG4_1u16s(&p, &off, c, &last, -1), kplStsBadArgErr},
-        {"recon: scan before QP", kpliReconstructCoeffsInter_MPEG4_1u16s(&p, &off, c, &last, 3, 0, nullptr),
-         kplStsBadArgErr},
-        {"recon: QP 0", kpliReconstructCoeffsInter_MPEG4_1u16s(&p, &off, c, &last, 0, 0, nullptr),
-         kplStsMPEG4QPErr},
-        {"recon: QP 32", kpliReconstructCoeffsInter_MPEG4_1u16s(&p, &off, c, &last, 0, 32, nullptr),
-         kplStsMPEG4QPErr},
-        {"enc dc: range before block", kpliEncodeDCIntra_MPEG4_16s1u(4096, &p, &off, 10), kplStsBadArgErr},
-        {"enc dc: block", kpliEncodeDCIntra_MPEG4_16s1u(4095, &p, &off, 10), kplStsBlockIndexErr},
-        {"enc intra: coeffs", kpliEncodeCoeffsIntra_MPEG4_16s1u(nullptr, &p, &off, 1, 0), kplStsNullPtrErr},
-        {"enc intra: offset", kpliEncodeCoeffsIntra_MPEG4_16s1u(levels, &p, &bad_off, 1, 0),
-         kplStsShapeArgErr},
-        {"enc intra: dcVlc", kpliEncodeCoeffsIntra_MPEG4_16s1u(levels, &p, &off, -1, 9), kplStsModeErr},
-        {"enc inter: scan", kpliEncodeCoeffsInter_MPEG4_16s1u(levels, &p, &off, 9), kplStsBadArgErr},
+    using kplvc::test::Arg, kplvc::test::fails, kplvc::test::null;
+    kplvc::test::ArgPool p;
+    // Each call its own stream at offset 0, zero-padded: "10" "0111" "0" (which
+    // the DC reader takes and the intra reader rejects with -100) or, for the
+    // inter readers, "100" "01110", two coefficients, the second the last.
+    const auto pp = [&p](Kpl8u b = 0x9C) {
+        return p.take<Kpl8u*>({p.take<Kpl8u>({b, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0})});
     };
-    for (const auto& k : cases) EXPECT_EQ(k.got, k.want) << k.what;
-    EXPECT_EQ(p, start);
-    EXPECT_EQ(off, 0);
-    EXPECT_EQ(last, 77);
-    EXPECT_EQ(dc, 55);
-    for (int16_t v : c) EXPECT_EQ(v, 0x3333);
-    EXPECT_EQ(s.buf[0], 0x9C);  // the writers wrote nothing either
+    const auto off = [&p] { return p.take<Kpl32s>({0}); };
+    const Arg pp_null{0, p.take<Kpl8u*>({nullptr}), kplStsNullPtrErr},
+        off8{1, p.take<Kpl32s>({8}), kplStsShapeArgErr}, enc_off8{2, p.take<Kpl32s>({8}), kplStsShapeArgErr};
+    Kpl16s *c = p.take<Kpl16s>(64), *dc = p.take<Kpl16s>(1), *levels = p.take<Kpl16s>(64);
+    std::fill(levels, levels + 64, Kpl16s{0});
+    levels[1] = 3;
+    Kpl32s* last = p.take<Kpl32s>(1);
+    CHECK_ARGS(p, kpliDecodeDCIntra_MPEG4_1u16s, {pp(), off(), dc, 0},
+               {null(0), pp_null, null(2), off8, fails(3, 10, kplStsBlockIndexErr),
+                fails(3, -1, kplStsBlockIndexErr)});
+    CHECK_ARGS(p, kpliDecodeCoeffsIntra_MPEG4_1u16s, {pp(), off(), c, last, 1, 0},
+               {null(2), null(3), off8, fails(4, 2, kplStsModeErr), fails(5, 3, kplStsBadArgErr)},
+               kplStsTextureVLCErr);
+    CHECK_ARGS(p, kpliDecodeCoeffsInter_MPEG4_1u16s, {pp(0x8E), off(), c, last, 0},
+               {fails(4, -1, kplStsBadArgErr)});
+    CHECK_ARGS(p, kpliReconstructCoeffsInter_MPEG4_1u16s, {pp(0x8E), off(), c, last, 0, 5, nullptr},
+               {fails(4, 3, kplStsBadArgErr), fails(5, 0, kplStsMPEG4QPErr), fails(5, 32, kplStsMPEG4QPErr)});
+    CHECK_ARGS(p, kpliEncodeDCIntra_MPEG4_16s1u, {0, pp(), off(), 0},
+               {fails(0, 4096, kplStsBadArgErr), fails(3, 10, kplStsBlockIndexErr)});
+    CHECK_ARGS(p, kpliEncodeCoeffsIntra_MPEG4_16s1u, {levels, pp(), off(), 1, 0},
+               {null(0), enc_off8, fails(3, -1, kplStsModeErr), fails(4, 9, kplStsBadArgErr)});
+    CHECK_ARGS(p, kpliEncodeCoeffsInter_MPEG4_16s1u, {levels, pp(), off(), 0},
+               {fails(3, 9, kplStsBadArgErr)});
 
+    auto s = bit_bytes("0");
+    Kpl8u* const start = s.data();
+    Kpl8u* p0 = start;
+    Kpl32s off0 = 0, lst = 77;
     // A level beyond the escape's range: -5 before a byte is written.
     int16_t big[64] = {0, 2048};
-    EXPECT_EQ(kpliEncodeCoeffsInter_MPEG4_16s1u(big, &p, &off, 0), kplStsBadArgErr);
-    EXPECT_EQ(s.buf[0], 0x9C);
+    EXPECT_EQ(kpliEncodeCoeffsInter_MPEG4_16s1u(big, &p0, &off0, 0), kplStsBadArgErr);
+    EXPECT_TRUE(p0 == start && off0 == 0 && s[0] == 0);
     // A run past 63 from the stream: -72 with the position kept.
     // A type-3 escape of run 63 (scan index 63), then one more coefficient.
-    Bits overrun(
+    auto overrun = bit_bytes(
         "0000011"
         "11"
         "0"
@@ -377,8 +343,8 @@ TEST(Mpeg4Texture, ArgumentChecksInOrder) {
         "1"
         "100"
         "01110");
-    Kpl8u* o = overrun.buf.data();
+    Kpl8u* o = overrun.data();
     Kpl32s ooff = 0;
-    EXPECT_EQ(kpliDecodeCoeffsInter_MPEG4_1u16s(&o, &ooff, c, &last, 0), kplStsCoefCountErr);
-    EXPECT_EQ(o, overrun.buf.data());
+    EXPECT_EQ(kpliDecodeCoeffsInter_MPEG4_1u16s(&o, &ooff, c, &lst, 0), kplStsCoefCountErr);
+    EXPECT_EQ(o, overrun.data());
 }

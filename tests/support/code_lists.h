@@ -24,6 +24,21 @@ inline std::string table_path(const std::string& name) {
     return std::string(KPLVC_TEST_DATA_DIR) + "/" + name;
 }
 
+// The whitespace-separated fields of each line of a table file, blank lines
+// and '#' comments left out. Empty when the file is missing.
+inline std::vector<std::vector<std::string>> read_rows(const std::string& name) {
+    std::ifstream in(table_path(name));
+    std::vector<std::vector<std::string>> out;
+    for (std::string line; std::getline(in, line);) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream s(line);
+        std::vector<std::string> f;
+        for (std::string w; s >> w;) f.push_back(w);
+        if (!f.empty()) out.push_back(f);
+    }
+    return out;
+}
+
 // A run-level table file: numbered rows, EOB and ESCAPE (FIRST is the
 // coders' own rule and not listed). Empty when the file is missing.
 inline std::vector<Code> read_rl(const char* name) {

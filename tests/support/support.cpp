@@ -266,4 +266,15 @@ std::string Arena::compare(const Arena& ref, const Arena& var) const {
     return {};
 }
 
+std::vector<uint8_t> bit_bytes(const std::string& s, size_t pad) {
+    std::vector<uint8_t> b(s.size() / 8 + pad, 0);
+    size_t n = 0;
+    for (char c : s) {
+        if (c == ' ') continue;
+        if (c == '1') b[n / 8] |= static_cast<uint8_t>(0x80 >> (n % 8));
+        ++n;
+    }
+    return b;
+}
+
 }  // namespace kplvc::test

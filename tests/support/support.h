@@ -121,4 +121,8 @@ private:
 // The levels this CPU supports, c first, for contracts that hold at each level.
 std::vector<cpu::Isa> cpu_levels();
 
+// The bits of `s` ('0' and '1', spaces skipped) as bytes, the first bit the
+// top bit of byte 0, then `pad` zero bytes for a reader's look-ahead.
+std::vector<uint8_t> bit_bytes(const std::string& s, size_t pad = 16);
+
 }  // namespace kplvc::test

@@ -163,4 +163,14 @@ int check_variants(Table (*for_isa)(cpu::Isa), Get get, const std::string& name,
     return ran;
 }
 
+// check_variants for one kernel table, its names prefixed:
+//   const auto check = variants_of(mc::mc_kernels_for, "mc ");
+//   check(&MCKernels::copy, "copy", 500, body);
+template <class Table>
+auto variants_of(Table (*for_isa)(cpu::Isa), std::string prefix) {
+    return [for_isa, prefix](auto get, const std::string& name, int n, auto body) {
+        return check_variants(for_isa, get, prefix + name, n, body);
+    };
+}
+
 }  // namespace kplvc::test
