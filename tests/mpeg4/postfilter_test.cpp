@@ -18,10 +18,12 @@
 
 using kplvc::mpeg4::PostKernels;
 using kplvc::test::Arena;
-using kplvc::test::check_variants;
 using kplvc::test::Rng;
+using kplvc::test::variants_of;
 
 namespace {
+
+const auto check = variants_of(kplvc::mpeg4::post_kernels_for, "mpeg4 ");
 
 // ---- Deblocking: one line of ten samples across an edge ------------------------
 
@@ -301,50 +303,45 @@ void fill_lines(Rng& rng, uint8_t* p, int step, int rows, int cols, bool by_colu
 TEST(Mpeg4Post, DeblockingVariants) {
     for (int ver = 0; ver < 2; ++ver) {
         auto get = ver ? &PostKernels::deblock_ver : &PostKernels::deblock_hor;
-        check_variants(kplvc::mpeg4::post_kernels_for, get, ver ? "mpeg4 deblock_ver" : "mpeg4 deblock_hor",
-                       6000, [ver](Arena& a, Rng& rng, int) {
-                           const int step = 16 + rng.range(0, 9);
-                           const int qp = rng.range(0, 3) == 0 ? (rng.coin() ? 1 : 31) : rng.range(1, 31);
-                           auto buf = a.out<uint8_t>(static_cast<size_t>(step) * 10 + 16, 1);
-                           fill_lines(rng, a[buf], step, 10, 16, ver == 0);
-                           a.note("qp ", qp, " step ", step);
-                           // The edge at row 5 (column 8), in the middle of the band.
-                           const size_t at =
-                               ver ? static_cast<size_t>(step) + 8 : 5 * static_cast<size_t>(step);
-                           return [=](auto fn, Arena& x) { fn(x[buf] + at, step, qp); };
-                       });
+        check(get, ver ? "deblock_ver" : "deblock_hor", 6000, [ver](Arena& a, Rng& rng, int) {
+            const int step = 16 + rng.range(0, 9);
+            const int qp = rng.range(0, 3) == 0 ? (rng.coin() ? 1 : 31) : rng.range(1, 31);
+            auto buf = a.out<uint8_t>(static_cast<size_t>(step) * 10 + 16, 1);
+            fill_lines(rng, a[buf], step, 10, 16, ver == 0);
+            a.note("qp ", qp, " step ", step);
+            // The edge at row 5 (column 8), in the middle of the band.
+            const size_t at = ver ? static_cast<size_t>(step) + 8 : 5 * static_cast<size_t>(step);
+            return [=](auto fn, Arena& x) { fn(x[buf] + at, step, qp); };
+        });
     }
 }
 
 TEST(Mpeg4Post, DeringingVariants) {
-    check_variants(
-        kplvc::mpeg4::post_kernels_for, &PostKernels::dering, "mpeg4 dering", 6000,
-        [](Arena& a, Rng& rng, int i) {
-            const int sstep = 10 + rng.range(0, 9), dstep = 8 + rng.range(0, 9);
-            auto src = a.in<uint8_t>(static_cast<size_t>(sstep) * 10, 1);
-            auto dst = a.out<uint8_t>(static_cast<size_t>(dstep) * 8, 1);
-            if (i % 3 == 0)
-                rng.fill_extreme(a[src], static_cast<size_t>(sstep) * 10);
-            else
-                fill_lines(rng, a[src], sstep, 10, 10, rng.coin());
-            // Thresholds at the ends (0: everything at or above) and
-            // inside the data's range.
-            const int thr = i % 5 == 0 ? (rng.coin() ? 0 : 255) : a[src][rng.range(0, 9 * sstep + 9)];
-            const int md = rng.range(0, 15);
-            a.note("thr ", thr, " max_diff ", md);
-            return [=](auto fn, Arena& x) { fn(x[src] + sstep + 1, sstep, x[dst], dstep, thr, md); };
-        });
-    check_variants(kplvc::mpeg4::post_kernels_for, &PostKernels::minmax, "mpeg4 minmax", 3000,
-                   [](Arena& a, Rng& rng, int i) {
-                       const int step = 8 + rng.range(0, 9);
-                       auto src = a.in<uint8_t>(static_cast<size_t>(step) * 8, 1);
-                       auto res = a.out<int32_t>(2);
-                       if (i & 1)
-                           rng.fill_extreme(a[src], static_cast<size_t>(step) * 8);
-                       else
-                           fill_lines(rng, a[src], step, 8, 8, false);
-                       return [=](auto fn, Arena& x) { fn(x[src], step, x[res], x[res] + 1); };
-                   });
+    check(&PostKernels::dering, "dering", 6000, [](Arena& a, Rng& rng, int i) {
+        const int sstep = 10 + rng.range(0, 9), dstep = 8 + rng.range(0, 9);
+        auto src = a.in<uint8_t>(static_cast<size_t>(sstep) * 10, 1);
+        auto dst = a.out<uint8_t>(static_cast<size_t>(dstep) * 8, 1);
+        if (i % 3 == 0)
+            rng.fill_extreme(a[src], static_cast<size_t>(sstep) * 10);
+        else
+            fill_lines(rng, a[src], sstep, 10, 10, rng.coin());
+        // Thresholds at the ends (0: everything at or above) and
+        // inside the data's range.
+        const int thr = i % 5 == 0 ? (rng.coin() ? 0 : 255) : a[src][rng.range(0, 9 * sstep + 9)];
+        const int md = rng.range(0, 15);
+        a.note("thr ", thr, " max_diff ", md);
+        return [=](auto fn, Arena& x) { fn(x[src] + sstep + 1, sstep, x[dst], dstep, thr, md); };
+    });
+    check(&PostKernels::minmax, "minmax", 3000, [](Arena& a, Rng& rng, int i) {
+        const int step = 8 + rng.range(0, 9);
+        auto src = a.in<uint8_t>(static_cast<size_t>(step) * 8, 1);
+        auto res = a.out<int32_t>(2);
+        if (i & 1)
+            rng.fill_extreme(a[src], static_cast<size_t>(step) * 8);
+        else
+            fill_lines(rng, a[src], step, 8, 8, false);
+        return [=](auto fn, Arena& x) { fn(x[src], step, x[res], x[res] + 1); };
+    });
 }
 
 }  // namespace
