@@ -46,6 +46,17 @@ void register_all() {
                                        }
                                    });
         }
+    // Two blocks' edge at once (the plane function's step along a row).
+    per_level<PostKernels>(
+        "mpeg4/post_deblock_hor16_smooth", kplvc::mpeg4::post_kernels_for,
+        [](const PostKernels& k) { return k.deblock_hor16; },
+        [](benchmark::State& st, const PostKernels& k) {
+            auto p = plane(64, 64, false);
+            for (auto _ : st) {
+                k.deblock_hor16(p.data() + 32 * 64 + 16, 64, 8, 8);
+                benchmark::ClobberMemory();
+            }
+        });
     per_level<PostKernels>(
         "mpeg4/post_dering", kplvc::mpeg4::post_kernels_for, [](const PostKernels& k) { return k.dering; },
         [](benchmark::State& st, const PostKernels& k) {

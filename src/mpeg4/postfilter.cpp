@@ -76,6 +76,11 @@ void deblock_hor_c(uint8_t* p, int32_t step, int32_t qp) {
     for (int i = 0; i < 8; ++i) deblock_line(p + i - 5 * static_cast<intptr_t>(step), step, qp);
 }
 
+void deblock_hor16_c(uint8_t* p, int32_t step, int32_t qp0, int32_t qp1) {
+    deblock_hor_c(p, step, qp0);
+    deblock_hor_c(p + 8, step, qp1);
+}
+
 void deblock_ver_c(uint8_t* p, int32_t step, int32_t qp) {
     for (int i = 0; i < 8; ++i) deblock_line(p + static_cast<intptr_t>(i) * step - 5, 1, qp);
 }
@@ -114,10 +119,11 @@ void dering_c(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_st
         }
 }
 
-constexpr PostKernels kScalar = {deblock_hor_c, deblock_ver_c, minmax_c, dering_c};
+constexpr PostKernels kScalar = {deblock_hor_c, deblock_hor16_c, deblock_ver_c, minmax_c, dering_c};
 
-constexpr Upgrade<PostKernels> kCascade[] = {{cpu::Isa::c, [](PostKernels& k) { k = kScalar; }},
-                                             KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_post})};
+constexpr Upgrade<PostKernels> kCascade[] = {
+    {cpu::Isa::c, [](PostKernels& k) { k = kScalar; }},
+    KPLVC_X86_UPGRADES({cpu::Isa::sse2, x86::sse2::upgrade_post}, {cpu::Isa::avx2, x86::avx2::upgrade_post})};
 
 // The checks the three plane functions share, after their pointers: the
 // region (whole blocks), the macroblock size, the steps, then every QP of
@@ -185,7 +191,10 @@ KPLVC_API KplStatus kpliFilterDeblocking_HorEdge_MPEG4_8u_C1IR(Kpl8u* pSrcDst, K
     for (int y = 8; y < roiSize.height; y += 8) {
         const Kpl8u* q = pQP + static_cast<intptr_t>(y / mbSize) * qpStep;
         Kpl8u* row = pSrcDst + static_cast<intptr_t>(y) * srcDstStep;
-        for (int x = 0; x < roiSize.width; x += 8) k.deblock_hor(row + x, srcDstStep, q[x / mbSize]);
+        int x = 0;
+        for (; x + 16 <= roiSize.width; x += 16)
+            k.deblock_hor16(row + x, srcDstStep, q[x / mbSize], q[(x + 8) / mbSize]);
+        if (x < roiSize.width) k.deblock_hor(row + x, srcDstStep, q[x / mbSize]);
     }
     return kplStsNoErr;
 }

@@ -30,6 +30,9 @@ struct PostKernels {
     // One horizontal edge across eight columns: p is v5 of the first column
     // (the first row below the edge); rows -5..4 are read, -4..3 written.
     void (*deblock_hor)(uint8_t* p, int32_t step, int32_t qp);
+    // The same across sixteen columns, two blocks: QP qp0 for columns 0-7,
+    // qp1 for 8-15.
+    void (*deblock_hor16)(uint8_t* p, int32_t step, int32_t qp0, int32_t qp1);
     // One vertical edge across eight rows: p is v5 of the first row (the
     // first column right of the edge).
     void (*deblock_ver)(uint8_t* p, int32_t step, int32_t qp);
@@ -44,6 +47,9 @@ PostKernels post_kernels_for(cpu::Isa isa);
 const PostKernels& post_kernels();
 
 namespace x86::sse2 {
+void upgrade_post(PostKernels& k);
+}
+namespace x86::avx2 {
 void upgrade_post(PostKernels& k);
 }
 

@@ -300,12 +300,14 @@ void fill_lines(Rng& rng, uint8_t* p, int step, int rows, int cols, bool by_colu
     }
 }
 
+// A random QP, often at its ends.
+int random_qp(Rng& rng) { return rng.range(0, 3) == 0 ? (rng.coin() ? 1 : 31) : rng.range(1, 31); }
+
 TEST(Mpeg4Post, DeblockingVariants) {
     for (int ver = 0; ver < 2; ++ver) {
         auto get = ver ? &PostKernels::deblock_ver : &PostKernels::deblock_hor;
         check(get, ver ? "deblock_ver" : "deblock_hor", 6000, [ver](Arena& a, Rng& rng, int) {
-            const int step = 16 + rng.range(0, 9);
-            const int qp = rng.range(0, 3) == 0 ? (rng.coin() ? 1 : 31) : rng.range(1, 31);
+            const int step = 16 + rng.range(0, 9), qp = random_qp(rng);
             auto buf = a.out<uint8_t>(static_cast<size_t>(step) * 10 + 16, 1);
             fill_lines(rng, a[buf], step, 10, 16, ver == 0);
             a.note("qp ", qp, " step ", step);
@@ -314,6 +316,13 @@ TEST(Mpeg4Post, DeblockingVariants) {
             return [=](auto fn, Arena& x) { fn(x[buf] + at, step, qp); };
         });
     }
+    check(&PostKernels::deblock_hor16, "deblock_hor16", 6000, [](Arena& a, Rng& rng, int) {
+        const int step = 16 + rng.range(0, 9), qp0 = random_qp(rng), qp1 = random_qp(rng);
+        auto buf = a.out<uint8_t>(static_cast<size_t>(step) * 10, 1);
+        fill_lines(rng, a[buf], step, 10, 16, true);
+        a.note("qp ", qp0, ", ", qp1, " step ", step);
+        return [=](auto fn, Arena& x) { fn(x[buf] + 5 * static_cast<size_t>(step), step, qp0, qp1); };
+    });
 }
 
 TEST(Mpeg4Post, DeringingVariants) {

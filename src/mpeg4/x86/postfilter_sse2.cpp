@@ -12,84 +12,16 @@ inline __m128i load8(const uint8_t* p) { return _mm_loadl_epi64(reinterpret_cast
 inline void store8(uint8_t* p, __m128i v) { _mm_storel_epi64(reinterpret_cast<__m128i*>(p), v); }
 inline __m128i widen(__m128i b) { return _mm_unpacklo_epi8(b, _mm_setzero_si128()); }
 
-inline __m128i abs16(__m128i x) {
-    const __m128i s = _mm_srai_epi16(x, 15);
-    return _mm_sub_epi16(_mm_xor_si128(x, s), s);
-}
-
 // mask ? a : b
 inline __m128i select(__m128i mask, __m128i a, __m128i b) {
     return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b));
 }
 
-// x // 8, halves away from zero; |x| stays below 2^15 - 4.
-inline __m128i div_round8(__m128i x) {
-    const __m128i s = _mm_srai_epi16(x, 15);
-    const __m128i m = _mm_srli_epi16(_mm_add_epi16(abs16(x), _mm_set1_epi16(4)), 3);
-    return _mm_sub_epi16(_mm_xor_si128(m, s), s);
-}
+#include "core/x86/lanes-inl.h"
+#include "mpeg4/x86/postfilter-inl.h"
 
-// [2 -5 5 -2] . (a, b, c, d) // 8; the sum lies within +-1785.
-inline __m128i a3(__m128i a, __m128i b, __m128i c, __m128i d) {
-    const __m128i t1 = _mm_slli_epi16(_mm_sub_epi16(a, d), 1);
-    const __m128i cb = _mm_sub_epi16(c, b);
-    return div_round8(_mm_add_epi16(t1, _mm_add_epi16(_mm_slli_epi16(cb, 2), cb)));
-}
-
-// Ten lines v[0..9] (16-bit lanes 0..255); v[1..8] are replaced by their
-// filtered values.
 inline void filter(__m128i (&v)[10], int32_t qp) {
-    const __m128i q = _mm_set1_epi16(static_cast<short>(qp));
-    const __m128i zero = _mm_setzero_si128();
-    // Flat differences, counted as -1 each.
-    __m128i flat = zero;
-    for (int i = 0; i < 9; ++i)
-        flat = _mm_add_epi16(flat, _mm_cmplt_epi16(abs16(_mm_sub_epi16(v[i], v[i + 1])), _mm_set1_epi16(3)));
-    const __m128i smooth = _mm_cmplt_epi16(flat, _mm_set1_epi16(-5));  // at least six
-
-    // DC offset mode.
-    __m128i mx = v[1], mn = v[1];
-    for (int i = 2; i <= 8; ++i) {
-        mx = _mm_max_epi16(mx, v[i]);
-        mn = _mm_min_epi16(mn, v[i]);
-    }
-    const __m128i dc = _mm_and_si128(smooth, _mm_cmplt_epi16(_mm_sub_epi16(mx, mn), _mm_add_epi16(q, q)));
-    const __m128i left = select(_mm_cmplt_epi16(abs16(_mm_sub_epi16(v[1], v[0])), q), v[0], v[1]);
-    const __m128i right = select(_mm_cmplt_epi16(abs16(_mm_sub_epi16(v[8], v[9])), q), v[9], v[8]);
-    __m128i e[16];
-    for (int i = 0; i < 4; ++i) {
-        e[i] = left;
-        e[12 + i] = right;
-    }
-    for (int i = 1; i <= 8; ++i) e[i + 3] = v[i];
-    __m128i out[10];
-    for (int n = 1; n <= 8; ++n) {
-        // e[n-1..n+7] weighted 1 1 2 2 4 2 2 1 1: at most 16 * 255.
-        const __m128i ones = _mm_add_epi16(_mm_add_epi16(e[n - 1], e[n]), _mm_add_epi16(e[n + 6], e[n + 7]));
-        const __m128i twos =
-            _mm_add_epi16(_mm_add_epi16(e[n + 1], e[n + 2]), _mm_add_epi16(e[n + 4], e[n + 5]));
-        const __m128i sum =
-            _mm_add_epi16(_mm_add_epi16(ones, _mm_slli_epi16(twos, 1)), _mm_slli_epi16(e[n + 3], 2));
-        out[n] = select(dc, _mm_srli_epi16(_mm_add_epi16(sum, _mm_set1_epi16(8)), 4), v[n]);
-    }
-
-    // Default mode.
-    const __m128i a30 = a3(v[3], v[4], v[5], v[6]);
-    const __m128i a31 = a3(v[1], v[2], v[3], v[4]);
-    const __m128i a32 = a3(v[5], v[6], v[7], v[8]);
-    const __m128i s30 = _mm_srai_epi16(a30, 15);
-    const __m128i m = _mm_min_epi16(abs16(a30), _mm_min_epi16(abs16(a31), abs16(a32)));
-    const __m128i a30p = _mm_sub_epi16(_mm_xor_si128(m, s30), s30);
-    const __m128i diff = _mm_sub_epi16(a30p, a30);
-    __m128i d = div_round8(_mm_add_epi16(_mm_slli_epi16(diff, 2), diff));
-    const __m128i x45 = _mm_sub_epi16(v[4], v[5]);
-    const __m128i half = _mm_srai_epi16(_mm_sub_epi16(x45, _mm_srai_epi16(x45, 15)), 1);  // truncated
-    d = _mm_max_epi16(_mm_min_epi16(half, zero), _mm_min_epi16(_mm_max_epi16(half, zero), d));
-    const __m128i def = _mm_andnot_si128(smooth, _mm_cmplt_epi16(abs16(a30), q));
-    d = _mm_and_si128(def, d);
-    out[4] = _mm_sub_epi16(out[4], d);  // out[4], out[5] are v4, v5 where def holds
-    out[5] = _mm_add_epi16(out[5], d);
-    for (int n = 1; n <= 8; ++n) v[n] = out[n];
+    DeblockLanes<Lanes128>::filter(v, _mm_set1_epi16(static_cast<short>(qp)));
 }
 
 void deblock_hor(uint8_t* p, int32_t step, int32_t qp) {
@@ -99,6 +31,11 @@ void deblock_hor(uint8_t* p, int32_t step, int32_t qp) {
     filter(v, qp);
     for (int i = 1; i <= 8; ++i)
         store8(top + i * static_cast<intptr_t>(step), _mm_packus_epi16(v[i], _mm_setzero_si128()));
+}
+
+void deblock_hor16(uint8_t* p, int32_t step, int32_t qp0, int32_t qp1) {
+    deblock_hor(p, step, qp0);
+    deblock_hor(p + 8, step, qp1);
 }
 
 void deblock_ver(uint8_t* p, int32_t step, int32_t qp) {
@@ -195,6 +132,7 @@ void dering(const uint8_t* src, int32_t src_step, uint8_t* dst, int32_t dst_step
 
 void upgrade_post(PostKernels& k) {
     k.deblock_hor = deblock_hor;
+    k.deblock_hor16 = deblock_hor16;
     k.deblock_ver = deblock_ver;
     k.minmax = minmax;
     k.dering = dering;
