@@ -1461,11 +1461,11 @@ KPLVC_API KplStatus kpliWarpMV_MPEG4(const KplMPEG4Warp* pWarp, Kpl32s mbX, Kpl3
  * -95 mbSize not 16 or 8; -14 a step below the region's width or qpStep
  * below the macroblocks per row; -104 a QP outside 1..31. */
 KPLVC_API KplStatus kpliFilterDeblocking_HorEdge_MPEG4_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
-                                                              KpliSize roiSize, const Kpl8u* pQP,
-                                                              Kpl32s qpStep, Kpl32s mbSize);
+                                                               KpliSize roiSize, const Kpl8u* pQP,
+                                                               Kpl32s qpStep, Kpl32s mbSize);
 KPLVC_API KplStatus kpliFilterDeblocking_VerEdge_MPEG4_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
-                                                              KpliSize roiSize, const Kpl8u* pQP,
-                                                              Kpl32s qpStep, Kpl32s mbSize);
+                                                               KpliSize roiSize, const Kpl8u* pQP,
+                                                               Kpl32s qpStep, Kpl32s mbSize);
 
 /* Deringing from pSrc to pDst (the same region geometry; the planes must not
  * overlap). Each block's threshold is (max + min + 1) / 2 of its samples.

@@ -3,6 +3,7 @@
 // of its type and data, the zlib stream by the Adler-32 of the raw rows.
 #include "tools/png.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <vector>
