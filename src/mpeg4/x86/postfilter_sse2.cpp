@@ -88,10 +88,13 @@ void minmax(const uint8_t* p, int32_t step, int32_t* mn, int32_t* mx) {
         lo = _mm_min_epu8(lo, r);
         hi = _mm_max_epu8(hi, r);
     }
-    for (int s = 4; s >= 1; s >>= 1) {
-        lo = _mm_min_epu8(lo, _mm_srli_si128(lo, s));
-        hi = _mm_max_epu8(hi, _mm_srli_si128(hi, s));
-    }
+    // Byte shifts take immediates: the three folds written out.
+    lo = _mm_min_epu8(lo, _mm_srli_si128(lo, 4));
+    hi = _mm_max_epu8(hi, _mm_srli_si128(hi, 4));
+    lo = _mm_min_epu8(lo, _mm_srli_si128(lo, 2));
+    hi = _mm_max_epu8(hi, _mm_srli_si128(hi, 2));
+    lo = _mm_min_epu8(lo, _mm_srli_si128(lo, 1));
+    hi = _mm_max_epu8(hi, _mm_srli_si128(hi, 1));
     *mn = _mm_cvtsi128_si32(lo) & 255;
     *mx = _mm_cvtsi128_si32(hi) & 255;
 }
