@@ -4,7 +4,9 @@
 // per bit. Each search runs on the kernels of every level where the SAD
 // kernel changes. Counters: SADs per block (the blocks compared, whatever
 // the kernel) and time per block. mvfast_half adds the half-sample
-// refinement to MVFAST.
+// refinement to MVFAST; mvfast_qpel searches in quarter samples and adds
+// the quarter-sample refinement (half positions, then quarter positions,
+// with the MPEG-4 quarter-sample filter).
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -57,7 +59,7 @@ int16_t median3(int a, int b, int c) {
     return static_cast<int16_t>(std::max(std::min(a, b), std::min(std::max(a, b), c)));
 }
 
-enum class Kind { full, sea, sea_plane, mvfast, mvfast_half };
+enum class Kind { full, sea, sea_plane, mvfast, mvfast_half, mvfast_qpel };
 
 // One pass over the frame: every block searched in raster order, the
 // neighbours' results feeding the predictor (and MVFAST's candidates).
@@ -80,8 +82,8 @@ int64_t search_frame(Size n, const MeKernels& k, std::vector<KplMotionVector>& m
             const KplMESearch s{{-kRange, -kRange, 2 * kRange, 2 * kRange},
                                 {median3(a.dx, b.dx, c.dx), median3(a.dy, b.dy, c.dy)},
                                 64,
-                                1,
-                                0,
+                                K == Kind::mvfast_qpel ? 2 : 1,
+                                K == Kind::mvfast_qpel ? 1 : 0,
                                 KPLVC_ME_TIE_ZERO};
             const Setup setup = make_setup(s);
             const uint8_t* src = f.cur.data() + static_cast<ptrdiff_t>(by * side) * kW + bx * side;
@@ -107,6 +109,10 @@ int64_t search_frame(Size n, const MeKernels& k, std::vector<KplMotionVector>& m
                 if constexpr (K == Kind::mvfast_half)
                     refine_half(n, k, kplvc::mc::mc_kernels(), src, kW, ref, f.ref_step, setup, 0, &r,
                                 &stats);
+                if constexpr (K == Kind::mvfast_qpel)
+                    for (int step = 2; step >= 1; --step)
+                        refine_qpel(n, k, kplvc::mpeg4::qpel_kernels(), src, kW, ref, f.ref_step, setup, 0,
+                                    step, &r, &stats);
             }
             mv[i] = KplMotionVector{static_cast<int16_t>(r.vx), static_cast<int16_t>(r.vy)};
         }
@@ -143,7 +149,8 @@ void register_all() {
                                {"sea", run<Kind::sea>},
                                {"sea_plane", run<Kind::sea_plane>},
                                {"mvfast", run<Kind::mvfast>},
-                               {"mvfast_half", run<Kind::mvfast_half>}};
+                               {"mvfast_half", run<Kind::mvfast_half>},
+                               {"mvfast_qpel", run<Kind::mvfast_qpel>}};
     for (Size n : {k16, k8})
         for (const Search& s : searches) {
             const std::string name = std::string("me/") + s.name + (n == k16 ? "16x16" : "8x8");

@@ -204,9 +204,49 @@ void register_functions() {
     });
 }
 
+// Inter blocks of n levels: the ordinary table read forward, and the
+// reversible one read forward and backward (ns per block, RVLC against VLC).
+void register_rvlc() {
+    for (int n : {4, 16, 40}) {
+        int16_t lv[64];
+        coded(n, false, lv);
+        for (int way = 0; way < 3; ++way) {
+            static const char* kName[3] = {"kpliDecodeCoeffsInter_MPEG4_1u16s",
+                                           "kpliDecodeCoeffsInterRVLC_MPEG4_1u16s",
+                                           "kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s"};
+            benchmark::RegisterBenchmark(
+                ("mpeg4/" + std::string(kName[way]) + "/" + std::to_string(n) + "levels").c_str(),
+                [way, lv_copy = std::vector<int16_t>(lv, lv + 64)](benchmark::State& st) {
+                    std::vector<uint8_t> s(512, 0);
+                    Kpl8u* e = s.data();
+                    Kpl32s eoff = 0;
+                    if (way == 0)
+                        kpliEncodeCoeffsInter_MPEG4_16s1u(lv_copy.data(), &e, &eoff, KPLVC_SCAN_ZIGZAG);
+                    else
+                        kpliEncodeCoeffsInterRVLC_MPEG4_16s1u(lv_copy.data(), &e, &eoff, KPLVC_SCAN_ZIGZAG);
+                    int16_t out[64];
+                    Kpl32s last;
+                    for (auto _ : st) {
+                        Kpl8u* p = way == 2 ? e : s.data();
+                        Kpl32s off = way == 2 ? eoff : 0;
+                        if (way == 0)
+                            kpliDecodeCoeffsInter_MPEG4_1u16s(&p, &off, out, &last, KPLVC_SCAN_ZIGZAG);
+                        else if (way == 1)
+                            kpliDecodeCoeffsInterRVLC_MPEG4_1u16s(&p, &off, out, &last, KPLVC_SCAN_ZIGZAG);
+                        else
+                            kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(&p, &off, s.data(), 0, out, &last,
+                                                                      KPLVC_SCAN_ZIGZAG);
+                        benchmark::DoNotOptimize(out);
+                    }
+                });
+        }
+    }
+}
+
 void register_all() {
     register_kernels();
     register_functions();
+    register_rvlc();
 }
 KPLVC_BENCH_REGISTER(register_all);
 

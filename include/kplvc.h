@@ -1482,6 +1482,73 @@ KPLVC_API KplStatus kpliFilterDeblocking_VerEdge_MPEG4_8u_C1IR(Kpl8u* pSrcDst, K
 KPLVC_API KplStatus kpliFilterDeringing_MPEG4_8u_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
                                                      Kpl32s dstStep, KpliSize roiSize, const Kpl8u* pQP,
                                                      Kpl32s qpStep, Kpl32s mbSize);
+
+/* ---- MPEG-4 Visual: reversible VLC texture (data-partitioned packets) ---- */
+/* Streams with reversible_vlc = 1 code the texture partition of a
+ * data-partitioned video packet with the reversible tables (ISO/IEC 14496-2
+ * Tables B-23 / B-24): 169 code words, each with an intra and an inter
+ * (LAST, RUN, LEVEL) meaning, followed by a sign bit, and one escape of 30
+ * bits, "0000 1 LAST RUN(6) 1 |LEVEL|(11) 1 0000 s". The words read the same
+ * way from both ends, so a packet whose forward pass stopped at damage can be
+ * read again from the end of its texture partition. The symbols of the other
+ * partitions are the usual ones (kpliDecodeMCBPC*_H263, kpliDecodeCBPY_H263,
+ * kpliDecodeDCIntra_MPEG4_1u16s, kpliDecodeMV_MPEG4_1u16s).
+ *
+ * Forward decoders: as kpliDecodeCoeffsIntra_MPEG4_1u16s and
+ * kpliDecodeCoeffsInter_MPEG4_1u16s (dcVlc, scan, the written range and
+ * *pIndxLastNonZero alike), with the reversible words and escape. Statuses:
+ * -8; -105 bit offset; -90 dcVlc (intra); -5 scan; then from the stream -100
+ * an illegal word, an escape whose first or last word is wrong or whose
+ * level is 0, -99 an escape marker bit that is 0, -72 a run past
+ * coefficient 63. Nothing is written on failure. */
+KPLVC_API KplStatus kpliDecodeCoeffsIntraRVLC_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                          Kpl16s* pCoeffs, Kpl32s* pIndxLastNonZero,
+                                                          Kpl32s dcVlc, Kpl32s scan);
+KPLVC_API KplStatus kpliDecodeCoeffsInterRVLC_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                          Kpl16s* pCoeffs, Kpl32s* pIndxLastNonZero,
+                                                          Kpl32s scan);
+
+/* kpliDecodeCoeffsInterRVLC_MPEG4_1u16s with the inverse quantisation of
+ * kpliReconstructCoeffsInter_MPEG4_1u16s applied as each level is read (the
+ * same exact arithmetic, clamping and mismatch control). Statuses: -8, -105,
+ * -5 scan, -104 QP outside 1..31, then the stream's. */
+KPLVC_API KplStatus kpliReconstructCoeffsInterRVLC_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                               Kpl16s* pCoeffs, Kpl32s* pIndxLastNonZero,
+                                                               Kpl32s scan, Kpl32s QP,
+                                                               const Kpl16s* pQMatrix);
+
+/* Backward decoders: *ppBitStream / *pBitOffset is the position just after
+ * a block's last bit (the end of the texture partition, before its stuffing,
+ * for the packet's last coded block); (pStart, startOffset) the first bit of
+ * the partition, which is never read past. The block's events are read from
+ * its end: the sign bit, then the word reversed; the first one read must have
+ * LAST = 1. Reading stops at the partition's first bit or before the previous
+ * block's last event (an event with LAST = 1, left unread). The levels land
+ * as in the forward decoder, and the position moves back to the block's first
+ * bit, where the previous block ends. Reads only bytes from pStart up to the
+ * one holding the bit before the position. Statuses: -8 (pStart included);
+ * -105 either bit offset outside 0..7; -90 dcVlc (intra); -5 scan, or the
+ * start after the position; then -100 an illegal word, a first event without
+ * LAST, fewer bits left before the start than a word needs, a bad escape;
+ * -99; -72 the events need more than 64 (63 with dcVlc 1) positions. Nothing
+ * is written on failure. */
+KPLVC_API KplStatus kpliDecodeCoeffsIntraRVLCBack_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                              const Kpl8u* pStart, Kpl32s startOffset,
+                                                              Kpl16s* pCoeffs, Kpl32s* pIndxLastNonZero,
+                                                              Kpl32s dcVlc, Kpl32s scan);
+KPLVC_API KplStatus kpliDecodeCoeffsInterRVLCBack_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                              const Kpl8u* pStart, Kpl32s startOffset,
+                                                              Kpl16s* pCoeffs, Kpl32s* pIndxLastNonZero,
+                                                              Kpl32s scan);
+
+/* Writers: as kpliEncodeCoeffsIntra/Inter_MPEG4_16s1u with the reversible
+ * words; an event without a word of its own takes the 30-bit escape. Levels
+ * must lie in -2047..2047. Statuses: -8, -105, -90 dcVlc (intra), -5 scan,
+ * -5 a level out of range (checked before anything is written). */
+KPLVC_API KplStatus kpliEncodeCoeffsIntraRVLC_MPEG4_16s1u(const Kpl16s* pCoeffs, Kpl8u** ppBitStream,
+                                                          Kpl32s* pBitOffset, Kpl32s dcVlc, Kpl32s scan);
+KPLVC_API KplStatus kpliEncodeCoeffsInterRVLC_MPEG4_16s1u(const Kpl16s* pCoeffs, Kpl8u** ppBitStream,
+                                                          Kpl32s* pBitOffset, Kpl32s scan);
 /* @mpeg4-end */
 
 /* ------------------------------------------------------------------------ */
@@ -1750,6 +1817,40 @@ KPLVC_API KplStatus kpliRateControlQP_MPEG4(const KplRateControl_MPEG4* pState, 
 KPLVC_API KplStatus kpliRateControlUpdate_MPEG4(KplRateControl_MPEG4* pState, Kpl32s qp, Kpl32s bits,
                                                 Kpl32s headerBits, double mad, Kpl32s* pSkip);
 /* @me-end */
+
+/* ------------------------------------------------------------------------ */
+/* Quarter-sample motion refinement (MPEG-4 ASP)                             */
+/* ------------------------------------------------------------------------ */
+/* @meqpel-begin */
+/* Quarter-sample refinement for MPEG-4 Advanced Simple Profile streams with
+ * quarter_sample = 1. pSearch->quarterSample must be 1: *pMV and the result
+ * are in quarter samples. J of *pMV and of its eight neighbours
+ * *pMV + step * (dx, dy), dx and dy in -1..1, the best (tieRule) to *pMV and
+ * its SAD to *pSAD. step 2 prices the half positions around a whole-sample
+ * vector (a search's result), step 1 the quarter positions around the
+ * vector that gives; together the sixteen positions a decoder can reach
+ * around it, and the eight around the half-sample vector.
+ * The prediction is the decoder's: kpliInterpolateQPel_MPEG4_8u_C1R with
+ * roundControl (the VOP's rounding type). A position is evaluated only
+ * when it lies in the window scaled to quarter samples (4x .. 4(x + width - 1),
+ * likewise y): one with a fractional part then has its integer part at
+ * most x + width - 2, so its prediction (W+1 x H+1 samples at most) reads
+ * only samples of the window's blocks.
+ * Statuses: -8 pSrc, pRef, pSearch, pMV or pSAD null; -6; -14 srcStep below
+ * 16 or refStep below window width + 15; those of KplMESearch, with -5 also
+ * for quarterSample 0; -5 *pMV outside the scaled window; -91 roundControl
+ * not 0 or 1; -5 step not 1 or 2. */
+KPLVC_API KplStatus kpliRefineQPel16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                  Kpl32s refStep, const KplMESearch* pSearch,
+                                                  Kpl32s roundControl, Kpl32s step, KplMotionVector* pMV,
+                                                  Kpl32s* pSAD);
+/* As kpliRefineQPel16x16_8u32s_C1R for an 8x8 block (steps at least 8 and
+ * window width + 7). */
+KPLVC_API KplStatus kpliRefineQPel8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                Kpl32s refStep, const KplMESearch* pSearch,
+                                                Kpl32s roundControl, Kpl32s step, KplMotionVector* pMV,
+                                                Kpl32s* pSAD);
+/* @meqpel-end */
 
 /* ------------------------------------------------------------------------ */
 /* H.264 transforms, quantisation and CAVLC analysis                          */

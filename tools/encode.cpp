@@ -35,7 +35,7 @@ double sse(const uint8_t* a, int as, const uint8_t* b, int bs, int w, int h) {
 }  // namespace
 
 int kplvc_tool::encode(int argc, char** argv) {
-    const char *in = nullptr, *out = nullptr, *recon_path = nullptr, *format = "h263";
+    const char *in = nullptr, *out = nullptr, *recon_path = nullptr, *format = nullptr;
     EncodeOptions opt;
     long max_frames = -1;
     bool usage = false;
@@ -71,6 +71,12 @@ int kplvc_tool::encode(int argc, char** argv) {
             opt.advanced_intra = true;
         } else if (std::strcmp(a, "--extended-header") == 0) {
             opt.extended_header = true;
+        } else if (std::strcmp(a, "--mpeg-quant") == 0) {
+            opt.mpeg_quant = true;
+        } else if (std::strcmp(a, "--4mv") == 0) {
+            opt.four_mv = true;
+        } else if (std::strcmp(a, "--qpel") == 0) {
+            opt.qpel = true;
         } else if (a[0] != '-' && !in) {
             in = a;
         } else {
@@ -81,9 +87,31 @@ int kplvc_tool::encode(int argc, char** argv) {
         std::fprintf(
             stderr,
             "usage: kplvc encode IN.yuv --size WxH -o OUT (--qscale Q | --bitrate R) [--recon RECON.yuv]\n"
-            "       [--fps N[/D]] [--gop N] [--frames N] [--format h263] [--deblock] [--advanced-intra]\n"
-            "       [--extended-header]\n");
+            "       [--fps N[/D]] [--gop N] [--frames N] [--format h263|mpeg4] [--deblock] "
+            "[--advanced-intra]\n"
+            "       [--extended-header] [--mpeg-quant] [--4mv] [--qpel]\n"
+            "The format is the one whose extension OUT has (.h263, .m4v), else h263.\n");
         return 2;
+    }
+    if (std::FILE* f = std::fopen(in, "rb")) {
+        // The rate control plans over the pictures the input holds.
+        const long picture =
+            static_cast<long>(opt.width) * opt.height + 2L * ((opt.width + 1) / 2) * ((opt.height + 1) / 2);
+        long pictures = 0;
+        if (std::fseek(f, 0, SEEK_END) == 0) pictures = std::ftell(f) / picture;
+        std::fclose(f);
+        opt.frames = max_frames >= 0 && max_frames < pictures ? max_frames : pictures;
+    }
+    if (!format) {
+        // The encoder whose files end like OUT.
+        int count = 0;
+        const EncoderInfo* const* all = encoders(&count);
+        const size_t len = std::strlen(out);
+        format = "h263";
+        for (int i = 0; i < count; ++i) {
+            const size_t e = std::strlen(all[i]->extension);
+            if (len > e && std::strcmp(out + len - e, all[i]->extension) == 0) format = all[i]->name;
+        }
     }
     const EncoderInfo* info = find_encoder(format);
     if (!info) {

@@ -26,8 +26,10 @@ int usage(FILE* out) {
                  "         [--postfilter] [--png OUT.png [--frame N]]  (--postfilter: MPEG-4 deblocking\n"
                  "                            and deringing; --png: picture N, from 0, as an image)\n"
                  "  encode IN.yuv --size WxH -o OUT (--qscale Q | --bitrate R) [--recon R.yuv]\n"
-                 "         [--fps N[/D]] [--gop N] [--frames N] [--deblock] [--advanced-intra]\n"
-                 "                            encode planar 4:2:0 pictures (H.263)\n"
+                 "         [--fps N[/D]] [--gop N] [--frames N] [--format h263|mpeg4] [--mpeg-quant] [--4mv] "
+                 "[--qpel]\n"
+                 "         [--deblock] [--advanced-intra]\n"
+                 "                            encode planar 4:2:0 pictures (H.263, or MPEG-4 for OUT.m4v)\n"
                  "  compare A.yuv B.yuv --size WxH [--pix-fmt F] [--min-psnr DB | --exact]\n"
                  "                            per-frame PSNR of each plane and largest difference\n");
     return out == stdout ? 0 : 2;

@@ -7,11 +7,15 @@ namespace kplvc::codecs {
 namespace h263 {
 extern const EncoderInfo kH263Encoder;
 }
+namespace mpeg4 {
+extern const EncoderInfo kMpeg4Encoder;
+}
 
 // Each format defines its EncoderInfo beside its code; list it here, before
 // the terminating null.
 static const EncoderInfo* const kEncoders[] = {
     &h263::kH263Encoder,
+    &mpeg4::kMpeg4Encoder,
     nullptr,
 };
 

@@ -24,10 +24,14 @@ struct EncodeOptions {
     long bitrate = 0;               // bits per second when qscale is 0
     int gop = 12;                   // an intra picture every gop pictures (0: the first only)
     int search_range = 15;          // motion search, whole samples
+    long frames = 0;                // pictures the caller will send (0: unknown); rate control plans with it
     // Format-specific switches; an encoder rejects what it does not have.
     bool deblock = false;          // in-loop deblocking (H.263 Annex J)
     bool advanced_intra = false;   // advanced intra coding (H.263 Annex I)
     bool extended_header = false;  // the format's extended header even when not needed (H.263+ PLUSPTYPE)
+    bool mpeg_quant = false;       // MPEG-4: the first quantisation method, with the default matrices
+    bool four_mv = false;          // MPEG-4: four vectors per macroblock where they pay
+    bool qpel = false;             // MPEG-4: quarter-sample vectors (Advanced Simple Profile)
 };
 
 struct EncodeStats {
@@ -50,7 +54,7 @@ public:
 };
 
 struct EncoderInfo {
-    const char* name;       // "h263", later "mpeg4"
+    const char* name;       // "h263", "mpeg4"
     const char* extension;  // of the files it writes: ".h263"
     // Null when the options do not fit the format; why says what is wrong.
     std::unique_ptr<Encoder> (*create)(const EncodeOptions& opt, char* why, size_t why_size);

@@ -20,12 +20,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/bitwriter.h"
 #include "common/encoder.h"
 #include "h263.h"
 #include "kplvc.h"
 #include "loopfilter.h"
 #include "mbgrid.h"
-#include "writer.h"
 
 namespace kplvc::codecs::h263 {
 
@@ -553,6 +553,11 @@ std::unique_ptr<Encoder> create(const EncodeOptions& opt, char* why, size_t n) {
     }
     if (opt.qscale < 0 || opt.qscale > 31 || (opt.qscale == 0 && opt.bitrate <= 0)) {
         std::snprintf(why, n, "give a quantiser 1..31 or a bit rate");
+        return nullptr;
+    }
+    if (opt.mpeg_quant || opt.four_mv || opt.qpel) {
+        std::snprintf(
+            why, n, "the MPEG quantisation method, four vectors and quarter samples are MPEG-4 options here");
         return nullptr;
     }
     return std::make_unique<H263Encoder>(opt);

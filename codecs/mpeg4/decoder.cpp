@@ -628,7 +628,7 @@ combine:
 
 // The resync marker's zeros: 16 in I-VOPs, 15 + f_code in P- and S-VOPs,
 // 15 + the larger f_code (at least 2) in B-VOPs; then a one.
-static int resync_zeros(const Vop& v) {
+int resync_zeros(const Vop& v) {
     if (v.type == kI) return 16;
     if (v.type == kB)
         return 15 +
@@ -779,6 +779,11 @@ bool Mpeg4Decoder::decode_vop(BitReader& br) {
     if (vop_.type == kS) {
         const KpliSize size = {vol_.width, vol_.height};
         kpliWarpInit_MPEG4(&warp_, vop_.warp_du, vop_.warp_dv, vol_.warp_points, vol_.warp_accuracy, size);
+    }
+    if (vol_.data_partitioned && vop_.type != kB) {
+        decode_dp_vop(br);
+        finish_reference();
+        return true;
     }
     int mb = 0;
     while (mb < mb_count_) {
@@ -965,6 +970,10 @@ bool Mpeg4Decoder::run(const uint8_t* data, size_t size) {
                 } else {
                     const bool same = vol_.valid && vol_.width == v.width && vol_.height == v.height;
                     vol_ = v;
+                    if (rewrite_out_ && v.data_partitioned && !v.rvlc)
+                        rw_.push_back(
+                            {{static_cast<int64_t>(v.rvlc_bit), static_cast<int64_t>(v.rvlc_bit) + 1},
+                             std::vector<uint8_t>{1}});
                     if (!same) {
                         if (held_ && bwd_ >= 0) output(pool_[bwd_]);
                         allocate();
@@ -990,6 +999,10 @@ bool Mpeg4Decoder::run(const uint8_t* data, size_t size) {
     }
     if (held_ && bwd_ >= 0) output(pool_[bwd_]);
     held_ = false;
+    if (rewrite_out_) {
+        rewrite_out_->clear();
+        if (rewrite_ok_ && !rw_.empty()) *rewrite_out_ = assemble_rewrite(data, size);
+    }
     if (stats_->frames == 0 && stats_->message[0] == 0)
         std::snprintf(stats_->message, sizeof stats_->message, "no decodable VOP found");
     return stats_->frames > 0 || size == 0;

@@ -21,6 +21,9 @@ struct MbInfo {
     uint8_t field_sel[2] = {0, 0};
 };
 
+// The resync marker's number of zeros in a VOP (decoder.cpp).
+int resync_zeros(const Vop& v);
+
 class Mpeg4Decoder {
 public:
     Mpeg4Decoder(PictureSink sink, void* user, DecodeStats* stats)
@@ -31,6 +34,15 @@ public:
     bool run(const uint8_t* data, size_t size);
     // Deblock and dering the pictures handed out (not the references).
     void set_postfilter(bool on) { postfilter_ = on; }
+
+    // Data-partitioned streams with reversible VLCs: false reads a damaged
+    // texture partition forward only (for comparison; the default reads it
+    // backward too).
+    void set_backward(bool on) { backward_ = on; }
+    // While decoding a data-partitioned stream without reversible VLCs, also
+    // write the same stream with its texture partitions in reversible VLCs
+    // into *out (filled by run(); left empty if a packet was damaged).
+    void rewrite_rvlc(std::vector<uint8_t>* out) { rewrite_out_ = out; }
 
 private:
     struct Plane {
@@ -61,6 +73,28 @@ private:
     int packet_number(const BitReader& br) const;
     bool find_resync(BitReader& br, int* mb_number);
     void conceal(int from, int to);
+
+    // Data-partitioned packets (partition.cpp).
+    struct DpMb {
+        uint8_t not_coded, intra, type, ac_pred, dc_vlc, mcsel, qp, cbp;
+        int16_t dc[6];
+    };
+    struct PacketEnd {
+        size_t marker;        // byte of the next resync marker or start code (or the data's end)
+        int64_t texture_end;  // bit position where the stuffing before it begins
+        bool resync;          // a resync marker follows
+    };
+    void decode_dp_vop(BitReader& br);
+    PacketEnd find_packet_end(const BitReader& br) const;
+    int dp_packet(BitReader& br, int first, const PacketEnd& end);
+    bool dp_partitions(BitReader& br, int first, const PacketEnd& end);
+    bool dp_texture(int first, int k, BitReader* tex);
+    int dp_backward(const uint8_t* data, int f, int64_t fail_block, int64_t tex_start, int64_t tex_end,
+                    std::vector<int64_t>* start);
+    bool dp_intra(int mb, const DpMb& m, BitReader* tex);
+    bool dp_inter_residual(const DpMb& m, BitReader* tex, int16_t (*res)[64], bool* coded);
+    void dp_rewrite_block(const int16_t* levels, bool intra, int dc_vlc, int scan);
+    std::vector<uint8_t> assemble_rewrite(const uint8_t* data, size_t size) const;
 
     // Prediction into dst (w x h) from a plane at (x, y) + mv.
     void predict(uint8_t* dst, int dst_step, const Plane& ref, int x, int y, int w, int h, int mvx, int mvy,
@@ -119,6 +153,15 @@ private:
     bool postfilter_ = false;
     std::vector<uint8_t> qp_map_[3];
     Frame post_[2];
+
+    // Data partitioning.
+    std::vector<DpMb> dp_;
+    bool backward_ = true;
+    std::vector<uint8_t>* rewrite_out_ = nullptr;
+    bool rewrite_ok_ = true;
+    std::vector<uint8_t> rw_bits_;  // the packet's texture being rewritten, one byte per bit
+    // Replacements of the rewrite: [begin, end) bit ranges of the input and the bits put there.
+    std::vector<std::pair<std::pair<int64_t, int64_t>, std::vector<uint8_t>>> rw_;
 };
 
 }  // namespace kplvc::codecs::mpeg4

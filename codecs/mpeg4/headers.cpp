@@ -14,14 +14,14 @@ const int16_t kDefaultInterMatrix[64] = {
     26, 27, 28, 30, 22, 23, 24, 26, 27, 28, 30, 31, 23, 24, 25, 27, 28, 30, 31, 33,
 };
 
-namespace {
-
 // The classical zigzag: matrices arrive in this order.
-constexpr uint8_t kZigzag[64] = {
+const uint8_t kZigzag[64] = {
     0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33, 40, 48,
     41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23,
     30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63,
 };
+
+namespace {
 
 // Up to 64 eight-bit values in zigzag order; a 0 ends the list and the last
 // value fills the rest.
@@ -143,8 +143,9 @@ bool parse_vol(BitReader& br, Vol* vol, const char** why) {
     v.resync_disable = br.bit();
     v.data_partitioned = br.bit();
     if (v.data_partitioned) {
+        v.rvlc_bit = br.byte_pos() * 8 + static_cast<size_t>(br.bit_off());
         v.rvlc = br.bit();
-        return *why = "data partitioning (and reversible VLCs) are not supported yet", false;
+        if (v.interlaced) return *why = "data partitioning of interlaced VOPs is not supported", false;
     }
     if (v.verid != 1) {
         if (br.bit()) return *why = "NEWPRED is not supported", false;

@@ -31,6 +31,7 @@ struct Vol {
     bool quarter_sample = false;
     bool resync_disable = true;
     bool data_partitioned = false, rvlc = false;
+    size_t rvlc_bit = 0;  // reversible_vlc's bit position in the stream
     bool short_header = false;
     int quant_precision = 5;
 };
@@ -58,6 +59,9 @@ bool parse_vop(BitReader& br, const Vol& vol, Vop* vop, const char** why);
 // The short video header picture (after the 22-bit start marker); fills the
 // VOL with its size the first time.
 bool parse_short_header(BitReader& br, Vol* vol, Vop* vop, const char** why);
+
+// The classical zigzag scan: raster position of each scan position.
+extern const uint8_t kZigzag[64];
 
 // The default matrices of the first quantisation method, raster order.
 extern const int16_t kDefaultIntraMatrix[64];

@@ -11,6 +11,7 @@
 #include "core/cpu.h"
 #include "kplvc.h"
 #include "mc/mc.h"
+#include "mpeg4/qpel.h"
 
 namespace kplvc::me {
 
@@ -85,6 +86,14 @@ void search_mvfast(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, c
 // uses), so a refinement prices exactly what will be predicted.
 void refine_half(Size n, const MeKernels& k, const mc::McKernels& mc, const uint8_t* src, int32_t ss,
                  const uint8_t* ref, int32_t rs, const Setup& s, int32_t rc, Result* out, Stats* stats);
+
+// As refine_half in quarter samples (the record's quarterSample is 1):
+// centre + step * (dx, dy), step 2 (the half positions around a whole-sample
+// vector) or 1 (the quarter positions around a half-sample one), predicted
+// with the MPEG-4 quarter-sample kernels `q`.
+void refine_qpel(Size n, const MeKernels& k, const mpeg4::QpelKernels& q, const uint8_t* src, int32_t ss,
+                 const uint8_t* ref, int32_t rs, const Setup& s, int32_t rc, int32_t step, Result* out,
+                 Stats* stats);
 
 // dst (byte step ds) = the sums of width x height block positions from src.
 void block_sums(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, uint16_t* dst, int32_t ds,

@@ -4,6 +4,7 @@
 #include "me/checks.h"
 #include "me/me.h"
 #include "me/price.h"
+#include "mpeg4/qpel.h"
 
 namespace kplvc::me {
 
@@ -52,6 +53,46 @@ void refine_half(Size n, const MeKernels& k, const mc::McKernels& mc, const uint
     *out = Result{best.vx, best.vy, best.sad};
 }
 
+// As refine_half with the quarter-sample filter: positions centre +
+// step * (dx, dy) in quarter samples. A position inside [4 x0, 4 xmax] with
+// a fractional part reads columns up to its integer part + N, at most
+// xmax - 1 + N; one without reads N columns from at most xmax. So every
+// read stays in the window's blocks; likewise for rows.
+void refine_qpel(Size n, const MeKernels& k, const mpeg4::QpelKernels& q, const uint8_t* src, int32_t ss,
+                 const uint8_t* ref, int32_t rs, const Setup& s, int32_t rc, int32_t step, Result* out,
+                 Stats* stats) {
+    const int side = block_side(n);
+    const mpeg4::QpelSize qs = n == k16 ? mpeg4::q16x16 : mpeg4::q8x8;
+    const int32_t cx = out->vx, cy = out->vy;
+    const int32_t xlo = 4 * s.x0, xhi = 4 * (s.x0 + s.w - 1), ylo = 4 * s.y0, yhi = 4 * (s.y0 + s.h - 1);
+    alignas(32) uint8_t pred[9][16 * 16];
+    int32_t vx[9], vy[9], cnt = 0;
+    for (int dy = -1; dy <= 1; ++dy) {
+        for (int dx = -1; dx <= 1; ++dx) {
+            const int32_t x = cx + step * dx, y = cy + step * dy;
+            if (x < xlo || x > xhi || y < ylo || y > yhi) continue;
+            q.put[qs][(x & 3) | (y & 3) << 2](row_at(ref, rs, y >> 2) + (x >> 2), rs, pred[cnt], side, rc);
+            vx[cnt] = x;
+            vy[cnt] = y;
+            ++cnt;
+        }
+    }
+    Best best;
+    for (int b = 0; b < cnt; b += 4) {
+        const int m = cnt - b < 4 ? cnt - b : 4;
+        const uint8_t* r[4];
+        for (int i = 0; i < 4; ++i) r[i] = pred[b + (i < m ? i : 0)];
+        int32_t sad[4];
+        k.sad_x4[n](src, ss, r, side, sad);
+        for (int i = 0; i < m; ++i) {
+            const int c = b + i;
+            best.offer(s, vx[c], vy[c], 16 * sad[i] + s.lambda * vector_bits(s, vx[c], vy[c]), sad[i]);
+        }
+    }
+    if (stats != nullptr) stats->sads += cnt;
+    *out = Result{best.vx, best.vy, best.sad};
+}
+
 }  // namespace kplvc::me
 
 using namespace kplvc::me;
@@ -78,6 +119,28 @@ KplStatus half_entry(Size n, const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRe
     return kplStsNoErr;
 }
 
+KplStatus qpel_entry(Size n, const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef, Kpl32s refStep,
+                     const KplMESearch* pSearch, Kpl32s roundControl, Kpl32s step, KplMotionVector* pMV,
+                     Kpl32s* pSAD) {
+    if (pSrc == nullptr || pRef == nullptr || pSearch == nullptr || pMV == nullptr || pSAD == nullptr)
+        return kplStsNullPtrErr;
+    if (const KplStatus st = check_search(*pSearch, block_side(n), srcStep, refStep, nullptr, 0);
+        st != kplStsNoErr)
+        return st;
+    const KpliRect& w = pSearch->window;
+    if (pSearch->quarterSample != 1) return kplStsBadArgErr;
+    if (pMV->dx < 4 * w.x || pMV->dx > 4 * (w.x + w.width - 1) || pMV->dy < 4 * w.y ||
+        pMV->dy > 4 * (w.y + w.height - 1))
+        return kplStsBadArgErr;
+    if (roundControl != 0 && roundControl != 1) return kplStsMode2Err;
+    if (step != 1 && step != 2) return kplStsBadArgErr;
+    Result r{pMV->dx, pMV->dy, 0};
+    refine_qpel(n, me_kernels(), kplvc::mpeg4::qpel_kernels(), pSrc, srcStep, pRef, refStep,
+                make_setup(*pSearch), roundControl, step, &r, nullptr);
+    write_result(r, pMV, pSAD);
+    return kplStsNoErr;
+}
+
 }  // namespace
 
 extern "C" {
@@ -92,6 +155,20 @@ KPLVC_API KplStatus kpliRefineHalf8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcSte
                                                 Kpl32s refStep, const KplMESearch* pSearch,
                                                 Kpl32s roundControl, KplMotionVector* pMV, Kpl32s* pSAD) {
     return half_entry(k8, pSrc, srcStep, pRef, refStep, pSearch, roundControl, pMV, pSAD);
+}
+
+KPLVC_API KplStatus kpliRefineQPel16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                  Kpl32s refStep, const KplMESearch* pSearch,
+                                                  Kpl32s roundControl, Kpl32s step, KplMotionVector* pMV,
+                                                  Kpl32s* pSAD) {
+    return qpel_entry(k16, pSrc, srcStep, pRef, refStep, pSearch, roundControl, step, pMV, pSAD);
+}
+
+KPLVC_API KplStatus kpliRefineQPel8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                Kpl32s refStep, const KplMESearch* pSearch,
+                                                Kpl32s roundControl, Kpl32s step, KplMotionVector* pMV,
+                                                Kpl32s* pSAD) {
+    return qpel_entry(k8, pSrc, srcStep, pRef, refStep, pSearch, roundControl, step, pMV, pSAD);
 }
 
 }  // extern "C"

@@ -1,6 +1,7 @@
 // MPEG-4 quantisers beside the weighting-matrix inverse of quant.cpp: the
 // second (H.263) method's inverse, and the forward quantisers of both
 // methods that an encoder uses. All exact integer arithmetic on 32 bits.
+#include <cstdint>
 #include <cstdlib>
 
 #include "core/arith.h"
@@ -42,6 +43,15 @@ int32_t quantise(int16_t* c, int first, Mag mag) {
     return n;
 }
 
+// t / (2 QP) for 0 <= t <= 32768 without a division: t * m >> 22 with
+// m = ceil(2^22 / d) is exact for every t below 2^16 when m d - 2^22 <= 2^6,
+// and m d - 2^22 < d <= 62. The product stays below 2^38.
+struct Halve {
+    uint64_t m;
+    explicit Halve(int32_t qp) : m(((uint64_t{1} << 22) + 2 * qp - 1) / (2 * qp)) {}
+    int32_t operator()(int32_t t) const { return static_cast<int32_t>((static_cast<uint64_t>(t) * m) >> 22); }
+};
+
 void quantise_dc(int16_t* c, int32_t qp, int32_t block_index) {
     const int32_t q = div_round(c[0], dc_scaler(qp, is_luma_block(block_index)));
     c[0] = static_cast<int16_t>(clip3(-2047, 2047, q));
@@ -76,16 +86,18 @@ KPLVC_API KplStatus kpliQuantIntraH263_MPEG4_16s_C1I(Kpl16s* pCoeffs, Kpl32s QP,
     if (QP < 1 || QP > 31) return kplStsMPEG4QPErr;
     if (blockIndex < 0 || blockIndex > 9) return kplStsBlockIndexErr;
     quantise_dc(pCoeffs, QP, blockIndex);
-    *pCountNonZero = quantise(pCoeffs, 1, [QP](int32_t a, int) { return a / (2 * QP); });
+    const Halve div(QP);
+    *pCountNonZero = quantise(pCoeffs, 1, [div](int32_t a, int) { return div(a); });
     return kplStsNoErr;
 }
 
 KPLVC_API KplStatus kpliQuantInterH263_MPEG4_16s_C1I(Kpl16s* pCoeffs, Kpl32s QP, Kpl32s* pCountNonZero) {
     if (pCoeffs == nullptr || pCountNonZero == nullptr) return kplStsNullPtrErr;
     if (QP < 1 || QP > 31) return kplStsMPEG4QPErr;
-    *pCountNonZero = quantise(pCoeffs, 0, [QP](int32_t a, int) {
+    const Halve div(QP);
+    *pCountNonZero = quantise(pCoeffs, 0, [QP, div](int32_t a, int) {
         const int32_t t = a - QP / 2;
-        return t > 0 ? t / (2 * QP) : 0;
+        return t > 0 ? div(t) : 0;
     });
     return kplStsNoErr;
 }

@@ -11,6 +11,7 @@
 #include <array>
 #include <cstdint>
 
+#include "core/arith.h"
 #include "core/bitstream.h"
 #include "h263/coef_tables.h"
 #include "kplvc.h"
@@ -112,6 +113,30 @@ struct Event {
         ev->level += ev->level < 0 ? -t.lmax[ev->last][ev->run] : t.lmax[ev->last][ev->run];
     return kplStsNoErr;
 }
+
+// Inverse quantisers applied to each level as it is read (inter blocks).
+// Second (H.263) method: |F| = QP (2|L| + 1), minus 1 for even QP.
+struct DequantH263 {
+    int32_t qmul, qadd;
+    int16_t operator()(int32_t level, int) const {
+        const int32_t f = level > 0 ? qmul * level + qadd : qmul * level - qadd;
+        return static_cast<int16_t>(clip3(-2048, 2047, f));
+    }
+};
+
+// First (MPEG) method, inter: F = ((2L + sign L) W QP) / 16, truncating.
+struct DequantMatrix {
+    const int16_t* w;
+    int32_t qp;
+    int16_t operator()(int32_t level, int pos) const {
+        const int32_t t = 2 * level + (level > 0 ? 1 : -1);
+        // |t| <= 4095 (escape levels up to 2047), W <= 32767, QP <= 31:
+        // the product needs 64 bits only for weights beyond the 8-bit matrices.
+        const int64_t p = int64_t{t} * w[pos] * qp;
+        const int64_t q = p / 16;
+        return static_cast<int16_t>(q < -2048 ? -2048 : (q > 2047 ? 2047 : q));
+    }
+};
 
 // The largest legal stream position: a decoder never reads more than this
 // many bytes past its current byte (the cache's eight-byte loads).

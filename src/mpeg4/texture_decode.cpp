@@ -90,29 +90,6 @@ struct KeepLevel {
     int16_t operator()(int32_t level, int) const { return static_cast<int16_t>(level); }
 };
 
-// Second (H.263) method: |F| = QP (2|L| + 1), minus 1 for even QP.
-struct DequantH263 {
-    int32_t qmul, qadd;
-    int16_t operator()(int32_t level, int) const {
-        const int32_t f = level > 0 ? qmul * level + qadd : qmul * level - qadd;
-        return static_cast<int16_t>(clip3(-2048, 2047, f));
-    }
-};
-
-// First (MPEG) method, inter: F = ((2L + sign L) W QP) / 16, truncating.
-struct DequantMatrix {
-    const int16_t* w;
-    int32_t qp;
-    int16_t operator()(int32_t level, int pos) const {
-        const int32_t t = 2 * level + (level > 0 ? 1 : -1);
-        // |t| <= 4095 (escape levels up to 2047), W <= 32767, QP <= 31:
-        // the product needs 64 bits only for weights beyond the 8-bit matrices.
-        const int64_t p = int64_t{t} * w[pos] * qp;
-        const int64_t q = p / 16;
-        return static_cast<int16_t>(q < -2048 ? -2048 : (q > 2047 ? 2047 : q));
-    }
-};
-
 bool bad_scan(Kpl32s scan) { return scan < 0 || scan > 2; }
 
 }  // namespace

@@ -18,7 +18,7 @@ struct DamageCase {
     const char* ext;
 };
 
-// One row per decoder.
+// One row per decoder (two for MPEG-4: data-partitioned packets have their own path).
 const std::vector<DamageCase> kCases = {
     {"mpeg2", "testsrc2=size=352x288:rate=25", 10, "-c:v mpeg2video -g 5 -bf 2 -b:v 1M", "m2v"},
     {"dv", "testsrc2=size=720x480:rate=30000/1001", 4, "-c:v dvvideo -pix_fmt yuv411p", "dv"},
@@ -26,6 +26,8 @@ const std::vector<DamageCase> kCases = {
      "-c:v libx264 -pix_fmt yuv420p -coder 0 -x264-params no-8x8dct=1 -bf 2 -slices 2 -refs 2", "264"},
     {"mpeg4", "testsrc2=size=352x288:rate=25", 8,
      "-c:v mpeg4 -qscale:v 4 -bf 2 -flags +mv4+qpel -ps 600 -f m4v", "m4v"},
+    {"mpeg4", "testsrc2=size=352x288:rate=25", 8,
+     "-c:v mpeg4 -qscale:v 4 -flags +mv4 -data_partitioning 1 -ps 500 -f m4v", "m4v"},
     {"h263", "testsrc2=size=352x288:rate=25,scroll=h=0.02", 8,
      "-c:v h263p -q:v 6 -umv 1 -aiv 1 -obmc 1 -flags +aic+loop+mv4 -structured_slices 1 -ps 800", "h263"},
 };

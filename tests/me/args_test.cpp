@@ -24,13 +24,14 @@ struct Bench {
     const Kpl8u* cur;
     const Kpl8u* ref;
     const Kpl16u* sums;
+    KplMESearch base = kGood;  // what record() edits
     explicit Bench(int side) : n(side), step(side + 4) {
         cur = p.take<Kpl8u>(static_cast<size_t>(n) * n);
         ref = p.take<Kpl8u>(static_cast<size_t>(step) * step) + 2 * step + 2;
         sums = p.take<Kpl16u>(5 * 5) + 2 * 5 + 2;
     }
     const void* record(void (*edit)(KplMESearch&)) {
-        KplMESearch s = kGood;
+        KplMESearch s = base;
         edit(s);
         return p.take<KplMESearch>({s});
     }
@@ -137,5 +138,19 @@ TEST(MeArgs, Searches) {
                          {fails(4, quarter, kplStsBadArgErr), fails(6, centre(-5, 0), kplStsBadArgErr),
                           fails(6, centre(0, 5), kplStsBadArgErr), passes(6, centre(4, -4)),
                           fails(5, 2, kplStsMode2Err), passes(5, 1)}));
+
+        // Quarter samples: the record must say so, the centre lies in the
+        // window scaled by 4, and the step is 1 or 2.
+        const auto qpel = n == 16 ? kpliRefineQPel16x16_8u32s_C1R : kpliRefineQPel8x8_8u32s_C1R;
+        KplMotionVector* qc = b.p.take<KplMotionVector>({{5, -7}});
+        const auto in_half = b.record([](KplMESearch& s) { s.quarterSample = 0; });
+        b.base.quarterSample = 1;
+        const auto* qgood = static_cast<const KplMESearch*>(b.record([](KplMESearch&) {}));
+        b.p.check("quarter refinement", qpel, {b.cur, n, b.ref, b.step, qgood, 0, 1, qc, sad},
+                  b.list({null(0), null(2), null(4), null(7), null(8)}, 4, steps,
+                         {fails(4, in_half, kplStsBadArgErr), fails(7, centre(-9, 0), kplStsBadArgErr),
+                          fails(7, centre(0, 9), kplStsBadArgErr), passes(7, centre(8, -8)),
+                          fails(5, 2, kplStsMode2Err), passes(5, 1), fails(6, 0, kplStsBadArgErr),
+                          fails(6, 3, kplStsBadArgErr), passes(6, 2)}));
     }
 }

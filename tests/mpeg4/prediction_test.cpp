@@ -396,3 +396,24 @@ TEST(Mpeg4PredictionArgs, FirstFailingCheckWinsAndNothingIsWritten) {
                {null(5), fails(3, 0, kplStsTimeDistErr), fails(2, 3, kplStsTimeDistErr),
                 fails(2, -1, kplStsTimeDistErr)});
 }
+
+// The second method's forward quantisers against their formulas for every
+// 16-bit coefficient and quantiser (they divide without a division).
+TEST(Mpeg4Quant, SecondMethodForwardEveryValue) {
+    for (int qp = 1; qp <= 31; ++qp) {
+        for (int32_t base = -32768; base < 32768; base += 64) {
+            int16_t intra[64], inter[64];
+            for (int i = 0; i < 64; ++i) intra[i] = inter[i] = static_cast<int16_t>(base + i);
+            Kpl32s n;
+            ASSERT_EQ(kpliQuantIntraH263_MPEG4_16s_C1I(intra, qp, 0, &n), kplStsNoErr);
+            ASSERT_EQ(kpliQuantInterH263_MPEG4_16s_C1I(inter, qp, &n), kplStsNoErr);
+            for (int i = 1; i < 64; ++i) {
+                const int32_t f = base + i, a = f < 0 ? -f : f;
+                const int32_t li = std::min(a / (2 * qp), 2047),
+                              le = std::min(std::max(a - qp / 2, 0) / (2 * qp), 2047);
+                ASSERT_EQ(intra[i], f < 0 ? -li : li) << "intra F " << f << " QP " << qp;
+                ASSERT_EQ(inter[i], f < 0 ? -le : le) << "inter F " << f << " QP " << qp;
+            }
+        }
+    }
+}

@@ -9,7 +9,7 @@
 
 #include "kplvc.h"
 
-namespace kplvc::codecs::h263 {
+namespace kplvc::codecs {
 
 class BitWriter {
 public:
@@ -61,4 +61,4 @@ private:
     int off_ = 0;
 };
 
-}  // namespace kplvc::codecs::h263
+}  // namespace kplvc::codecs
