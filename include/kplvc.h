@@ -1483,6 +1483,97 @@ KPLVC_API KplStatus kpliFilterDeringing_MPEG4_8u_C1R(const Kpl8u* pSrc, Kpl32s s
                                                      Kpl32s dstStep, KpliSize roiSize, const Kpl8u* pQP,
                                                      Kpl32s qpStep, Kpl32s mbSize);
 
+/* ---- MPEG-4 Visual: binary shape and padding for arbitrary shape ------- */
+/* A binary alpha plane holds 0 (transparent) or 255 (opaque) per luminance
+ * sample; the readers treat any non-zero sample as opaque and write 0 or
+ * 255. A BAB (binary alpha block) is the 16x16 shape of a macroblock, or
+ * the 8x8 / 4x4 block it was down-sampled to (conv_ratio 2 / 4). Stream
+ * readers and writers follow the MPEG-4 conventions above; the checks come
+ * in the order -8, -105, -95 size, -14 steps, then the value ranges. */
+
+/* bab_type (0..6) in an I-VOP: the code table is chosen by the types of the
+ * neighbouring BABs pNeighbours[0..3] = above-left, above, above-right,
+ * left, each 2..4 (a neighbour outside the VOP or the video packet counts as
+ * 2, transparent). Statuses: -8, -105, -5 a neighbour type outside 2..4,
+ * -74 no code matches. */
+KPLVC_API KplStatus kpliDecodeBABTypeIntra_MPEG4_1u32s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                       const Kpl32s* pNeighbours, Kpl32s* pBabType);
+/* bab_type in a P- or B-VOP, by the type of the co-located BAB of the
+ * reference VOP (prevType 0..6). Statuses: -8, -105, -5 prevType, -74. */
+KPLVC_API KplStatus kpliDecodeBABTypeInter_MPEG4_1u32s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                       Kpl32s prevType, Kpl32s* pBabType);
+
+/* The shape vector difference (mvds_x, then mvds_y), integer samples in
+ * -16..16: a magnitude v is v ones and a zero, then a sign bit (1 positive);
+ * when mvds_x is 0, mvds_y (never 0) is coded with v - 1 ones. Statuses:
+ * -8, -105, -2 the unused all-ones pattern. */
+KPLVC_API KplStatus kpliDecodeShapeMVD_MPEG4_1u16s(Kpl8u** ppBitStream, Kpl32s* pBitOffset,
+                                                   KplMotionVector* pMVD);
+
+/* Context-based arithmetic decoding of a size x size BAB (16, 8 or 4) into
+ * pBAB, which addresses its top-left sample in a plane of row step `step`.
+ * The contexts read the BAB's border from the plane: the two rows above
+ * (columns -2..size+1: the above-left, above and above-right BABs) and the
+ * two columns to the left (rows 0..size-1); the caller sets every border
+ * sample outside the VOP or the video packet to 0 (a scratch copy of the
+ * neighbourhood serves where the plane does not hold that). For a
+ * down-sampled BAB the caller passes the down-sampled border. scanType 1:
+ * rows in raster order; 0: the BAB and its border are transposed before
+ * decoding (columns first; the below-left border then reads as 0 and the
+ * above-right one is not used). The intra form uses the 10-pixel intra
+ * context; the inter form the 9-pixel inter context, whose five
+ * motion-compensated samples come from pMC: the compensated BAB at the same
+ * size, with one readable sample around it (rows and columns -1..size). The
+ * arithmetic code ends at a bit position that the stream pointer and offset
+ * then address. A code never fails: a damaged stream gives a wrong shape.
+ * At most 512 bytes from the current byte are read. Statuses: -8 (pMC for
+ * inter), -105, -95 size, -14 step or mcStep below size, -90 scanType not 0
+ * or 1. */
+KPLVC_API KplStatus kpliDecodeBABIntra_MPEG4_1u8u(Kpl8u** ppBitStream, Kpl32s* pBitOffset, Kpl8u* pBAB,
+                                                  Kpl32s step, Kpl32s size, Kpl32s scanType);
+KPLVC_API KplStatus kpliDecodeBABInter_MPEG4_1u8u(Kpl8u** ppBitStream, Kpl32s* pBitOffset, Kpl8u* pBAB,
+                                                  Kpl32s step, const Kpl8u* pMC, Kpl32s mcStep, Kpl32s size,
+                                                  Kpl32s scanType);
+/* The encoders of the same BABs: the BAB at pBAB and its border are read as
+ * the decoders read them, and the arithmetic code is appended to the
+ * stream (at most 512 bytes for a 16x16 BAB). Statuses: -8, -105, -95,
+ * -14, -90. */
+KPLVC_API KplStatus kpliEncodeBABIntra_MPEG4_8u1u(const Kpl8u* pBAB, Kpl32s step, Kpl32s size,
+                                                  Kpl32s scanType, Kpl8u** ppBitStream, Kpl32s* pBitOffset);
+KPLVC_API KplStatus kpliEncodeBABInter_MPEG4_8u1u(const Kpl8u* pBAB, Kpl32s step, const Kpl8u* pMC,
+                                                  Kpl32s mcStep, Kpl32s size, Kpl32s scanType,
+                                                  Kpl8u** ppBitStream, Kpl32s* pBitOffset);
+
+/* Repetitive padding of one boundary block in place: the 16x16 luminance
+ * block (chroma 0) whose shape is the 16x16 alpha block at pAlpha, or an 8x8
+ * chrominance block (chroma 1) whose sample is inside the shape when any of
+ * the 2x2 alpha samples it covers is non-zero. Samples outside the shape
+ * are replaced, first along each row (a run between two inside samples
+ * takes (a + b + 1) >> 1 of them, a run at an end repeats its neighbour),
+ * then down each column from the rows that had inside samples, the same
+ * way. Statuses: -8; -14 step below the block or alphaStep below 16; -90
+ * chroma not 0 or 1; -2 no sample inside the shape (nothing written). */
+KPLVC_API KplStatus kpliPadMB_MPEG4_8u_C1IR(Kpl8u* pSrcDst, Kpl32s step, const Kpl8u* pAlpha,
+                                            Kpl32s alphaStep, Kpl32s chroma);
+/* Extended padding of a transparent size x size block (16 or 8): it repeats
+ * the adjacent column or row of its first padded neighbour in the order
+ * left, above, right, below (neighbours bits 1, 2, 4, 8: which of them
+ * hold shape samples and are padded; only that column or row is read), or
+ * is set to 128 when it has none. Statuses: -8, -95, -14, -5 neighbours
+ * outside 0..15. */
+KPLVC_API KplStatus kpliPadMBExtended_MPEG4_8u_C1R(Kpl8u* pDst, Kpl32s step, Kpl32s size, Kpl32s neighbours);
+/* Pads a reconstructed VOP of roi (multiples of the block size) for use as a
+ * reference: every boundary block as kpliPadMB_MPEG4_8u_C1IR, then every
+ * transparent block as kpliPadMBExtended_MPEG4_8u_C1R from its neighbours
+ * that are not transparent. The luminance plane (chroma 0) has 16x16
+ * blocks and an alpha plane of its size; a chrominance plane (chroma 1) 8x8
+ * blocks and the luminance alpha plane (2 roi). The area beyond the VOP is
+ * then extended as for any reference (kpliExpandFrame_H263_8u). Statuses:
+ * -8; -6 roi below 1 or not a multiple of the block; -14 step below the
+ * width or alphaStep below the alpha width; -90 chroma. */
+KPLVC_API KplStatus kpliPadVOP_MPEG4_8u_C1IR(Kpl8u* pPlane, Kpl32s step, const Kpl8u* pAlpha,
+                                             Kpl32s alphaStep, KpliSize roi, Kpl32s chroma);
+
 /* ---- MPEG-4 Visual: reversible VLC texture (data-partitioned packets) ---- */
 /* Streams with reversible_vlc = 1 code the texture partition of a
  * data-partitioned video packet with the reversible tables (ISO/IEC 14496-2
