@@ -1433,6 +1433,56 @@ KPLVC_API KplStatus kpliWarpChroma_MPEG4_8u_C1R(const Kpl8u* pRef, Kpl32s refSte
  * quarterSample not 0 or 1. */
 KPLVC_API KplStatus kpliWarpMV_MPEG4(const KplMPEG4Warp* pWarp, Kpl32s mbX, Kpl32s mbY, Kpl32s fcode,
                                      Kpl32s quarterSample, KplMotionVector* pMV);
+/* Display post-filters (ISO/IEC 14496-2 Annex F.3): deblocking across the
+ * 8x8 block edges of a decoded plane, then deringing inside its blocks;
+ * applied to a copy of the picture for display, never to a reference.
+ *
+ * The region (roiSize at pSrcDst / pSrc) is a whole number of 8x8 blocks,
+ * its blocks counted from its top-left sample. pQP holds the QP (1..31) of
+ * each macroblock covering the region, qpStep entries per row; mbSize is 16
+ * for a luminance plane and 8 for a 4:2:0 chrominance plane (a macroblock's
+ * 8x8 block there).
+ *
+ * Deblocking looks at ten samples v0..v9 across an edge (the edge between v4
+ * and v5) and uses the QP of v5's macroblock. When at least 6 of the nine
+ * differences |v(i) - v(i+1)| are at most 2 (a smooth region) and v1..v8
+ * span less than 2 QP, v1..v8 become the 9-tap filter
+ * {1,1,2,2,4,2,2,1,1} // 16 of the line, extended with v0 (v9) where
+ * |v1 - v0| < QP (|v8 - v9| < QP) and with v1 (v8) otherwise. Else v4 and
+ * v5 move by d = clip(5 (a3,0' - a3,0) // 8 into 0..(v4 - v5) / 2) when
+ * |a3,0| < QP: a3,0, a3,1, a3,2 are (2 -5 5 -2) . (v3..v6, v1..v4, v5..v8)
+ * // 8 and a3,0' = sign(a3,0) min(|a3,0|, |a3,1|, |a3,2|). "//" rounds to
+ * nearest, halves away from zero; "/" truncates. The edges inside the
+ * region are filtered in place in raster order (an edge reads the samples
+ * that the previous one wrote); the region's own border is not an edge.
+ * Filter the horizontal edges first, then the vertical ones.
+ *
+ * Statuses: -8 a pointer; -6 a region side below 8 or not a multiple of 8;
+ * -95 mbSize not 16 or 8; -14 a step below the region's width or qpStep
+ * below the macroblocks per row; -104 a QP outside 1..31. */
+KPLVC_API KplStatus kpliFilterDeblocking_HorEdge_MPEG4_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
+                                                               KpliSize roiSize, const Kpl8u* pQP,
+                                                               Kpl32s qpStep, Kpl32s mbSize);
+KPLVC_API KplStatus kpliFilterDeblocking_VerEdge_MPEG4_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcDstStep,
+                                                               KpliSize roiSize, const Kpl8u* pQP,
+                                                               Kpl32s qpStep, Kpl32s mbSize);
+
+/* Deringing from pSrc to pDst (the same region geometry; the planes must not
+ * overlap). Each block's threshold is (max + min + 1) / 2 of its samples.
+ * In luminance (mbSize 16) the blocks of a macroblock are compared: with
+ * max_range the largest block range (max - min) of the macroblock, a block
+ * of range below 32 takes the threshold of the first block of max_range
+ * when max_range >= 64, and every block gets threshold 0 when
+ * max_range < 64. A sample whose 3x3 neighbourhood is all at or above the
+ * threshold, or all below it, becomes (8 + sum of the neighbourhood weighted
+ * 1 2 1 / 2 4 2 / 1 2 1) / 16, limited to within QP / 2 of its value; other
+ * samples, and the samples on the region's border, are copied. The
+ * neighbourhood reads unfiltered samples, across block edges too.
+ * Statuses as for deblocking (-14 for either step). */
+KPLVC_API KplStatus kpliFilterDeringing_MPEG4_8u_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
+                                                     Kpl32s dstStep, KpliSize roiSize, const Kpl8u* pQP,
+                                                     Kpl32s qpStep, Kpl32s mbSize);
+
 /* ---- MPEG-4 Visual: binary shape and padding for arbitrary shape ------- */
 /* A binary alpha plane holds 0 (transparent) or 255 (opaque) per luminance
  * sample; the readers treat any non-zero sample as opaque and write 0 or
@@ -1523,6 +1573,7 @@ KPLVC_API KplStatus kpliPadMBExtended_MPEG4_8u_C1R(Kpl8u* pDst, Kpl32s step, Kpl
  * width or alphaStep below the alpha width; -90 chroma. */
 KPLVC_API KplStatus kpliPadVOP_MPEG4_8u_C1IR(Kpl8u* pPlane, Kpl32s step, const Kpl8u* pAlpha,
                                              Kpl32s alphaStep, KpliSize roi, Kpl32s chroma);
+
 /* ---- MPEG-4 Visual: reversible VLC texture (data-partitioned packets) ---- */
 /* Streams with reversible_vlc = 1 code the texture partition of a
  * data-partitioned video packet with the reversible tables (ISO/IEC 14496-2

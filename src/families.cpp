@@ -20,6 +20,7 @@
 #include "mpeg2/block.h"
 #include "mpeg2/quant.h"
 #include "mpeg4/gmc.h"
+#include "mpeg4/postfilter.h"
 #include "mpeg4/qpel.h"
 #include "mpeg4/quant.h"
 
@@ -56,6 +57,7 @@ const FamilyInfo kFamilies[] = {
     {"mpeg4quant", level<mpeg4::QuantKernels, mpeg4::quant_kernels_for, mpeg4::quant_kernels>},
     {"mpeg4qpel", level<mpeg4::QpelKernels, mpeg4::qpel_kernels_for, mpeg4::qpel_kernels>},
     {"mpeg4warp", level<mpeg4::WarpKernels, mpeg4::warp_kernels_for, mpeg4::warp_kernels>},
+    {"mpeg4post", level<mpeg4::PostKernels, mpeg4::post_kernels_for, mpeg4::post_kernels>},
     {"me", level<me::MeKernels, me::me_kernels_for, me::me_kernels>},
     {"h264xform", level<h264::XformKernels, h264::xform_kernels_for, h264::xform_kernels>},
     {"h264pred", level<h264::PredKernels, h264::pred_kernels_for, h264::pred_kernels>},

@@ -1,16 +1,19 @@
 // kplvc decode: runs one of the codecs in codecs/ over a whole file and
-// writes the pictures as planar YUV in display order.
+// writes the pictures as planar YUV in display order, or one of them as a
+// PNG image (--png, --frame N counting from 0 in display order).
 //
 // The last line it prints is meant for scripts as well as people:
 //   decoded mpeg2 352x288 yuv420p frames 25 concealed 0 macroblocks time 0.031 s 806.5 fps
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 #include "common/codec.h"
 #include "common/yuv.h"
 #include "tools/commands.h"
+#include "tools/png.h"
 
 namespace {
 
@@ -34,11 +37,21 @@ struct Output {
     bool failed = false;
     Picture first;  // geometry of the first picture, for the summary
     long count = 0;
+    const char* png = nullptr;  // --png: picture number png_frame written there
+    long png_frame = 0;
+    bool png_written = false;
 };
 
 bool on_picture(const Picture& pic, void* user) {
     Output* o = static_cast<Output*>(user);
     if (o->count++ == 0) o->first = pic;
+    if (o->png && o->count - 1 == o->png_frame) {
+        if (!kplvc_tool::write_png(o->png, pic)) {
+            o->failed = true;
+            return false;
+        }
+        o->png_written = true;
+    }
     if (!o->file) return true;
     if (!write_yuv(o->file, pic, o->convert ? o->to : pic.chroma)) {
         o->failed = true;
@@ -71,6 +84,10 @@ int kplvc_tool::decode(int argc, char** argv) {
                 return 2;
             }
             o.convert = true;
+        } else if (std::strcmp(a, "--png") == 0 && has_value) {
+            o.png = argv[++i];
+        } else if (std::strcmp(a, "--frame") == 0 && has_value) {
+            o.png_frame = std::atol(argv[++i]);
         } else if (std::strcmp(a, "--postfilter") == 0) {
             opt.postfilter = true;
         } else if (a[0] != '-' && !in) {
@@ -80,10 +97,12 @@ int kplvc_tool::decode(int argc, char** argv) {
             return 2;
         }
     }
+    if (o.png && !out) null_out = true;
     if (!in || (!out && !null_out)) {
-        std::fprintf(
-            stderr,
-            "usage: kplvc decode IN (-o OUT.yuv | --null) [--format NAME] [--pix-fmt F] [--postfilter]\n");
+        std::fprintf(stderr,
+                     "usage: kplvc decode IN (-o OUT.yuv | --null | --png OUT.png [--frame N]) [--format "
+                     "NAME] [--pix-fmt F]\n"
+                     "       [--postfilter]\n");
         return 2;
     }
 
@@ -117,7 +136,11 @@ int kplvc_tool::decode(int argc, char** argv) {
         return 1;
     }
     if (o.failed) {
-        std::fprintf(stderr, "kplvc decode: writing %s failed\n", out);
+        std::fprintf(stderr, "kplvc decode: writing %s failed\n", o.png && !o.file ? o.png : out);
+        return 1;
+    }
+    if (o.png && !o.png_written) {
+        std::fprintf(stderr, "kplvc decode: no picture %ld to write to %s\n", o.png_frame, o.png);
         return 1;
     }
     if (stats.message[0]) std::printf("note: %s\n", stats.message);

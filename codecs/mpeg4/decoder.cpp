@@ -91,13 +91,14 @@ bool Mpeg4Decoder::allocate() {
     ref_info_ = info_;
     pred_.assign(static_cast<size_t>(mb_count_) * 6, kAbsent);
     packet_.assign(static_cast<size_t>(mb_count_), -1);
+    for (auto& m : qp_map_) m.assign(static_cast<size_t>(mb_count_), 1);
     return true;
 }
 
 void Mpeg4Decoder::output(const Frame& f) {
     if (stop_) return;
     ++stats_->frames;
-    if (!sink_(f.picture(), user_)) stop_ = true;
+    if (!sink_((postfilter_ ? postfiltered(f) : f).picture(), user_)) stop_ = true;
 }
 
 Mpeg4Decoder::Plane Mpeg4Decoder::make_plane(Frame& f, int p, int field) {
@@ -130,6 +131,7 @@ void Mpeg4Decoder::start_vop() {
     first_in_packet_ = true;
     qp_ = running_qp_ = vop_.quant;
     std::memset(pmv_, 0, sizeof pmv_);
+    std::fill(qp_map_[cur_].begin(), qp_map_[cur_].end(), static_cast<uint8_t>(clip_qp(vop_.quant)));
 }
 
 // A decoded I-, P- or S-VOP becomes the future reference; the previous one
@@ -814,6 +816,7 @@ bool Mpeg4Decoder::decode_vop(BitReader& br) {
             conceal(mb, mb_count_);
             break;
         }
+        qp_map_[cur_][mb] = static_cast<uint8_t>(qp_);
         ++mb;
     }
     if (vop_.type == kB)
@@ -930,6 +933,7 @@ bool Mpeg4Decoder::decode_short_vop(BitReader& br) {
             conceal(mb, mb_count_);
             break;
         }
+        qp_map_[cur_][mb] = static_cast<uint8_t>(qp_);
         ++mb;
     }
     finish_reference();

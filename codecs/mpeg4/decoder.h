@@ -32,6 +32,8 @@ public:
     // Decodes a whole elementary stream; false when it cannot be decoded at
     // all (stats->message says why).
     bool run(const uint8_t* data, size_t size);
+    // Deblock and dering the pictures handed out (not the references).
+    void set_postfilter(bool on) { postfilter_ = on; }
 
     // Data-partitioned streams with reversible VLCs: false reads a damaged
     // texture partition forward only (for comparison; the default reads it
@@ -55,6 +57,7 @@ private:
     void start_vop();
     void finish_reference();
     void output(const Frame& f);
+    const Frame& postfiltered(const Frame& f);
     bool allocate();
 
     // Macroblock layers; false on damage.
@@ -144,6 +147,12 @@ private:
     int64_t frame_time_ = 0, pp_field_ = 2, pb_field_ = 1;
 
     KplMPEG4Warp warp_{};
+
+    // Display post-filters: the QP of each macroblock of every frame of the
+    // pool, and the two frames the filters work in (deblocked, deringed).
+    bool postfilter_ = false;
+    std::vector<uint8_t> qp_map_[3];
+    Frame post_[2];
 
     // Data partitioning.
     std::vector<DpMb> dp_;

@@ -19,9 +19,10 @@ int probe(const uint8_t* data, size_t size) {
     return 0;
 }
 
-int decode(const uint8_t* data, size_t size, const DecodeOptions&, PictureSink sink, void* user,
+int decode(const uint8_t* data, size_t size, const DecodeOptions& opt, PictureSink sink, void* user,
            DecodeStats* stats) {
     mpeg4::Mpeg4Decoder d(sink, user, stats);
+    d.set_postfilter(opt.postfilter);
     return d.run(data, size) ? 0 : -1;
 }
 

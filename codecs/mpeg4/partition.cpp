@@ -269,6 +269,7 @@ bool Mpeg4Decoder::dp_texture(int first, int k, BitReader* tex) {
         return true;
     }
     qp_ = m.qp;
+    qp_map_[cur_][mb] = m.qp;
     if (m.intra) {
         if (tex == nullptr && !m.dc_vlc && m.cbp != 0) return false;
         inf.intra = 1;
