@@ -21,7 +21,7 @@
 
 #include "common/bitwriter.h"
 #include "common/encoder.h"
-#include "h263/h263.h"
+#include "common/mbcodes.h"
 #include "headers.h"
 #include "kplvc.h"
 
@@ -65,7 +65,7 @@ void put_mvd(BitWriter& bw, int d, int fcode) {
         return;
     }
     const int a = std::abs(d) - 1, m = (a >> (fcode - 1)) + 1;
-    const h263::Vlc c = h263::kMvd[32 - m];  // -m: the code of m with sign bit 1
+    const Vlc c = kMvd[32 - m];  // -m: the code of m with sign bit 1
     bw.put(d < 0 ? c.code : c.code & ~1u, c.len);
     if (fcode > 1) bw.put(static_cast<uint32_t>(a & (f - 1)), fcode - 1);
 }
@@ -584,10 +584,10 @@ void Mpeg4Encoder::code_intra(int mx, int my, bool p_vop) {
     const int cbpy = cbp >> 2, cbpc = cbp & 3;
     bw_.reserve(4096);
     if (p_vop) bw_.put(0, 1);  // coded
-    const h263::Vlc m = p_vop ? h263::kMcbpcInter[3][cbpc] : h263::kMcbpcIntra[0][cbpc];
+    const Vlc m = p_vop ? kMcbpcInter[3][cbpc] : kMcbpcIntra[0][cbpc];
     bw_.put(m.code, m.len);
     bw_.put(ac ? 1 : 0, 1);
-    bw_.put(h263::kCbpy[15 - cbpy].code, h263::kCbpy[15 - cbpy].len);
+    bw_.put(kCbpy[15 - cbpy].code, kCbpy[15 - cbpy].len);
     const size_t t0 = bw_.bits();
     for (int b = 0; b < 6; ++b) {
         BitWriter::Position at = bw_.position();
@@ -700,9 +700,9 @@ void Mpeg4Encoder::code_inter(int mx, int my, const KplMotionVector* v, bool fou
     }
     bw_.put(0, 1);
     const int cbpy = cbp >> 2, cbpc = cbp & 3;
-    const h263::Vlc m = h263::kMcbpcInter[four ? 2 : 0][cbpc];
+    const Vlc m = kMcbpcInter[four ? 2 : 0][cbpc];
     bw_.put(m.code, m.len);
-    bw_.put(h263::kCbpy[cbpy].code, h263::kCbpy[cbpy].len);
+    bw_.put(kCbpy[cbpy].code, kCbpy[cbpy].len);
     // Each vector after its predictor, which may be an earlier block of
     // this macroblock.
     for (int b = 0; b < 4; ++b) mv[b] = v[four ? b : 0];
