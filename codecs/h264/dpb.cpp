@@ -2,6 +2,7 @@
 // picture buffer with its output ("bumping") process. Frames only: field
 // pictures are turned away before they get here.
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "decoder.h"
@@ -58,6 +59,13 @@ int Decoder264::dpb_capacity() const {
 // ---------------------------------------------------------------------------
 // Picture order count (ITU-T H.264 8.2.1), frames only.
 
+// A valid stream keeps every order count within 32 bits; a damaged one can
+// send offsets near the limits, so the sums are formed in 64 bits and
+// clamped rather than left to overflow.
+namespace {
+int clamp32(int64_t v) { return static_cast<int>(std::clamp<int64_t>(v, INT32_MIN, INT32_MAX)); }
+}  // namespace
+
 void Decoder264::compute_poc(const SliceHeader& sh, Pic* p) {
     const Sps& s = *sps_;
     const int max_frame_num = 1 << s.log2_max_frame_num;
@@ -65,38 +73,39 @@ void Decoder264::compute_poc(const SliceHeader& sh, Pic* p) {
         if (sh.idr) prev_poc_msb_ = prev_poc_lsb_ = 0;
         const int max_lsb = 1 << s.log2_max_poc_lsb;
         const int lsb = sh.poc_lsb;
-        int msb = prev_poc_msb_;
+        int64_t msb = prev_poc_msb_;
         if (lsb < prev_poc_lsb_ && prev_poc_lsb_ - lsb >= max_lsb / 2)
             msb += max_lsb;
         else if (lsb > prev_poc_lsb_ && lsb - prev_poc_lsb_ > max_lsb / 2)
             msb -= max_lsb;
-        poc_msb_ = msb;
-        top_poc_ = msb + lsb;
-        bottom_poc_ = top_poc_ + sh.delta_poc_bottom;
+        poc_msb_ = clamp32(msb);
+        top_poc_ = clamp32(msb + lsb);
+        bottom_poc_ = clamp32(int64_t{top_poc_} + sh.delta_poc_bottom);
     } else {
         if (sh.idr)
             frame_num_offset_ = 0;
         else if (prev_frame_num_ > sh.frame_num)
-            frame_num_offset_ = prev_frame_num_offset_ + max_frame_num;
+            frame_num_offset_ = clamp32(int64_t{prev_frame_num_offset_} + max_frame_num);
         else
             frame_num_offset_ = prev_frame_num_offset_;
         if (s.poc_type == 1) {
-            int abs_frame_num = s.num_ref_frames_in_poc_cycle != 0 ? frame_num_offset_ + sh.frame_num : 0;
+            int64_t abs_frame_num =
+                s.num_ref_frames_in_poc_cycle != 0 ? int64_t{frame_num_offset_} + sh.frame_num : 0;
             if (sh.nal_ref_idc == 0 && abs_frame_num > 0) --abs_frame_num;
-            int expected = 0;
+            int64_t expected = 0;
             if (abs_frame_num > 0) {
-                const int cycle = (abs_frame_num - 1) / s.num_ref_frames_in_poc_cycle;
-                const int in_cycle = (abs_frame_num - 1) % s.num_ref_frames_in_poc_cycle;
+                const int64_t cycle = (abs_frame_num - 1) / s.num_ref_frames_in_poc_cycle;
+                const int in_cycle = static_cast<int>((abs_frame_num - 1) % s.num_ref_frames_in_poc_cycle);
                 expected = cycle * s.expected_delta_per_poc_cycle;
                 for (int i = 0; i <= in_cycle; ++i) expected += s.offset_for_ref_frame[i];
             }
             if (sh.nal_ref_idc == 0) expected += s.offset_for_non_ref_pic;
-            top_poc_ = expected + sh.delta_poc[0];
-            bottom_poc_ = top_poc_ + s.offset_for_top_to_bottom_field + sh.delta_poc[1];
+            top_poc_ = clamp32(expected + sh.delta_poc[0]);
+            bottom_poc_ = clamp32(int64_t{top_poc_} + s.offset_for_top_to_bottom_field + sh.delta_poc[1]);
         } else {
-            int t = 0;
-            if (!sh.idr) t = 2 * (frame_num_offset_ + sh.frame_num) - (sh.nal_ref_idc == 0 ? 1 : 0);
-            top_poc_ = bottom_poc_ = t;
+            int64_t t = 0;
+            if (!sh.idr) t = 2 * (int64_t{frame_num_offset_} + sh.frame_num) - (sh.nal_ref_idc == 0 ? 1 : 0);
+            top_poc_ = bottom_poc_ = clamp32(t);
         }
     }
     p->poc = std::min(top_poc_, bottom_poc_);

@@ -1,5 +1,7 @@
 #include "params.h"
 
+#include <cstdint>
+
 namespace kplvc::codecs::h264 {
 
 namespace {
@@ -132,10 +134,13 @@ Parse parse_sps(BitReader& br, Sps* out, int* id_out) {
         const uint32_t n = br.ue();
         if (!in_range(n, 255)) return Parse::kError;
         s.num_ref_frames_in_poc_cycle = static_cast<int>(n);
+        int64_t cycle_delta = 0;  // the sum of up to 255 32-bit offsets
         for (uint32_t i = 0; i < n; ++i) {
             s.offset_for_ref_frame[i] = br.se();
-            s.expected_delta_per_poc_cycle += s.offset_for_ref_frame[i];
+            cycle_delta += s.offset_for_ref_frame[i];
         }
+        if (cycle_delta < INT32_MIN || cycle_delta > INT32_MAX) return Parse::kError;
+        s.expected_delta_per_poc_cycle = static_cast<int>(cycle_delta);
     } else if (s.poc_type != 2) {
         return Parse::kError;
     }
@@ -199,11 +204,11 @@ Parse parse_pps(BitReader& br, Pps* out, int* id_out) {
     p.weighted_pred = br.u1();
     p.weighted_bipred_idc = static_cast<int>(br.u(2));
     if (p.weighted_bipred_idc == 3) return Parse::kError;
-    const int qp = 26 + br.se();
+    const int64_t qp = 26 + int64_t{br.se()};
     br.se();  // pic_init_qs_minus26
     const int cqp = br.se();
     if (qp < 0 || qp > 51 || cqp < -12 || cqp > 12) return Parse::kError;
-    p.pic_init_qp = qp;
+    p.pic_init_qp = static_cast<int>(qp);
     p.chroma_qp_index_offset[0] = p.chroma_qp_index_offset[1] = cqp;
     p.deblocking_filter_control_present = br.u1();
     p.constrained_intra_pred = br.u1();
@@ -354,9 +359,9 @@ Parse parse_slice_header(BitReader& br, int nal_type, int nal_ref_idc, const Sps
             }
         }
     }
-    const int qp = pps.pic_init_qp + br.se();
+    const int64_t qp = pps.pic_init_qp + int64_t{br.se()};
     if (qp < 0 || qp > 51) return Parse::kError;
-    sh->qp = qp;
+    sh->qp = static_cast<int>(qp);
     sh->disable_deblocking = 0;
     sh->alpha_offset = sh->beta_offset = 0;
     if (pps.deblocking_filter_control_present) {

@@ -919,9 +919,11 @@ struct SliceDecoder {
 
     bool read_mvd(Mv pred, Mv* out) {
         const int dx = br.se(), dy = br.se();
-        // Vectors of a valid stream fit 16 bits; a damaged one wraps.
-        out->x = static_cast<int16_t>(pred.x + dx);
-        out->y = static_cast<int16_t>(pred.y + dy);
+        // Vectors of a valid stream fit 16 bits; a damaged one wraps (the sum
+        // is taken modulo 2^32: a difference near the 32-bit limits would
+        // overflow int).
+        out->x = static_cast<int16_t>(static_cast<uint32_t>(pred.x) + static_cast<uint32_t>(dx));
+        out->y = static_cast<int16_t>(static_cast<uint32_t>(pred.y) + static_cast<uint32_t>(dy));
         return true;
     }
 
