@@ -1610,10 +1610,10 @@ KPLVC_API KplStatus kpliDownsampleBABBorder_MPEG4_8u_C1R(const Kpl8u* pSrc, Kpl3
  * around it: the nearest A, the horizontal and vertical neighbours B and C,
  * the diagonal one D, and the eight samples around the square form a
  * context; it is 255 when 4A + 2(B + C + D) + the eight exceeds the
- * threshold of that context. The context takes the eight in order from the
- * one above A (left of A for the samples mirrored), clockwise for the
- * top-left position of the square and mirrored for the other three, as bits
- * 0..7. */
+ * threshold of that context. Where the square lies right of and below A,
+ * the eight are, as bits 0..7: above A, above B, right of B, right of D,
+ * below D, below C, left of C, left of A; the other three positions mirror
+ * this horizontally, vertically or both. */
 KPLVC_API KplStatus kpliUpsampleBAB_MPEG4_8u_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
                                                  Kpl32s dstStep, Kpl32s convRatio);
 /* The predictor of a shape vector (integer samples): the first candidate

@@ -73,8 +73,9 @@ void extend_right_below(Grid& g, int s) {
 // block out (0/1, row step 16). Each output sample lies in the square of
 // four input samples around it: A the nearest, B beside it horizontally, C
 // vertically, D diagonally; the eight samples around that square (the 4x4
-// neighbourhood without its corners), taken in a fixed order starting above
-// A and turning away from B, form the context. The sample is on when
+// neighbourhood without its corners), taken around the square from the one
+// above A towards B (clockwise when B is right of A and C below), form the
+// context. The sample is on when
 // 4A + 2(B + C + D) + (the eight) exceeds the context's threshold. The four
 // positions in a square mirror each other, so the same table serves all.
 void double_once(const Grid& g, int s, uint8_t* out) {
