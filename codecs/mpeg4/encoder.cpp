@@ -630,8 +630,8 @@ void Mpeg4Encoder::restore(int mx, int my, size_t mark, const Trial& t) {
 // zero vector the one-vector coding is already "not coded" when nothing
 // survives quantisation), four vectors when their search found
 // clearly less residual, and intra when the best so far costs more than
-// 150 bits' worth (below that intra hardly ever wins: its DC codes alone
-// cost tens of bits).
+// 300 bits' worth (below that intra hardly ever wins, and trying it costs
+// as much as coding the other modes together).
 void Mpeg4Encoder::code_p(int mx, int my) {
     const size_t mb = static_cast<size_t>(my * mbw_ + mx);
     const size_t mark = bw_.bits();
@@ -677,7 +677,7 @@ void Mpeg4Encoder::code_p(int mx, int my) {
     const KplMotionVector v = search_mv_[mb * 4];
     if (v.dx != 0 || v.dy != 0) trial(kSkip);
     if (search_sad4_[mb] != INT32_MAX && search_sad_[mb] - search_sad4_[mb] > 8 * qp_) trial(kFour);
-    if (best_cost > 150 * lambda) trial(kIntra);
+    if (best_cost > 300 * lambda) trial(kIntra);
     if (saved) restore(mx, my, mark, kept_);
 }
 
