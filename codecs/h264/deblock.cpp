@@ -38,6 +38,17 @@ constexpr auto kTc0ByBs = [] {
     return t;
 }();
 
+// The four strengths of one edge from its coefficient bits (bS 2) and motion
+// bits (bS 1), segment k from bit k.
+constexpr auto kEdgeBs = [] {
+    std::array<std::array<std::array<uint8_t, 4>, 16>, 16> t{};
+    for (int nz = 0; nz < 16; ++nz)
+        for (int mv = 0; mv < 16; ++mv)
+            for (int k = 0; k < 4; ++k)
+                t[nz][mv][k] = static_cast<uint8_t>((nz >> k) & 1 ? 2 : (mv >> k) & 1);
+    return t;
+}();
+
 inline int clip51(int v) { return v < 0 ? 0 : (v > 51 ? 51 : v); }
 
 struct Thresholds {
@@ -118,13 +129,12 @@ struct Deblocker {
             }
         }
         mv &= ~nz;
-        for (int i = 0; i < 16; ++i) bs[i] = static_cast<uint8_t>(2 * ((nz >> i) & 1) + ((mv >> i) & 1));
-        if (outer && is_intra(p->mb[n].kind)) {
-            const uint32_t e0 = 0x04040404u;
-            std::memcpy(bs, &e0, 4);
-            return true;
-        }
-        return (nz | mv) != 0;
+        const bool intra_outer = outer && is_intra(p->mb[n].kind);
+        if (!intra_outer && (nz | mv) == 0) return false;
+        for (int e = 0; e < 4; ++e)
+            std::memcpy(bs + 4 * e, kEdgeBs[(nz >> (4 * e)) & 15][(mv >> (4 * e)) & 15].data(), 4);
+        if (intra_outer) std::memset(bs, 4, 4);
+        return true;
     }
 
     static Thresholds thresholds(int qp_outer, int qp_inner, const SliceFilter& f) {
