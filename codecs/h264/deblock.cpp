@@ -181,16 +181,20 @@ struct Deblocker {
             }
             // Chroma: edges 0 and 2 of luma, with the chroma quantisers.
             if (!(bs[0] | bs[1] | bs[2] | bs[3] | bs[8] | bs[9] | bs[10] | bs[11])) continue;
+            const int* off = d.pps_->chroma_qp_index_offset;
+            Thresholds t;
+            uint8_t tc0[8];
             for (int c = 0; c < 2; ++c) {
-                const int off = d.pps_->chroma_qp_index_offset[c];
-                const int qq = chroma_qp(q.qp, off), qn = chroma_qp(n.qp, off);
-                const Thresholds t = thresholds((qn + qq + 1) >> 1, qq, f);
-                uint8_t tc0[8];
-                const uint8_t* outer_tc = kTc0ByBs[static_cast<size_t>(t.index_a[0])].data();
-                const uint8_t* inner_tc = kTc0ByBs[static_cast<size_t>(t.index_a[1])].data();
-                for (int k = 0; k < 4; ++k) {
-                    tc0[k] = outer_tc[bs[k]];
-                    tc0[4 + k] = inner_tc[bs[8 + k]];
+                // Cb and Cr share their thresholds when their offsets agree.
+                if (c == 0 || off[1] != off[0]) {
+                    const int qq = chroma_qp(q.qp, off[c]), qn = chroma_qp(n.qp, off[c]);
+                    t = thresholds((qn + qq + 1) >> 1, qq, f);
+                    const uint8_t* outer_tc = kTc0ByBs[static_cast<size_t>(t.index_a[0])].data();
+                    const uint8_t* inner_tc = kTc0ByBs[static_cast<size_t>(t.index_a[1])].data();
+                    for (int k = 0; k < 4; ++k) {
+                        tc0[k] = outer_tc[bs[k]];
+                        tc0[4 + k] = inner_tc[bs[8 + k]];
+                    }
                 }
                 const int s = p->frame.stride(1 + c);
                 uint8_t* u = p->frame.data(1 + c) + static_cast<ptrdiff_t>(8 * my) * s + 8 * mx;
