@@ -568,9 +568,11 @@ int read_residual_block(BitReader& reader, int nc, int max_coeff, const uint8_t*
         br.skip(prefix + 1);
         int code = (prefix < 15 ? prefix : 15) << suffix_length;
         if (suffix_length > 0 || prefix >= 14) {
+            // 1..22 suffix bits after at most 26 prefix bits: still within
+            // the 57 stream bits of w.
             const int size =
                 prefix >= 15 ? prefix - 3 : (prefix == 14 && suffix_length == 0 ? 4 : suffix_length);
-            code += static_cast<int>(br.peek64() >> (64 - size));
+            code += static_cast<int>((w << (prefix + 1)) >> (64 - size));
             br.skip(size);
         }
         if (prefix >= 15 && suffix_length == 0) code += 15;
