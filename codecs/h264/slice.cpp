@@ -992,11 +992,25 @@ struct SliceDecoder {
         finish_mb(kMbPSkip, qp);
     }
 
+    // Direct motion for the whole macroblock (B_Skip, B_Direct_16x16), and
+    // its shape. Spatial direct motion that no co-located block can zero is
+    // one motion for all 16 blocks.
+    MotionShape direct_mb() {
+        if (sh.direct_spatial) {
+            spatial_direct_refs();
+            if (!direct_col_test) {
+                for (int l = 0; l < 2; ++l) fill_rows<4>(l, 0, 0, 4, direct_ref[l], direct_mv[l]);
+                return kMotion16x16;
+            }
+        }
+        for (int q = 0; q < 4; ++q) direct_quarter(q);
+        return motion_shape(direct_bound());
+    }
+
     void decode_b_skip() {
         load_motion_cache(2);
         direct_done = false;
-        for (int q = 0; q < 4; ++q) direct_quarter(q);
-        const MotionShape shape = motion_shape(direct_bound());
+        const MotionShape shape = direct_mb();
         predict_direct_mb(shape);
         MbInfo& m = cur->mb[static_cast<size_t>(mb_addr)];
         std::memset(m.nz, 0, sizeof m.nz);
@@ -1026,8 +1040,9 @@ struct SliceDecoder {
         const MbTypeInfo& t = b_slice ? kBTypes[type] : kPTypes[type];
         bool direct16 = b_slice && type == 0;
         uint8_t sub[4] = {0, 0, 0, 0};
+        MotionShape direct_shape = kMotion4x4;
         if (direct16) {
-            for (int q = 0; q < 4; ++q) direct_quarter(q);
+            direct_shape = direct_mb();
         } else if (t.shape == k8x8) {
             const uint32_t max_sub = b_slice ? 12 : 3;
             for (int q = 0; q < 4; ++q) {
@@ -1118,7 +1133,7 @@ struct SliceDecoder {
         // Prediction
         MotionShape shape = kMotion4x4;
         if (direct16) {
-            shape = motion_shape(direct_bound());
+            shape = direct_shape;
         } else if (t.shape == k8x8) {
             MotionShape bound = kMotion8x8;
             for (int q = 0; q < 4; ++q) {
