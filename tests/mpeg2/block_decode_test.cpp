@@ -114,6 +114,7 @@ std::string repeat(const char* s, int n) {
 TEST(Mpeg2BlockDecode, WorkedStreams) {
     const std::string run63 = "1 0" + repeat("11 0", 63) + "10";
     const std::string run64 = "1 0" + repeat("11 0", 64) + "10";
+    const char* esc300 = "1 0 000001 000101 1110 1101 0100 10";
     std::map<int, int> all3, all1;
     for (int i = 0; i < 64; ++i) all3[i] = 3;
     for (int i = 0; i < 63; ++i) all1[i] = 1;  // the even sum 64 clears (7, 7)
@@ -132,22 +133,8 @@ TEST(Mpeg2BlockDecode, WorkedStreams) {
         {"m1 intra size 9 refused", {1, true, B14, B12, 128}, "1111 1110 0 0000 0000 10", vlc, {}, 0, 0, 0},
         {"m2 dc size 9", dc9, "1111 1110 1 0000 0000 10", ok, {{0, 1024}, {63, 1}}, 64, 19, 256},
         {"m2 dc clamps", dc2000, "1111 1111 1 111 1111 1111 10", ok, {{0, 2047}}, 1, 22, 4047},
-        {"m2 esc -300",
-         q2,
-         "1 0 000001 000101 1110 1101 0100 10",
-         ok,
-         {{0, 3}, {24, -601}, {63, 1}},
-         64,
-         28,
-         0},
-        {"m2 esc -300 alt",
-         q2alt,
-         "1 0 000001 000101 1110 1101 0100 10",
-         ok,
-         {{0, 3}, {16, -601}, {63, 1}},
-         64,
-         28,
-         0},
+        {"m2 esc -300", q2, esc300, ok, {{0, 3}, {24, -601}, {63, 1}}, 64, 28, 0},
+        {"m2 esc -300 alt", q2alt, esc300, ok, {{0, 3}, {16, -601}, {63, 1}}, 64, 28, 0},
         {"m1 escape -200", {1, false}, "000001 000000 1000 0000 0011 1000 10", ok, {{0, -401}}, 1, 30, 0},
         {"m1 escape +200", {1, false}, "000001 000000 0000 0000 1100 1000 10", ok, {{0, 401}}, 1, 30, 0},
         {"m1 escape 127", {1, false}, "000001 000000 0111 1111 10", ok, {{0, 255}}, 1, 22, 0},
@@ -550,8 +537,7 @@ TEST(Mpeg2BlockDecode, IntraNeverReadsEntryZero) {
     for (int version = 1; version <= 2; ++version) {
         for (int at_dc = 0; at_dc < 2; ++at_dc) {
             scan[1] = at_dc ? 0 : kZigzag[1];
-            for (cpu::Isa isa : {cpu::Isa::c, cpu::Isa::sse2, cpu::Isa::avx2}) {
-                if (!cpu::supports(isa)) continue;
+            for (cpu::Isa isa : cpu_levels()) {
                 SCOPED_TRACE(std::string(cpu::isa_name(isa)) + " v" + std::to_string(version) + " at dc " +
                              std::to_string(at_dc));
                 const mpeg2::BlockKernels k = mpeg2::block_kernels_for(isa);
