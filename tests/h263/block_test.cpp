@@ -306,32 +306,3 @@ TEST(H263Block, EncoderWritesNothingForZeros) {
     EXPECT_EQ(kpliEncode_IntraDCVLC_H263_16s1u(128, &p, &off), kplStsNoErr);
     EXPECT_TRUE(buf[0] == 0xAF && buf[1] == 0xF0 && p == buf + 1 && off == 4);
 }
-
-// Stream pointers, outputs, step, QP and mode in their order; the good calls
-// read a stream of zeros, which holds no code (-74) or a forbidden INTRADC
-// (-73) once the arguments have passed.
-TEST(H263Block, CodersCheckInOrder) {
-    using kplvc::test::Arg;
-    kplvc::test::ArgPool p;
-    Kpl8u* zeros = p.take<Kpl8u>({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-    Kpl8u** pp = p.take<Kpl8u*>({zeros});
-    int* off = p.take<int>({0});
-    Kpl8u* px = p.take<Kpl8u>(64);
-    Kpl16s *res = p.take<Kpl16s>(64), *row = p.take<Kpl16s>(8), *col = p.take<Kpl16s>(8);
-    const Arg s0{0, nullptr, kplStsNullPtrErr}, s1{0, p.take<Kpl8u*>({nullptr}), kplStsNullPtrErr},
-        s2{1, nullptr, kplStsNullPtrErr}, out{2, nullptr, kplStsNullPtrErr}, step{3, 7, kplStsBlockStepErr};
-    CHECK_ARGS(p, kpliDecodeBlockCoef_Intra_H263_1u8u, {pp, off, px, 8, 5},
-               {s0, s1, s2, out, step, fails(4, 32, kplStsH263QPErr), fails(4, 0, kplStsH263QPErr)},
-               kplStsIntraDCErr);
-    CHECK_ARGS(p, kpliDecodeBlockCoef_Inter_H263_1u16s, {pp, off, res, 31},
-               {s0, s1, s2, null(2), fails(3, 0, kplStsH263QPErr)}, kplStsVLCErr);
-    CHECK_ARGS(p, kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u, {pp, off, px, 8}, {s0, s1, s2, out, step},
-               kplStsIntraDCErr);
-    CHECK_ARGS(p, kpliDecodeBlockCoef_AdvIntra_H263_1u8u, {pp, off, px, 8, row, col, 1, 3},
-               {s0, s1, s2, out, step, null(4), null(5), fails(6, 32, kplStsH263QPErr),
-                fails(7, 0, kplStsAdvIntraModeErr), fails(7, 4, kplStsAdvIntraModeErr)},
-               kplStsIntraDCErr);
-    const Arg off8{2, p.take<int>({8}), kplStsShapeArgErr}, off_neg{2, p.take<int>({-1}), kplStsShapeArgErr};
-    CHECK_ARGS(p, kpliEncode_IntraDCVLC_H263_16s1u, {1, pp, off}, {null(1), null(2), off8, off_neg});
-    CHECK_ARGS(p, kpliEncode_ACVLC_H263_16s1u, {res, pp, off, 0}, {s0, null(1), null(2), off8, off_neg});
-}

@@ -387,10 +387,11 @@ TEST(H263Companion, ForwardQuantiserVariantsMatchReference) {
 
 // ---- Argument checks ----------------------------------------------------------------
 
-// Stream pointers, outputs, step, QP, mode and flags in their order; the good
-// calls read a stream of zeros, which holds no code (-74) once the arguments
+// Stream pointers, outputs, step, QP, mode and flags in their order, for the
+// block coders and their companions; the good calls read a stream of zeros,
+// which holds no code (-74) or a forbidden INTRADC (-73) once the arguments
 // have passed.
-TEST(H263Companion, ChecksInOrder) {
+TEST(H263Coders, ChecksInOrder) {
     using kplvc::test::Arg;
     using kplvc::test::fails;
     using kplvc::test::null;
@@ -399,11 +400,26 @@ TEST(H263Companion, ChecksInOrder) {
     Kpl8u** pp = p.take<Kpl8u*>({zeros});
     int* off = p.take<int>({0});
     int* count = p.take<int>({0});
+    // The writers have a stream of their own: their good calls write.
+    Kpl8u** wp = p.take<Kpl8u*>({p.take<Kpl8u>(1024)});
+    int* woff = p.take<int>({0});
     Kpl8u* px = p.take<Kpl8u>(64);
     Kpl16s *res = p.take<Kpl16s>(64), *row = p.take<Kpl16s>(8), *col = p.take<Kpl16s>(8);
     Kpl16s *pred = p.take<Kpl16s>({1, 2}), *mv = p.take<Kpl16s>(2);
     const Arg s0{0, nullptr, kplStsNullPtrErr}, s1{0, p.take<Kpl8u*>({nullptr}), kplStsNullPtrErr},
-        s2{1, nullptr, kplStsNullPtrErr}, out{2, nullptr, kplStsNullPtrErr}, step{3, 7, kplStsBlockStepErr};
+        s2{1, nullptr, kplStsNullPtrErr}, out{2, nullptr, kplStsNullPtrErr}, step{3, 7, kplStsBlockStepErr},
+        off8{2, p.take<int>({8}), kplStsShapeArgErr}, off_neg{2, p.take<int>({-1}), kplStsShapeArgErr};
+    CHECK_ARGS(p, kpliDecodeBlockCoef_Intra_H263_1u8u, {pp, off, px, 8, 5},
+               {s0, s1, s2, out, step, fails(4, 32, kplStsH263QPErr), fails(4, 0, kplStsH263QPErr)},
+               kplStsIntraDCErr);
+    CHECK_ARGS(p, kpliDecodeBlockCoef_Inter_H263_1u16s, {pp, off, res, 31},
+               {s0, s1, s2, null(2), fails(3, 0, kplStsH263QPErr)}, kplStsVLCErr);
+    CHECK_ARGS(p, kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u, {pp, off, px, 8}, {s0, s1, s2, out, step},
+               kplStsIntraDCErr);
+    CHECK_ARGS(p, kpliDecodeBlockCoef_AdvIntra_H263_1u8u, {pp, off, px, 8, row, col, 1, 3},
+               {s0, s1, s2, out, step, null(4), null(5), fails(6, 32, kplStsH263QPErr),
+                fails(7, 0, kplStsAdvIntraModeErr), fails(7, 4, kplStsAdvIntraModeErr)},
+               kplStsIntraDCErr);
     CHECK_ARGS(p, kpliDecodeBlockCoefEx_Intra_H263_1u8u, {pp, off, px, 8, 5, 0},
                {s0, s1, s2, out, step, fails(4, 32, kplStsH263QPErr), fails(5, 64, kplStsBadArgErr)},
                kplStsIntraDCErr);
@@ -417,15 +433,16 @@ TEST(H263Companion, ChecksInOrder) {
                 fails(7, 3, kplStsAdvIntraModeErr), fails(7, -1, kplStsAdvIntraModeErr),
                 fails(8, 64, kplStsBadArgErr)},
                kplStsVLCErr);
-    const Arg off8{2, p.take<int>({8}), kplStsShapeArgErr};
-    CHECK_ARGS(p, kpliEncode_TCOEFEx_H263_16s1u, {res, pp, off, 0, 0, 0, 0, count},
+    CHECK_ARGS(p, kpliEncode_TCOEFEx_H263_16s1u, {res, wp, woff, 0, 0, 0, 0, count},
                {null(0), null(1), null(2), null(7), off8, fails(3, 3, kplStsBadArgErr),
                 fails(4, 2, kplStsBadArgErr), fails(5, 2, kplStsBadArgErr), fails(6, 2, kplStsBadArgErr)});
     CHECK_ARGS(p, kpliDecodeMVEx_H263, {pp, off, pred, mv, KPLVC_H263_MVD_UVLC},
-               {s0, s1, s2, null(2), null(3), fails(4, 3, kplStsBadArgErr)});
+               {s0, s1, s2, null(2), null(3), fails(4, 3, kplStsBadArgErr)}, kplStsH263MVCodeErr);
     CHECK_ARGS(p, kpliPredictBlockEx_OBMC_8u, {px + 24, px, 8, pred, pred, pred, pred, pred, 1},
                {null(0), null(1), null(3), null(5), null(4), null(7), null(6),
                 fails(2, 7, kplStsBlockStepErr), fails(8, 2, kplStsModeErr), fails(8, -1, kplStsModeErr)});
+    CHECK_ARGS(p, kpliEncode_IntraDCVLC_H263_16s1u, {1, wp, woff}, {null(1), null(2), off8, off_neg});
+    CHECK_ARGS(p, kpliEncode_ACVLC_H263_16s1u, {res, wp, woff, 0}, {s0, null(1), null(2), off8, off_neg});
 }
 
 }  // namespace
