@@ -21,26 +21,24 @@ enum Tab { B14, B15 };
 enum Dc { B12, B13 };
 enum Mat { Null, Flat16, Flat8, Flat4, Flat255, Default };
 
+// Flat matrices, or the default intra matrix (raster order, from the data
+// table).
 const Kpl16s* matrix(Mat m) {
-    static const std::vector<Kpl16s> f16(64, 16), f8(64, 8), f4(64, 4), f255(64, 255);
-    static const std::vector<Kpl16s> def = {8,  16, 19, 22, 26, 27, 29, 34, 16, 16, 22, 24, 27, 29, 34, 37,
-                                            19, 22, 26, 27, 29, 34, 34, 38, 22, 22, 26, 27, 29, 34, 37, 40,
-                                            22, 26, 27, 29, 32, 35, 40, 48, 26, 27, 29, 32, 35, 40, 48, 58,
-                                            26, 27, 29, 34, 38, 46, 56, 69, 27, 29, 35, 38, 46, 56, 69, 83};
-    switch (m) {
-        case Null:
-            return nullptr;
-        case Flat16:
-            return f16.data();
-        case Flat8:
-            return f8.data();
-        case Flat4:
-            return f4.data();
-        case Flat255:
-            return f255.data();
-        default:
-            return def.data();
-    }
+    static const std::vector<std::vector<Kpl16s>> all = [] {
+        std::vector<std::vector<Kpl16s>> v = {{},
+                                              std::vector<Kpl16s>(64, 16),
+                                              std::vector<Kpl16s>(64, 8),
+                                              std::vector<Kpl16s>(64, 4),
+                                              std::vector<Kpl16s>(64, 255),
+                                              {}};
+        for (const auto& f : codelists::read_rows("mpeg2_default_matrices.txt"))
+            if (f[0] == "intra")
+                for (size_t u = 2; u < f.size(); ++u)
+                    v[Default].push_back(static_cast<Kpl16s>(std::stoi(f[u])));
+        EXPECT_EQ(v[Default].size(), 64u);
+        return v;
+    }();
+    return m == Null ? nullptr : all[m].data();
 }
 
 struct Dec {
