@@ -3,6 +3,7 @@
 // extreme levels and weights, and the SIMD scan mask against its reference.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <utility>
@@ -407,96 +408,72 @@ TEST(Mpeg2BlockDecode, FastDecodersMatchReference) {
         dc[0].push_back(build(make_list(read_dc("B12"), false, l.dc), false));
         dc[1].push_back(build(make_list(read_dc("B13"), false, l.dc), false));
     }
-    const mpeg2::BlockKernels ref = mpeg2::block_kernels_for(cpu::Isa::c);
-    Rng rng("mpeg2 fast block decoders");
-    SCOPED_TRACE(seed_text());
-    int tested = 0;
-    for (cpu::Isa isa : cpu_levels()) {
-        const mpeg2::BlockKernels k = mpeg2::block_kernels_for(isa);
-        for (int v = 0; v < 2; ++v) {
-            for (int intra = 0; intra < 2; ++intra) {
-                if (k.decode[v][intra] == ref.decode[v][intra]) continue;
-                ++tested;
-                SCOPED_TRACE(std::string(cpu::isa_name(isa)) + " version " + std::to_string(v + 1) +
-                             (intra ? " intra" : " inter"));
-                for (int n = 0; n < iters(6000); ++n) {
-                    const int lay = rng.range(0, 3);
-                    const int tab = (v == 1 && intra) ? rng.range(0, 1) : 0;
-                    const int luma = rng.range(0, 1);
-                    std::vector<Kpl32s> scan(64);
-                    const int sk = rng.range(0, 5);
-                    for (int i = 0; i < 64; ++i) {
-                        if (sk <= 1)
-                            scan[i] = kZigzag[i];
-                        else if (sk == 2)
-                            scan[i] = kAlternate[i];
-                        else if (sk == 3)
-                            scan[i] = rng.range(0, 63);
-                        else if (sk == 4)
-                            scan[i] = static_cast<Kpl32s>(rng.u32());
-                        else
-                            scan[i] = rng.coin() ? kZigzag[i] : rng.range(60, 63);
-                    }
-                    std::vector<Kpl16s> w(64);
-                    const int wk = rng.range(0, 3);
+    const std::vector<Kpl32s> zz = scan32(kZigzag);
+    for (int v = 0; v < 2; ++v)
+        for (int intra = 0; intra < 2; ++intra)
+            check_variants(
+                mpeg2::block_kernels_for,
+                [v, intra](const mpeg2::BlockKernels& k) { return k.decode[v][intra]; },
+                "mpeg2 block decode v" + std::to_string(v + 1) + (intra ? " intra" : " inter"), 6000,
+                [&, v, intra](Arena& a, Rng& rng, int) {
+                    const int lay = rng.range(0, 3), tab = (v == 1 && intra) ? rng.range(0, 1) : 0;
+                    const int luma = rng.range(0, 1), sk = rng.range(0, 5), wk = rng.range(0, 3);
+                    auto scan = a.in<Kpl32s>(64);
                     for (int i = 0; i < 64; ++i)
-                        w[i] = wk == 0 ? 16 : (wk == 1 ? static_cast<Kpl16s>(rng.range(1, 255)) : rng.s16());
-                    const bool null_w = !intra && wk == 3;
+                        a[scan][i] = sk <= 1   ? kZigzag[i]
+                                     : sk == 2 ? kAlternate[i]
+                                     : sk == 3 ? rng.range(0, 63)
+                                     : sk == 4 ? static_cast<Kpl32s>(rng.u32())
+                                               : (rng.coin() ? kZigzag[i] : rng.range(60, 63));
+                    auto w = a.in<Kpl16s>(64);
+                    for (int i = 0; i < 64; ++i)
+                        a[w][i] =
+                            wk == 0 ? 16 : (wk == 1 ? static_cast<Kpl16s>(rng.range(1, 255)) : rng.s16());
+                    const bool null_w = !intra && (wk == 3 || (wk == 0 && rng.coin()));
                     const int qmax = v == 0 ? 31 : 112;
                     const int qp = rng.coin() ? rng.range(1, qmax) : (rng.coin() ? 1 : qmax);
-                    // The stream: encoded blocks, perhaps damaged, or random bits.
-                    std::vector<Kpl32u> words(80, 0);
+                    const int prec = intra ? rng.range(0, 3) * (v == 1) : 0;
+                    // The stream: an encoded block, perhaps damaged, or random bits.
+                    auto words = a.in<Kpl32u>(80);
+                    auto blk = a.out<Kpl16s>(64);
+                    auto state = a.out<Kpl32s>(4);  // offset, DC predictor, count, words consumed
                     const Kpl16s pred = static_cast<Kpl16s>(rng.coin() ? rng.range(0, 2047) : rng.s16());
                     const int form = rng.range(0, 3);
-                    Kpl32s off = rng.range(0, 31);
-                    if (form == 3) {
-                        for (auto& x : words) x = rng.u32();
-                    } else {
+                    const Kpl32s off = rng.range(0, 31);
+                    a[state][0] = off;
+                    a[state][1] = pred;
+                    if (form != 3) {
                         Kpl16s lv[64] = {};
-                        const int count = rng.range(1, form == 0 ? 6 : 64);
-                        for (int c = 0; c < count; ++c) {
+                        for (int c = rng.range(1, form == 0 ? 6 : 64); c > 0; --c) {
                             int32_t l = rng.range(1, 3);
                             if (rng.range(0, 7) == 0) l = rng.range(1, v == 0 ? 255 : 2047);
                             lv[kZigzag[rng.range(intra, 63)]] = static_cast<Kpl16s>(rng.coin() ? -l : l);
                         }
                         lv[0] = static_cast<Kpl16s>(pred + rng.range(-255, 255));
                         // Earlier bits fill the first word down to the start.
-                        words[0] = rng.u32();
-                        Kpl32u* p = words.data();
+                        std::fill(a[words] + 1, a[words] + 80, 0u);
+                        Kpl32u* p = a[words];
                         Kpl32s f = off + 1;
                         Kpl16s epred = pred;
-                        const std::vector<Kpl32s> zz = scan32(kZigzag);
                         const Kpl32s* enc = tab ? t.enc15.data() : t.enc14.data();
-                        const KplStatus est =
-                            intra ? kpliPutIntraBlock(lv, &p, &f, &epred, luma ? t.dc12 : t.dc13, enc,
-                                                      zz.data(), v + 1)
-                                  : kpliPutNonIntraBlock(lv, &p, &f, enc, zz.data(), v + 1);
-                        if (est != kplStsNoErr) continue;
-                        if (f != 32) *p <<= f;
-                        if (form == 2) words[rng.range(0, 3)] ^= 1u << rng.range(0, 31);
+                        const KplStatus est = encode_block(v + 1, intra, lv, &p, &f, &epred,
+                                                           luma ? t.dc12 : t.dc13, enc, zz.data());
+                        if (est == kplStsNoErr && f != 32) *p <<= f;
+                        if (form == 2) a[words][rng.range(0, 3)] ^= 1u << rng.range(0, 31);
                     }
-                    Kpl16s pr = pred;
-                    const mpeg2::BlockArgs a{
-                        nullptr,
-                        nullptr,
-                        nullptr,
-                        nullptr,
-                        intra ? &pr : nullptr,
-                        intra ? dc[luma ? 0 : 1][lay].get() : nullptr,
-                        rl[tab][lay].get(),
-                        scan.data(),
-                        qp,
-                        (null_w || (!intra && wk == 0 && rng.coin())) ? nullptr : w.data(),
-                        intra ? rng.range(0, 3) * (v == 1) : 0};
-                    const Result x = run_kernel(ref.decode[v][intra], words, off, a);
-                    const Result y = run_kernel(k.decode[v][intra], words, off, a);
-                    SCOPED_TRACE("n " + std::to_string(n));
-                    expect_same(x, y);
-                }
-            }
-        }
-    }
-    if (tested == 0) GTEST_SKIP() << "no level above c changes the block decoders here";
+                    const Kpl32s* dct = intra ? dc[luma ? 0 : 1][lay].get() : nullptr;
+                    const Kpl32s* coef = rl[tab][lay].get();
+                    return [=](mpeg2::BlockDecodeFn fn, Arena& x) {
+                        Kpl32u* p = x[words];
+                        Kpl32s* st = x[state];
+                        Kpl16s dcpred = static_cast<Kpl16s>(st[1]);
+                        const KplStatus r = fn({&p, &st[0], x[blk], &st[2], intra ? &dcpred : nullptr, dct,
+                                                coef, x[scan], qp, null_w ? nullptr : x[w], prec});
+                        st[1] = dcpred;
+                        st[3] = static_cast<Kpl32s>(p - x[words]);
+                        return r;
+                    };
+                });
 }
 
 // A table that the fast reader hands to the reference: a leaf that gives
