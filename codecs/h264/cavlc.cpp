@@ -1,5 +1,6 @@
 #include "cavlc.h"
 
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <iterator>
@@ -451,7 +452,6 @@ KPLVC_VLC(kRb3, 3, kRunBefore3);
 KPLVC_VLC(kRb4, 3, kRunBefore4);
 KPLVC_VLC(kRb5, 3, kRunBefore5);
 KPLVC_VLC(kRb6, 3, kRunBefore6);
-KPLVC_VLC(kRb7, 6, kRunBefore7plus);
 #undef KPLVC_VLC
 
 // A type-erased view of one table, so that a table can be chosen by index.
@@ -472,8 +472,6 @@ constexpr VlcRef kTotalZerosTables[16] = {
     ref(kTz8), ref(kTz9), ref(kTz10), ref(kTz11), ref(kTz12), ref(kTz13), ref(kTz14), ref(kTz15),
 };
 constexpr VlcRef kTotalZerosDcTables[4] = {ref(kTzDc1), ref(kTzDc1), ref(kTzDc2), ref(kTzDc3)};
-constexpr VlcRef kRunBeforeTables[8] = {ref(kRb1), ref(kRb1), ref(kRb2), ref(kRb3),
-                                        ref(kRb4), ref(kRb5), ref(kRb6), ref(kRb7)};
 
 // The bit position of the reader in a register, over the reader's buffer.
 struct Cursor {
@@ -497,6 +495,45 @@ inline int read_vlc(Cursor& br, const VlcRef& t) {
     }
     br.skip(e >> 8);
     return e ? (e & 255) : -1;
+}
+
+// run_before for zerosLeft 1..6 straight from the next three bits: every
+// code word there is at most 3 bits long and every 3-bit pattern starts one,
+// so the lookup cannot fail and never yields a run beyond zerosLeft.
+constexpr auto kRunFast = [] {
+    std::array<std::array<uint16_t, 8>, 7> t{};
+    const VlcRef small[7] = {{}, ref(kRb1), ref(kRb2), ref(kRb3), ref(kRb4), ref(kRb5), ref(kRb6)};
+    for (size_t z = 1; z < 7; ++z)
+        for (size_t i = 0; i < 8; ++i) t[z][i] = small[z].fast[i];
+    return t;
+}();
+constexpr bool run_fast_complete() {
+    for (size_t z = 1; z < 7; ++z)
+        for (size_t i = 0; i < 8; ++i)
+            if (kRunFast[z][i] == 0 || (kRunFast[z][i] & 255) > static_cast<int>(z)) return false;
+    return true;
+}
+static_assert(run_fast_complete());
+
+// run_before for zerosLeft `zeros` (1.., 7 and more alike): the run, or -1
+// (nothing consumed) for a pattern that is no code word.
+inline int read_run_before(Cursor& br, int zeros) {
+    const uint64_t w = br.peek64();
+    const int top = static_cast<int>(w >> 61);
+    if (zeros < 7) {
+        const uint16_t e = kRunFast[static_cast<size_t>(zeros)][static_cast<size_t>(top)];
+        br.skip(e >> 8);
+        return e & 255;
+    }
+    if (top != 0) {  // 111 .. 001: runs 0 .. 6
+        br.skip(3);
+        return 7 - top;
+    }
+    // n zeros (3..10) and a one: run n + 4
+    const int lz = std::countl_zero(w | (uint64_t{1} << 52));
+    if (lz > 10) return -1;
+    br.skip(lz + 1);
+    return lz + 4;
 }
 
 constexpr int coeff_token_table(int nc) { return nc < 0 ? 4 : nc < 2 ? 0 : nc < 4 ? 1 : nc < 8 ? 2 : 3; }
@@ -531,9 +568,11 @@ int read_residual_block(BitReader& reader, int nc, int max_coeff, const uint8_t*
         br.skip(prefix + 1);
         int code = (prefix < 15 ? prefix : 15) << suffix_length;
         if (suffix_length > 0 || prefix >= 14) {
+            // 1..22 suffix bits after at most 26 prefix bits: still within
+            // the 57 stream bits of w.
             const int size =
                 prefix >= 15 ? prefix - 3 : (prefix == 14 && suffix_length == 0 ? 4 : suffix_length);
-            code += static_cast<int>(br.peek64() >> (64 - size));
+            code += static_cast<int>((w << (prefix + 1)) >> (64 - size));
             br.skip(size);
         }
         if (prefix >= 15 && suffix_length == 0) code += 15;
@@ -560,7 +599,7 @@ int read_residual_block(BitReader& reader, int nc, int max_coeff, const uint8_t*
         coef[scan[pos]] = static_cast<int16_t>(level[i]);
         int run = 0;
         if (zeros > 0) {
-            run = read_vlc(br, kRunBeforeTables[zeros < 7 ? zeros : 7]);
+            run = read_run_before(br, zeros);
             if (run < 0 || run > zeros) return -1;
             zeros -= run;
         }
@@ -604,11 +643,12 @@ constexpr CodeList kLists[] = {
     {"run_before 7+", kRunBefore7plus, static_cast<int>(std::size(kRunBefore7plus))},
 };
 
+// The lookup of a coeff_token or total_zeros list (run_before has its own
+// decode).
 const VlcRef& table_of(int list) {
     if (list < 5) return kCoeffTokenTables[list];
     if (list < 20) return kTotalZerosTables[list - 4];
-    if (list < 23) return kTotalZerosDcTables[list - 19];
-    return kRunBeforeTables[list - 22];
+    return kTotalZerosDcTables[list - 19];
 }
 }  // namespace
 
@@ -620,7 +660,8 @@ const CodeList* code_lists(int* count) {
 int decode_with_table(int list, const uint8_t* bits, size_t bytes, int* length) {
     const BitReader reader(bits, bytes, bytes * 8);
     Cursor br(reader);
-    const int v = read_vlc(br, table_of(list));
+    // run_before goes through the reader's own decode, not its table
+    const int v = list >= 23 ? read_run_before(br, list - 22) : read_vlc(br, table_of(list));
     *length = static_cast<int>(br.pos);
     return v;
 }

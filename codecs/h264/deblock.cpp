@@ -38,6 +38,17 @@ constexpr auto kTc0ByBs = [] {
     return t;
 }();
 
+// The four strengths of one edge from its coefficient bits (bS 2) and motion
+// bits (bS 1), segment k from bit k.
+constexpr auto kEdgeBs = [] {
+    std::array<std::array<std::array<uint8_t, 4>, 16>, 16> t{};
+    for (int nz = 0; nz < 16; ++nz)
+        for (int mv = 0; mv < 16; ++mv)
+            for (int k = 0; k < 4; ++k)
+                t[nz][mv][k] = static_cast<uint8_t>((nz >> k) & 1 ? 2 : (mv >> k) & 1);
+    return t;
+}();
+
 inline int clip51(int v) { return v < 0 ? 0 : (v > 51 ? 51 : v); }
 
 struct Thresholds {
@@ -118,13 +129,12 @@ struct Deblocker {
             }
         }
         mv &= ~nz;
-        for (int i = 0; i < 16; ++i) bs[i] = static_cast<uint8_t>(2 * ((nz >> i) & 1) + ((mv >> i) & 1));
-        if (outer && is_intra(p->mb[n].kind)) {
-            const uint32_t e0 = 0x04040404u;
-            std::memcpy(bs, &e0, 4);
-            return true;
-        }
-        return (nz | mv) != 0;
+        const bool intra_outer = outer && is_intra(p->mb[n].kind);
+        if (!intra_outer && (nz | mv) == 0) return false;
+        for (int e = 0; e < 4; ++e)
+            std::memcpy(bs + 4 * e, kEdgeBs[(nz >> (4 * e)) & 15][(mv >> (4 * e)) & 15].data(), 4);
+        if (intra_outer) std::memset(bs, 4, 4);
+        return true;
     }
 
     static Thresholds thresholds(int qp_outer, int qp_inner, const SliceFilter& f) {
@@ -171,16 +181,20 @@ struct Deblocker {
             }
             // Chroma: edges 0 and 2 of luma, with the chroma quantisers.
             if (!(bs[0] | bs[1] | bs[2] | bs[3] | bs[8] | bs[9] | bs[10] | bs[11])) continue;
+            const int* off = d.pps_->chroma_qp_index_offset;
+            Thresholds t;
+            uint8_t tc0[8];
             for (int c = 0; c < 2; ++c) {
-                const int off = d.pps_->chroma_qp_index_offset[c];
-                const int qq = chroma_qp(q.qp, off), qn = chroma_qp(n.qp, off);
-                const Thresholds t = thresholds((qn + qq + 1) >> 1, qq, f);
-                uint8_t tc0[8];
-                const uint8_t* outer_tc = kTc0ByBs[static_cast<size_t>(t.index_a[0])].data();
-                const uint8_t* inner_tc = kTc0ByBs[static_cast<size_t>(t.index_a[1])].data();
-                for (int k = 0; k < 4; ++k) {
-                    tc0[k] = outer_tc[bs[k]];
-                    tc0[4 + k] = inner_tc[bs[8 + k]];
+                // Cb and Cr share their thresholds when their offsets agree.
+                if (c == 0 || off[1] != off[0]) {
+                    const int qq = chroma_qp(q.qp, off[c]), qn = chroma_qp(n.qp, off[c]);
+                    t = thresholds((qn + qq + 1) >> 1, qq, f);
+                    const uint8_t* outer_tc = kTc0ByBs[static_cast<size_t>(t.index_a[0])].data();
+                    const uint8_t* inner_tc = kTc0ByBs[static_cast<size_t>(t.index_a[1])].data();
+                    for (int k = 0; k < 4; ++k) {
+                        tc0[k] = outer_tc[bs[k]];
+                        tc0[4 + k] = inner_tc[bs[8 + k]];
+                    }
                 }
                 const int s = p->frame.stride(1 + c);
                 uint8_t* u = p->frame.data(1 + c) + static_cast<ptrdiff_t>(8 * my) * s + 8 * mx;

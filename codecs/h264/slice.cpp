@@ -122,6 +122,7 @@ struct SliceDecoder {
 
     // Spatial direct, derived once per macroblock
     bool direct_done = false;
+    bool direct_col_test = false;  // the co-located motion can zero a direct vector
     int8_t direct_ref[2];
     Mv direct_mv[2];
 
@@ -152,7 +153,12 @@ struct SliceDecoder {
         set_qp(sh.qp);
         for (int l = 0; l < 2; ++l) {
             ids[l][0] = -1;
-            for (int i = 0; i < 32; ++i) ids[l][i + 1] = i < nref[l] && list[l][i] ? list[l][i]->id : -2 - i;
+            stored_ids[l][0] = -1;
+            for (int i = 0; i < 32; ++i) {
+                const bool known = i < nref[l] && list[l][i];
+                ids[l][i + 1] = known ? list[l][i]->id : -2 - i;
+                stored_ids[l][i + 1] = known ? list[l][i]->id : -1;
+            }
         }
     }
 
@@ -282,12 +288,21 @@ struct SliceDecoder {
         }
     }
 
-    void fill_ref(int l, int x, int y, int w, int h, int ref, Mv mv) {
+    template <int W>
+    void fill_rows(int l, int x, int y, int h, int ref, Mv mv) {
         for (int j = y; j < y + h; ++j)
-            for (int i = x; i < x + w; ++i) {
+            for (int i = x; i < x + W; ++i) {
                 ref_cache[l][C(i, j)] = static_cast<int8_t>(ref);
                 mv_cache[l][C(i, j)] = mv;
             }
+    }
+    void fill_ref(int l, int x, int y, int w, int h, int ref, Mv mv) {
+        if (w == 4)
+            fill_rows<4>(l, x, y, h, ref, mv);
+        else if (w == 2)
+            fill_rows<2>(l, x, y, h, ref, mv);
+        else
+            fill_rows<1>(l, x, y, h, ref, mv);
     }
 
     // Motion vector prediction (median, or directional for 16x8 and 8x16).
@@ -319,10 +334,19 @@ struct SliceDecoder {
     // ------------------------------------------------------------------
     // Macroblock storage
 
-    MotionShape motion_shape() const {
-        for (int q = 0; q < 4; ++q) {
-            const int b = C(2 * (q & 1), 2 * (q >> 1));
-            if (!same_motion(b, b + 1) || !same_motion(b, b + 8) || !same_motion(b, b + 9)) return kMotion4x4;
+    // The motion granularity of the macroblock in the caches. `bound` is what
+    // the macroblock type allows (the motion is uniform at least that far),
+    // which spares most comparisons.
+    MotionShape motion_shape(MotionShape bound) const {
+        if (bound == kMotion16x16) return kMotion16x16;
+        if (bound == kMotion16x8) return same_motion(C(0, 0), C(0, 2)) ? kMotion16x16 : kMotion16x8;
+        if (bound == kMotion8x16) return same_motion(C(0, 0), C(2, 0)) ? kMotion16x16 : kMotion8x16;
+        if (bound == kMotion4x4) {
+            for (int q = 0; q < 4; ++q) {
+                const int b = C(2 * (q & 1), 2 * (q >> 1));
+                if (!same_motion(b, b + 1) || !same_motion(b, b + 8) || !same_motion(b, b + 9))
+                    return kMotion4x4;
+            }
         }
         const bool h = same_motion(C(0, 0), C(2, 0)), v = same_motion(C(0, 0), C(0, 2));
         const bool h2 = same_motion(C(0, 2), C(2, 2)), v2 = same_motion(C(2, 0), C(2, 2));
@@ -332,16 +356,25 @@ struct SliceDecoder {
         return kMotion8x8;
     }
 
+    // A whole sample or more apart in either component: |d| >= 4 as one
+    // unsigned compare each.
+    static bool far(Mv u, Mv v) {
+        return static_cast<unsigned>(u.x - v.x + 3) > 6u || static_cast<unsigned>(u.y - v.y + 3) > 6u;
+    }
+
     // 1 when the blocks at cache indices a and b (both inter) differ in
     // reference pictures, number of vectors, or by a whole sample or more.
     int motion_differs(int a, int b) const {
-        if (same_motion(a, b)) return 0;
-        auto far = [](Mv u, Mv v) { return std::abs(u.x - v.x) >= 4 || std::abs(u.y - v.y) >= 4; };
-        const int32_t p0 = ids[0][ref_cache[0][a] + 1], q0 = ids[0][ref_cache[0][b] + 1];
+        const int ra0 = ref_cache[0][a], rb0 = ref_cache[0][b];
         const Mv mp0 = mv_cache[0][a], mq0 = mv_cache[0][b];
+        const int32_t p0 = ids[0][ra0 + 1], q0 = ids[0][rb0 + 1];
+        // One list: equal indices name the same picture, and different
+        // indices may too (a picture can be listed twice).
         if (sh.type != kSliceB) return (p0 != q0 || far(mp0, mq0)) ? 1 : 0;
-        const int32_t p1 = ids[1][ref_cache[1][a] + 1], q1 = ids[1][ref_cache[1][b] + 1];
+        const int ra1 = ref_cache[1][a], rb1 = ref_cache[1][b];
         const Mv mp1 = mv_cache[1][a], mq1 = mv_cache[1][b];
+        if (ra0 == rb0 && ra1 == rb1 && mp0 == mq0 && mp1 == mq1) return 0;
+        const int32_t p1 = ids[1][ra1 + 1], q1 = ids[1][rb1 + 1];
         const int np = (p0 >= 0) + (p1 >= 0), nq = (q0 >= 0) + (q1 >= 0);
         if (np != nq) return 1;
         if (np == 1) {
@@ -357,39 +390,47 @@ struct SliceDecoder {
         return ((far(mp0, mq0) || far(mp1, mq1)) && (far(mp0, mq1) || far(mp1, mq0))) ? 1 : 0;
     }
 
+    // Motion bits of the four segments of edge e (0..3) in direction dir,
+    // comparing only segments 0 and 2 when step is 2 (both sides uniform per
+    // 8x8 quarter along the edge).
+    uint32_t edge_motion(int dir, int e, int step) const {
+        uint32_t bits = 0;
+        for (int k = 0; k < 4; k += step) {
+            const int a = dir == 0 ? C(e - 1, k) : C(k, e - 1), b = dir == 0 ? C(e, k) : C(k, e);
+            bits |= static_cast<uint32_t>(motion_differs(a, b)) << k;
+        }
+        if (step == 2) bits |= bits << 1;
+        return bits << (4 * e);
+    }
+
     // The deblocking filter's motion comparisons, made while the motion of
-    // this macroblock and its neighbours is at hand.
+    // this macroblock and its neighbours is at hand. Inner edges are compared
+    // only where the macroblock's motion can change across them.
     void store_edge_motion(MbInfo& m, MotionShape shape) {
         uint32_t bits[2] = {0, 0};
         uint8_t known = 0;
-        const bool nb[2] = {avail_a && !is_intra(left().kind), avail_b && !is_intra(above().kind)};
+        const bool fine = shape == kMotion4x4;
         for (int dir = 0; dir < 2; ++dir) {
-            const bool split2 = dir == 0 ? (shape != kMotion16x16 && shape != kMotion16x8)
-                                         : (shape != kMotion16x16 && shape != kMotion8x16);
-            for (int e = nb[dir] ? 0 : 1; e < 4; ++e) {
-                if (e != 0 && !(e == 2 ? split2 : shape == kMotion4x4)) continue;
-                // Along an edge, segments 1 and 3 repeat 0 and 2 when both sides
-                // are uniform per 8x8 quarter.
-                int step = 1;
-                if (shape != kMotion4x4 && (e == 2 || (dir == 0 ? left() : above()).shape != kMotion4x4))
-                    step = 2;
-                for (int k = 0; k < 4; k += step) {
-                    const int a = dir == 0 ? C(e - 1, k) : C(k, e - 1), b = dir == 0 ? C(e, k) : C(k, e);
-                    const uint32_t d = static_cast<uint32_t>(motion_differs(a, b));
-                    bits[dir] |= d << (4 * e + k);
-                    if (step == 2) bits[dir] |= d << (4 * e + k + 1);
+            const bool avail = dir == 0 ? avail_a : avail_b;
+            if (avail) {
+                const MbInfo& n = dir == 0 ? left() : above();
+                if (!is_intra(n.kind)) {
+                    bits[dir] = edge_motion(dir, 0, fine || n.shape == kMotion4x4 ? 1 : 2);
+                    known |= static_cast<uint8_t>(1 << dir);
                 }
             }
-            if (nb[dir]) known |= static_cast<uint8_t>(1 << dir);
+            const bool split2 = dir == 0 ? (shape != kMotion16x16 && shape != kMotion16x8)
+                                         : (shape != kMotion16x16 && shape != kMotion8x16);
+            if (split2) bits[dir] |= edge_motion(dir, 2, fine ? 1 : 2);
+            if (fine) bits[dir] |= edge_motion(dir, 1, 1) | edge_motion(dir, 3, 1);
         }
         m.motion_bits[0] = static_cast<uint16_t>(bits[0]);
         m.motion_bits[1] = static_cast<uint16_t>(bits[1]);
         m.edge0_known = known;
     }
 
-    void store_motion(int lists) {
+    void store_motion(int lists, MotionShape shape) {
         MbInfo& info = cur->mb[static_cast<size_t>(mb_addr)];
-        const MotionShape shape = motion_shape();
         info.shape = shape;
         store_edge_motion(info, shape);
         const size_t a = static_cast<size_t>(mb_addr);
@@ -408,8 +449,7 @@ struct SliceDecoder {
             for (int i = 0; i < 4; ++i) {
                 const int r = ref_cache[l][C(2 * (i & 1), 2 * (i >> 1))];
                 ref[i] = static_cast<int8_t>(r < 0 ? -1 : r);
-                const Pic* p = r >= 0 && r < nref[l] ? list[l][r] : nullptr;
-                id[i] = p ? p->id : -1;
+                id[i] = stored_ids[l][r < 0 ? 0 : r + 1];
             }
         }
     }
@@ -751,7 +791,8 @@ struct SliceDecoder {
                     kpliWeightedAverage_H264_8u_C1IR(dst[1 + c], stride[1 + c], tmp_c[c], 8,
                                                      sh.chroma_log2_denom, ca.w, cb.w, ca.o, cb.o, cs);
                 }
-            } else if (weight_mode == 2) {
+            } else if (weight_mode == 2 && implicit_w1(r0, r1) != 32) {
+                // (equal weights of 32 give (p0 + p1 + 1) >> 1: the default average below)
                 const int w1 = implicit_w1(r0, r1), w0 = 64 - w1;
                 kpliWeightedAverage_H264_8u_C1IR(dst[0], stride[0], tmp_y, 16, 5, w0, w1, 0, 0, ls);
                 for (int c = 0; c < 2; ++c)
@@ -833,10 +874,17 @@ struct SliceDecoder {
         if (direct_ref[0] < 0 && direct_ref[1] < 0) {
             direct_ref[0] = direct_ref[1] = 0;
             direct_mv[0] = direct_mv[1] = Mv{0, 0};
+            direct_col_test = false;
             return;
         }
         for (int l = 0; l < 2; ++l)
             direct_mv[l] = direct_ref[l] >= 0 ? predict_mv(l, 0, 0, 4, direct_ref[l], k16x16) : Mv{0, 0};
+        // A still co-located block zeroes a list's vectors only when that list
+        // predicts from index 0 and the prediction is not already zero.
+        const bool zero_pred =
+            direct_ref[0] == 0 && direct_ref[1] == 0 && direct_mv[0] == Mv{0, 0} && direct_mv[1] == Mv{0, 0};
+        direct_col_test = !zero_pred && col_zero_allowed && (direct_ref[0] == 0 || direct_ref[1] == 0) &&
+                          !is_intra(col->mb[static_cast<size_t>(mb_addr)].kind);
     }
 
     // Direct motion for the 4x4 blocks of quarter q (written to the caches).
@@ -844,14 +892,12 @@ struct SliceDecoder {
         const int x0 = 2 * (q & 1), y0 = 2 * (q >> 1);
         if (sh.direct_spatial) {
             spatial_direct_refs();
-            const bool zero_pred = direct_ref[0] == 0 && direct_ref[1] == 0 && direct_mv[0] == Mv{0, 0} &&
-                                   direct_mv[1] == Mv{0, 0};
             // With direct_8x8_inference the four blocks share one co-located block.
             const int n = sps.direct_8x8_inference ? 1 : 4;
             for (int j = 0; j < n; ++j) {
                 const int x = x0 + (j & 1), y = y0 + (j >> 1);
                 Mv m[2] = {direct_mv[0], direct_mv[1]};
-                if (!zero_pred && col_zero_allowed) {
+                if (direct_col_test) {
                     Mv cm;
                     int cr;
                     int32_t cid;
@@ -864,7 +910,7 @@ struct SliceDecoder {
                 for (int l = 0; l < 2; ++l) {
                     const Mv v = direct_ref[l] >= 0 ? m[l] : Mv{0, 0};
                     if (n == 1) {
-                        fill_ref(l, x0, y0, 2, 2, direct_ref[l], v);
+                        fill_rows<2>(l, x0, y0, 2, direct_ref[l], v);
                     } else {
                         ref_cache[l][C(x, y)] = direct_ref[l];
                         mv_cache[l][C(x, y)] = v;
@@ -942,32 +988,44 @@ struct SliceDecoder {
         std::memset(m.nz, 0, sizeof m.nz);
         std::memset(m.nzc, 0, sizeof m.nzc);
         m.nz_edges[0] = m.nz_edges[1] = 0;
-        store_motion(1);
+        store_motion(1, kMotion16x16);
         finish_mb(kMbPSkip, qp);
+    }
+
+    // Direct motion for the whole macroblock (B_Skip, B_Direct_16x16), and
+    // its shape. Spatial direct motion that no co-located block can zero is
+    // one motion for all 16 blocks.
+    MotionShape direct_mb() {
+        if (sh.direct_spatial) {
+            spatial_direct_refs();
+            if (!direct_col_test) {
+                for (int l = 0; l < 2; ++l) fill_rows<4>(l, 0, 0, 4, direct_ref[l], direct_mv[l]);
+                return kMotion16x16;
+            }
+        }
+        for (int q = 0; q < 4; ++q) direct_quarter(q);
+        return motion_shape(direct_bound());
     }
 
     void decode_b_skip() {
         load_motion_cache(2);
         direct_done = false;
-        for (int q = 0; q < 4; ++q) direct_quarter(q);
-        predict_direct_mb();
+        const MotionShape shape = direct_mb();
+        predict_direct_mb(shape);
         MbInfo& m = cur->mb[static_cast<size_t>(mb_addr)];
         std::memset(m.nz, 0, sizeof m.nz);
         std::memset(m.nzc, 0, sizeof m.nzc);
         m.nz_edges[0] = m.nz_edges[1] = 0;
-        store_motion(2);
+        store_motion(2, shape);
         finish_mb(kMbBSkip, qp);
     }
 
-    void predict_direct_mb() {
-        bool all_same = true;
-        for (int y = 0; y < 4 && all_same; ++y)
-            for (int x = 0; x < 4; ++x)
-                if (!same_motion(C(0, 0), C(x, y))) {
-                    all_same = false;
-                    break;
-                }
-        if (all_same) {
+    // Direct motion is uniform per 8x8 quarter when the co-located motion is
+    // inferred per quarter.
+    MotionShape direct_bound() const { return sps.direct_8x8_inference ? kMotion8x8 : kMotion4x4; }
+
+    void predict_direct_mb(MotionShape shape) {
+        if (shape == kMotion16x16) {
             predict_part(0, 0, 4, 4);
             return;
         }
@@ -982,8 +1040,9 @@ struct SliceDecoder {
         const MbTypeInfo& t = b_slice ? kBTypes[type] : kPTypes[type];
         bool direct16 = b_slice && type == 0;
         uint8_t sub[4] = {0, 0, 0, 0};
+        MotionShape direct_shape = kMotion4x4;
         if (direct16) {
-            for (int q = 0; q < 4; ++q) direct_quarter(q);
+            direct_shape = direct_mb();
         } else if (t.shape == k8x8) {
             const uint32_t max_sub = b_slice ? 12 : 3;
             for (int q = 0; q < 4; ++q) {
@@ -1072,8 +1131,25 @@ struct SliceDecoder {
         if (!read_residual(false, cbp) || br.overrun()) return false;
 
         // Prediction
+        MotionShape shape = kMotion4x4;
         if (direct16) {
-            predict_direct_mb();
+            shape = direct_shape;
+        } else if (t.shape == k8x8) {
+            MotionShape bound = kMotion8x8;
+            for (int q = 0; q < 4; ++q) {
+                const bool whole = b_slice
+                                       ? (sub[q] == 0 ? sps.direct_8x8_inference : kBSub[sub[q]].parts == 1)
+                                       : kPSub[sub[q]].parts == 1;
+                if (!whole) bound = kMotion4x4;
+            }
+            shape = motion_shape(bound);
+        } else {
+            shape = motion_shape(t.shape == k16x16  ? kMotion16x16
+                                 : t.shape == k16x8 ? kMotion16x8
+                                                    : kMotion8x16);
+        }
+        if (direct16) {
+            predict_direct_mb(shape);
         } else if (t.shape == k8x8) {
             for (int q = 0; q < 4; ++q) {
                 const int x0 = 2 * (q & 1), y0 = 2 * (q >> 1);
@@ -1101,11 +1177,12 @@ struct SliceDecoder {
         add_chroma_residual();
         MbInfo& m = cur->mb[static_cast<size_t>(mb_addr)];
         store_nz(m);
-        store_motion(lists);
+        store_motion(lists, shape);
         finish_mb(direct16 ? kMbBSkip : kMbInter, qp);
         return true;
     }
-    int32_t ids[2][33];  // picture id by refIdx + 1 (index 0: no reference)
+    int32_t ids[2][33];         // picture id by refIdx + 1 (index 0: no reference)
+    int32_t stored_ids[2][33];  // the same with -1 for every missing picture, as stored per picture
     int8_t direct_l1_ref[4][4];
     Mv direct_l1_mv[4][4];
 

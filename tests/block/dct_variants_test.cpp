@@ -185,6 +185,11 @@ TEST(DctContract, ReducedPathsEqualFullOnTheirCorner) {
             ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(in, got, 8, count), kplStsNoErr);
             ASSERT_EQ(std::memcmp(want, got, 64), 0) << "count " << count;
         }
+        // From count 9 on, the whole block counts.
+        make(rng, in, 2);
+        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(in, want, 8, 64), kplStsNoErr);
+        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(in, got, 8, 9), kplStsNoErr);
+        ASSERT_EQ(std::memcmp(want, got, 64), 0) << "count 9";
     }
 }
 

@@ -137,28 +137,6 @@ TEST(MetricsSubBlocks, SadsLandInRasterOrder) {
     EXPECT_EQ(s, 16 * 46);
 }
 
-TEST(MetricsVariance, WrapAndTruncationOf16x16) {
-    const struct {
-        const char* what;
-        int (*f)(int, int);
-        Kpl32s want;
-    } cases[] = {
-        {"flat 100", [](int, int) { return 100; }, 0},
-        // S = 65280: S*S wraps to -33488896, / 256 = -130816.
-        {"all 255", [](int, int) { return 255; }, 16777216},
-        // S = 65279: S*S wraps to -33619455, / 256 truncates to -131325.
-        {"all 255 but one 254", [](int x, int y) { return x == 3 && y == 5 ? 254 : 255; }, 16777216},
-        // S = 32640: S*S = 1065369600 does not wrap.
-        {"halves 0/255", [](int x, int) { return x < 8 ? 0 : 255; }, 128 * 65025 - 32640 * 32640 / 256},
-    };
-    for (const auto& c : cases) {
-        const Plane p(c.f);
-        Kpl32s v = -1;
-        ASSERT_EQ(kpliVariance16x16_8u32s(p.data(), Plane::kStep, &v), kplStsNoErr);
-        EXPECT_EQ(v, c.want) << c.what;
-    }
-}
-
 TEST(MetricsVariance, VarMean8x8IntegerForms) {
     const struct {
         const char* what;
@@ -254,24 +232,35 @@ TEST(MetricsVariance, VarMeanDiffMeansTruncateTowardZero) {
     }
 }
 
-TEST(MetricsMeanAbsDev, RoundedMean) {
+// The variance wraps S*S in 32 bits and truncates; the mean absolute
+// deviation rounds the mean.
+TEST(MetricsVariance, WrapAndTruncationOf16x16AndRoundedMean) {
+    const auto var = kpliVariance16x16_8u32s, mad = kpliMeanAbsDev16x16_8u32s_C1R;
     const struct {
         const char* what;
+        KplStatus (*fn)(const Kpl8u*, Kpl32s, Kpl32s*);
         int (*f)(int, int);
         Kpl32s want;
     } cases[] = {
-        {"ramp 0..255", [](int x, int y) { return 16 * y + x; }, 16384},
+        {"flat 100", var, [](int, int) { return 100; }, 0},
+        // S = 65280: S*S wraps to -33488896, / 256 = -130816.
+        {"all 255", var, [](int, int) { return 255; }, 16777216},
+        // S = 65279: S*S wraps to -33619455, / 256 truncates to -131325.
+        {"all 255 but one 254", var, [](int x, int y) { return x == 3 && y == 5 ? 254 : 255; }, 16777216},
+        // S = 32640: S*S = 1065369600 does not wrap.
+        {"halves 0/255", var, [](int x, int) { return x < 8 ? 0 : 255; }, 128 * 65025 - 32640 * 32640 / 256},
+        {"ramp 0..255", mad, [](int x, int y) { return 16 * y + x; }, 16384},
         // S = 128: m = (128 + 128) >> 8 = 1, not 0.
-        {"one sample 128", [](int x, int y) { return x == 0 && y == 0 ? 128 : 0; }, 255 + 127},
+        {"one sample 128", mad, [](int x, int y) { return x == 0 && y == 0 ? 128 : 0; }, 255 + 127},
         // S = 127: m = 0.
-        {"one sample 127", [](int x, int y) { return x == 0 && y == 0 ? 127 : 0; }, 127},
-        {"flat 200", [](int, int) { return 200; }, 0},
+        {"one sample 127", mad, [](int x, int y) { return x == 0 && y == 0 ? 127 : 0; }, 127},
+        {"flat 200", mad, [](int, int) { return 200; }, 0},
     };
     for (const auto& c : cases) {
         const Plane p(c.f);
-        Kpl32s d = -1;
-        ASSERT_EQ(kpliMeanAbsDev16x16_8u32s_C1R(p.data(), Plane::kStep, &d), kplStsNoErr);
-        EXPECT_EQ(d, c.want) << c.what;
+        Kpl32s v = -1;
+        ASSERT_EQ(c.fn(p.data(), Plane::kStep, &v), kplStsNoErr);
+        EXPECT_EQ(v, c.want) << c.what;
     }
 }
 

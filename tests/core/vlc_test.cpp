@@ -25,25 +25,15 @@ struct Code {
     int32_t v1, v2;
 };
 
-// Description: [0] unused, [1] L, level bits, then groups by length.
-std::vector<Kpl32s> describe(const std::vector<int>& level_bits, std::vector<Code> codes, bool rl) {
-    std::vector<Kpl32s> d = {0, static_cast<Kpl32s>(level_bits.size())};
-    d.insert(d.end(), level_bits.begin(), level_bits.end());
-    int maxlen = 0;
-    for (const auto& c : codes) maxlen = std::max(maxlen, c.len);
-    for (int len = 1; len <= maxlen; ++len) {
-        std::vector<Code> g;
-        for (const auto& c : codes)
-            if (c.len == len) g.push_back(c);
-        d.push_back(static_cast<Kpl32s>(g.size()));
-        for (const auto& c : g) {
-            d.push_back(static_cast<Kpl32s>(c.code));
-            d.push_back(c.v1);
-            if (rl) d.push_back(c.v2);
-        }
+// The description of `codes` in the generic format (codelists::make_list).
+std::vector<Kpl32s> describe(const std::vector<int>& level_bits, const std::vector<Code>& codes, bool rl) {
+    std::vector<kplvc::codelists::Code> list;
+    for (const Code& c : codes) {
+        std::string bits;
+        for (int k = c.len - 1; k >= 0; --k) bits += (c.code >> k) & 1 ? '1' : '0';
+        list.push_back({bits, c.v1, c.v2});
     }
-    d.push_back(-1);
-    return d;
+    return kplvc::codelists::make_list(list, rl, {level_bits.begin(), level_bits.end()});
 }
 
 struct Table {
@@ -157,8 +147,11 @@ TEST(VlcBuild, RunLevelLeaves) {
 }
 
 TEST(VlcDecode, ValidInvalidAndPosition) {
-    Table tb(describe({4}, {{1, 1, 7, 0}, {1, 2, 9, 0}}, false));
+    Table one(describe({4}, {{1, 1, 7, 0}, {1, 2, 9, 0}}, false));
+    // Codes 1, 01 and 001 in two levels leave 000 unused.
+    Table two(describe({2, 2}, {{1, 1, 1, 0}, {1, 2, 2, 0}, {1, 3, 3, 0}}, false));
     struct Case {
+        const Table* tb;
         uint32_t word;
         int32_t off;
         KplStatus st;
@@ -166,16 +159,18 @@ TEST(VlcDecode, ValidInvalidAndPosition) {
         int32_t off_after;
     };
     const Case cases[] = {
-        {0x40000000u, 31, kplStsNoErr, 9, 29},  // "01": exactly two bits
-        {0x80000000u, 31, kplStsNoErr, 7, 30},
-        {0x00000001u, 0, kplStsNoErr, 7, 31},         // "1" at the last bit, looks into the next word
-        {0x00000000u, 31, kplStsVLCErr, 0xF0F1, 27},  // four bits taken, none given back
+        {&one, 0x40000000u, 31, kplStsNoErr, 9, 29},  // "01": exactly two bits
+        {&one, 0x80000000u, 31, kplStsNoErr, 7, 30},
+        {&one, 0x00000001u, 0, kplStsNoErr, 7, 31},         // "1" at the last bit, looks into the next word
+        {&one, 0x00000000u, 31, kplStsVLCErr, 0xF0F1, 27},  // four bits taken, none given back
+        {&two, 0x0FFFFFFFu, 31, kplStsVLCErr, 0xF0F1, 27},  // the look-up of both levels is consumed
+        {&two, 0x2FFFFFFFu, 31, kplStsNoErr, 3, 28},
     };
     for (const auto& c : cases) {
         Kpl32u w[2] = {c.word, 0};
         Kpl32u* p = w;
         Kpl32s off = c.off, v = 0;
-        EXPECT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, tb.t), c.st);
+        EXPECT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, c.tb->t), c.st);
         EXPECT_EQ(v, c.value);
         EXPECT_EQ(off, c.off_after);
         EXPECT_EQ(p, w + (c.off == 0 ? 1 : 0));
@@ -246,6 +241,37 @@ TEST(VlcArgs, NullChecksInOrderAndNothingWritten) {
 
 // ---- Round trips ------------------------------------------------------------------
 
+namespace {
+
+// n code words drawn from `codes`, written one after another, must decode to
+// their values (run-level form: value2 << 8 | low byte of value1), each
+// consuming exactly its length.
+void round_trip(Rng& rng, const std::vector<Code>& codes, const Table& tb, bool rl, int n) {
+    std::vector<std::pair<uint32_t, int>> syms;
+    std::vector<size_t> which;
+    for (int k = 0; k < n; ++k) {
+        which.push_back(static_cast<size_t>(rng.range(0, static_cast<int32_t>(codes.size()) - 1)));
+        syms.emplace_back(codes[which.back()].code, codes[which.back()].len);
+    }
+    auto words = encode(syms);
+    Kpl32u* p = words.data();
+    Kpl32s off = 31;
+    int64_t pos = 0;
+    for (size_t k = 0; k < which.size(); ++k) {
+        const Code& c = codes[which[k]];
+        Kpl32s v = 0;
+        ASSERT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, tb.t), kplStsNoErr) << k;
+        const Kpl32s want = rl ? static_cast<Kpl32s>((static_cast<uint32_t>(c.v2) << 8) |
+                                                     (static_cast<uint32_t>(c.v1) & 0xFFu))
+                               : c.v1;
+        ASSERT_EQ(v, want) << k;
+        pos += c.len;
+        ASSERT_EQ((p - words.data()) * 32 + (31 - off), pos) << k;
+    }
+}
+
+}  // namespace
+
 TEST(VlcRoundTrip, RandomPrefixCodesOneToThreeLevels) {
     Rng rng("vlc random codes");
     for (int rep = 0; rep < 120; ++rep) {
@@ -259,49 +285,14 @@ TEST(VlcRoundTrip, RandomPrefixCodesOneToThreeLevels) {
         int left = maxlen + rng.range(0, 1) - levels;
         while (left-- > 0) ++lb[static_cast<size_t>(rng.range(0, levels - 1))];
         const auto codes = random_code(rng, maxlen, rep % 2 == 0);
-        Table tb(describe(lb, codes, rl), rl);
-
-        std::vector<std::pair<uint32_t, int>> syms;
-        std::vector<size_t> which;
-        for (int k = 0; k < 300; ++k) {
-            const size_t i = static_cast<size_t>(rng.range(0, static_cast<int32_t>(codes.size()) - 1));
-            which.push_back(i);
-            syms.emplace_back(codes[i].code, codes[i].len);
-        }
-        auto words = encode(syms);
-        Kpl32u* p = words.data();
-        Kpl32s off = 31;
-        int64_t pos = 0;
-        for (size_t k = 0; k < which.size(); ++k) {
-            const Code& c = codes[which[k]];
-            Kpl32s v = 0;
-            ASSERT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, tb.t), kplStsNoErr) << k;
-            const Kpl32s want = rl ? static_cast<Kpl32s>((static_cast<uint32_t>(c.v2) << 8) |
-                                                         (static_cast<uint32_t>(c.v1) & 0xFFu))
-                                   : c.v1;
-            ASSERT_EQ(v, want) << k;
-            pos += c.len;
-            ASSERT_EQ((p - words.data()) * 32 + (31 - off), pos) << k;
-        }
+        round_trip(rng, codes, Table(describe(lb, codes, rl), rl), rl, 300);
     }
 }
 
-TEST(VlcRoundTrip, IncompleteCodeReportsInvalidPatterns) {
-    // Codes 1, 01 and 001 leave 000 unused: every 000... pattern is invalid,
-    // and the look-up of all levels is consumed.
-    Table tb(describe({2, 2}, {{1, 1, 1, 0}, {1, 2, 2, 0}, {1, 3, 3, 0}}, false));
-    Kpl32u w[2] = {0x0FFFFFFF, 0};
-    Kpl32u* p = w;
-    Kpl32s off = 31, v = 0;
-    EXPECT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, tb.t), kplStsVLCErr);
-    EXPECT_EQ(v, 0xF0F1);
-    EXPECT_EQ(off, 27);
-}
-
+// A real code: the MPEG-2 coefficient table zero (run, level) with the value
+// run * 64 + level, EOB and ESCAPE, in three levels of 5, 5 and 6 bits (codes
+// up to 16 bits).
 TEST(VlcRoundTrip, Mpeg2CoefficientTable) {
-    // A real code: the MPEG-2 coefficient table zero (run, level) with the
-    // value run * 64 + level, EOB and ESCAPE, in three levels of 5, 5 and 6
-    // bits (codes up to 16 bits).
     std::vector<Code> codes;
     for (const auto& k : kplvc::codelists::read_rl("mpeg2_dct_coef_b14.txt")) {
         const int32_t value = k.v1 == KPLVC_RL_EOB ? -1 : k.v1 == KPLVC_RL_ESCAPE ? -2 : k.v1 * 64 + k.v2;
@@ -309,20 +300,6 @@ TEST(VlcRoundTrip, Mpeg2CoefficientTable) {
                          static_cast<int>(k.bits.size()), value, 0});
     }
     ASSERT_EQ(codes.size(), 113u);  // 111 rows, EOB, ESCAPE
-    Table tb(describe({5, 5, 6}, codes, false));
     Rng rng("vlc mpeg2 table");
-    std::vector<std::pair<uint32_t, int>> syms;
-    std::vector<size_t> which;
-    for (int k = 0; k < 2000; ++k) {
-        which.push_back(static_cast<size_t>(rng.range(0, static_cast<int32_t>(codes.size()) - 1)));
-        syms.emplace_back(codes[which.back()].code, codes[which.back()].len);
-    }
-    auto words = encode(syms);
-    Kpl32u* p = words.data();
-    Kpl32s off = 31;
-    for (size_t i : which) {
-        Kpl32s v = -1;
-        ASSERT_EQ(kpliVCHuffmanDecodeOne_1u32s(&p, &off, &v, tb.t), kplStsNoErr);
-        ASSERT_EQ(v, codes[i].v1);
-    }
+    round_trip(rng, codes, Table(describe({5, 5, 6}, codes, false)), false, 2000);
 }

@@ -37,79 +37,70 @@ struct Stream {
 
 }  // namespace
 
-TEST(H263Block, InterRoundTripMatchesDirectReconstruction) {
+// Random blocks through the library's encoders and back through the
+// decoders, which must end where the encoders ended and give the direct
+// reconstruction: dequantise all 64, then the full inverse DCT (for inter
+// blocks with only the first coefficient coded, the flat DC rule).
+TEST(H263Block, RoundTripMatchesDirectReconstruction) {
     Rng rng(101);
-    for (int iter = 0; iter < 3000; ++iter) {
+    for (int iter = 0; iter < 5000; ++iter) {
+        const bool intra = iter % 5 >= 3;
         int16_t lv[64];
-        random_levels(rng, lv, iter % 4 == 0 ? 60 : rng.range(1, 15), iter % 3 == 0);
+        random_levels(rng, lv,
+                      intra           ? rng.range(2, 40)
+                      : iter % 4 == 0 ? 60
+                                      : rng.range(1, 15),
+                      iter % 3 == 0);
+        const int16_t dc = static_cast<int16_t>(rng.range(1, 254));
+        if (intra) {
+            lv[0] = dc == 128 ? 255 : dc;  // 255 stands for 128
+            bool any_ac = false;
+            for (int i = 1; i < 64; ++i) any_ac = any_ac || lv[i] != 0;
+            if (!any_ac) lv[1] = 1;
+        }
         const int qp = rng.range(1, 31);
         Stream s;
         s.off = rng.range(0, 7);
         const int off0 = s.off;
-        ASSERT_EQ(kpliEncode_ACVLC_H263_16s1u(lv, &s.p, &s.off, 0), kplStsNoErr);
+        if (intra) {
+            ASSERT_EQ(kpliEncode_IntraDCVLC_H263_16s1u(lv[0], &s.p, &s.off), kplStsNoErr);
+        }
+        ASSERT_EQ(kpliEncode_ACVLC_H263_16s1u(lv, &s.p, &s.off, intra), kplStsNoErr);
         bool any = false;
         for (int16_t v : lv) any = any || v != 0;
         if (!any) {
             EXPECT_EQ(s.p, s.buf.data());
             continue;
         }
-        Kpl8u* end = s.p;
-        const int end_off = s.off;
         Kpl8u* rp = s.buf.data();
         int roff = off0;
-        int16_t got[64];
-        ASSERT_EQ(kpliDecodeBlockCoef_Inter_H263_1u16s(&rp, &roff, got, qp), kplStsNoErr) << iter;
-        EXPECT_EQ(rp, end);
-        EXPECT_EQ(roff, end_off);
-        // Direct reconstruction: dequantise all 64, then the full inverse DCT
-        // (or the flat DC rule when only the first coefficient is coded).
         int16_t want[64];
         std::memcpy(want, lv, sizeof lv);
-        ASSERT_EQ(kpliQuantInv_H263_C1I(want, qp), kplStsNoErr);
-        bool dc_only = true;
-        for (int i = 1; i < 64; ++i) dc_only = dc_only && lv[i] == 0;
-        if (dc_only) {
-            for (int i = 1; i < 64; ++i) want[i] = static_cast<int16_t>((want[0] + 4) >> 3);
-            want[0] = want[1];
+        if (intra) {
+            uint8_t got[8 * 12], want_px[8 * 12];
+            std::memset(got, 0xCC, sizeof got);
+            std::memset(want_px, 0xCC, sizeof want_px);
+            ASSERT_EQ(kpliDecodeBlockCoef_Intra_H263_1u8u(&rp, &roff, got, 12, qp), kplStsNoErr) << iter;
+            kpliQuantInvIntra_H263_C1I(want, qp);
+            want[0] = static_cast<int16_t>(lv[0] == 255 ? 1024 : 8 * lv[0]);
+            ASSERT_EQ(kpliDCT8x8Inv_16s8u_C1R(want, want_px, 12), kplStsNoErr);
+            ASSERT_EQ(std::memcmp(got, want_px, sizeof got), 0) << "iter " << iter;
         } else {
-            ASSERT_EQ(kpliDCT8x8Inv_16s_C1I(want), kplStsNoErr);
+            int16_t got[64];
+            ASSERT_EQ(kpliDecodeBlockCoef_Inter_H263_1u16s(&rp, &roff, got, qp), kplStsNoErr) << iter;
+            ASSERT_EQ(kpliQuantInv_H263_C1I(want, qp), kplStsNoErr);
+            bool dc_only = true;
+            for (int i = 1; i < 64; ++i) dc_only = dc_only && lv[i] == 0;
+            if (dc_only) {
+                for (int i = 1; i < 64; ++i) want[i] = static_cast<int16_t>((want[0] + 4) >> 3);
+                want[0] = want[1];
+            } else {
+                ASSERT_EQ(kpliDCT8x8Inv_16s_C1I(want), kplStsNoErr);
+            }
+            ASSERT_EQ(std::memcmp(got, want, sizeof want), 0) << "iter " << iter << " qp " << qp;
         }
-        ASSERT_EQ(std::memcmp(got, want, sizeof want), 0) << "iter " << iter << " qp " << qp;
-    }
-}
-
-TEST(H263Block, IntraRoundTripMatchesDirectReconstruction) {
-    Rng rng(102);
-    for (int iter = 0; iter < 2000; ++iter) {
-        int16_t lv[64];
-        random_levels(rng, lv, rng.range(2, 40), iter % 2 == 0);
-        int16_t dc = static_cast<int16_t>(rng.range(1, 255));
-        if (dc == 128) dc = 127;
-        lv[0] = dc;
-        bool any_ac = false;
-        for (int i = 1; i < 64; ++i) any_ac = any_ac || lv[i] != 0;
-        if (!any_ac) lv[1] = 1;
-        const int qp = rng.range(1, 31);
-        Stream s;
-        s.off = rng.range(0, 7);
-        const int off0 = s.off;
-        ASSERT_EQ(kpliEncode_IntraDCVLC_H263_16s1u(dc, &s.p, &s.off), kplStsNoErr);
-        ASSERT_EQ(kpliEncode_ACVLC_H263_16s1u(lv, &s.p, &s.off, 1), kplStsNoErr);
-        Kpl8u* rp = s.buf.data();
-        int roff = off0;
-        uint8_t got[8 * 12];
-        std::memset(got, 0xCC, sizeof got);
-        ASSERT_EQ(kpliDecodeBlockCoef_Intra_H263_1u8u(&rp, &roff, got, 12, qp), kplStsNoErr) << iter;
         EXPECT_EQ(rp, s.p);
         EXPECT_EQ(roff, s.off);
-        int16_t coef[64];
-        std::memcpy(coef, lv, sizeof lv);
-        kpliQuantInvIntra_H263_C1I(coef, qp);
-        coef[0] = static_cast<int16_t>(dc == 255 ? 1024 : 8 * dc);
-        uint8_t want[8 * 12];
-        std::memset(want, 0xCC, sizeof want);
-        ASSERT_EQ(kpliDCT8x8Inv_16s8u_C1R(coef, want, 12), kplStsNoErr);
-        ASSERT_EQ(std::memcmp(got, want, sizeof want), 0) << "iter " << iter;
     }
 }
 
@@ -314,33 +305,4 @@ TEST(H263Block, EncoderWritesNothingForZeros) {
     buf[0] = 0xA0;
     EXPECT_EQ(kpliEncode_IntraDCVLC_H263_16s1u(128, &p, &off), kplStsNoErr);
     EXPECT_TRUE(buf[0] == 0xAF && buf[1] == 0xF0 && p == buf + 1 && off == 4);
-}
-
-// Stream pointers, outputs, step, QP and mode in their order; the good calls
-// read a stream of zeros, which holds no code (-74) or a forbidden INTRADC
-// (-73) once the arguments have passed.
-TEST(H263Block, CodersCheckInOrder) {
-    using kplvc::test::Arg;
-    kplvc::test::ArgPool p;
-    Kpl8u* zeros = p.take<Kpl8u>({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-    Kpl8u** pp = p.take<Kpl8u*>({zeros});
-    int* off = p.take<int>({0});
-    Kpl8u* px = p.take<Kpl8u>(64);
-    Kpl16s *res = p.take<Kpl16s>(64), *row = p.take<Kpl16s>(8), *col = p.take<Kpl16s>(8);
-    const Arg s0{0, nullptr, kplStsNullPtrErr}, s1{0, p.take<Kpl8u*>({nullptr}), kplStsNullPtrErr},
-        s2{1, nullptr, kplStsNullPtrErr}, out{2, nullptr, kplStsNullPtrErr}, step{3, 7, kplStsBlockStepErr};
-    CHECK_ARGS(p, kpliDecodeBlockCoef_Intra_H263_1u8u, {pp, off, px, 8, 5},
-               {s0, s1, s2, out, step, fails(4, 32, kplStsH263QPErr), fails(4, 0, kplStsH263QPErr)},
-               kplStsIntraDCErr);
-    CHECK_ARGS(p, kpliDecodeBlockCoef_Inter_H263_1u16s, {pp, off, res, 31},
-               {s0, s1, s2, null(2), fails(3, 0, kplStsH263QPErr)}, kplStsVLCErr);
-    CHECK_ARGS(p, kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u, {pp, off, px, 8}, {s0, s1, s2, out, step},
-               kplStsIntraDCErr);
-    CHECK_ARGS(p, kpliDecodeBlockCoef_AdvIntra_H263_1u8u, {pp, off, px, 8, row, col, 1, 3},
-               {s0, s1, s2, out, step, null(4), null(5), fails(6, 32, kplStsH263QPErr),
-                fails(7, 0, kplStsAdvIntraModeErr), fails(7, 4, kplStsAdvIntraModeErr)},
-               kplStsIntraDCErr);
-    const Arg off8{2, p.take<int>({8}), kplStsShapeArgErr}, off_neg{2, p.take<int>({-1}), kplStsShapeArgErr};
-    CHECK_ARGS(p, kpliEncode_IntraDCVLC_H263_16s1u, {1, pp, off}, {null(1), null(2), off8, off_neg});
-    CHECK_ARGS(p, kpliEncode_ACVLC_H263_16s1u, {res, pp, off, 0}, {s0, null(1), null(2), off8, off_neg});
 }

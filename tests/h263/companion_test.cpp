@@ -42,113 +42,48 @@ void inter_reference(const int16_t* levels, int qp, int16_t* out) {
 // ---- Annex I ----------------------------------------------------------------------
 
 TEST(H263Companion, AdvancedIntraFollowsAnnexI) {
+    constexpr int kDc = KPLVC_H263_AIC_DC, kVer = KPLVC_H263_AIC_VERTICAL, kHor = KPLVC_H263_AIC_HORIZONTAL,
+                  kCoded = KPLVC_H263_AIC_CODED, kAbove = KPLVC_H263_AIC_ABOVE, kLeft = KPLVC_H263_AIC_LEFT;
     struct Case {
         const char* what;
         const char* bits;  // "" for a block without coefficients
-        int qp, mode, flags;
-        int above0, above1, left0, left1;  // predictors (elements 0 and 1; the rest 0)
+        int mode, flags;
+        int above[2], left[2];  // predictors (elements 0 and 1; the rest 0)
         int consumed;
-        int want[64];  // expected reconstructed coefficients, row-major (zeros elsewhere)
+        int want[9];  // expected reconstructed coefficients, row-major (zeros elsewhere)
     };
-    // "10" + sign 0: the DC (LAST 0, RUN 0, LEVEL 1 in the Annex I table);
-    // "0111" + sign 0: LAST 1, RUN 0, LEVEL 1 at scan position 1.
+    // QP 4. "10" + sign 0: the DC (LAST 0, RUN 0, LEVEL 1 in the Annex I
+    // table); "0111" + sign 0: LAST 1, RUN 0, LEVEL 1 at scan position 1.
+    const char* b = "100 01110";
     const Case cases[] = {
-        {"the block of the issue: 8 bits, DC 1033",
-         "100 01110",
-         4,
-         KPLVC_H263_AIC_DC,
-         KPLVC_H263_AIC_CODED,
-         0,
-         0,
-         0,
-         0,
-         8,
-         {1033, 8}},
-        {"DC mode, both neighbours",
-         "100 01110",
-         4,
-         KPLVC_H263_AIC_DC,
-         KPLVC_H263_AIC_CODED | KPLVC_H263_AIC_ABOVE | KPLVC_H263_AIC_LEFT,
-         101,
-         50,
-         201,
-         60,
-         8,
-         {159, 8}},
-        {"DC mode, left only, made odd",
-         "100 01110",
-         4,
-         KPLVC_H263_AIC_DC,
-         KPLVC_H263_AIC_CODED | KPLVC_H263_AIC_LEFT,
-         999,
-         0,
-         300,
-         60,
-         8,
-         {309, 8}},
-        {"vertical: first row from above, alternate-horizontal scan",
-         "100 01110",
-         4,
-         KPLVC_H263_AIC_VERTICAL,
-         KPLVC_H263_AIC_CODED | KPLVC_H263_AIC_ABOVE,
-         101,
-         40,
-         7,
-         7,
-         8,
-         {109, 48}},
-        {"horizontal without left: 1024 to the DC, alternate-vertical scan",
-         "100 01110",
-         4,
-         KPLVC_H263_AIC_HORIZONTAL,
-         KPLVC_H263_AIC_CODED | KPLVC_H263_AIC_ABOVE,
-         101,
-         40,
-         7,
-         7,
-         8,
-         {1033, 0, 0, 0, 0, 0, 0, 0, 8}},
-        {"not coded: the prediction alone, nothing read",
-         "",
-         4,
-         KPLVC_H263_AIC_DC,
-         KPLVC_H263_AIC_ABOVE | KPLVC_H263_AIC_LEFT,
-         101,
-         50,
-         201,
-         60,
-         0,
-         {151}},
-        {"vertical sums clamp to 2047",
-         "100 01110",
-         4,
-         KPLVC_H263_AIC_VERTICAL,
-         KPLVC_H263_AIC_CODED | KPLVC_H263_AIC_ABOVE,
-         2045,
-         2045,
-         0,
-         0,
-         8,
-         {2047, 2047}},
+        {"DC 1033", b, kDc, kCoded, {}, {}, 8, {1033, 8}},
+        {"both neighbours", b, kDc, kCoded | kAbove | kLeft, {101, 50}, {201, 60}, 8, {159, 8}},
+        {"left only, made odd", b, kDc, kCoded | kLeft, {999}, {300, 60}, 8, {309, 8}},
+        // First row from above, alternate-horizontal scan.
+        {"vertical", b, kVer, kCoded | kAbove, {101, 40}, {7, 7}, 8, {109, 48}},
+        // No left: 1024 to the DC; alternate-vertical scan.
+        {"horizontal", b, kHor, kCoded | kAbove, {101, 40}, {7, 7}, 8, {1033, 0, 0, 0, 0, 0, 0, 0, 8}},
+        {"not coded: prediction only", "", kDc, kAbove | kLeft, {101, 50}, {201, 60}, 0, {151}},
+        {"vertical sums clamp", b, kVer, kCoded | kAbove, {2045, 2045}, {}, 8, {2047, 2047}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         auto s = stream(c.bits);
         Kpl8u* p = s.data();
         int off = 0;
-        Kpl16s row[8] = {static_cast<Kpl16s>(c.above0), static_cast<Kpl16s>(c.above1)};
-        Kpl16s col[8] = {static_cast<Kpl16s>(c.left0), static_cast<Kpl16s>(c.left1)};
+        Kpl16s row[8] = {static_cast<Kpl16s>(c.above[0]), static_cast<Kpl16s>(c.above[1])};
+        Kpl16s col[8] = {static_cast<Kpl16s>(c.left[0]), static_cast<Kpl16s>(c.left[1])};
         uint8_t px[8 * 10];
         std::memset(px, 0xEE, sizeof px);
-        ASSERT_EQ(kpliDecodeBlockCoefEx_AdvIntra_H263_1u8u(&p, &off, px, 10, row, col, c.qp, c.mode, c.flags),
+        ASSERT_EQ(kpliDecodeBlockCoefEx_AdvIntra_H263_1u8u(&p, &off, px, 10, row, col, 4, c.mode, c.flags),
                   kplStsNoErr);
         EXPECT_EQ(static_cast<int>((p - s.data()) * 8 + off), c.consumed);
         for (int k = 0; k < 8; ++k) {
             EXPECT_EQ(row[k], c.want[k]) << "row " << k;
-            EXPECT_EQ(col[k], c.want[8 * k]) << "column " << k;
+            EXPECT_EQ(col[k], k < 2 ? c.want[8 * k] : 0) << "column " << k;
         }
         int16_t coef[64];
-        for (int i = 0; i < 64; ++i) coef[i] = static_cast<int16_t>(c.want[i]);
+        for (int i = 0; i < 64; ++i) coef[i] = static_cast<int16_t>(i < 9 ? c.want[i] : 0);
         uint8_t want_px[8 * 10];
         std::memset(want_px, 0xEE, sizeof want_px);
         kpliDCT8x8Inv_16s8u_C1R(coef, want_px, 10);
@@ -378,6 +313,8 @@ void obmc_reference(const uint8_t* ref, uint8_t* dst, int step, const Kpl16s* co
         }
 }
 
+// Random and extreme references, vectors in every direction and half-sample
+// phase; with rounding type 0 the plain OBMC entry point must give the same.
 TEST(H263Companion, ObmcWithRoundingType) {
     Rng rng("h263 obmc rounding type");
     const int step = 48;
@@ -450,10 +387,11 @@ TEST(H263Companion, ForwardQuantiserVariantsMatchReference) {
 
 // ---- Argument checks ----------------------------------------------------------------
 
-// Stream pointers, outputs, step, QP, mode and flags in their order; the good
-// calls read a stream of zeros, which holds no code (-74) once the arguments
+// Stream pointers, outputs, step, QP, mode and flags in their order, for the
+// block coders and their companions; the good calls read a stream of zeros,
+// which holds no code (-74) or a forbidden INTRADC (-73) once the arguments
 // have passed.
-TEST(H263Companion, ChecksInOrder) {
+TEST(H263Coders, ChecksInOrder) {
     using kplvc::test::Arg;
     using kplvc::test::fails;
     using kplvc::test::null;
@@ -462,11 +400,26 @@ TEST(H263Companion, ChecksInOrder) {
     Kpl8u** pp = p.take<Kpl8u*>({zeros});
     int* off = p.take<int>({0});
     int* count = p.take<int>({0});
+    // The writers have a stream of their own: their good calls write.
+    Kpl8u** wp = p.take<Kpl8u*>({p.take<Kpl8u>(1024)});
+    int* woff = p.take<int>({0});
     Kpl8u* px = p.take<Kpl8u>(64);
     Kpl16s *res = p.take<Kpl16s>(64), *row = p.take<Kpl16s>(8), *col = p.take<Kpl16s>(8);
     Kpl16s *pred = p.take<Kpl16s>({1, 2}), *mv = p.take<Kpl16s>(2);
     const Arg s0{0, nullptr, kplStsNullPtrErr}, s1{0, p.take<Kpl8u*>({nullptr}), kplStsNullPtrErr},
-        s2{1, nullptr, kplStsNullPtrErr}, out{2, nullptr, kplStsNullPtrErr}, step{3, 7, kplStsBlockStepErr};
+        s2{1, nullptr, kplStsNullPtrErr}, out{2, nullptr, kplStsNullPtrErr}, step{3, 7, kplStsBlockStepErr},
+        off8{2, p.take<int>({8}), kplStsShapeArgErr}, off_neg{2, p.take<int>({-1}), kplStsShapeArgErr};
+    CHECK_ARGS(p, kpliDecodeBlockCoef_Intra_H263_1u8u, {pp, off, px, 8, 5},
+               {s0, s1, s2, out, step, fails(4, 32, kplStsH263QPErr), fails(4, 0, kplStsH263QPErr)},
+               kplStsIntraDCErr);
+    CHECK_ARGS(p, kpliDecodeBlockCoef_Inter_H263_1u16s, {pp, off, res, 31},
+               {s0, s1, s2, null(2), fails(3, 0, kplStsH263QPErr)}, kplStsVLCErr);
+    CHECK_ARGS(p, kpliDecodeBlockCoef_IntraDCOnly_H263_1u8u, {pp, off, px, 8}, {s0, s1, s2, out, step},
+               kplStsIntraDCErr);
+    CHECK_ARGS(p, kpliDecodeBlockCoef_AdvIntra_H263_1u8u, {pp, off, px, 8, row, col, 1, 3},
+               {s0, s1, s2, out, step, null(4), null(5), fails(6, 32, kplStsH263QPErr),
+                fails(7, 0, kplStsAdvIntraModeErr), fails(7, 4, kplStsAdvIntraModeErr)},
+               kplStsIntraDCErr);
     CHECK_ARGS(p, kpliDecodeBlockCoefEx_Intra_H263_1u8u, {pp, off, px, 8, 5, 0},
                {s0, s1, s2, out, step, fails(4, 32, kplStsH263QPErr), fails(5, 64, kplStsBadArgErr)},
                kplStsIntraDCErr);
@@ -480,15 +433,16 @@ TEST(H263Companion, ChecksInOrder) {
                 fails(7, 3, kplStsAdvIntraModeErr), fails(7, -1, kplStsAdvIntraModeErr),
                 fails(8, 64, kplStsBadArgErr)},
                kplStsVLCErr);
-    const Arg off8{2, p.take<int>({8}), kplStsShapeArgErr};
-    CHECK_ARGS(p, kpliEncode_TCOEFEx_H263_16s1u, {res, pp, off, 0, 0, 0, 0, count},
+    CHECK_ARGS(p, kpliEncode_TCOEFEx_H263_16s1u, {res, wp, woff, 0, 0, 0, 0, count},
                {null(0), null(1), null(2), null(7), off8, fails(3, 3, kplStsBadArgErr),
                 fails(4, 2, kplStsBadArgErr), fails(5, 2, kplStsBadArgErr), fails(6, 2, kplStsBadArgErr)});
     CHECK_ARGS(p, kpliDecodeMVEx_H263, {pp, off, pred, mv, KPLVC_H263_MVD_UVLC},
-               {s0, s1, s2, null(2), null(3), fails(4, 3, kplStsBadArgErr)});
+               {s0, s1, s2, null(2), null(3), fails(4, 3, kplStsBadArgErr)}, kplStsH263MVCodeErr);
     CHECK_ARGS(p, kpliPredictBlockEx_OBMC_8u, {px + 24, px, 8, pred, pred, pred, pred, pred, 1},
                {null(0), null(1), null(3), null(5), null(4), null(7), null(6),
                 fails(2, 7, kplStsBlockStepErr), fails(8, 2, kplStsModeErr), fails(8, -1, kplStsModeErr)});
+    CHECK_ARGS(p, kpliEncode_IntraDCVLC_H263_16s1u, {1, wp, woff}, {null(1), null(2), off8, off_neg});
+    CHECK_ARGS(p, kpliEncode_ACVLC_H263_16s1u, {res, wp, woff, 0}, {s0, null(1), null(2), off8, off_neg});
 }
 
 }  // namespace

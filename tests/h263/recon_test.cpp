@@ -123,60 +123,6 @@ TEST(H263Deblock, VariantsMatchReference) {
         });
 }
 
-TEST(H263Obmc, EqualVectorsGiveThePlainPrediction) {
-    Rng rng(6);
-    const int step = 40;
-    std::vector<uint8_t> ref(static_cast<size_t>(step * 40));
-    rng.fill(ref.data(), ref.size());
-    const uint8_t* at = ref.data() + 16 * step + 16;
-    for (int iter = 0; iter < 200; ++iter) {
-        const Kpl16s mv[2] = {static_cast<Kpl16s>(rng.range(-16, 16)),
-                              static_cast<Kpl16s>(rng.range(-16, 16))};
-        std::vector<uint8_t> out(static_cast<size_t>(step * 8));
-        ASSERT_EQ(kpliPredictBlock_OBMC_8u(at, out.data(), step, mv, mv, mv, mv, mv), kplStsNoErr);
-        const int ix = mv[0] >> 1, iy = mv[1] >> 1, hx = mv[0] & 1, hy = mv[1] & 1;
-        for (int y = 0; y < 8; ++y)
-            for (int x = 0; x < 8; ++x) {
-                const uint8_t* s = at + (y + iy) * step + x + ix;
-                const int want = (s[0] + s[hx] + s[hy * step] + s[hy * step + hx] + 2) >> 2;
-                ASSERT_EQ(out[static_cast<size_t>(y * step + x)], want) << mv[0] << "," << mv[1];
-            }
-    }
-}
-
-TEST(H263Obmc, WeightsOfEachNeighbour) {
-    // A reference whose sample value encodes which vector read it: the own
-    // vector (0,0) sees 0 everywhere, the other vectors land on constant
-    // areas. Output = (H1 * r + H2 * s + 4) >> 3 with r, s those constants.
-    const int step = 64;
-    std::vector<uint8_t> ref(static_cast<size_t>(step * 64), 0);
-    auto fill_area = [&](int x0, int y0, uint8_t v) {
-        for (int y = 0; y < 8; ++y)
-            for (int x = 0; x < 8; ++x) ref[static_cast<size_t>((y0 + y) * step + x0 + x)] = v;
-    };
-    fill_area(8, 24, 80);    // left vector (-32, 0) half-samples = -16 samples
-    fill_area(40, 24, 160);  // right (+16 samples)
-    fill_area(24, 8, 240);   // above
-    fill_area(24, 40, 200);  // below
-    const uint8_t* at = ref.data() + 24 * step + 24;
-    const Kpl16s cur[2] = {0, 0}, left[2] = {-32, 0}, right[2] = {32, 0}, above[2] = {0, -32},
-                 below[2] = {0, 32};
-    std::vector<uint8_t> out(static_cast<size_t>(8 * step));
-    ASSERT_EQ(kpliPredictBlock_OBMC_8u(at, out.data(), step, cur, left, right, above, below), kplStsNoErr);
-    const int H1[8][8] = {{2, 2, 2, 2, 2, 2, 2, 2}, {1, 1, 2, 2, 2, 2, 1, 1}, {1, 1, 1, 1, 1, 1, 1, 1},
-                          {1, 1, 1, 1, 1, 1, 1, 1}, {1, 1, 1, 1, 1, 1, 1, 1}, {1, 1, 1, 1, 1, 1, 1, 1},
-                          {1, 1, 2, 2, 2, 2, 1, 1}, {2, 2, 2, 2, 2, 2, 2, 2}};
-    const int H2[8][8] = {{2, 1, 1, 1, 1, 1, 1, 2}, {2, 2, 1, 1, 1, 1, 2, 2}, {2, 2, 1, 1, 1, 1, 2, 2},
-                          {2, 2, 1, 1, 1, 1, 2, 2}, {2, 2, 1, 1, 1, 1, 2, 2}, {2, 2, 1, 1, 1, 1, 2, 2},
-                          {2, 2, 1, 1, 1, 1, 2, 2}, {2, 1, 1, 1, 1, 1, 1, 2}};
-    for (int y = 0; y < 8; ++y)
-        for (int x = 0; x < 8; ++x) {
-            const int r = y < 4 ? 240 : 200, s = x < 4 ? 80 : 160;
-            EXPECT_EQ(out[static_cast<size_t>(y * step + x)], (H1[y][x] * r + H2[y][x] * s + 4) >> 3)
-                << y << "," << x;
-        }
-}
-
 TEST(H263Expand, BordersAndCornersForEveryPath) {
     for (int E : {8, 16, 32, 9}) {
         const int W = 24, H = 5, S = W + 2 * E + 3;

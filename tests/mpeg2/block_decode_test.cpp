@@ -3,6 +3,7 @@
 // extreme levels and weights, and the SIMD scan mask against its reference.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <utility>
@@ -21,26 +22,24 @@ enum Tab { B14, B15 };
 enum Dc { B12, B13 };
 enum Mat { Null, Flat16, Flat8, Flat4, Flat255, Default };
 
+// Flat matrices, or the default intra matrix (raster order, from the data
+// table).
 const Kpl16s* matrix(Mat m) {
-    static const std::vector<Kpl16s> f16(64, 16), f8(64, 8), f4(64, 4), f255(64, 255);
-    static const std::vector<Kpl16s> def = {8,  16, 19, 22, 26, 27, 29, 34, 16, 16, 22, 24, 27, 29, 34, 37,
-                                            19, 22, 26, 27, 29, 34, 34, 38, 22, 22, 26, 27, 29, 34, 37, 40,
-                                            22, 26, 27, 29, 32, 35, 40, 48, 26, 27, 29, 32, 35, 40, 48, 58,
-                                            26, 27, 29, 34, 38, 46, 56, 69, 27, 29, 35, 38, 46, 56, 69, 83};
-    switch (m) {
-        case Null:
-            return nullptr;
-        case Flat16:
-            return f16.data();
-        case Flat8:
-            return f8.data();
-        case Flat4:
-            return f4.data();
-        case Flat255:
-            return f255.data();
-        default:
-            return def.data();
-    }
+    static const std::vector<std::vector<Kpl16s>> all = [] {
+        std::vector<std::vector<Kpl16s>> v = {{},
+                                              std::vector<Kpl16s>(64, 16),
+                                              std::vector<Kpl16s>(64, 8),
+                                              std::vector<Kpl16s>(64, 4),
+                                              std::vector<Kpl16s>(64, 255),
+                                              {}};
+        for (const auto& f : codelists::read_rows("mpeg2_default_matrices.txt"))
+            if (f[0] == "intra")
+                for (size_t u = 2; u < f.size(); ++u)
+                    v[Default].push_back(static_cast<Kpl16s>(std::stoi(f[u])));
+        EXPECT_EQ(v[Default].size(), 64u);
+        return v;
+    }();
+    return m == Null ? nullptr : all[m].data();
 }
 
 struct Dec {
@@ -114,6 +113,7 @@ std::string repeat(const char* s, int n) {
 TEST(Mpeg2BlockDecode, WorkedStreams) {
     const std::string run63 = "1 0" + repeat("11 0", 63) + "10";
     const std::string run64 = "1 0" + repeat("11 0", 64) + "10";
+    const char* esc300 = "1 0 000001 000101 1110 1101 0100 10";
     std::map<int, int> all3, all1;
     for (int i = 0; i < 64; ++i) all3[i] = 3;
     for (int i = 0; i < 63; ++i) all1[i] = 1;  // the even sum 64 clears (7, 7)
@@ -132,22 +132,8 @@ TEST(Mpeg2BlockDecode, WorkedStreams) {
         {"m1 intra size 9 refused", {1, true, B14, B12, 128}, "1111 1110 0 0000 0000 10", vlc, {}, 0, 0, 0},
         {"m2 dc size 9", dc9, "1111 1110 1 0000 0000 10", ok, {{0, 1024}, {63, 1}}, 64, 19, 256},
         {"m2 dc clamps", dc2000, "1111 1111 1 111 1111 1111 10", ok, {{0, 2047}}, 1, 22, 4047},
-        {"m2 esc -300",
-         q2,
-         "1 0 000001 000101 1110 1101 0100 10",
-         ok,
-         {{0, 3}, {24, -601}, {63, 1}},
-         64,
-         28,
-         0},
-        {"m2 esc -300 alt",
-         q2alt,
-         "1 0 000001 000101 1110 1101 0100 10",
-         ok,
-         {{0, 3}, {16, -601}, {63, 1}},
-         64,
-         28,
-         0},
+        {"m2 esc -300", q2, esc300, ok, {{0, 3}, {24, -601}, {63, 1}}, 64, 28, 0},
+        {"m2 esc -300 alt", q2alt, esc300, ok, {{0, 3}, {16, -601}, {63, 1}}, 64, 28, 0},
         {"m1 escape -200", {1, false}, "000001 000000 1000 0000 0011 1000 10", ok, {{0, -401}}, 1, 30, 0},
         {"m1 escape +200", {1, false}, "000001 000000 0000 0000 1100 1000 10", ok, {{0, 401}}, 1, 30, 0},
         {"m1 escape 127", {1, false}, "000001 000000 0111 1111 10", ok, {{0, 255}}, 1, 22, 0},
@@ -422,96 +408,72 @@ TEST(Mpeg2BlockDecode, FastDecodersMatchReference) {
         dc[0].push_back(build(make_list(read_dc("B12"), false, l.dc), false));
         dc[1].push_back(build(make_list(read_dc("B13"), false, l.dc), false));
     }
-    const mpeg2::BlockKernels ref = mpeg2::block_kernels_for(cpu::Isa::c);
-    Rng rng("mpeg2 fast block decoders");
-    SCOPED_TRACE(seed_text());
-    int tested = 0;
-    for (cpu::Isa isa : cpu_levels()) {
-        const mpeg2::BlockKernels k = mpeg2::block_kernels_for(isa);
-        for (int v = 0; v < 2; ++v) {
-            for (int intra = 0; intra < 2; ++intra) {
-                if (k.decode[v][intra] == ref.decode[v][intra]) continue;
-                ++tested;
-                SCOPED_TRACE(std::string(cpu::isa_name(isa)) + " version " + std::to_string(v + 1) +
-                             (intra ? " intra" : " inter"));
-                for (int n = 0; n < iters(6000); ++n) {
-                    const int lay = rng.range(0, 3);
-                    const int tab = (v == 1 && intra) ? rng.range(0, 1) : 0;
-                    const int luma = rng.range(0, 1);
-                    std::vector<Kpl32s> scan(64);
-                    const int sk = rng.range(0, 5);
-                    for (int i = 0; i < 64; ++i) {
-                        if (sk <= 1)
-                            scan[i] = kZigzag[i];
-                        else if (sk == 2)
-                            scan[i] = kAlternate[i];
-                        else if (sk == 3)
-                            scan[i] = rng.range(0, 63);
-                        else if (sk == 4)
-                            scan[i] = static_cast<Kpl32s>(rng.u32());
-                        else
-                            scan[i] = rng.coin() ? kZigzag[i] : rng.range(60, 63);
-                    }
-                    std::vector<Kpl16s> w(64);
-                    const int wk = rng.range(0, 3);
+    const std::vector<Kpl32s> zz = scan32(kZigzag);
+    for (int v = 0; v < 2; ++v)
+        for (int intra = 0; intra < 2; ++intra)
+            check_variants(
+                mpeg2::block_kernels_for,
+                [v, intra](const mpeg2::BlockKernels& k) { return k.decode[v][intra]; },
+                "mpeg2 block decode v" + std::to_string(v + 1) + (intra ? " intra" : " inter"), 6000,
+                [&, v, intra](Arena& a, Rng& rng, int) {
+                    const int lay = rng.range(0, 3), tab = (v == 1 && intra) ? rng.range(0, 1) : 0;
+                    const int luma = rng.range(0, 1), sk = rng.range(0, 5), wk = rng.range(0, 3);
+                    auto scan = a.in<Kpl32s>(64);
                     for (int i = 0; i < 64; ++i)
-                        w[i] = wk == 0 ? 16 : (wk == 1 ? static_cast<Kpl16s>(rng.range(1, 255)) : rng.s16());
-                    const bool null_w = !intra && wk == 3;
+                        a[scan][i] = sk <= 1   ? kZigzag[i]
+                                     : sk == 2 ? kAlternate[i]
+                                     : sk == 3 ? rng.range(0, 63)
+                                     : sk == 4 ? static_cast<Kpl32s>(rng.u32())
+                                               : (rng.coin() ? kZigzag[i] : rng.range(60, 63));
+                    auto w = a.in<Kpl16s>(64);
+                    for (int i = 0; i < 64; ++i)
+                        a[w][i] =
+                            wk == 0 ? 16 : (wk == 1 ? static_cast<Kpl16s>(rng.range(1, 255)) : rng.s16());
+                    const bool null_w = !intra && (wk == 3 || (wk == 0 && rng.coin()));
                     const int qmax = v == 0 ? 31 : 112;
                     const int qp = rng.coin() ? rng.range(1, qmax) : (rng.coin() ? 1 : qmax);
-                    // The stream: encoded blocks, perhaps damaged, or random bits.
-                    std::vector<Kpl32u> words(80, 0);
+                    const int prec = intra ? rng.range(0, 3) * (v == 1) : 0;
+                    // The stream: an encoded block, perhaps damaged, or random bits.
+                    auto words = a.in<Kpl32u>(80);
+                    auto blk = a.out<Kpl16s>(64);
+                    auto state = a.out<Kpl32s>(4);  // offset, DC predictor, count, words consumed
                     const Kpl16s pred = static_cast<Kpl16s>(rng.coin() ? rng.range(0, 2047) : rng.s16());
                     const int form = rng.range(0, 3);
-                    Kpl32s off = rng.range(0, 31);
-                    if (form == 3) {
-                        for (auto& x : words) x = rng.u32();
-                    } else {
+                    const Kpl32s off = rng.range(0, 31);
+                    a[state][0] = off;
+                    a[state][1] = pred;
+                    if (form != 3) {
                         Kpl16s lv[64] = {};
-                        const int count = rng.range(1, form == 0 ? 6 : 64);
-                        for (int c = 0; c < count; ++c) {
+                        for (int c = rng.range(1, form == 0 ? 6 : 64); c > 0; --c) {
                             int32_t l = rng.range(1, 3);
                             if (rng.range(0, 7) == 0) l = rng.range(1, v == 0 ? 255 : 2047);
                             lv[kZigzag[rng.range(intra, 63)]] = static_cast<Kpl16s>(rng.coin() ? -l : l);
                         }
                         lv[0] = static_cast<Kpl16s>(pred + rng.range(-255, 255));
                         // Earlier bits fill the first word down to the start.
-                        words[0] = rng.u32();
-                        Kpl32u* p = words.data();
+                        std::fill(a[words] + 1, a[words] + 80, 0u);
+                        Kpl32u* p = a[words];
                         Kpl32s f = off + 1;
                         Kpl16s epred = pred;
-                        const std::vector<Kpl32s> zz = scan32(kZigzag);
                         const Kpl32s* enc = tab ? t.enc15.data() : t.enc14.data();
-                        const KplStatus est =
-                            intra ? kpliPutIntraBlock(lv, &p, &f, &epred, luma ? t.dc12 : t.dc13, enc,
-                                                      zz.data(), v + 1)
-                                  : kpliPutNonIntraBlock(lv, &p, &f, enc, zz.data(), v + 1);
-                        if (est != kplStsNoErr) continue;
-                        if (f != 32) *p <<= f;
-                        if (form == 2) words[rng.range(0, 3)] ^= 1u << rng.range(0, 31);
+                        const KplStatus est = encode_block(v + 1, intra, lv, &p, &f, &epred,
+                                                           luma ? t.dc12 : t.dc13, enc, zz.data());
+                        if (est == kplStsNoErr && f != 32) *p <<= f;
+                        if (form == 2) a[words][rng.range(0, 3)] ^= 1u << rng.range(0, 31);
                     }
-                    Kpl16s pr = pred;
-                    const mpeg2::BlockArgs a{
-                        nullptr,
-                        nullptr,
-                        nullptr,
-                        nullptr,
-                        intra ? &pr : nullptr,
-                        intra ? dc[luma ? 0 : 1][lay].get() : nullptr,
-                        rl[tab][lay].get(),
-                        scan.data(),
-                        qp,
-                        (null_w || (!intra && wk == 0 && rng.coin())) ? nullptr : w.data(),
-                        intra ? rng.range(0, 3) * (v == 1) : 0};
-                    const Result x = run_kernel(ref.decode[v][intra], words, off, a);
-                    const Result y = run_kernel(k.decode[v][intra], words, off, a);
-                    SCOPED_TRACE("n " + std::to_string(n));
-                    expect_same(x, y);
-                }
-            }
-        }
-    }
-    if (tested == 0) GTEST_SKIP() << "no level above c changes the block decoders here";
+                    const Kpl32s* dct = intra ? dc[luma ? 0 : 1][lay].get() : nullptr;
+                    const Kpl32s* coef = rl[tab][lay].get();
+                    return [=](mpeg2::BlockDecodeFn fn, Arena& x) {
+                        Kpl32u* p = x[words];
+                        Kpl32s* st = x[state];
+                        Kpl16s dcpred = static_cast<Kpl16s>(st[1]);
+                        const KplStatus r = fn({&p, &st[0], x[blk], &st[2], intra ? &dcpred : nullptr, dct,
+                                                coef, x[scan], qp, null_w ? nullptr : x[w], prec});
+                        st[1] = dcpred;
+                        st[3] = static_cast<Kpl32s>(p - x[words]);
+                        return r;
+                    };
+                });
 }
 
 // A table that the fast reader hands to the reference: a leaf that gives
@@ -550,8 +512,7 @@ TEST(Mpeg2BlockDecode, IntraNeverReadsEntryZero) {
     for (int version = 1; version <= 2; ++version) {
         for (int at_dc = 0; at_dc < 2; ++at_dc) {
             scan[1] = at_dc ? 0 : kZigzag[1];
-            for (cpu::Isa isa : {cpu::Isa::c, cpu::Isa::sse2, cpu::Isa::avx2}) {
-                if (!cpu::supports(isa)) continue;
+            for (cpu::Isa isa : cpu_levels()) {
                 SCOPED_TRACE(std::string(cpu::isa_name(isa)) + " v" + std::to_string(version) + " at dc " +
                              std::to_string(at_dc));
                 const mpeg2::BlockKernels k = mpeg2::block_kernels_for(isa);

@@ -1,8 +1,8 @@
 // Round trips: random blocks of levels written one after another with the
 // encoders, then read back with the decoders of the same version, must give
 // the dequantised levels, the count, the predictors and exactly the
-// encoders' positions. The decoded blocks fed to the AANTransposed inverse
-// DCT with their count give the pixels of the full transform.
+// encoders' positions; fed to the AANTransposed inverse DCT with their count
+// they give the pixels of the full transform.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -44,9 +44,12 @@ int16_t random_level(Rng& rng, int32_t limit) {
 void fill_block(Rng& rng, Block& b, int version, Kpl16s pred) {
     const int32_t limit = version == 1 ? 255 : 2047;
     std::memset(b.lv, 0, sizeof b.lv);
-    const int density = rng.range(0, 4);  // 0: one coefficient .. 4: dense
-    const int n = density == 0 ? 1 : rng.range(1, density * 16);
-    for (int k = 0; k < n; ++k) b.lv[rng.range(0, 63)] = random_level(rng, limit);
+    // 0, 1: one coefficient early in the scan (the transform's short
+    // paths) .. 5: dense.
+    const int density = rng.range(0, 5);
+    if (density <= 1) b.lv[kZigzag[rng.range(0, 9)]] = random_level(rng, limit);
+    for (int k = density <= 1 ? 0 : rng.range(1, (density - 1) * 16); k > 0; --k)
+        b.lv[rng.range(0, 63)] = random_level(rng, limit);
     if (!b.intra) return;
     // DC: the predictor plus a difference in range, kept where the DC of
     // the version lives (0..255 for version 1, 0..2047 for version 2).
@@ -104,7 +107,7 @@ TEST(Mpeg2BlockRoundTrip, StreamsOfBlocks) {
     const Config configs[] = {{1, false, false}, {1, true, false}, {2, false, false},
                               {2, true, false},  {2, false, true}, {2, true, true}};
     Rng rng("mpeg2 block round trip");
-    int blocks_checked = 0;
+    int blocks_checked = 0, short_paths = 0, dc_only = 0;
     for (const Config& cfg : configs) {
         const std::vector<Kpl32s>& scan = cfg.alternate ? alt : zz;
         for (Kpl32s start_free = 1; start_free <= 32; ++start_free) {
@@ -190,75 +193,27 @@ TEST(Mpeg2BlockRoundTrip, StreamsOfBlocks) {
                 ASSERT_EQ(rp, b.enc_end);
                 ASSERT_EQ(off, b.enc_free - 1);
                 ++blocks_checked;
+                // The count selects the transform's path. A count of 1
+                // promises a DC-only block, whose path divides by 8 with
+                // truncation where the full one rounds; other counts give the
+                // full transform's pixels.
+                Kpl8u px[64], full[64];
+                ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(got, px, 8, count), kplStsNoErr);
+                ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(got, full, 8, 64), kplStsNoErr);
+                short_paths += count <= 8;
+                dc_only += count == 1;
+                if (count == 1)
+                    for (int i = 1; i < 64; ++i) ASSERT_EQ(got[i], 0);
+                else
+                    ASSERT_EQ(0, std::memcmp(px, full, 64)) << "count " << count;
             }
         }
     }
     EXPECT_GT(blocks_checked, 1500);
-}
-
-// With the decoders' count the AANTransposed inverse gives the pixels of
-// the full transform (count 64), for both standard scans.
-TEST(Mpeg2BlockRoundTrip, CountDrivesTheTransform) {
-    const Tables& t = tables();
-    const std::vector<Kpl32s> zz = scan32(kZigzag), alt = scan32(kAlternate);
-    Rng rng("mpeg2 block count");
-    int short_paths = 0, dc_only = 0, dc_only_differs = 0;
-    for (int n = 0; n < 2000; ++n) {
-        const int version = rng.coin() ? 1 : 2;
-        const bool intra = rng.coin();
-        const std::vector<Kpl32s>& scan = rng.coin() ? alt : zz;
-        Block b;
-        b.intra = intra;
-        Kpl16s pred = 128;
-        std::memset(b.lv, 0, sizeof b.lv);
-        // Mostly a few levels on the first scan positions: counts 0..8 and
-        // the DC-only path are what this test is about.
-        const int last = rng.range(0, 3) == 0 ? 63 : rng.range(0, 9);
-        const int nlev = rng.range(intra ? 0 : 1, 3);
-        for (int k = 0; k < nlev; ++k)
-            b.lv[scan[rng.range(intra ? 1 : 0, std::max(last, 1))] & 63] = random_level(rng, 40);
-        if (intra) b.lv[0] = static_cast<Kpl16s>(rng.range(0, 255));
-        bool empty = true;
-        for (int i = 0; i < 64; ++i) empty &= b.lv[i] == 0;
-        if (!intra && empty) b.lv[0] = 1;
-        Kpl32u words[80] = {};
-        Kpl32u* p = words;
-        Kpl32s f = 32;
-        Kpl16s epred = pred;
-        const KplStatus es =
-            encode_block(version, intra, b.lv, &p, &f, &epred, t.dc12, t.enc14.data(), scan.data());
-        ASSERT_EQ(es, kplStsNoErr);
-        if (f != 32) *p <<= f;
-        Kpl32u* rp = words;
-        Kpl32s off = 31;
-        Kpl16s blk[64];
-        Kpl32s count = -1;
-        const int qp = rng.range(1, 31);
-        std::vector<Kpl16s> w(64);
-        rng.fill(w.data(), 64, 1, 64);
-        const KplStatus st = decode_block(version, intra, &rp, &off, blk, &count, &pred, t.b12.get(),
-                                          t.b14.get(), scan.data(), qp, w.data(), 0);
-        ASSERT_EQ(st, kplStsNoErr);
-        short_paths += count <= 8;
-        Kpl8u a[64], full[64];
-        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(blk, a, 8, count), kplStsNoErr);
-        ASSERT_EQ(kpliDCT8x8Inv_AANTransposed_16s8u_C1R(blk, full, 8, 64), kplStsNoErr);
-        if (count == 1) {
-            // The DC-only path divides by 8 with truncation where the full
-            // path rounds: the two differ on some DC values (a property of
-            // the transform). What the count promises is that the DC is
-            // the only non-zero value, so that path applies.
-            for (int i = 1; i < 64; ++i) ASSERT_EQ(blk[i], 0) << "n " << n;
-            ASSERT_NE(blk[0], 0);
-            ++dc_only;
-            dc_only_differs += std::memcmp(a, full, 64) != 0;
-            continue;
-        }
-        ASSERT_EQ(0, std::memcmp(a, full, 64)) << "n " << n << " count " << count;
-    }
-    EXPECT_GT(short_paths, 500);
-    EXPECT_GT(dc_only, 50);
-    std::printf("DC-only blocks: %d, of which the full path differs on %d\n", dc_only, dc_only_differs);
+    EXPECT_GT(short_paths, 300);
+    EXPECT_GT(dc_only, 25);
+    std::printf("blocks %d: %d through a short transform path, %d DC only\n", blocks_checked, short_paths,
+                dc_only);
 }
 
 }  // namespace

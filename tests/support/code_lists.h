@@ -42,40 +42,23 @@ inline std::vector<std::vector<std::string>> read_rows(const std::string& name) 
 // A run-level table file: numbered rows, EOB and ESCAPE (FIRST is the
 // coders' own rule and not listed). Empty when the file is missing.
 inline std::vector<Code> read_rl(const char* name) {
-    std::ifstream in(table_path(name));
     std::vector<Code> out;
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream s(line);
-        std::string a, code;
-        s >> a >> code;
-        if (a == "EOB") {
-            out.push_back({code, KPLVC_RL_EOB, 0});
-        } else if (a == "ESCAPE") {
-            out.push_back({code, KPLVC_RL_ESCAPE, 0});
-        } else if (a != "FIRST") {
-            int32_t run, level;
-            s >> run >> level;
-            out.push_back({code, run, level});
-        }
+    for (const auto& f : read_rows(name)) {
+        if (f[0] == "EOB")
+            out.push_back({f[1], KPLVC_RL_EOB, 0});
+        else if (f[0] == "ESCAPE")
+            out.push_back({f[1], KPLVC_RL_ESCAPE, 0});
+        else if (f[0] != "FIRST")
+            out.push_back({f[1], std::stoi(f[2]), std::stoi(f[3])});
     }
     return out;
 }
 
 // The dct_dc_size codes of "B12" or "B13" (v1 = size).
 inline std::vector<Code> read_dc(const char* which) {
-    std::ifstream in(table_path("mpeg2_dc_size.txt"));
     std::vector<Code> out;
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream s(line);
-        std::string t, code;
-        int32_t size;
-        s >> t >> code >> size;
-        if (t == which) out.push_back({code, size, 0});
-    }
+    for (const auto& f : read_rows("mpeg2_dc_size.txt"))
+        if (f[0] == which) out.push_back({f[1], std::stoi(f[2]), 0});
     return out;
 }
 
