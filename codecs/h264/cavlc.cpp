@@ -576,6 +576,73 @@ struct Window {
 // up to 6.
 constexpr std::array<int, 7> kGrowAbove = {0, 3, 6, 12, 24, 48, 1 << 30};
 
+// Even level codes are positive levels, odd codes negative: 0 -> 1, 1 -> -1, 2 -> 2, ...
+constexpr int level_of(int code) {
+    const int mag = (code >> 1) + 1, neg = -(code & 1);
+    return (mag ^ neg) - neg;
+}
+constexpr int next_suffix_length(int suffix_length, int mag) {
+    suffix_length += suffix_length == 0;
+    return suffix_length + (mag > kGrowAbove[static_cast<size_t>(suffix_length)]);
+}
+
+// Levels whose prefix, its one and suffix fit in the next kLevelBits bits,
+// by suffixLength and those bits: the level in the low 16 bits, the code
+// length in bits 16..23 and the suffixLength that follows in bits 24..31; 0
+// for longer codes.
+constexpr int kLevelBits = 10;
+constexpr auto kLevelTable = [] {
+    std::array<std::array<uint32_t, 1 << kLevelBits>, 7> t{};
+    for (int sl = 0; sl < 7; ++sl)
+        for (int bits = 1; bits < (1 << kLevelBits); ++bits) {
+            int prefix = 0;
+            while (!((bits >> (kLevelBits - 1 - prefix)) & 1)) ++prefix;
+            const int len = prefix + 1 + sl;
+            if (len > kLevelBits) continue;
+            const int code = (prefix << sl) + ((bits >> (kLevelBits - len)) & ((1 << sl) - 1));
+            const int level = level_of(code);
+            t[static_cast<size_t>(sl)][static_cast<size_t>(bits)] =
+                static_cast<uint16_t>(level) | static_cast<uint32_t>(len) << 16 |
+                static_cast<uint32_t>(next_suffix_length(sl, (code >> 1) + 1)) << 24;
+        }
+    return t;
+}();
+
+// One level of any length, its code raised by `bump`; false for a prefix
+// too long for any 16-bit coefficient.
+inline bool read_level(Window& br, int& suffix_length, int bump, int* level) {
+    // A level prefix below 14 with its suffix takes at most 20 bits.
+    br.need(21);
+    int prefix = std::countl_zero(br.w);
+    int code;
+    if (prefix < 14) [[likely]] {
+        // suffix_length bits after the prefix and its one (none when 0)
+        code = (prefix << suffix_length) +
+               static_cast<int>(((br.w << (prefix + 1)) >> 1) >> (63 - suffix_length));
+        br.skip(prefix + 1 + suffix_length);
+    } else {
+        // Long prefixes: escape codes of up to 26 + 22 bits, from a fresh load.
+        br.reload();
+        const uint64_t w = br.w;
+        prefix = std::countl_zero(w | (uint64_t{1} << 31));
+        if (prefix > 25) return false;
+        br.skip(prefix + 1);
+        code = (prefix < 15 ? prefix : 15) << suffix_length;
+        if (suffix_length > 0 || prefix >= 14) {
+            const int size =
+                prefix >= 15 ? prefix - 3 : (prefix == 14 && suffix_length == 0 ? 4 : suffix_length);
+            code += static_cast<int>((w << (prefix + 1)) >> (64 - size));
+            br.skip(size);
+        }
+        if (prefix >= 15 && suffix_length == 0) code += 15;
+        if (prefix >= 16) code += (1 << (prefix - 3)) - 4096;
+    }
+    code += bump;
+    *level = level_of(code);
+    suffix_length = next_suffix_length(suffix_length, (code >> 1) + 1);
+    return true;
+}
+
 }  // namespace
 
 int read_residual_block(BitReader& reader, int nc, int max_coeff, const uint8_t* scan, int16_t* coef,
@@ -607,44 +674,21 @@ int read_residual_block(BitReader& reader, int nc, int max_coeff, const uint8_t*
         level[2] = 1 - 2 * static_cast<int>(signs & 1);
         br.skip(t1);
     }
+    int suffix_length = total > 10 && t1 < 3 ? 1 : 0;
+    int i = t1;
     // The first level after fewer than three trailing ones cannot be +-1,
     // so its code is sent two lower.
-    int bump = t1 < 3 ? 2 : 0;
-    int suffix_length = total > 10 && t1 < 3 ? 1 : 0;
-    for (int i = t1; i < total; ++i) {
-        // A level prefix below 14 with its suffix takes at most 20 bits.
-        br.need(21);
-        int prefix = std::countl_zero(br.w);
-        int code;
-        if (prefix < 14) [[likely]] {
-            // suffix_length bits after the prefix and its one (none when 0)
-            code = (prefix << suffix_length) +
-                   static_cast<int>(((br.w << (prefix + 1)) >> 1) >> (63 - suffix_length));
-            br.skip(prefix + 1 + suffix_length);
-        } else {
-            // Long prefixes: escape codes of up to 26 + 22 bits, from a fresh load.
-            br.reload();
-            const uint64_t w = br.w;
-            prefix = std::countl_zero(w | (uint64_t{1} << 31));
-            if (prefix > 25) return -1;  // beyond any level a 16-bit coefficient can hold
-            br.skip(prefix + 1);
-            code = (prefix < 15 ? prefix : 15) << suffix_length;
-            if (suffix_length > 0 || prefix >= 14) {
-                const int size =
-                    prefix >= 15 ? prefix - 3 : (prefix == 14 && suffix_length == 0 ? 4 : suffix_length);
-                code += static_cast<int>((w << (prefix + 1)) >> (64 - size));
-                br.skip(size);
-            }
-            if (prefix >= 15 && suffix_length == 0) code += 15;
-            if (prefix >= 16) code += (1 << (prefix - 3)) - 4096;
+    if (t1 < 3 && i < total && !read_level(br, suffix_length, 2, &level[i++])) return -1;
+    for (; i < total; ++i) {
+        br.need(kLevelBits);
+        const uint32_t e = kLevelTable[static_cast<size_t>(suffix_length)][br.w >> (64 - kLevelBits)];
+        if (e != 0) {
+            level[i] = static_cast<int16_t>(e);
+            br.skip(static_cast<int>((e >> 16) & 255));
+            suffix_length = static_cast<int>(e >> 24);
+        } else if (!read_level(br, suffix_length, 0, &level[i])) {
+            return -1;
         }
-        code += bump;
-        bump = 0;
-        // Even codes are positive levels, odd codes negative: 0 -> 1, 1 -> -1, 2 -> 2, ...
-        const int mag = (code >> 1) + 1, neg = -(code & 1);
-        level[i] = (mag ^ neg) - neg;
-        suffix_length += suffix_length == 0;
-        suffix_length += mag > kGrowAbove[static_cast<size_t>(suffix_length)];
     }
 
     int zeros = 0;
@@ -661,7 +705,7 @@ int read_residual_block(BitReader& reader, int nc, int max_coeff, const uint8_t*
     // left, the remaining levels sit next to each other.
     int pos = total + zeros - 1;
     *top = pos;
-    int i = 0;
+    i = 0;
     for (; zeros > 0 && i < total - 1; ++i) {
         coef[scan[pos]] = static_cast<int16_t>(level[i]);
         br.need(12);
