@@ -3,6 +3,7 @@
 #include <array>
 #include <bit>
 #include <cstddef>
+#include <cstring>
 #include <iterator>
 
 namespace kplvc::codecs::h264 {
@@ -506,12 +507,16 @@ inline int read_vlc(Cursor& br, const VlcRef& t) {
 
 // run_before for zerosLeft 1..6 straight from the next three bits: every
 // code word there is at most 3 bits long and every 3-bit pattern starts one,
-// so the lookup cannot fail and never yields a run beyond zerosLeft.
+// so the lookup cannot fail and never yields a run beyond zerosLeft. Rows 7
+// to 15 (zerosLeft 7 and more) hold the 3-bit codes 001..111 (runs 6..0);
+// 000 starts a longer code and gives 0.
 constexpr auto kRunFast = [] {
-    std::array<std::array<uint16_t, 8>, 7> t{};
+    std::array<std::array<uint16_t, 8>, 16> t{};
     const VlcRef small[7] = {{}, ref(kRb1), ref(kRb2), ref(kRb3), ref(kRb4), ref(kRb5), ref(kRb6)};
     for (size_t z = 1; z < 7; ++z)
         for (size_t i = 0; i < 8; ++i) t[z][i] = small[z].fast[i];
+    for (size_t z = 7; z < 16; ++z)
+        for (size_t i = 1; i < 8; ++i) t[z][i] = static_cast<uint16_t>(3 << 8 | (7 - i));
     return t;
 }();
 constexpr bool run_fast_complete() {
@@ -527,8 +532,7 @@ static_assert(run_fast_complete());
 // pattern that is no code word.
 inline uint32_t run_before_entry(uint64_t w, int zeros) {
     const uint32_t top = static_cast<uint32_t>(w >> 61);
-    if (zeros < 7) return kRunFast[static_cast<size_t>(zeros)][top];
-    if (top != 0) return 3u << 8 | (7 - top);  // 111 .. 001: runs 0 .. 6
+    if (zeros < 7 || top != 0) return kRunFast[static_cast<size_t>(zeros < 7 ? zeros : 7)][top];
     // n zeros (3..10) and a one: run n + 4
     const int lz = std::countl_zero(w | (uint64_t{1} << 52));
     if (lz > 10) return 0;
@@ -585,6 +589,15 @@ constexpr int next_suffix_length(int suffix_length, int mag) {
     suffix_length += suffix_length == 0;
     return suffix_length + (mag > kGrowAbove[static_cast<size_t>(suffix_length)]);
 }
+
+// +-1 for each of three sign bits (0 is +1), first bit first.
+constexpr auto kTrailingOnes = [] {
+    std::array<std::array<int, 3>, 8> t{};
+    for (int bits = 0; bits < 8; ++bits)
+        for (int i = 0; i < 3; ++i)
+            t[static_cast<size_t>(bits)][static_cast<size_t>(i)] = 1 - 2 * ((bits >> (2 - i)) & 1);
+    return t;
+}();
 
 // Levels whose prefix, its one and suffix fit in the next kLevelBits bits,
 // by suffixLength and those bits: the level in the low 16 bits, the code
@@ -665,28 +678,24 @@ int read_residual_block(BitReader& reader, int nc, int max_coeff, const uint8_t*
     const int total = token >> 2, t1 = token & 3;
     if (total > max_coeff) return -1;
 
-    int level[16];
-    // Trailing ones: one sign bit each, the highest frequency first.
-    {
-        const uint32_t signs = static_cast<uint32_t>(br.w >> 61);  // the next three bits
-        level[0] = 1 - static_cast<int>((signs >> 1) & 2);
-        level[1] = 1 - static_cast<int>(signs & 2);
-        level[2] = 1 - 2 * static_cast<int>(signs & 1);
-        br.skip(t1);
-    }
+    // Trailing ones: one sign bit each, the highest frequency first. All
+    // three come from the next three bits; levels past t1 are overwritten.
+    std::array<int, 16> level;
+    std::memcpy(level.data(), kTrailingOnes[br.w >> 61].data(), 3 * sizeof(int));
+    br.skip(t1);
     int suffix_length = total > 10 && t1 < 3 ? 1 : 0;
     int i = t1;
     // The first level after fewer than three trailing ones cannot be +-1,
     // so its code is sent two lower.
-    if (t1 < 3 && i < total && !read_level(br, suffix_length, 2, &level[i++])) return -1;
+    if (t1 < 3 && i < total && !read_level(br, suffix_length, 2, &level[static_cast<size_t>(i++)])) return -1;
     for (; i < total; ++i) {
         br.need(kLevelBits);
         const uint32_t e = kLevelTable[static_cast<size_t>(suffix_length)][br.w >> (64 - kLevelBits)];
         if (e != 0) {
-            level[i] = static_cast<int16_t>(e);
+            level[static_cast<size_t>(i)] = static_cast<int16_t>(e);
             br.skip(static_cast<int>((e >> 16) & 255));
             suffix_length = static_cast<int>(e >> 24);
-        } else if (!read_level(br, suffix_length, 0, &level[i])) {
+        } else if (!read_level(br, suffix_length, 0, &level[static_cast<size_t>(i)])) {
             return -1;
         }
     }
@@ -705,18 +714,26 @@ int read_residual_block(BitReader& reader, int nc, int max_coeff, const uint8_t*
     // left, the remaining levels sit next to each other.
     int pos = total + zeros - 1;
     *top = pos;
+    // At most 14 runs of at most 3 bits follow (42 bits) unless a run is 7
+    // or more; that longer code (up to 11 bits) reloads first, leaving room
+    // for the 3-bit codes after it. So one load serves the runs without a
+    // check per run.
     i = 0;
+    if (zeros > 0) br.reload();
     for (; zeros > 0 && i < total - 1; ++i) {
-        coef[scan[pos]] = static_cast<int16_t>(level[i]);
-        br.need(12);
-        const uint32_t r = run_before_entry(br.w, zeros);
+        coef[scan[pos]] = static_cast<int16_t>(level[static_cast<size_t>(i)]);
+        uint32_t r = kRunFast[static_cast<size_t>(zeros)][br.w >> 61];
+        if (r == 0) {  // a run of 7 or more
+            br.reload();
+            r = run_before_entry(br.w, zeros);
+            if (r == 0 || static_cast<int>(r & 255) > zeros) return -1;
+        }
         const int run = static_cast<int>(r & 255);
-        if (r == 0 || run > zeros) return -1;
         br.skip(static_cast<int>(r >> 8));
         zeros -= run;
         pos -= run + 1;
     }
-    for (; i < total; ++i) coef[scan[pos--]] = static_cast<int16_t>(level[i]);
+    for (; i < total; ++i) coef[scan[pos--]] = static_cast<int16_t>(level[static_cast<size_t>(i)]);
     return total;
 }
 
