@@ -3,6 +3,7 @@
 // offset position), most significant bit first.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -32,6 +33,31 @@ public:
         }
     }
     size_t bits() const { return pos_ * 8 + static_cast<size_t>(off_); }
+    // Drops what was written after bit position `bit` (a trial coding that
+    // the encoder does not keep), leaving zeros behind the position again.
+    void rewind(size_t bit) {
+        const size_t p = bit >> 3, end = pos_ + 16 < buf_.size() ? pos_ + 16 : buf_.size();
+        const int o = static_cast<int>(bit & 7);
+        std::fill(buf_.begin() + static_cast<ptrdiff_t>(p + (o ? 1 : 0)),
+                  buf_.begin() + static_cast<ptrdiff_t>(end), 0);
+        if (o) buf_[p] &= static_cast<uint8_t>(0xFF00 >> o);
+        pos_ = p;
+        off_ = o;
+    }
+    // Copies what was written after bit position `bit` (with the bits of
+    // its byte before it) / puts such a copy back at the same position,
+    // ending at bit position `end`.
+    void save(size_t bit, std::vector<uint8_t>* keep) const {
+        keep->assign(buf_.begin() + static_cast<ptrdiff_t>(bit >> 3),
+                     buf_.begin() + static_cast<ptrdiff_t>(pos_ + 1));
+    }
+    void restore(size_t bit, const std::vector<uint8_t>& keep, size_t end) {
+        rewind(bit);
+        reserve(keep.size());
+        std::copy(keep.begin(), keep.end(), buf_.begin() + static_cast<ptrdiff_t>(bit >> 3));
+        pos_ = end >> 3;
+        off_ = static_cast<int>(end & 7);
+    }
 
     // The library's position form; call done() after the library wrote.
     struct Position {

@@ -4,14 +4,19 @@
 // (Advanced Simple Profile) on request.
 //
 // Per P-VOP, a first pass searches every macroblock's vector (MVFAST at
-// whole samples, then the half positions, and the quarter positions with
-// quarter samples, priced with the vector's code length; with four
-// vectors, each 8x8 block around the macroblock's vector), which also measures the VOP's complexity for the
-// rate control; the quantiser follows from the library's rate model. The second pass chooses intra / inter /
-// not coded, forms the residual, and codes it with the library's forward DCT, quantisers, DC/AC prediction
-// and texture writers. The reconstruction is the decoder's: intra blocks go through the library's DC/AC
-// prediction, inverse quantiser and inverse DCT, inter blocks are read back from the bits just written with
-// the decoder's own reconstructing reader, so the encoder's picture is exactly what a decoder of the library
+// whole samples, the exact successive-elimination search of the window where
+// MVFAST's result leaves a large SAD, then the half positions, and the
+// quarter positions with quarter samples, priced with the vector's code
+// length; with four vectors, each 8x8 block around the macroblock's vector),
+// which also measures the VOP's complexity for the rate control; the
+// quantiser follows from the library's rate model. The second pass codes each
+// macroblock in the candidate modes (one vector, four, not coded, intra) and
+// keeps the one of least squared error plus lambda times its bits, with the
+// library's forward DCT, quantisers, DC/AC prediction and texture writers.
+// The reconstruction is the decoder's: intra blocks go through the library's
+// DC/AC prediction, inverse quantiser and inverse DCT, inter blocks are read
+// back from the bits just written with the decoder's own reconstructing
+// reader, so the encoder's picture is exactly what a decoder of the library
 // shows.
 #include <algorithm>
 #include <cmath>
@@ -113,6 +118,8 @@ private:
     double intra_complexity() const;
     void code_intra(int mx, int my, bool p_vop);
     void code_inter(int mx, int my, const KplMotionVector* v, bool four);
+    void code_p(int mx, int my);
+    long mb_sse(int mx, int my) const;
     int neighbours(int mx, int my) const;
     const uint8_t* src_at(int p, int x, int y) const {
         return src_.data(p) + static_cast<intptr_t>(y) * src_.stride(p) + x;
@@ -125,7 +132,11 @@ private:
     Frame src_, cur_, ref_;
     BitWriter bw_;
     int qp_;
-    int p_qp_ = 0;  // the quantiser of the last predicted VOP
+    int p_qp_ = 0;       // the quantiser of the last predicted VOP
+    long i_bits_ = 0;    // bits of the last intra VOP
+    double p_bits_ = 0;  // bits of the predicted VOPs, a running mean
+    double miss_ = 1;    // their bits over the model's targets, a running mean
+    Kpl32s target_ = 0;
     int fcode_ = 1;
     int rounding_ = 0;
     int lambda_ = 0;
@@ -138,11 +149,27 @@ private:
     KplRateControl_MPEG4 rc_{};
     // Per macroblock: the vectors (four each, as the decoder keeps them),
     // the first pass's vector and SAD, intra flags and intra predictors.
-    std::vector<KplMotionVector> mv_, search_mv_;
-    std::vector<int> search_sad_;
+    std::vector<KplMotionVector> mv_, search_mv_, search_mv4_;
+    std::vector<int> search_sad_, search_sad4_;
     std::vector<uint8_t> search_four_;
     std::vector<uint8_t> intra_;
     std::vector<KplMPEG4IntraPred> pred_;
+    std::vector<Kpl16u> sums_;  // block sums of the reference
+    // What a trial coding of a macroblock left: its bits, reconstruction and
+    // the records later macroblocks predict from.
+    struct Trial {
+        std::vector<uint8_t> bytes;
+        size_t end = 0;
+        long texture_bits = 0;
+        alignas(16) uint8_t y[16 * 16], c[2][8 * 8];
+        KplMotionVector mv[4];
+        KplMPEG4IntraPred pred[6];
+        uint8_t intra = 0;
+    };
+    Trial kept_;
+    void keep(int mx, int my, size_t mark, Trial* t);
+    void restore(int mx, int my, size_t mark, const Trial& t);
+    void code_skip(int mx, int my);
 };
 
 Mpeg4Encoder::Mpeg4Encoder(const EncodeOptions& opt) : opt_(opt) {
@@ -157,7 +184,9 @@ Mpeg4Encoder::Mpeg4Encoder(const EncodeOptions& opt) : opt_(opt) {
     const size_t mbs = static_cast<size_t>(mbw_) * mbh_;
     mv_.assign(mbs * 4, KplMotionVector{0, 0});
     search_mv_.assign(mbs * 4, KplMotionVector{0, 0});
+    search_mv4_.assign(mbs * 4, KplMotionVector{0, 0});
     search_sad_.assign(mbs, 0);
+    search_sad4_.assign(mbs, 0);
     search_four_.assign(mbs, 0);
     intra_.assign(mbs, 0);
     pred_.assign(mbs * 6, kAbsent);
@@ -313,6 +342,13 @@ double Mpeg4Encoder::search_vop() {
         const int y0 = std::max(-range, -edge - by), y1 = std::min(range, opt_.height + edge - side - by);
         return KpliRect{x0, y0, x1 - x0 + 1, y1 - y0 + 1};
     };
+    // The 16x16 block sums of the whole reference, borders included, for
+    // the successive-elimination searches: one plane serves every
+    // macroblock's window.
+    const int sw = cw_ + 2 * kPad - 15, sh = ch_ + 2 * kPad - 15;
+    sums_.resize(static_cast<size_t>(sw) * sh);
+    kpliBlockSums16x16_8u16u_C1R(ref_.data(0) - kPad - static_cast<intptr_t>(kPad) * ref_.stride(0),
+                                 ref_.stride(0), sums_.data(), 2 * sw, KpliSize{sw, sh});
     double sum = 0;
     for (int my = 0; my < mbh_; ++my)
         for (int mx = 0; mx < mbw_; ++mx) {
@@ -339,6 +375,16 @@ double Mpeg4Encoder::search_vop() {
             KplMotionVector v;
             Kpl32s sad;
             kpliSearchMVFAST16x16_8u32s_C1R(cur, ss, ref, rs, &s, &m, &v, &sad);
+            if (sad > 256) {
+                // MVFAST walks downhill from a few candidates; on texture, and
+                // where objects move across flat areas, the SAD surface has no
+                // slope toward the true vector. Then the exact search of the
+                // window, pruned by the block sums.
+                kpliSearchSEA16x16_8u32s_C1R(
+                    cur, ss, ref, rs,
+                    sums_.data() + static_cast<intptr_t>(16 * my + kPad) * sw + 16 * mx + kPad, 2 * sw, &s,
+                    &v, &sad);
+            }
             if (opt_.qpel) {
                 kpliRefineQPel16x16_8u32s_C1R(cur, ss, ref, rs, &s, rounding_, 2, &v, &sad);
                 kpliRefineQPel16x16_8u32s_C1R(cur, ss, ref, rs, &s, rounding_, 1, &v, &sad);
@@ -347,6 +393,8 @@ double Mpeg4Encoder::search_vop() {
             }
             for (int b = 0; b < 4; ++b) sv[b] = v;
             search_four_[static_cast<size_t>(mb)] = 0;
+            search_sad4_[static_cast<size_t>(mb)] = INT32_MAX;
+            search_sad_[static_cast<size_t>(mb)] = sad;
             if (opt_.four_mv && sad > 64 * qp_) {
                 // Four vectors, where the one leaves enough residual: each
                 // 8x8 block searched two samples around the macroblock's
@@ -377,6 +425,8 @@ double Mpeg4Encoder::search_vop() {
                     sv[b] = v4[b];  // the next block's predictor sees it
                     sum4 += sad8;
                 }
+                search_sad4_[static_cast<size_t>(mb)] = sum4;
+                for (int b = 0; b < 4; ++b) search_mv4_[static_cast<size_t>(mb) * 4 + b] = v4[b];
                 if (sum4 + 12 * qp_ < sad) {
                     search_four_[static_cast<size_t>(mb)] = 1;
                     sad = sum4;
@@ -384,7 +434,6 @@ double Mpeg4Encoder::search_vop() {
                     for (int b = 0; b < 4; ++b) sv[b] = v;
                 }
             }
-            search_sad_[static_cast<size_t>(mb)] = sad;
             sum += sad;
         }
     return sum / (static_cast<double>(cw_) * ch_);
@@ -424,15 +473,39 @@ bool Mpeg4Encoder::encode(const Picture& in, std::vector<uint8_t>* out, Picture*
     if (!intra) rounding_ ^= 1;  // alternating rounding keeps half-sample drift away
     lambda_ = 16 * qp_;          // a bit of vector code is worth qp SAD units
     const double mad = intra ? intra_complexity() : search_vop();
-    if (rc_on_ && (!intra || index_ == 0)) {
-        kpliRateControlQP_MPEG4(&rc_, mad, &qp_, nullptr);
+    if (rc_on_ && index_ == 0) {
+        // The first VOP, before the model has seen any: intra bits are
+        // about half the mean absolute deviation per sample over the
+        // quantiser (0.4 to 0.6 on natural and synthetic pictures), and
+        // the first intra VOP may take five VOPs' share of the rate.
+        const double samples = static_cast<double>(opt_.width) * opt_.height;
+        qp_ = std::clamp(static_cast<int>(std::lround(0.5 * mad * samples / (5 * rc_.bitsPerVOP))), 2, 31);
+        p_qp_ = qp_;
+    } else if (rc_on_ && !intra) {
+        // The buffer takes an intra VOP's excess over a predicted one at
+        // once, and the predicted VOPs after it are squeezed to drain it,
+        // while those before the next intra VOP spend freely: the model
+        // plans with the excess of the next intra VOP (as the last one took
+        // it) owed in the buffer in proportion to the part of its group
+        // already coded. So each group pays for its own intra VOP, and the
+        // clip's last one is paid before the clip ends. And the model's
+        // misses on predicted VOPs (a running ratio of bits to target)
+        // scale its prices.
+        KplRateControl_MPEG4 plan = rc_;
+        if (opt_.gop > 0 && i_bits_ > 0 && rc_.vopsLeft > opt_.gop - index_ % opt_.gop) {
+            const double excess = std::max(0.0, static_cast<double>(i_bits_) - p_bits_);
+            plan.bufferLevel =
+                std::min(rc_.bufferLevel + excess * (index_ % opt_.gop) / opt_.gop, rc_.bufferSize);
+        }
+        plan.x1 *= miss_;
+        plan.x2 *= miss_;
+        kpliRateControlQP_MPEG4(&plan, mad, &qp_, &target_);
         p_qp_ = qp_;
     } else if (rc_on_) {
-        // An intra VOP at the quantiser of the predicted ones around it:
-        // the model's history mixes both kinds of VOP and would price it
-        // coarser, while the VOPs that follow predict from it. (A step
-        // finer still gains a little more but overshoots short clips.)
-        qp_ = p_qp_;
+        // An intra VOP a step finer than the predicted ones around it: they
+        // all predict from it. (The model's history holds predicted VOPs
+        // only, and would price it coarser.)
+        qp_ = std::max(p_qp_ - 1, 1);
     }
     zero_block_ = 4 * ((opt_.mpeg_quant ? 2 * qp_ : 2 * qp_ + qp_ / 2) - 1);
     const size_t vop_start = bw_.bits();
@@ -444,14 +517,7 @@ bool Mpeg4Encoder::encode(const Picture& in, std::vector<uint8_t>* out, Picture*
                 code_intra(mx, my, false);
                 continue;
             }
-            const int mb = my * mbw_ + mx;
-            Kpl32s dev = 0;
-            kpliMeanAbsDev16x16_8u32s_C1R(src_at(0, 16 * mx, 16 * my), src_.stride(0), &dev);
-            if (dev < search_sad_[static_cast<size_t>(mb)] - 512)
-                code_intra(mx, my, true);
-            else
-                code_inter(mx, my, &search_mv_[static_cast<size_t>(mb) * 4],
-                           search_four_[static_cast<size_t>(mb)] != 0);
+            code_p(mx, my);
         }
     bw_.reserve(8);
     next_start_code(bw_);
@@ -463,12 +529,25 @@ bool Mpeg4Encoder::encode(const Picture& in, std::vector<uint8_t>* out, Picture*
     stats_.bytes += (bits + 7) / 8;
     stats_.last_qp = qp_;
     if (rc_on_) {
+        // An intra VOP after the first is booked against the budget and the
+        // buffer but kept out of the model (all its bits counted as
+        // header): its bits per unit of complexity are not those of the
+        // predicted VOPs the model prices, and one of them in the window
+        // misleads the next predicted VOPs' quantisers.
         Kpl32s skip = 0;
-        kpliRateControlUpdate_MPEG4(
-            &rc_, qp_, static_cast<Kpl32s>(bits),
-            static_cast<Kpl32s>(std::clamp(vop_bits - texture_bits_, 0L, static_cast<long>(bits))), mad,
-            &skip);
+        const bool model = !intra || index_ == 0;
+        const long header = model ? std::clamp(vop_bits - texture_bits_, 0L, static_cast<long>(bits))
+                                  : static_cast<long>(bits);
+        kpliRateControlUpdate_MPEG4(&rc_, qp_, static_cast<Kpl32s>(bits), static_cast<Kpl32s>(header), mad,
+                                    &skip);
         skip_ = skip;
+        if (intra)
+            i_bits_ = static_cast<long>(bits);
+        else
+            p_bits_ =
+                p_bits_ > 0 ? 0.9 * p_bits_ + 0.1 * static_cast<double>(bits) : static_cast<double>(bits);
+        if (!intra && target_ > 0)
+            miss_ = std::clamp(0.9 * miss_ + 0.1 * static_cast<double>(bits) / target_, 0.8, 1.25);
     }
     ++index_;
     std::swap(cur_, ref_);
@@ -490,6 +569,130 @@ bool Mpeg4Encoder::encode(const Picture& in, std::vector<uint8_t>* out, Picture*
 // No end code: decoders take the stream's end for it, and some report a
 // lone visual_object_sequence_end_code as a damaged VOP.
 void Mpeg4Encoder::finish(std::vector<uint8_t>*) {}
+
+// Sum of squared differences between the macroblock's reconstruction and
+// its source, luma and chroma.
+long Mpeg4Encoder::mb_sse(int mx, int my) const {
+    Kpl32s y = 0;
+    kpliSqrDiff16x16_8u32s(src_at(0, 16 * mx, 16 * my), src_.stride(0),
+                           cur_.data(0) + static_cast<intptr_t>(16 * my) * cur_.stride(0) + 16 * mx,
+                           cur_.stride(0), 0, &y);
+    long sse = y;
+    for (int p = 1; p < 3; ++p) {
+        const uint8_t* a = src_at(p, 8 * mx, 8 * my);
+        const uint8_t* b = cur_.data(p) + static_cast<intptr_t>(8 * my) * cur_.stride(p) + 8 * mx;
+        for (int r = 0; r < 8; ++r)
+            for (int c = 0; c < 8; ++c) {
+                const int d = a[r * src_.stride(p) + c] - b[r * cur_.stride(p) + c];
+                sse += d * d;
+            }
+    }
+    return sse;
+}
+
+// Saves a trial's bits (from bit `mark`), reconstruction and records /
+// puts them back.
+void Mpeg4Encoder::keep(int mx, int my, size_t mark, Trial* t) {
+    const size_t mb = static_cast<size_t>(my * mbw_ + mx);
+    bw_.save(mark, &t->bytes);
+    t->end = bw_.bits();
+    t->texture_bits = texture_bits_;
+    kpliCopyBlock_16x16_8u(cur_.data(0) + static_cast<intptr_t>(16 * my) * cur_.stride(0) + 16 * mx,
+                           cur_.stride(0), t->y, 16);
+    for (int p = 1; p < 3; ++p)
+        kpliCopyBlock_8x8_8u(cur_.data(p) + static_cast<intptr_t>(8 * my) * cur_.stride(p) + 8 * mx,
+                             cur_.stride(p), t->c[p - 1], 8);
+    std::memcpy(t->mv, &mv_[mb * 4], sizeof t->mv);
+    std::memcpy(t->pred, &pred_[mb * 6], sizeof t->pred);
+    t->intra = intra_[mb];
+}
+
+void Mpeg4Encoder::restore(int mx, int my, size_t mark, const Trial& t) {
+    const size_t mb = static_cast<size_t>(my * mbw_ + mx);
+    bw_.restore(mark, t.bytes, t.end);
+    texture_bits_ = t.texture_bits;
+    kpliCopyBlock_16x16_8u(t.y, 16, cur_.data(0) + static_cast<intptr_t>(16 * my) * cur_.stride(0) + 16 * mx,
+                           cur_.stride(0));
+    for (int p = 1; p < 3; ++p)
+        kpliCopyBlock_8x8_8u(t.c[p - 1], 8,
+                             cur_.data(p) + static_cast<intptr_t>(8 * my) * cur_.stride(p) + 8 * mx,
+                             cur_.stride(p));
+    std::memcpy(&mv_[mb * 4], t.mv, sizeof t.mv);
+    std::memcpy(&pred_[mb * 6], t.pred, sizeof t.pred);
+    intra_[mb] = t.intra;
+}
+
+// A macroblock of a P-VOP, its mode chosen by rate and distortion: each
+// candidate is coded (bits and reconstruction exactly as they will be), and
+// the one of least SSE + lambda * bits is kept, lambda = 0.85 QP^2 (the
+// usual choice for H.263-style quantisers: their step is 2 QP). The
+// candidates: one vector, not coded (when the vector is not zero: with a
+// zero vector the one-vector coding is already "not coded" when nothing
+// survives quantisation), four vectors when their search found
+// clearly less residual, and intra when the best so far costs more than
+// 300 bits' worth (below that intra hardly ever wins, and trying it costs
+// as much as coding the other modes together).
+void Mpeg4Encoder::code_p(int mx, int my) {
+    const size_t mb = static_cast<size_t>(my * mbw_ + mx);
+    const size_t mark = bw_.bits();
+    const long tex0 = texture_bits_;
+    const long lambda = (85 * qp_ * qp_ + 50) / 100;
+    enum Mode { kOne, kSkip, kFour, kIntra };
+    long best_cost = 0;
+    int best = -1;
+    bool saved = false;
+    auto trial = [&](Mode mode) {
+        if (best >= 0 && !saved) {
+            keep(mx, my, mark, &kept_);  // the best so far is the last one coded
+            saved = true;
+        }
+        if (best >= 0) {
+            bw_.rewind(mark);
+            texture_bits_ = tex0;
+            intra_[mb] = 0;
+            for (int b = 0; b < 4; ++b) mv_[mb * 4 + b] = KplMotionVector{0, 0};
+        }
+        switch (mode) {
+            case kOne:
+                code_inter(mx, my, &search_mv_[mb * 4], false);
+                break;
+            case kSkip:
+                code_skip(mx, my);
+                break;
+            case kFour:
+                code_inter(mx, my, &search_mv4_[mb * 4], true);
+                break;
+            case kIntra:
+                code_intra(mx, my, true);
+                break;
+        }
+        const long cost = mb_sse(mx, my) + lambda * static_cast<long>(bw_.bits() - mark);
+        if (best < 0 || cost < best_cost) {
+            best = mode;
+            best_cost = cost;
+            saved = false;
+        }
+    };
+    trial(kOne);
+    const KplMotionVector v = search_mv_[mb * 4];
+    if (v.dx != 0 || v.dy != 0) trial(kSkip);
+    if (search_sad4_[mb] != INT32_MAX && search_sad_[mb] - search_sad4_[mb] > 8 * qp_) trial(kFour);
+    if (best_cost > 300 * lambda) trial(kIntra);
+    if (saved) restore(mx, my, mark, kept_);
+}
+
+// A macroblock that is not coded: the reference's co-located one.
+void Mpeg4Encoder::code_skip(int mx, int my) {
+    bw_.reserve(8);
+    bw_.put(1, 1);
+    kpliCopyBlock_16x16_8u(
+        ref_.data(0) + static_cast<intptr_t>(16 * my) * ref_.stride(0) + 16 * mx, ref_.stride(0),
+        cur_.data(0) + static_cast<intptr_t>(16 * my) * cur_.stride(0) + 16 * mx, cur_.stride(0));
+    for (int p = 1; p < 3; ++p)
+        kpliCopyBlock_8x8_8u(
+            ref_.data(p) + static_cast<intptr_t>(8 * my) * ref_.stride(p) + 8 * mx, ref_.stride(p),
+            cur_.data(p) + static_cast<intptr_t>(8 * my) * cur_.stride(p) + 8 * mx, cur_.stride(p));
+}
 
 // ---- Macroblocks -------------------------------------------------------------------
 

@@ -1,6 +1,7 @@
 // Integer searches over a whole window: the exhaustive search, the
 // successive-elimination search that must return exactly its result, and the
 // block-sum planes that feed the elimination; with their entry points.
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -145,20 +146,27 @@ void search_sea(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, cons
     // Plane rows are read through bytes: an odd step leaves them unaligned.
     const uint8_t* plane = reinterpret_cast<const uint8_t*>(sum);
     for (int32_t j = 0; j < s.h; ++j) {
-        if (sum == nullptr)
+        // A plane row whose cells are aligned is read in place; an odd step
+        // leaves every other row's cells unaligned, and those are copied.
+        const uint16_t* row = sums;
+        if (sum == nullptr) {
             rolling.row(j, sums, s.w);
-        else
-            std::memcpy(sums, row_at(plane, sum_step, s.y0 + j) + 2 * s.x0,
-                        sizeof(uint16_t) * static_cast<size_t>(s.w));
+        } else {
+            const uint8_t* at_row = row_at(plane, sum_step, s.y0 + j) + 2 * s.x0;
+            if (reinterpret_cast<uintptr_t>(at_row) % alignof(uint16_t) == 0)
+                row = reinterpret_cast<const uint16_t*>(at_row);
+            else
+                std::memcpy(sums, at_row, sizeof(uint16_t) * static_cast<size_t>(s.w));
+        }
         const int32_t base = s.lambda * bits.y[j];
         const int32_t vy = (s.y0 + j) * unit;
         // The filter passes every displacement whose bound is at most the
         // best J at the row's start; the best only falls along the row, so
         // each survivor is tested again against the best of the moment.
-        const int32_t m = k.sea_filter(sums, xprice, s.w, sc, best.j - base, idx);
+        const int32_t m = k.sea_filter(row, xprice, s.w, sc, best.j - base, idx);
         for (int32_t t = 0; t < m; ++t) {
             const int32_t i = idx[t];
-            const int32_t bound = 16 * std::abs(sc - sums[i]) + base + xprice[i];
+            const int32_t bound = 16 * std::abs(sc - row[i]) + base + xprice[i];
             if (bound > best.j) continue;
             if (bound == best.j && tie_key(s, (s.x0 + i) * unit, vy) >= best.key) continue;
             if ((i == ip && j == jp) || (i == iz && j == jz)) continue;

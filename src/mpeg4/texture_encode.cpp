@@ -48,12 +48,18 @@ void put_event(uint8_t** pp, int32_t* off, const TcoefTable& t, int32_t last, in
 
 KplStatus encode_block(const int16_t* c, uint8_t** pp, int32_t* off, const TcoefTable& t, int first,
                        const uint8_t* scan) {
-    int last = -1;
-    for (int i = 63; i >= first; --i) {
-        const int32_t v = c[scan[i]];
-        if (v < -2047 || v > 2047) return kplStsBadArgErr;
-        if (last < 0 && v != 0) last = i;
+    // The range check first over the whole block in raster order (a loop
+    // the compiler vectorises); only when something is outside it are the
+    // scan positions from `first` on checked one by one (an intra DC coded
+    // apart may be larger). Then the last level, from the end of the scan.
+    bool bad = false;
+    for (int i = 0; i < 64; ++i) bad |= (c[i] < -2047) | (c[i] > 2047);
+    if (bad) {
+        for (int i = first; i < 64; ++i)
+            if (c[scan[i]] < -2047 || c[scan[i]] > 2047) return kplStsBadArgErr;
     }
+    int last = 63;
+    while (last >= first && c[scan[last]] == 0) --last;
     int run = 0;
     for (int i = first; i <= last; ++i) {
         const int32_t v = c[scan[i]];

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/bitwriter.h"
 #include "common/codec.h"
 #include "common/encoder.h"
 
@@ -171,6 +172,55 @@ TEST(Mpeg4Encoder, RateControlHoldsTheBitRate) {
         const double achieved = static_cast<double>(r.stream.size()) * 8 * 25 / frames;
         EXPECT_NEAR(achieved / static_cast<double>(c.bitrate), 1.0, 0.05)
             << achieved << " bit/s, last quantiser " << r.stats.last_qp;
+    }
+}
+
+// The encoder's trial codings: whatever a trial wrote is gone after a
+// rewind, and a kept trial put back reads as if it had been written there,
+// from every bit offset and across byte boundaries.
+TEST(Mpeg4Encoder, BitWriterTrials) {
+    struct Case {
+        int lead;           // bits before the mark
+        int kept, dropped;  // bits of the trial kept, and of the one dropped after it
+    };
+    const Case cases[] = {{0, 5, 9}, {3, 1, 40}, {7, 17, 2}, {8, 33, 33}, {13, 64, 1}, {29, 200, 150}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.lead << " " << c.kept << " " << c.dropped);
+        auto bit = [](int i) { return static_cast<uint32_t>((i * 7 + i / 3) % 5 < 2); };
+        BitWriter want;
+        want.reserve(64);
+        for (int i = 0; i < c.lead; ++i) want.put(bit(i), 1);
+        for (int i = 0; i < c.kept; ++i) want.put(bit(1000 + i), 1);
+        want.put(0x2B, 7);  // what follows the macroblock
+        std::vector<uint8_t> a;
+        want.flush_to(&a);
+        // The kept trial coded first and put back after the dropped one, or
+        // coded last over the dropped one.
+        for (const bool first : {true, false}) {
+            BitWriter got;
+            got.reserve(64);
+            for (int i = 0; i < c.lead; ++i) got.put(bit(i), 1);
+            const size_t mark = got.bits();
+            std::vector<uint8_t> keep;
+            size_t end = 0;
+            if (first) {
+                for (int i = 0; i < c.kept; ++i) got.put(bit(1000 + i), 1);
+                got.save(mark, &keep);
+                end = got.bits();
+                got.rewind(mark);
+            }
+            for (int i = 0; i < c.dropped; ++i) got.put(1, 1);  // the losing trial, all ones
+            got.rewind(mark);
+            EXPECT_EQ(got.bits(), mark);
+            if (first)
+                got.restore(mark, keep, end);
+            else
+                for (int i = 0; i < c.kept; ++i) got.put(bit(1000 + i), 1);
+            got.put(0x2B, 7);
+            std::vector<uint8_t> b;
+            got.flush_to(&b);
+            EXPECT_EQ(a, b) << (first ? "put back" : "coded last");
+        }
     }
 }
 
