@@ -3,6 +3,7 @@
 #include <array>
 #include <bit>
 #include <cstddef>
+#include <cstring>
 #include <iterator>
 
 namespace kplvc::codecs::h264 {
@@ -482,10 +483,10 @@ struct Cursor {
     void skip(int n) { pos += static_cast<size_t>(n); }
 };
 
-// One code word: its value, or -1 (nothing consumed) for a pattern that is
-// no code word.
-inline int read_vlc(Cursor& br, const VlcRef& t) {
-    const uint64_t w = br.peek64();
+// The table entry for the code word at the top of w ((length << 8) | value,
+// 0 for a pattern that is no code word). The lookup looks at no more than 17
+// bits of w (every code word here is at most 16 bits long).
+inline uint16_t vlc_entry(uint64_t w, const VlcRef& t) {
     uint16_t e = t.fast[w >> (64 - t.k)];
     if (e == 0) {
         const int lz = std::countl_zero(w | (uint64_t{1} << 47));
@@ -493,18 +494,29 @@ inline int read_vlc(Cursor& br, const VlcRef& t) {
         const Row r = t.row[lz];
         e = t.entry[r.base + static_cast<uint32_t>((rest >> 1) >> (63 - r.suffix))];
     }
+    return e;
+}
+
+// One code word: its value, or -1 (nothing consumed) for a pattern that is
+// no code word.
+inline int read_vlc(Cursor& br, const VlcRef& t) {
+    const uint16_t e = vlc_entry(br.peek64(), t);
     br.skip(e >> 8);
     return e ? (e & 255) : -1;
 }
 
 // run_before for zerosLeft 1..6 straight from the next three bits: every
 // code word there is at most 3 bits long and every 3-bit pattern starts one,
-// so the lookup cannot fail and never yields a run beyond zerosLeft.
+// so the lookup cannot fail and never yields a run beyond zerosLeft. Rows 7
+// to 15 (zerosLeft 7 and more) hold the 3-bit codes 001..111 (runs 6..0);
+// 000 starts a longer code and gives 0.
 constexpr auto kRunFast = [] {
-    std::array<std::array<uint16_t, 8>, 7> t{};
+    std::array<std::array<uint16_t, 8>, 16> t{};
     const VlcRef small[7] = {{}, ref(kRb1), ref(kRb2), ref(kRb3), ref(kRb4), ref(kRb5), ref(kRb6)};
     for (size_t z = 1; z < 7; ++z)
         for (size_t i = 0; i < 8; ++i) t[z][i] = small[z].fast[i];
+    for (size_t z = 7; z < 16; ++z)
+        for (size_t i = 1; i < 8; ++i) t[z][i] = static_cast<uint16_t>(3 << 8 | (7 - i));
     return t;
 }();
 constexpr bool run_fast_complete() {
@@ -515,61 +527,121 @@ constexpr bool run_fast_complete() {
 }
 static_assert(run_fast_complete());
 
-// run_before for zerosLeft `zeros` (1.., 7 and more alike): the run, or -1
-// (nothing consumed) for a pattern that is no code word.
-inline int read_run_before(Cursor& br, int zeros) {
-    const uint64_t w = br.peek64();
-    const int top = static_cast<int>(w >> 61);
-    if (zeros < 7) {
-        const uint16_t e = kRunFast[static_cast<size_t>(zeros)][static_cast<size_t>(top)];
-        br.skip(e >> 8);
-        return e & 255;
-    }
-    if (top != 0) {  // 111 .. 001: runs 0 .. 6
-        br.skip(3);
-        return 7 - top;
-    }
+// run_before for zerosLeft `zeros` (1.., 7 and more alike) from the code word
+// at the top of w (at least 12 stream bits): (length << 8) | run, or 0 for a
+// pattern that is no code word.
+inline uint32_t run_before_entry(uint64_t w, int zeros) {
+    const uint32_t top = static_cast<uint32_t>(w >> 61);
+    if (zeros < 7 || top != 0) return kRunFast[static_cast<size_t>(zeros < 7 ? zeros : 7)][top];
     // n zeros (3..10) and a one: run n + 4
     const int lz = std::countl_zero(w | (uint64_t{1} << 52));
-    if (lz > 10) return -1;
-    br.skip(lz + 1);
-    return lz + 4;
+    if (lz > 10) return 0;
+    return static_cast<uint32_t>((lz + 1) << 8 | (lz + 4));
 }
 
-constexpr int coeff_token_table(int nc) { return nc < 0 ? 4 : nc < 2 ? 0 : nc < 4 ? 1 : nc < 8 ? 2 : 3; }
+inline int read_run_before(Cursor& br, int zeros) {
+    const uint32_t e = run_before_entry(br.peek64(), zeros);
+    br.skip(static_cast<int>(e >> 8));
+    return e ? static_cast<int>(e & 255) : -1;
+}
 
-}  // namespace
+// Table index of coeff_token by nC (-1 .. 16): 0..1, 2..3, 4..7, 8.., chroma DC.
+constexpr std::array<uint8_t, 18> kCoeffTokenIndex = {4, 0, 0, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3, 3};
 
-int read_residual_block(BitReader& reader, int nc, int max_coeff, const uint8_t* scan, int16_t* coef,
-                        int* top) {
-    Cursor br(reader);
-    struct WriteBack {
-        BitReader& to;
-        const Cursor& from;
-        ~WriteBack() { to.seek(from.pos); }
-    } write_back{reader, br};
-    const int token = read_vlc(br, kCoeffTokenTables[coeff_token_table(nc)]);
-    if (token <= 0) return token;  // 0 coefficients, or a damaged code
-    const int total = token >> 2, t1 = token & 3;
-    if (total > max_coeff) return -1;
-
-    int level[16];
-    // Trailing ones: one sign bit each, the highest frequency first.
-    if (t1) {
-        const uint32_t signs = static_cast<uint32_t>(br.peek64() >> (64 - t1));
-        br.skip(t1);
-        for (int i = 0; i < t1; ++i) level[i] = 1 - 2 * static_cast<int>((signs >> (t1 - 1 - i)) & 1);
+// The reader's bits in a register: one 64-bit load serves several syntax
+// elements. `w` holds the stream from bit `base + used` on in its top bits;
+// a load gives at least 57 stream bits, so 57 - used of them are still
+// stream bits (below them are zeros shifted in). Each element checks that
+// enough remain for its longest code word and reloads if not.
+struct Window {
+    const uint8_t* data;
+    size_t last, base;
+    uint64_t w;
+    int used = 0;
+    explicit Window(const BitReader& br)
+        : data(br.data()), last(br.last()), base(br.pos()), w(BitReader::load64(data, last, base)) {}
+    void reload() {
+        base += static_cast<size_t>(used);
+        used = 0;
+        w = BitReader::load64(data, last, base);
     }
-    int suffix_length = total > 10 && t1 < 3 ? 1 : 0;
-    for (int i = t1; i < total; ++i) {
-        const uint64_t w = br.peek64();
-        const int prefix = std::countl_zero(w | (uint64_t{1} << 31));
-        if (prefix > 25) return -1;  // beyond any level a 16-bit coefficient can hold
+    // Make sure at least n (<= 57) stream bits are in w.
+    void need(int n) {
+        if (used > 57 - n) reload();
+    }
+    void skip(int n) {
+        w <<= n;
+        used += n;
+    }
+    size_t pos() const { return base + static_cast<size_t>(used); }
+};
+
+// suffixLength grows by one when a level's magnitude exceeds 3 << (suffixLength - 1),
+// up to 6.
+constexpr std::array<int, 7> kGrowAbove = {0, 3, 6, 12, 24, 48, 1 << 30};
+
+// Even level codes are positive levels, odd codes negative: 0 -> 1, 1 -> -1, 2 -> 2, ...
+constexpr int level_of(int code) {
+    const int mag = (code >> 1) + 1, neg = -(code & 1);
+    return (mag ^ neg) - neg;
+}
+constexpr int next_suffix_length(int suffix_length, int mag) {
+    suffix_length += suffix_length == 0;
+    return suffix_length + (mag > kGrowAbove[static_cast<size_t>(suffix_length)]);
+}
+
+// +-1 for each of three sign bits (0 is +1), first bit first.
+constexpr auto kTrailingOnes = [] {
+    std::array<std::array<int, 3>, 8> t{};
+    for (int bits = 0; bits < 8; ++bits)
+        for (int i = 0; i < 3; ++i)
+            t[static_cast<size_t>(bits)][static_cast<size_t>(i)] = 1 - 2 * ((bits >> (2 - i)) & 1);
+    return t;
+}();
+
+// Levels whose prefix, its one and suffix fit in the next kLevelBits bits,
+// by suffixLength and those bits: the level in the low 16 bits, the code
+// length in bits 16..23 and the suffixLength that follows in bits 24..31; 0
+// for longer codes.
+constexpr int kLevelBits = 10;
+constexpr auto kLevelTable = [] {
+    std::array<std::array<uint32_t, 1 << kLevelBits>, 7> t{};
+    for (int sl = 0; sl < 7; ++sl)
+        for (int bits = 1; bits < (1 << kLevelBits); ++bits) {
+            int prefix = 0;
+            while (!((bits >> (kLevelBits - 1 - prefix)) & 1)) ++prefix;
+            const int len = prefix + 1 + sl;
+            if (len > kLevelBits) continue;
+            const int code = (prefix << sl) + ((bits >> (kLevelBits - len)) & ((1 << sl) - 1));
+            const int level = level_of(code);
+            t[static_cast<size_t>(sl)][static_cast<size_t>(bits)] =
+                static_cast<uint16_t>(level) | static_cast<uint32_t>(len) << 16 |
+                static_cast<uint32_t>(next_suffix_length(sl, (code >> 1) + 1)) << 24;
+        }
+    return t;
+}();
+
+// One level of any length, its code raised by `bump`; false for a prefix
+// too long for any 16-bit coefficient.
+inline bool read_level(Window& br, int& suffix_length, int bump, int* level) {
+    // A level prefix below 14 with its suffix takes at most 20 bits.
+    br.need(21);
+    int prefix = std::countl_zero(br.w);
+    int code;
+    if (prefix < 14) [[likely]] {
+        // suffix_length bits after the prefix and its one (none when 0)
+        code = (prefix << suffix_length) +
+               static_cast<int>(((br.w << (prefix + 1)) >> 1) >> (63 - suffix_length));
+        br.skip(prefix + 1 + suffix_length);
+    } else {
+        // Long prefixes: escape codes of up to 26 + 22 bits, from a fresh load.
+        br.reload();
+        const uint64_t w = br.w;
+        prefix = std::countl_zero(w | (uint64_t{1} << 31));
+        if (prefix > 25) return false;
         br.skip(prefix + 1);
-        int code = (prefix < 15 ? prefix : 15) << suffix_length;
+        code = (prefix < 15 ? prefix : 15) << suffix_length;
         if (suffix_length > 0 || prefix >= 14) {
-            // 1..22 suffix bits after at most 26 prefix bits: still within
-            // the 57 stream bits of w.
             const int size =
                 prefix >= 15 ? prefix - 3 : (prefix == 14 && suffix_length == 0 ? 4 : suffix_length);
             code += static_cast<int>((w << (prefix + 1)) >> (64 - size));
@@ -577,35 +649,91 @@ int read_residual_block(BitReader& reader, int nc, int max_coeff, const uint8_t*
         }
         if (prefix >= 15 && suffix_length == 0) code += 15;
         if (prefix >= 16) code += (1 << (prefix - 3)) - 4096;
-        if (i == t1 && t1 < 3) code += 2;
-        // Even codes are positive levels, odd codes negative: 0 -> 1, 1 -> -1, 2 -> 2, ...
-        const int v = (code & 1) ? (-code - 1) >> 1 : (code + 2) >> 1;
-        level[i] = v;
-        if (suffix_length == 0) suffix_length = 1;
-        const int mag = v < 0 ? -v : v;
-        if (mag > (3 << (suffix_length - 1)) && suffix_length < 6) ++suffix_length;
+    }
+    code += bump;
+    *level = level_of(code);
+    suffix_length = next_suffix_length(suffix_length, (code >> 1) + 1);
+    return true;
+}
+
+}  // namespace
+
+int read_residual_block(BitReader& reader, int nc, int max_coeff, const uint8_t* scan, int16_t* coef,
+                        int* top) {
+    Window br(reader);
+    struct WriteBack {
+        BitReader& to;
+        const Window& from;
+        ~WriteBack() { to.seek(from.pos()); }
+    } write_back{reader, br};
+
+    // coeff_token (up to 16 bits) and the trailing ones' signs (up to 3)
+    // come from the first load.
+    const size_t ct = static_cast<size_t>(nc < 16 ? nc + 1 : 17);
+    const uint16_t e = vlc_entry(br.w, kCoeffTokenTables[kCoeffTokenIndex[ct]]);
+    if (e == 0) return -1;
+    br.skip(e >> 8);
+    const int token = e & 255;
+    if (token == 0) return 0;
+    const int total = token >> 2, t1 = token & 3;
+    if (total > max_coeff) return -1;
+
+    // Trailing ones: one sign bit each, the highest frequency first. All
+    // three come from the next three bits; levels past t1 are overwritten.
+    std::array<int, 16> level;
+    std::memcpy(level.data(), kTrailingOnes[br.w >> 61].data(), 3 * sizeof(int));
+    br.skip(t1);
+    int suffix_length = total > 10 && t1 < 3 ? 1 : 0;
+    int i = t1;
+    // The first level after fewer than three trailing ones cannot be +-1,
+    // so its code is sent two lower.
+    if (t1 < 3 && i < total && !read_level(br, suffix_length, 2, &level[static_cast<size_t>(i++)])) return -1;
+    for (; i < total; ++i) {
+        br.need(kLevelBits);
+        const uint32_t e = kLevelTable[static_cast<size_t>(suffix_length)][br.w >> (64 - kLevelBits)];
+        if (e != 0) {
+            level[static_cast<size_t>(i)] = static_cast<int16_t>(e);
+            br.skip(static_cast<int>((e >> 16) & 255));
+            suffix_length = static_cast<int>(e >> 24);
+        } else if (!read_level(br, suffix_length, 0, &level[static_cast<size_t>(i)])) {
+            return -1;
+        }
     }
 
     int zeros = 0;
     if (total < max_coeff) {
-        zeros = read_vlc(br, max_coeff == 4 ? kTotalZerosDcTables[total] : kTotalZerosTables[total]);
-        if (zeros < 0 || total + zeros > max_coeff) return -1;
+        br.need(17);
+        const uint16_t z =
+            vlc_entry(br.w, max_coeff == 4 ? kTotalZerosDcTables[total] : kTotalZerosTables[total]);
+        zeros = z & 255;
+        if (z == 0 || total + zeros > max_coeff) return -1;
+        br.skip(z >> 8);
     }
     // Place the levels from the highest frequency down; each run_before is
-    // the number of zeros just below the level before it.
+    // the number of zeros just below the level before it. Once no zeros are
+    // left, the remaining levels sit next to each other.
     int pos = total + zeros - 1;
     *top = pos;
-    for (int i = 0; i < total - 1; ++i) {
-        coef[scan[pos]] = static_cast<int16_t>(level[i]);
-        int run = 0;
-        if (zeros > 0) {
-            run = read_run_before(br, zeros);
-            if (run < 0 || run > zeros) return -1;
-            zeros -= run;
+    // At most 14 runs of at most 3 bits follow (42 bits) unless a run is 7
+    // or more; that longer code (up to 11 bits) reloads first, leaving room
+    // for the 3-bit codes after it. So one load serves the runs without a
+    // check per run.
+    i = 0;
+    if (zeros > 0) br.reload();
+    for (; zeros > 0 && i < total - 1; ++i) {
+        coef[scan[pos]] = static_cast<int16_t>(level[static_cast<size_t>(i)]);
+        uint32_t r = kRunFast[static_cast<size_t>(zeros)][br.w >> 61];
+        if (r == 0) {  // a run of 7 or more
+            br.reload();
+            r = run_before_entry(br.w, zeros);
+            if (r == 0 || static_cast<int>(r & 255) > zeros) return -1;
         }
+        const int run = static_cast<int>(r & 255);
+        br.skip(static_cast<int>(r >> 8));
+        zeros -= run;
         pos -= run + 1;
     }
-    coef[scan[pos]] = static_cast<int16_t>(level[total - 1]);
+    for (; i < total; ++i) coef[scan[pos--]] = static_cast<int16_t>(level[static_cast<size_t>(i)]);
     return total;
 }
 
