@@ -380,10 +380,12 @@ double Mpeg4Encoder::search_vop() {
                 // where objects move across flat areas, the SAD surface has no
                 // slope toward the true vector. Then the exact search of the
                 // window, pruned by the block sums.
+                // MVFAST's vector goes first: its J starts the pruning.
+                const KplMotionVector start = v;
                 kpliSearchSEAQuarters16x16_8u32s_C1R(
                     cur, ss, ref, rs,
                     sums_.data() + static_cast<intptr_t>(16 * my + kPad) * sw + 16 * mx + kPad, 2 * sw, &s,
-                    &v, &sad);
+                    &start, &v, &sad);
             }
             if (opt_.qpel) {
                 kpliRefineQPel16x16_8u32s_C1R(cur, ss, ref, rs, &s, rounding_, 2, &v, &sad);

@@ -86,10 +86,12 @@ struct Stats {
 void search_full(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, const uint8_t* ref, int32_t rs,
                  const Setup& s, Result* out, Stats* stats);
 // sum/sum_step: a sum plane at the co-located block, or null; sum8/sum8_step
-// (16x16 blocks only): a plane of 8x8 sums there, or null.
+// (16x16 blocks only): a plane of 8x8 sums there, or null; start: a vector
+// to try first with the predictor and zero, or null.
 void search_sea(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, const uint8_t* ref, int32_t rs,
                 const uint16_t* sum, int32_t sum_step, const Setup& s, Result* out, Stats* stats,
-                const uint16_t* sum8 = nullptr, int32_t sum8_step = 0);
+                const uint16_t* sum8 = nullptr, int32_t sum8_step = 0,
+                const KplMotionVector* start = nullptr);
 void search_mvfast(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, const uint8_t* ref, int32_t rs,
                    const Setup& s, const KplMVFAST& p, Result* out, Stats* stats);
 // out holds the centre on entry and the result on return. The positions are

@@ -96,7 +96,7 @@ void search_full(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, con
 
 void search_sea(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, const uint8_t* ref, int32_t rs,
                 const uint16_t* sum, int32_t sum_step, const Setup& s, Result* out, Stats* stats,
-                const uint16_t* sum8, int32_t sum8_step) {
+                const uint16_t* sum8, int32_t sum8_step, const KplMotionVector* start) {
     const int side = block_side(n);
     const BitsTable bits(s);
     const int32_t unit = 1 << s.shift;
@@ -108,19 +108,25 @@ void search_sea(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, cons
     Best best;
     int64_t sads = 0;
 
-    // The predictor and the zero vector first: a good early J makes the
-    // bound bite from the first row on.
+    // The predictor, the zero vector and the caller's start (when given)
+    // first: a good early J makes the bound bite from the first row on.
     const int32_t ip = clamp_to(to_full(s.px, s.shift), s.x0, s.x0 + s.w - 1) - s.x0;
     const int32_t jp = clamp_to(to_full(s.py, s.shift), s.y0, s.y0 + s.h - 1) - s.y0;
     const int32_t iz = clamp_to(0, s.x0, s.x0 + s.w - 1) - s.x0;
     const int32_t jz = clamp_to(0, s.y0, s.y0 + s.h - 1) - s.y0;
+    const int32_t is = start ? clamp_to(to_full(start->dx, s.shift), s.x0, s.x0 + s.w - 1) - s.x0 : iz;
+    const int32_t js = start ? clamp_to(to_full(start->dy, s.shift), s.y0, s.y0 + s.h - 1) - s.y0 : jz;
+    const auto first = [&](int32_t i, int32_t j) {
+        return (i == ip && j == jp) || (i == iz && j == jz) || (i == is && j == js);
+    };
     {
-        const uint8_t* r[4] = {at(ip, jp), at(iz, jz), at(iz, jz), at(iz, jz)};
+        const uint8_t* r[4] = {at(ip, jp), at(iz, jz), at(is, js), at(iz, jz)};
         int32_t sad[4];
         k.sad_x4[n](src, ss, r, rs, sad);
         best.offer(s, (s.x0 + ip) * unit, (s.y0 + jp) * unit, price(ip, jp, sad[0]), sad[0]);
         best.offer(s, (s.x0 + iz) * unit, (s.y0 + jz) * unit, price(iz, jz, sad[1]), sad[1]);
-        sads += (ip == iz && jp == jz) ? 1 : 2;
+        best.offer(s, (s.x0 + is) * unit, (s.y0 + js) * unit, price(is, js, sad[2]), sad[2]);
+        sads += 1 + !(ip == iz && jp == jz) + !((is == ip && js == jp) || (is == iz && js == jz));
     }
 
     // Candidates that survive the bound wait in fours for one SAD call; the
@@ -207,7 +213,7 @@ void search_sea(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, cons
             const int32_t bound = 16 * gap + base + xprice[i];
             if (bound > best.j) continue;
             if (bound == best.j && tie_key(s, (s.x0 + i) * unit, vy) >= best.key) continue;
-            if ((i == ip && j == jp) || (i == iz && j == jz)) continue;
+            if (first(i, j)) continue;
             pi[np] = i;
             pj[np] = j;
             if (++np == 4) flush();
@@ -283,7 +289,7 @@ KplStatus sea_entry(Size n, const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef
 // reach eight positions right of and below the window.
 KplStatus sea_quarters_entry(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef, Kpl32s refStep,
                              const Kpl16u* pRefSum8, Kpl32s refSum8Step, const KplMESearch* pSearch,
-                             KplMotionVector* pMV, Kpl32s* pSAD) {
+                             const KplMotionVector* pStart, KplMotionVector* pMV, Kpl32s* pSAD) {
     if (pSrc == nullptr || pRef == nullptr || pSearch == nullptr || pMV == nullptr || pSAD == nullptr)
         return kplStsNullPtrErr;
     if (const KplStatus st = check_search(*pSearch, 16, srcStep, refStep, pRefSum8, refSum8Step, 0, 8);
@@ -291,7 +297,7 @@ KplStatus sea_quarters_entry(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRe
         return st;
     Result r;
     search_sea(k16, me_kernels(), pSrc, srcStep, pRef, refStep, nullptr, 0, make_setup(*pSearch), &r, nullptr,
-               pRefSum8, refSum8Step);
+               pRefSum8, refSum8Step, pStart);
     write_result(r, pMV, pSAD);
     return kplStsNoErr;
 }
@@ -332,8 +338,10 @@ KPLVC_API KplStatus kpliSearchSEA16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcSt
 KPLVC_API KplStatus kpliSearchSEAQuarters16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
                                                          Kpl32s refStep, const Kpl16u* pRefSum8,
                                                          Kpl32s refSum8Step, const KplMESearch* pSearch,
-                                                         KplMotionVector* pMV, Kpl32s* pSAD) {
-    return sea_quarters_entry(pSrc, srcStep, pRef, refStep, pRefSum8, refSum8Step, pSearch, pMV, pSAD);
+                                                         const KplMotionVector* pStart, KplMotionVector* pMV,
+                                                         Kpl32s* pSAD) {
+    return sea_quarters_entry(pSrc, srcStep, pRef, refStep, pRefSum8, refSum8Step, pSearch, pStart, pMV,
+                              pSAD);
 }
 
 KPLVC_API KplStatus kpliSearchSEA8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,

@@ -112,8 +112,8 @@ TEST(MeArgs, Searches) {
             const std::vector<Arg> q_steps = {fails(1, 15, kplStsStepErr), fails(3, 19, kplStsStepErr),
                                               fails(5, 25, kplStsStepErr), passes(5, 26)};
             b.p.check("SEA quarters", kpliSearchSEAQuarters16x16_8u32s_C1R,
-                      {b.cur, n, b.ref, b.step, sums8, 26, good, mv, sad},
-                      b.list({null(0), null(2), null(6), null(7), null(8)}, 6, q_steps));
+                      {b.cur, n, b.ref, b.step, sums8, 26, good, mv, mv, sad},
+                      b.list({null(0), null(2), null(6), null(8), null(9)}, 6, q_steps));
         }
 
         const auto fast = n == 16 ? kpliSearchMVFAST16x16_8u32s_C1R : kpliSearchMVFAST8x8_8u32s_C1R;

@@ -105,8 +105,20 @@ TEST(MeSearch, FullAndSeaEqualTheModel) {
             // The bound of the four quarters, with their sums computed by the
             // call and from a plane of 8x8 sums (odd step again).
             const auto quarters = kpliSearchSEAQuarters16x16_8u32s_C1R;
-            ASSERT_EQ(quarters(s.cur, s.cur_step, s.ref, s.ref_step, nullptr, 0, &p, &mv, &sad), kplStsNoErr);
+            ASSERT_EQ(quarters(s.cur, s.cur_step, s.ref, s.ref_step, nullptr, 0, &p, nullptr, &mv, &sad),
+                      kplStsNoErr);
             EXPECT_EQ(found(mv, sad), want) << "SEA quarters, sums of the window, " << what;
+            // A start at the answer (the best J at once: every tie decided by
+            // the bound's tie test) and one anywhere, out of the window too.
+            const KplMotionVector at_answer{static_cast<Kpl16s>(want.vx), static_cast<Kpl16s>(want.vy)};
+            const KplMotionVector anywhere{static_cast<Kpl16s>(rng.range(-70, 70)),
+                                           static_cast<Kpl16s>(rng.range(-70, 70))};
+            for (const KplMotionVector& start : {at_answer, anywhere}) {
+                ASSERT_EQ(quarters(s.cur, s.cur_step, s.ref, s.ref_step, nullptr, 0, &p, &start, &mv, &sad),
+                          kplStsNoErr);
+                EXPECT_EQ(found(mv, sad), want)
+                    << "SEA quarters from (" << start.dx << ", " << start.dy << "), " << what;
+            }
             const int qw = s.aw - 7, qh = s.ah - 7;
             const int32_t q_step = 2 * qw + 5;
             std::vector<uint8_t> q_plane(static_cast<size_t>(q_step) * qh + 2);
@@ -116,7 +128,7 @@ TEST(MeSearch, FullAndSeaEqualTheModel) {
                 kplStsNoErr);
             const auto* q00 =
                 reinterpret_cast<const Kpl16u*>(q_plane.data() + 1 + (-s.ay) * q_step + 2 * (-s.ax));
-            ASSERT_EQ(quarters(s.cur, s.cur_step, s.ref, s.ref_step, q00, q_step, &p, &mv, &sad),
+            ASSERT_EQ(quarters(s.cur, s.cur_step, s.ref, s.ref_step, q00, q_step, &p, nullptr, &mv, &sad),
                       kplStsNoErr);
             EXPECT_EQ(found(mv, sad), want) << "SEA quarters, sum plane, " << what;
         }
