@@ -7,6 +7,7 @@
 
 #include "bench/bench_util.h"
 #include "h264/inter.h"
+#include "kplvc.h"
 
 namespace {
 
@@ -93,6 +94,20 @@ void register_all() {
                 }
             });
     }
+    // The entry point with weights beyond bytes: an even pair (the implicit
+    // 128 and -64) goes to the byte kernel halved, an odd one to the general
+    // kernel.
+    for (Explicit e : {Explicit{"wide_even", false, 128, -64}, Explicit{"wide_odd", false, 127, -65}})
+        benchmark::RegisterBenchmark(
+            (std::string("h264inter/kpliWeightedAverage_16x16/") + e.name).c_str(),
+            [e](benchmark::State& st) {
+                kplvc::bench::Buffer<uint8_t> a = reference_plane(), b = reference_plane();
+                for (auto _ : st) {
+                    kpliWeightedAverage_H264_8u_C1IR(a.data(), kStep, b.data() + 1, kStep, 5, e.w0, e.w1, 1,
+                                                     1, {16, 16});
+                    benchmark::ClobberMemory();
+                }
+            });
 }
 
 KPLVC_BENCH_REGISTER(register_all);

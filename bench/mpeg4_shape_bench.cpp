@@ -1,6 +1,6 @@
-// MPEG-4 binary shape and padding: CAE decoding of boundary BABs (BABs per
-// second in items/s) and padding (macroblocks per second in items/s). Both
-// are scalar only.
+// MPEG-4 binary shape and padding: CAE decoding of boundary BABs, the
+// conversion-ratio down- and up-sampling (BABs per second in items/s) and
+// padding (macroblocks per second in items/s). All are scalar only.
 #include <cstring>
 #include <string>
 #include <vector>
@@ -91,7 +91,37 @@ void pad_vop(benchmark::State& st) {
     st.SetItemsProcessed(static_cast<int64_t>(st.iterations()) * (kW / 16) * (kH / 16));
 }
 
+// Every boundary BAB down-sampled to 16 / convRatio, and the small blocks
+// up-sampled back into a copy of the plane (the border read from it).
+void resample(benchmark::State& st, int cr, bool up) {
+    const std::vector<uint8_t> a = shape_plane();
+    const std::vector<int> mbs = boundary_mbs(a);
+    const int n = 16 / cr;
+    std::vector<uint8_t> small(mbs.size() * 16 * 16);
+    for (size_t i = 0; i < mbs.size(); ++i)
+        kpliDownsampleAlpha_MPEG4_8u_C1R(a.data() + mbs[i], kStep, small.data() + i * 256, 16, {n, n}, cr);
+    std::vector<uint8_t> out = a;
+    for (auto _ : st) {
+        for (size_t i = 0; i < mbs.size(); ++i)
+            if (up)
+                kpliUpsampleBAB_MPEG4_8u_C1R(small.data() + i * 256, 16, out.data() + mbs[i], kStep, cr);
+            else
+                kpliDownsampleAlpha_MPEG4_8u_C1R(a.data() + mbs[i], kStep, small.data() + i * 256, 16, {n, n},
+                                                 cr);
+        benchmark::DoNotOptimize(out.data());
+        benchmark::DoNotOptimize(small.data());
+    }
+    st.SetItemsProcessed(static_cast<int64_t>(st.iterations()) * static_cast<int64_t>(mbs.size()));
+}
+
 void register_all() {
+    for (int cr : {2, 4}) {
+        const std::string r = std::to_string(cr);
+        benchmark::RegisterBenchmark(("mpeg4/bab_downsample_x" + r + "/c").c_str(),
+                                     [cr](benchmark::State& st) { resample(st, cr, false); });
+        benchmark::RegisterBenchmark(("mpeg4/bab_upsample_x" + r + "/c").c_str(),
+                                     [cr](benchmark::State& st) { resample(st, cr, true); });
+    }
     benchmark::RegisterBenchmark("mpeg4/cae_decode_intra16/c", [](benchmark::State& st) { cae(st, false); });
     benchmark::RegisterBenchmark("mpeg4/cae_decode_inter16/c", [](benchmark::State& st) { cae(st, true); });
     benchmark::RegisterBenchmark("mpeg4/pad_boundary_mb/c", pad_boundary);

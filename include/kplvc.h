@@ -1574,6 +1574,61 @@ KPLVC_API KplStatus kpliPadMBExtended_MPEG4_8u_C1R(Kpl8u* pDst, Kpl32s step, Kpl
 KPLVC_API KplStatus kpliPadVOP_MPEG4_8u_C1IR(Kpl8u* pPlane, Kpl32s step, const Kpl8u* pAlpha,
                                              Kpl32s alphaStep, KpliSize roi, Kpl32s chroma);
 
+/* ---- MPEG-4 Visual: down-sampled BABs and the shape vector predictor ---- */
+/* A BAB coded with conv_ratio 2 or 4 (convRatio) is an 8x8 or 4x4 block
+ * (16 / convRatio). The decoder gives the CAE decoder the down-sampled
+ * border, decodes the small block into a scratch area, and up-samples it
+ * into the alpha plane; an encoder down-samples the BAB (and, for inter
+ * coding, the motion-compensated BAB with its border) first. Statuses of
+ * all three: -8; -105 convRatio not 2 or 4; then -6, -14. */
+
+/* Each sample of the dstRoi result stands for a convRatio x convRatio block
+ * of the source: 255 when at least half of its samples are inside (2 of 4,
+ * 8 of 16), else 0. For the motion-compensated BAB with its one-sample
+ * border, pass the area from (-convRatio, -convRatio) of the full-size one
+ * and a roi of 16 / convRatio + 2. */
+KPLVC_API KplStatus kpliDownsampleAlpha_MPEG4_8u_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
+                                                     Kpl32s dstStep, KpliSize dstRoi, Kpl32s convRatio);
+/* The border a down-sampled BAB's CAE contexts read, from the border of the
+ * 16x16 BAB at pSrc in the alpha plane (the two rows above, columns
+ * -2..17, and the two columns on the left, rows 0..15; samples outside the
+ * VOP or the video packet set to 0 by the caller) to the border around the
+ * small block at pDst (the two rows above, columns -2..size+1, and the two
+ * columns on the left, rows 0..size-1). The rows and columns keep their
+ * depth; along them, a sample over the BAB is 255 when any of the convRatio
+ * samples it stands for is, and the two corner samples at each end of the
+ * rows above are copied. */
+KPLVC_API KplStatus kpliDownsampleBABBorder_MPEG4_8u_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
+                                                         Kpl32s dstStep, Kpl32s convRatio);
+/* Up-samples the decoded size x size block at pSrc into the 16x16 BAB at
+ * pDst, with the interpolation filter of ISO/IEC 14496-2 7.5.4, doubling
+ * once (convRatio 2) or twice (4, through 8x8). Every doubling reads the
+ * BAB's border from the plane at pDst as the CAE decoder does, down-sampled
+ * to the resolution it works at (as kpliDownsampleBABBorder_MPEG4_8u_C1R);
+ * the samples right of and below the block repeat its last column, then its
+ * last row. An output sample lies in the square of four input samples
+ * around it: the nearest A, the horizontal and vertical neighbours B and C,
+ * the diagonal one D, and the eight samples around the square form a
+ * context; it is 255 when 4A + 2(B + C + D) + the eight exceeds the
+ * threshold of that context. Where the square lies right of and below A,
+ * the eight are, as bits 0..7: above A, above B, right of B, right of D,
+ * below D, below C, left of C, left of A; the other three positions mirror
+ * this horizontally, vertically or both. */
+KPLVC_API KplStatus kpliUpsampleBAB_MPEG4_8u_C1R(const Kpl8u* pSrc, Kpl32s srcStep, Kpl8u* pDst,
+                                                 Kpl32s dstStep, Kpl32s convRatio);
+/* The predictor of a shape vector (integer samples): the first candidate
+ * whose bit is set in `valid`, in the order of the bits: 0..2 the shape
+ * vectors pShapeMV[0..2] of the macroblocks left, above and above-right
+ * (valid when that BAB has a shape vector: bab_type 0, 1, 5 or 6, in the VOP
+ * and the video packet), then 3..5 the texture vectors pTextureMV[0..2]
+ * (half samples) of block 1 of the left macroblock and block 2 of the
+ * macroblocks above and above-right (valid when that macroblock is inter
+ * coded and not transparent), halved toward zero; (0, 0) when none is.
+ * Statuses: -8, -5 valid outside 0..63. */
+KPLVC_API KplStatus kpliPredictShapeMV_MPEG4(const KplMotionVector* pShapeMV,
+                                             const KplMotionVector* pTextureMV, Kpl32s valid,
+                                             KplMotionVector* pPred);
+
 /* ---- MPEG-4 Visual: reversible VLC texture (data-partitioned packets) ---- */
 /* Streams with reversible_vlc = 1 code the texture partition of a
  * data-partitioned video packet with the reversible tables (ISO/IEC 14496-2

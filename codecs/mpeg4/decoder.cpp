@@ -92,12 +92,26 @@ bool Mpeg4Decoder::allocate() {
     pred_.assign(static_cast<size_t>(mb_count_) * 6, kAbsent);
     packet_.assign(static_cast<size_t>(mb_count_), -1);
     for (auto& m : qp_map_) m.assign(static_cast<size_t>(mb_count_), 1);
+    if (vol_.shape != 0) {
+        alpha_stride_ = 16 * mb_w_ + 2 * kAlphaMargin;
+        for (int i = 0; i < 3; ++i) {
+            alpha_[i].assign(static_cast<size_t>(alpha_stride_) * (16 * mb_h_ + 2 * kAlphaMargin), 0);
+            bab_[i].assign(static_cast<size_t>(mb_count_), 2);
+        }
+        smv_.assign(static_cast<size_t>(mb_count_), KplMotionVector{0, 0});
+        blk_.assign(static_cast<size_t>(mb_count_), 0);
+    }
     return true;
 }
 
 void Mpeg4Decoder::output(const Frame& f) {
     if (stop_) return;
     ++stats_->frames;
+    if (alpha_sink_ != nullptr && vol_.shape != 0) {
+        const int i = static_cast<int>(&f - pool_.data());
+        if (i >= 0 && i < 3)
+            alpha_sink_(alpha_at(i, 0, 0), alpha_stride_, f.width(), f.height(), alpha_user_);
+    }
     if (!sink_((postfilter_ ? postfiltered(f) : f).picture(), user_)) stop_ = true;
 }
 
@@ -132,6 +146,15 @@ void Mpeg4Decoder::start_vop() {
     qp_ = running_qp_ = vop_.quant;
     std::memset(pmv_, 0, sizeof pmv_);
     std::fill(qp_map_[cur_].begin(), qp_map_[cur_].end(), static_cast<uint8_t>(clip_qp(vop_.quant)));
+    if (vol_.shape != 0) {
+        std::fill(alpha_[cur_].begin(), alpha_[cur_].end(), 0);
+        std::fill(bab_[cur_].begin(), bab_[cur_].end(), 2);
+        std::fill(blk_.begin(), blk_.end(), 0);
+        vop_pos_[cur_][0] = vop_.hor_ref;
+        vop_pos_[cur_][1] = vop_.ver_ref;
+        ref_dx_ = bwd_ >= 0 ? vop_.hor_ref - vop_pos_[bwd_][0] : 0;
+        ref_dy_ = bwd_ >= 0 ? vop_.ver_ref - vop_pos_[bwd_][1] : 0;
+    }
 }
 
 // A decoded I-, P- or S-VOP becomes the future reference; the previous one
@@ -139,6 +162,7 @@ void Mpeg4Decoder::start_vop() {
 // for references once the B-VOPs between them are out.
 void Mpeg4Decoder::finish_reference() {
     Frame& f = pool_[cur_];
+    if (vol_.shape != 0) pad_shape_vop();
     for (int p = 0; p < 3; ++p) {
         const int pad = f.pad(p), stride = f.stride(p);
         kpliExpandFrame_H263_8u(f.data(p) - pad * stride - pad, f.plane_width(p), f.plane_height(p), pad,
@@ -201,18 +225,23 @@ void Mpeg4Decoder::predict_mb(const Dest& d, int ref, int mbx, int mby, const Kp
                               int rc) {
     const bool q = vol_.quarter_sample;
     const Plane &py = plane(ref, 0), &pcb = plane(ref, 1), &pcr = plane(ref, 2);
+    // A VOP with shape sits at its own position: the reference is read where
+    // this VOP's samples are (ref_dx_ / ref_dy_ are 0 for rectangular VOPs;
+    // chroma takes half the offset, rounded down).
+    const int lx = 16 * mbx + ref_dx_, ly = 16 * mby + ref_dy_;
+    const int cx = 8 * mbx + (ref_dx_ >> 1), cy = 8 * mby + (ref_dy_ >> 1);
     KplMotionVector c;
     if (!four) {
-        predict(d.y, d.ys, py, 16 * mbx, 16 * mby, 16, 16, mv[0].dx, mv[0].dy, q, rc);
+        predict(d.y, d.ys, py, lx, ly, 16, 16, mv[0].dx, mv[0].dy, q, rc);
         c = chroma_mv(mv[0], q);
     } else {
         for (int b = 0; b < 4; ++b)
-            predict(d.y + (b >> 1) * 8 * d.ys + (b & 1) * 8, d.ys, py, 16 * mbx + (b & 1) * 8,
-                    16 * mby + (b >> 1) * 8, 8, 8, mv[b].dx, mv[b].dy, q, rc);
+            predict(d.y + (b >> 1) * 8 * d.ys + (b & 1) * 8, d.ys, py, lx + (b & 1) * 8, ly + (b >> 1) * 8, 8,
+                    8, mv[b].dx, mv[b].dy, q, rc);
         c = chroma_mv4(mv, q);
     }
-    predict(d.cb, d.cs, pcb, 8 * mbx, 8 * mby, 8, 8, c.dx, c.dy, false, rc);
-    predict(d.cr, d.cs, pcr, 8 * mbx, 8 * mby, 8, 8, c.dx, c.dy, false, rc);
+    predict(d.cb, d.cs, pcb, cx, cy, 8, 8, c.dx, c.dy, false, rc);
+    predict(d.cr, d.cs, pcr, cx, cy, 8, 8, c.dx, c.dy, false, rc);
 }
 
 // Field prediction: the top field rows (0, 2, ...) from the reference field
@@ -270,7 +299,7 @@ void Mpeg4Decoder::add_residual(int mbx, int mby, int16_t (*res)[64], const bool
 // ---- Texture ---------------------------------------------------------------------
 
 bool Mpeg4Decoder::intra_blocks(BitReader& br, int mbx, int mby, int cbp, bool ac_pred, bool dc_vlc,
-                                bool field_dct) {
+                                bool field_dct, int blocks) {
     const int mb = mby * mb_w_ + mbx;
     // A neighbour's record, or the absent one outside the VOP, in another
     // packet or when not intra.
@@ -281,7 +310,11 @@ bool Mpeg4Decoder::intra_blocks(BitReader& br, int mbx, int mby, int cbp, bool a
         return &pred_[static_cast<size_t>(n) * 6 + b];
     };
     Frame& f = pool_[cur_];
+    // A block outside the shape has no texture and is no predictor.
+    for (int b = 0; b < 4; ++b)
+        if (((blocks >> b) & 1) == 0) pred_[static_cast<size_t>(mb) * 6 + b] = kAbsent;
     for (int b = 0; b < 6; ++b) {
+        if (b < 4 && ((blocks >> b) & 1) == 0) continue;
         const KplMPEG4IntraPred *A, *B, *C;
         if (b < 4) {
             // Left, above-left and above 8x8 blocks, inside or outside this
@@ -368,6 +401,17 @@ bool Mpeg4Decoder::decode_mb_ip(BitReader& br, int mbx, int mby) {
     KplMotionVector* mv = &mv_[static_cast<size_t>(mb) * 4];
     const bool s_vop = vop_.type == kS;
     const Dest dst = frame_dest(mbx, mby);
+    int blocks = 15;
+    if (vol_.shape != 0) {
+        if (!decode_shape(br, mbx, mby, &blocks)) return false;
+        blk_[mb] = static_cast<uint8_t>(blocks);
+        if (blocks == 0) {
+            // Transparent: no texture (padding fills it in).
+            for (int b = 0; b < 4; ++b) mv[b] = {0, 0};
+            for (int b = 0; b < 6; ++b) pred_[static_cast<size_t>(mb) * 6 + b] = kAbsent;
+            return true;
+        }
+    }
 
     if (vop_.type != kI && br.bit()) {
         // not_coded: a copy of the reference (the warped one in an S-VOP,
@@ -394,9 +438,22 @@ bool Mpeg4Decoder::decode_mb_ip(BitReader& br, int mbx, int mby) {
     if (type > 4) return false;
     const bool mcsel = s_vop && type < 2 && br.bit();
     const bool ac_pred = intra && br.bit();
-    Kpl8u cbpy;
-    if (kpliDecodeCBPY_H263(br.pp(), br.po(), &cbpy) != kplStsNoErr) return false;
-    const int cbp = ((intra ? 15 - cbpy : cbpy) << 2) | ((mcbpc >> 4) & 3);
+    int cbp;
+    const int inside = __builtin_popcount(static_cast<unsigned>(blocks));
+    if (inside == 4) {
+        Kpl8u cbpy;
+        if (kpliDecodeCBPY_H263(br.pp(), br.po(), &cbpy) != kplStsNoErr) return false;
+        cbp = ((intra ? 15 - cbpy : cbpy) << 2) | ((mcbpc >> 4) & 3);
+    } else {
+        // One bit per block inside the shape, in block order.
+        int v;
+        if (!read_cbpy_shape(br, inside, &v)) return false;
+        if (intra) v = ((1 << inside) - 1) - v;
+        int cbpy = 0;
+        for (int b = 0, k = inside - 1; b < 4; ++b)
+            if ((blocks >> b) & 1) cbpy |= ((v >> k--) & 1) << (3 - b);
+        cbp = (cbpy << 2) | ((mcbpc >> 4) & 3);
+    }
     if (type == 1 || type == 4) qp_ = clip_qp(qp_ + kDquant[br.get(2)]);
     // intra_dc_vlc_thr compares the quantiser of the previous coded
     // macroblock of the packet (this one's for the first).
@@ -419,11 +476,14 @@ bool Mpeg4Decoder::decode_mb_ip(BitReader& br, int mbx, int mby) {
     if (intra) {
         inf.intra = 1;
         for (int b = 0; b < 4; ++b) mv[b] = {0, 0};
-        return intra_blocks(br, mbx, mby, cbp, ac_pred, dc_vlc, field_dct);
+        return intra_blocks(br, mbx, mby, cbp, ac_pred, dc_vlc, field_dct, blocks);
     }
-    const int avail = (mbx > 0 && mb - 1 >= packet_start_ ? 1 : 0) |
-                      (mby > 0 && mb - mb_w_ >= packet_start_ ? 2 : 0) |
-                      (mby > 0 && mbx < mb_w_ - 1 && mb - mb_w_ + 1 >= packet_start_ ? 4 : 0);
+    // Neighbours outside the shape (transparent macroblocks) predict nothing.
+    auto shaped = [&](int n) { return vol_.shape == 0 || blk_[n] != 0; };
+    const int avail =
+        (mbx > 0 && mb - 1 >= packet_start_ && shaped(mb - 1) ? 1 : 0) |
+        (mby > 0 && mb - mb_w_ >= packet_start_ && shaped(mb - mb_w_) ? 2 : 0) |
+        (mby > 0 && mbx < mb_w_ - 1 && mb - mb_w_ + 1 >= packet_start_ && shaped(mb - mb_w_ + 1) ? 4 : 0);
     const int step = 4 * mb_w_;
     KplMotionVector fmv[2];
     if (mcsel) {
@@ -431,11 +491,22 @@ bool Mpeg4Decoder::decode_mb_ip(BitReader& br, int mbx, int mby) {
         kpliWarpMV_MPEG4(&warp_, mbx, mby, vop_.fcode_f, vol_.quarter_sample, &v);
         for (int b = 0; b < 4; ++b) mv[b] = v;
     } else if (type == 2) {
+        // A block outside the shape sends no vector; it takes the one of the
+        // block before it (the first inside for block 0).
         for (int b = 0; b < 4; ++b) {
+            if (((blocks >> b) & 1) == 0) {
+                mv[b] = b > 0 ? mv[b - 1] : KplMotionVector{0, 0};
+                continue;
+            }
             KplMotionVector p;
             kpliPredictMV_MPEG4(mv, step, b, avail, &p);
             if (kpliDecodeMV_MPEG4_1u16s(br.pp(), br.po(), &p, &mv[b], vop_.fcode_f) != kplStsNoErr)
                 return false;
+        }
+        if ((blocks & 1) == 0) {
+            int first = 1;
+            while (((blocks >> first) & 1) == 0) ++first;
+            for (int b = 0; b < first; ++b) mv[b] = mv[first];
         }
     } else if (field_pred) {
         KplMotionVector p;
@@ -657,16 +728,29 @@ int Mpeg4Decoder::packet_number(const BitReader& br) const {
 bool Mpeg4Decoder::read_packet_header(BitReader& br, int* mb_number) {
     br.skip(8 - br.bit_off());
     br.skip(resync_zeros(vop_) + 1);
+    // With shape, header_extension_code comes first and repeats the
+    // bounding box here.
+    bool hec = false;
+    if (vol_.shape != 0) {
+        hec = br.bit();
+        if (hec)
+            for (int k = 0; k < 4; ++k) {
+                br.skip(13);
+                br.marker();
+            }
+    }
     *mb_number = static_cast<int>(br.get(mb_bits_));
     const int q = static_cast<int>(br.get(vol_.quant_precision));
-    if (br.bit()) {  // header_extension_code: a copy of the VOP header's fields
+    if (vol_.shape == 0) hec = br.bit();
+    if (hec) {  // header_extension_code: a copy of the VOP header's fields
         while (br.bit())
             if (br.overrun()) return false;
         br.marker();
         br.skip(vol_.time_bits);
         br.marker();
         const int type = static_cast<int>(br.get(2));
-        br.skip(3);                                            // intra_dc_vlc_thr
+        if (vol_.shape != 0) br.skip(type != kI ? 2 : 1);  // change_conv_ratio_disable, vop_shape_coding_type
+        br.skip(3);                                        // intra_dc_vlc_thr
         if (type == kS && vol_.warp_points > 0) return false;  // trajectory repeated: not expected here
         if (type != kI) br.skip(3);
         if (type == kB) br.skip(3);
@@ -760,12 +844,29 @@ bool Mpeg4Decoder::decode_vop(BitReader& br) {
             pb_field_ = 2 * (frames(t) - frames(past));
         }
     }
-    if (!vop_.coded) return true;                                // nothing to show (the reference stays)
+    if (!vop_.coded) return true;  // nothing to show (the reference stays)
+    if (vol_.shape != 0) {
+        if (vop_.type == kB || vop_.type == kS) {
+            // Not decoded with shape yet: skipped, counted, named.
+            ++stats_->errors;
+            std::snprintf(stats_->message, sizeof stats_->message, "B-VOPs with binary shape are skipped");
+            return true;
+        }
+        if (pool_.empty() || vop_.vop_width != vol_.width || vop_.vop_height != vol_.height) {
+            // A new bounding-box size: new buffers, and prediction restarts.
+            if (held_ && bwd_ >= 0) output(pool_[bwd_]);
+            vol_.width = vop_.vop_width;
+            vol_.height = vop_.vop_height;
+            allocate();
+        }
+    }
     if (vop_.type == kB && (fwd_ < 0 || bwd_ < 0)) return true;  // no past reference yet
     if (vop_.type != kI && bwd_ < 0) {
         // A P-VOP without a reference (the stream starts damaged): predict
         // from grey.
         bwd_ = 0;
+        vop_pos_[0][0] = vop_.hor_ref;
+        vop_pos_[0][1] = vop_.ver_ref;
         for (int p = 0; p < 3; ++p) {
             Frame& g = pool_[0];
             const int pad = g.pad(p), s = g.stride(p);
@@ -944,7 +1045,8 @@ bool Mpeg4Decoder::decode_short_vop(BitReader& br) {
 
 bool Mpeg4Decoder::run(const uint8_t* data, size_t size) {
     std::vector<uint8_t> buf(data, data + size);
-    buf.resize(size + BitReader::kPadding, 0);
+    // The shape decoder's arithmetic code looks up to 512 bytes ahead.
+    buf.resize(size + BitReader::kPadding + 512, 0);
     BitReader br(buf.data(), size);
     size_t pos = 0;
     bool any_vol = false;
@@ -968,15 +1070,25 @@ bool Mpeg4Decoder::run(const uint8_t* data, size_t size) {
                         return false;
                     }
                 } else {
-                    const bool same = vol_.valid && vol_.width == v.width && vol_.height == v.height;
+                    const bool same = vol_.valid && vol_.shape == v.shape && vol_.width == v.width &&
+                                      vol_.height == v.height;
+                    const bool same_shaped = vol_.valid && vol_.shape != 0 && v.shape != 0;
+                    if (same_shaped) v.width = vol_.width, v.height = vol_.height;  // the VOPs' size
                     vol_ = v;
                     if (rewrite_out_ && v.data_partitioned && !v.rvlc)
                         rw_.push_back(
                             {{static_cast<int64_t>(v.rvlc_bit), static_cast<int64_t>(v.rvlc_bit) + 1},
                              std::vector<uint8_t>{1}});
-                    if (!same) {
+                    if (!same && !same_shaped) {
                         if (held_ && bwd_ >= 0) output(pool_[bwd_]);
-                        allocate();
+                        held_ = false;
+                        if (v.shape == 0) {
+                            allocate();
+                        } else {
+                            // Sized by the first VOP's bounding box.
+                            pool_.clear();
+                            cur_ = fwd_ = bwd_ = -1;
+                        }
                     }
                     any_vol = true;
                 }

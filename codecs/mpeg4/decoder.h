@@ -39,6 +39,10 @@ public:
     // texture partition forward only (for comparison; the default reads it
     // backward too).
     void set_backward(bool on) { backward_ = on; }
+    // Binary shape: called with the alpha plane (0 / 255, the VOP's bounding
+    // box, row step `stride`) of each picture handed out, just before it.
+    using AlphaSink = void (*)(const uint8_t* alpha, int stride, int width, int height, void* user);
+    void set_alpha_sink(AlphaSink sink, void* user) { alpha_sink_ = sink, alpha_user_ = user; }
     // While decoding a data-partitioned stream without reversible VLCs, also
     // write the same stream with its texture partitions in reversible VLCs
     // into *out (filled by run(); left empty if a packet was damaged).
@@ -64,7 +68,24 @@ private:
     bool decode_mb_ip(BitReader& br, int mbx, int mby);
     bool decode_mb_b(BitReader& br, int mbx, int mby);
     bool decode_mb_short(BitReader& br, int mbx, int mby);
-    bool intra_blocks(BitReader& br, int mbx, int mby, int cbp, bool ac_pred, bool dc_vlc, bool field_dct);
+    // blocks: the luminance blocks inside the shape (bit b for block b); the
+    // others carry no texture.
+    bool intra_blocks(BitReader& br, int mbx, int mby, int cbp, bool ac_pred, bool dc_vlc, bool field_dct,
+                      int blocks = 15);
+
+    // Binary shape (shape.cpp): the macroblock's BAB into the alpha plane;
+    // *blocks gets its luminance blocks that are not transparent.
+    bool decode_shape(BitReader& br, int mbx, int mby, int* blocks);
+    // cbpy of a macroblock with n (1..3) blocks inside the shape, as the
+    // inter meaning (a bit per block, first block first).
+    static bool read_cbpy_shape(BitReader& br, int n, int* cbpy);
+    // Macroblocks 0..mb_count_ of the VOP have their shape (transparent
+    // ones skipped); pads the texture for use as a reference.
+    void pad_shape_vop();
+    uint8_t* alpha_at(int frame, int x, int y) {
+        return alpha_[frame].data() + static_cast<intptr_t>(y + kAlphaMargin) * alpha_stride_ + x +
+               kAlphaMargin;
+    }
     bool inter_residual(BitReader& br, int cbp, int16_t (*res)[64], bool* coded);
 
     // Video packets.
@@ -153,6 +174,22 @@ private:
     bool postfilter_ = false;
     std::vector<uint8_t> qp_map_[3];
     Frame post_[2];
+
+    // Binary shape: per pool frame the alpha plane (with a margin of zeros),
+    // the bab_type of each macroblock and the VOP's position; for the VOP
+    // being decoded the shape vectors and the luminance blocks inside the
+    // shape. Texture prediction reads the reference at the current VOP's
+    // position less the reference's (ref_dx_, ref_dy_).
+    static constexpr int kAlphaMargin = 32;
+    std::vector<uint8_t> alpha_[3];
+    int alpha_stride_ = 0;
+    std::vector<uint8_t> bab_[3];
+    int vop_pos_[3][2] = {};
+    std::vector<KplMotionVector> smv_;
+    std::vector<uint8_t> blk_;
+    int ref_dx_ = 0, ref_dy_ = 0;
+    AlphaSink alpha_sink_ = nullptr;
+    void* alpha_user_ = nullptr;
 
     // Data partitioning.
     std::vector<DpMb> dp_;

@@ -101,20 +101,24 @@ bool parse_vol(BitReader& br, Vol* vol, const char** why) {
         }
     }
     v.shape = static_cast<int>(br.get(2));
-    if (v.shape != 0) return *why = "arbitrary-shape video object layers are not supported", false;
+    if (v.shape == 3) return *why = "grey-scale shape (alpha planes) is not supported", false;
+    if (v.shape == 2) return *why = "binary-only shape video object layers are not supported", false;
     br.marker();
     v.time_res = static_cast<int>(br.get(16));
     if (v.time_res == 0) return *why = "damaged VOL header (time resolution 0)", false;
     br.marker();
     v.time_bits = bits_for(v.time_res);
     if (br.bit()) br.skip(v.time_bits);  // fixed_vop_rate
-    br.marker();
-    v.width = static_cast<int>(br.get(13));
-    br.marker();
-    v.height = static_cast<int>(br.get(13));
-    br.marker();
-    if (v.width < 16 || v.height < 16 || v.width > 4096 || v.height > 4096)
-        return *why = "damaged VOL header (picture size)", false;
+    if (v.shape == 0) {
+        br.marker();
+        v.width = static_cast<int>(br.get(13));
+        br.marker();
+        v.height = static_cast<int>(br.get(13));
+        br.marker();
+        if (v.width < 16 || v.height < 16 || v.width > 4096 || v.height > 4096)
+            return *why = "damaged VOL header (picture size)", false;
+    }
+    // With binary shape the size comes with each VOP (its bounding box).
     v.interlaced = br.bit();
     br.skip(1);  // obmc_disable
     v.sprite = static_cast<int>(v.verid == 1 ? br.get(1) : br.get(2));
@@ -147,6 +151,11 @@ bool parse_vol(BitReader& br, Vol* vol, const char** why) {
         v.rvlc = br.bit();
         if (v.interlaced) return *why = "data partitioning of interlaced VOPs is not supported", false;
     }
+    if (v.shape != 0) {
+        if (v.interlaced) return *why = "interlaced VOPs with binary shape are not supported", false;
+        if (v.sprite != kNoSprite) return *why = "sprites with binary shape are not supported", false;
+        if (v.data_partitioned) return *why = "data partitioning with binary shape is not supported", false;
+    }
     if (v.verid != 1) {
         if (br.bit()) return *why = "NEWPRED is not supported", false;
         if (br.bit()) return *why = "reduced-resolution VOPs are not supported", false;
@@ -174,6 +183,24 @@ bool parse_vop(BitReader& br, const Vol& vol, Vop* vop, const char** why) {
     }
     if (v.type == kS && vol.sprite != kGmc) return *why = "damaged VOP header (S-VOP without GMC)", false;
     if (v.type == kP || (v.type == kS)) v.rounding = static_cast<int>(br.get(1));
+    if (vol.shape != 0) {
+        // The bounding box: size, then the position as 13-bit two's
+        // complement numbers; then change_conv_ratio_disable and the
+        // constant alpha (a composition hint, skipped).
+        v.vop_width = static_cast<int>(br.get(13));
+        br.marker();
+        v.vop_height = static_cast<int>(br.get(13));
+        br.marker();
+        auto signed13 = [](uint32_t u) { return static_cast<int>(u) - ((u & 0x1000u) ? 0x2000 : 0); };
+        v.hor_ref = signed13(br.get(13));
+        br.marker();
+        v.ver_ref = signed13(br.get(13));
+        br.marker();
+        v.conv_ratio_disable = br.bit();
+        if (br.bit()) br.skip(8);  // vop_constant_alpha_value
+        if (v.vop_width < 1 || v.vop_height < 1 || v.vop_width > 4096 || v.vop_height > 4096)
+            return *why = "damaged VOP header (bounding box)", false;
+    }
     v.dc_thr = static_cast<int>(br.get(3));
     if (vol.interlaced) {
         v.top_field_first = br.bit();
@@ -195,6 +222,7 @@ bool parse_vop(BitReader& br, const Vol& vol, Vop* vop, const char** why) {
         v.fcode_b = static_cast<int>(br.get(3));
         if (v.fcode_b == 0) return *why = "damaged VOP header (f_code 0)", false;
     }
+    if (vol.shape != 0 && v.type != kI) v.inter_shape = br.bit();
     if (br.overrun()) return *why = "damaged VOP header (truncated)", false;
     *vop = v;
     return true;

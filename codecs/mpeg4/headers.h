@@ -18,7 +18,7 @@ enum Sprite { kNoSprite = 0, kStatic = 1, kGmc = 2 };
 struct Vol {
     bool valid = false;
     int verid = 1;
-    int shape = 0;  // 0 rectangular
+    int shape = 0;  // 0 rectangular, 1 binary (the only other one decoded)
     int time_res = 1;
     int time_bits = 1;
     int width = 0, height = 0;
@@ -50,6 +50,10 @@ struct Vop {
     int increment = 0;
     // Short video header only.
     int gob_count = 0;
+    // Binary shape: the bounding box (position signed, in luma samples).
+    int vop_width = 0, vop_height = 0, hor_ref = 0, ver_ref = 0;
+    bool conv_ratio_disable = false;
+    bool inter_shape = false;  // vop_shape_coding_type (P-VOPs)
 };
 
 // Each returns false, with why, on a stream it cannot decode (an

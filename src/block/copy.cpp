@@ -38,10 +38,6 @@ constexpr Upgrade<BlockCopyKernels> kCascade[] = {
 
 BlockCopyKernels blockcopy_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
-const BlockCopyKernels& blockcopy_kernels() {
-    return active_table<BlockCopyKernels, blockcopy_kernels_for>();
-}
-
 namespace {
 KPLVC_INLINE KplStatus mc_block(const Kpl8u* src, Kpl32s src_step, Kpl8u* dst, Kpl32s dst_step,
                                 Kpl32s pred_type, Kpl32s rc) {

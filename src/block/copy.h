@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "core/cpu.h"
+#include "core/dispatch.h"
 
 namespace kplvc::block {
 
@@ -37,7 +38,11 @@ struct BlockCopyKernels {
 };
 
 BlockCopyKernels blockcopy_kernels_for(cpu::Isa isa);
-const BlockCopyKernels& blockcopy_kernels();
+// Inline, so that an entry point in another file (the H.263 copies) loads
+// the kernel pointer without a call in between.
+inline const BlockCopyKernels& blockcopy_kernels() {
+    return active_table<BlockCopyKernels, blockcopy_kernels_for>();
+}
 
 // The scalar difference kernels (diff.cpp), installed first by the builder.
 void install_scalar_diff(BlockCopyKernels& k);

@@ -40,11 +40,6 @@ int chroma_size_index(int32_t w, int32_t h) {
     return -1;
 }
 
-int avg_width_index(int32_t w, int32_t h) {
-    if (luma_size_index(w, h) < 0 && chroma_size_index(w, h) < 0) return -1;
-    return w == 16 ? 0 : w == 8 ? 1 : w == 4 ? 2 : 3;
-}
-
 namespace {
 
 // ---- Luma reference --------------------------------------------------------------
@@ -246,6 +241,12 @@ KPLVC_API KplStatus kpliWeightedAverage_H264_8u_C1IR(Kpl8u* pSrcDst, Kpl32s srcD
         k.average[wi](pSrcDst, srcDstStep, pSrc, srcStep, roiSize.height);
     else if (kplvc::h264::weights_fit_bytes(w0, w1))
         k.weight_small[wi](pSrcDst, srcDstStep, pSrc, srcStep, roiSize.height, w0, w1, logWD,
+                           (o0 + o1 + 1) >> 1);
+    else if (((w0 | w1) & 1) == 0 && logWD > 0)
+        // Even weights beyond the byte kernel's range (the implicit pair 128 and
+        // -64, for one): with X = p0 w0/2 + p1 w1/2, (2X + 2^k) >> (k + 1) is
+        // (X + 2^(k-1)) >> k, and the halved weights always fit it.
+        k.weight_small[wi](pSrcDst, srcDstStep, pSrc, srcStep, roiSize.height, w0 / 2, w1 / 2, logWD - 1,
                            (o0 + o1 + 1) >> 1);
     else
         k.weight[wi](pSrcDst, srcDstStep, pSrc, srcStep, roiSize.height, w0, w1, logWD, (o0 + o1 + 1) >> 1);

@@ -2,6 +2,7 @@
 // interpolation, eighth-sample chroma interpolation and weighted averaging.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 
 #include "core/cpu.h"
@@ -23,8 +24,18 @@ constexpr int kAvgWidths = 4;
 int luma_size_index(int32_t w, int32_t h);
 int chroma_size_index(int32_t w, int32_t h);
 // Index of a weighted-averaging size's width (16, 8, 4, 2 -> 0..3), -1 when
-// w x h is none of the ten sizes.
-int avg_width_index(int32_t w, int32_t h);
+// w x h is none of the ten sizes. Without a search, inline in the entry
+// point: w and h must each be 2, 4, 8 or 16, and the pair one of the ten
+// sizes, bit 4 (log2 w - 1) + (log2 h - 1) of kAvgSizes.
+inline int avg_width_index(int32_t w, int32_t h) {
+    const uint32_t uw = static_cast<uint32_t>(w), uh = static_cast<uint32_t>(h);
+    if (uw - 2 > 14 || uh - 2 > 14 || (uw & (uw - 1)) != 0 || (uh & (uh - 1)) != 0) return -1;
+    const int lw = std::countr_zero(uw) - 1, lh = std::countr_zero(uh) - 1;
+    // 16x16, 16x8, 8x16, 8x8, 8x4, 4x8, 4x4, 4x2, 2x4, 2x2
+    constexpr uint32_t kAvgSizes =
+        1u << 15 | 1u << 14 | 1u << 11 | 1u << 10 | 1u << 9 | 1u << 6 | 1u << 5 | 1u << 4 | 1u << 1 | 1u << 0;
+    return (kAvgSizes >> (4 * lw + lh)) & 1u ? 3 - lw : -1;
+}
 
 // One luma kernel per size and position (index 4*yFrac + xFrac). src points
 // at the block's top-left reference sample.

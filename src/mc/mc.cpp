@@ -176,8 +176,6 @@ KPLVC_INLINE KplStatus run_bidir(Shape s, const Kpl8u* ref_f, Kpl32s step_f, Kpl
 
 McKernels mc_kernels_for(cpu::Isa isa) { return build_table(kCascade, isa); }
 
-const McKernels& mc_kernels() { return active_table<McKernels, mc_kernels_for>(); }
-
 }  // namespace kplvc::mc
 
 using namespace kplvc::mc;

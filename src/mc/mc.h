@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "core/cpu.h"
+#include "core/dispatch.h"
 
 namespace kplvc::mc {
 
@@ -54,7 +55,9 @@ struct McKernels {
 };
 
 McKernels mc_kernels_for(cpu::Isa isa);
-const McKernels& mc_kernels();
+// Inline, so that an entry point in another file (the H.263 copies, the
+// block differences) loads the kernel pointer without a call in between.
+inline const McKernels& mc_kernels() { return active_table<McKernels, mc_kernels_for>(); }
 
 // The shapes whose two-reference kernels build half-sample predictions from
 // rounding byte averages with a saturating decrement (see mc.cpp).

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <utility>
 #include <vector>
 
 #include "h264/inter.h"
@@ -228,6 +229,9 @@ TEST(InterWeight, FormulaCases) {
         {255, 255, 0, -128, 0, -128, -128, 0},
         {200, 100, 6, 100, 28, -7, 3, 176},  // 22864 >> 7 = 178, (-3) >> 1 = -2
         {13, 250, 2, -3, 5, 0, 0, 151},      // 1215 >> 3
+        // Even weights beyond bytes, taken halved with logWD - 1.
+        {1, 0, 1, 128, -128, 0, 0, 32},      // (128 + 2) >> 2
+        {3, 0, 2, -126, 128, 127, 127, 80},  // (-378 + 4) >> 3 = -47, + 127
         {255, 1, 7, 127, 1, 0, 0,
          127},  // (32385 + 1 + 128) >> 8       // (-259 + 3819 + 8) >> 4 = 223, (-3) >> 1 = -2
     };
@@ -280,6 +284,21 @@ TEST(InterWeight, SingleListInPlace) {
 
 // Pointers, then the size (below 1, then not one of the block sizes), the
 // steps, then fractions or weights; the range limits themselves are accepted.
+// The weighted average takes exactly the luma and chroma partition sizes.
+TEST(InterArgs, WeightedAverageSizes) {
+    const std::vector<std::pair<int, int>> sizes = {{16, 16}, {16, 8}, {8, 16}, {8, 8}, {8, 4},
+                                                    {4, 8},   {4, 4},  {4, 2},  {2, 4}, {2, 2}};
+    std::vector<Kpl8u> a(64 * 64), b(64 * 64);
+    for (int w = 1; w <= 33; ++w)
+        for (int h = 1; h <= 33; ++h) {
+            const bool ok = std::find(sizes.begin(), sizes.end(), std::pair{w, h}) != sizes.end();
+            EXPECT_EQ(
+                kpliWeightedAverage_H264_8u_C1IR(a.data(), 64, b.data(), 64, 0, 1, 1, 0, 0, KpliSize{w, h}),
+                ok ? kplStsNoErr : kplStsBlockSizeErr)
+                << w << "x" << h;
+        }
+}
+
 TEST(InterArgs, FirstFailingCheckWinsAndNothingIsWritten) {
     kplvc::test::ArgPool p;
     const Kpl8u* src = p.take<Kpl8u>(64 * 64) + 2 * 32 + 2;  // room for the window before the block

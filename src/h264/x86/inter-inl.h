@@ -518,19 +518,28 @@ void weight_small(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step
     }
 }
 
-// Two rows an iteration (every block height is even): the loop is then
-// bound by its loads and stores rather than by the loop's own bookkeeping.
+// The rows written out in full for each height the width has (16, 8, 4 or
+// 2, all even): a 16x16 average is 32 loads and 16 stores, and a counted
+// loop around them added a taken branch per pair of rows to a kernel that
+// the loads and stores alone bound.
+template <int W, int Rows>
+inline void average_rows(uint8_t* d, intptr_t ds, const uint8_t* p, intptr_t ss) {
+#pragma GCC unroll 16
+    for (int y = 0; y < Rows; ++y)
+        storen<W>(d + y * ds, _mm_avg_epu8(loadn<W>(d + y * ds), loadn<W>(p + y * ss)));
+}
+
 template <int W>
 void average(uint8_t* sd, int32_t sd_step, const uint8_t* s, int32_t s_step, int32_t rows) {
     const intptr_t ds = sd_step, ss = s_step;
-    for (int32_t y = 0; y < rows; y += 2) {
-        uint8_t* d = sd + y * ds;
-        const uint8_t* p = s + y * ss;
-        const __m128i r0 = _mm_avg_epu8(loadn<W>(d), loadn<W>(p));
-        const __m128i r1 = _mm_avg_epu8(loadn<W>(d + ds), loadn<W>(p + ss));
-        storen<W>(d, r0);
-        storen<W>(d + ds, r1);
-    }
+    if (rows == 16)
+        average_rows<W, 16>(sd, ds, s, ss);
+    else if (rows == 8)
+        average_rows<W, 8>(sd, ds, s, ss);
+    else if (rows == 4)
+        average_rows<W, 4>(sd, ds, s, ss);
+    else
+        average_rows<W, 2>(sd, ds, s, ss);
 }
 
 // ---- The entries a level installs ----------------------------------------------------

@@ -18,7 +18,7 @@ inline void store16b(uint8_t* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<
 template <int Rows, class Row>
 inline void each_row(uint8_t* p, int32_t step, Row row) {
     const intptr_t s = step, s3 = 3 * s;
-#pragma GCC unroll 1
+#pragma GCC unroll 4
     for (int y = 0; y < Rows; y += 4) {
         uint8_t* b = p + y * s;
         row(b);

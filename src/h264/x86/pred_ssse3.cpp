@@ -82,7 +82,11 @@ inline void store4x4(uint8_t* d, int32_t step, __m128i v) {
 }
 
 inline void fill4(uint8_t* d, int32_t step, uint32_t w) {
-    for (int y = 0; y < 4; ++y) store32u(row_at(d, step, y), w);
+    const intptr_t s = step;
+    store32u(d, w);
+    store32u(d + s, w);
+    store32u(d + 2 * s, w);
+    store32u(d + 3 * s, w);
 }
 
 constexpr uint32_t kFill128 = 0x80808080u;
@@ -143,28 +147,39 @@ int32_t horizontal(uint8_t* d, int32_t step, int32_t avail) {
         fill4(d, step, kFill128);
         return kNoNeighbourWarning;
     }
-    for (int y = 0; y < 4; ++y) {
-        uint8_t* r = row_at(d, step, y);
-        store32u(r, 0x01010101u * r[-1]);
-    }
+    const intptr_t s = step;
+    store32u(d, 0x01010101u * d[-1]);
+    store32u(d + s, 0x01010101u * d[s - 1]);
+    store32u(d + 2 * s, 0x01010101u * d[2 * s - 1]);
+    store32u(d + 3 * s, 0x01010101u * d[3 * s - 1]);
+    return 0;
+}
+
+// Sum of the four bytes of w, in two halving steps.
+inline uint32_t sum4(uint32_t w) {
+    const uint32_t pairs = (w & 0x00FF00FFu) + ((w >> 8) & 0x00FF00FFu);
+    return (pairs & 0xFFFFu) + (pairs >> 16);
+}
+
+// DC with a side missing, out of line so that the usual case (both present)
+// is one predicted branch and a short straight run.
+[[gnu::noinline]] int32_t dc_partial(uint8_t* d, int32_t step, int32_t avail) {
+    const intptr_t s = step;
+    uint32_t v = 128;
+    if (avail & kAvailTop)
+        v = (sum4(load32u(d - s)) + 2) >> 2;
+    else if (avail & kAvailLeft)
+        v = (uint32_t{d[-1]} + d[s - 1] + d[2 * s - 1] + d[3 * s - 1] + 2) >> 2;
+    fill4(d, step, 0x01010101u * v);
     return 0;
 }
 
 int32_t dc(uint8_t* d, int32_t step, int32_t avail) {
-    const bool t = (avail & kAvailTop) != 0, l = (avail & kAvailLeft) != 0;
-    uint32_t v = 128;
-    if (t || l) {
-        uint32_t sum = 0;
-        if (t) {  // the four bytes of the top word, summed in two halving steps
-            const uint32_t w = load32u(row_at(d, step, -1));
-            const uint32_t pairs = (w & 0x00FF00FFu) + ((w >> 8) & 0x00FF00FFu);
-            sum = (pairs & 0xFFFFu) + (pairs >> 16);
-        }
-        if (l)
-            for (int y = 0; y < 4; ++y) sum += row_at(d, step, y)[-1];
-        v = t && l ? (sum + 4) >> 3 : (sum + 2) >> 2;
-    }
-    fill4(d, step, 0x01010101u * v);
+    if ((avail & (kAvailTop | kAvailLeft)) != (kAvailTop | kAvailLeft)) [[unlikely]]
+        return dc_partial(d, step, avail);
+    const intptr_t s = step;
+    const uint32_t left = (uint32_t{d[-1]} + d[s - 1]) + (uint32_t{d[2 * s - 1]} + d[3 * s - 1]);
+    fill4(d, step, 0x01010101u * ((sum4(load32u(d - s)) + left + 4) >> 3));
     return 0;
 }
 

@@ -27,14 +27,65 @@ KPLVC_INLINE void store_pair(__m256i v0, __m256i v1, uint8_t* dst, int32_t dst_s
                      _mm256_extracti128_si256(pk, 1));
 }
 
+// Rows of a 16-wide half-sample prediction in bytes, exact at rounding
+// control RC: pavgb is (a + b + 1) >> 1, and less the odd bit it rounded up
+// (avg_down) it is (a + b) >> 1. The neighbour is DX bytes to the right (P hf)
+// or the row below (P fh, carried so each row is loaded once).
+template <Pos P, int RC, int DX>
+struct HalfRows16 {
+    const uint8_t* r;
+    intptr_t rs;
+    __m128i below;
+    const __m128i one = _mm_set1_epi8(1);
+
+    __attribute__((always_inline)) HalfRows16(const uint8_t* ref, int32_t step) : r(ref), rs(step) {
+        if constexpr (P == fh) below = load_bytes<16>(r);
+    }
+    __attribute__((always_inline)) __m128i half(__m128i a, __m128i b) const {
+        return RC == 0 ? _mm_avg_epu8(a, b) : avg_down(a, b, one);
+    }
+    // The current row's prediction; then moves to the next row.
+    __attribute__((always_inline)) __m128i row() {
+        const uint8_t* cur = r;
+        r += rs;
+        if constexpr (P == hf) return half(load_bytes<16>(cur), load_bytes<16>(cur + DX));
+        const __m128i next = load_bytes<16>(r), v = half(below, next);
+        below = next;
+        return v;
+    }
+};
+
+// The two half positions from byte averages, widened once for the residual:
+// in 16-bit lanes every row widens both its samples and their neighbours.
+// (The full-sample position has nothing to average; the centre of four
+// measured slower in bytes, its rounding correction costing more than the
+// widening it saves.)
+template <int H, int DX, Pos P, int RC>
+KPLVC_INLINE void mc16_half_body(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_step,
+                                 uint8_t* dst, int32_t dst_step) {
+    HalfRows16<P, RC, DX> pred(ref, ref_step);
+    for (int y = 0; y < H; y += 2) {
+        const __m256i v0 = _mm256_adds_epi16(widen(pred.row()), loadu256(row_at(res, res_step, y)));
+        const __m256i v1 = _mm256_adds_epi16(widen(pred.row()), loadu256(row_at(res, res_step, y + 1)));
+        store_pair(v0, v1, dst, dst_step, y);
+    }
+}
+
 template <int H, int DX, Pos P>
 void mc16(const uint8_t* ref, int32_t ref_step, const int16_t* res, int32_t res_step, uint8_t* dst,
           int32_t dst_step, int32_t rc) {
-    Predictor16<DX, P> pred(ref, ref_step, rc);
-    for (int y = 0; y < H; y += 2) {
-        const __m256i v0 = _mm256_adds_epi16(pred.row(y), loadu256(row_at(res, res_step, y)));
-        const __m256i v1 = _mm256_adds_epi16(pred.row(y + 1), loadu256(row_at(res, res_step, y + 1)));
-        store_pair(v0, v1, dst, dst_step, y);
+    if constexpr (P == fh || P == hf) {
+        if (rc == 0)
+            mc16_half_body<H, DX, P, 0>(ref, ref_step, res, res_step, dst, dst_step);
+        else
+            mc16_half_body<H, DX, P, 1>(ref, ref_step, res, res_step, dst, dst_step);
+    } else {
+        Predictor16<DX, P> pred(ref, ref_step, rc);
+        for (int y = 0; y < H; y += 2) {
+            const __m256i v0 = _mm256_adds_epi16(pred.row(y), loadu256(row_at(res, res_step, y)));
+            const __m256i v1 = _mm256_adds_epi16(pred.row(y + 1), loadu256(row_at(res, res_step, y + 1)));
+            store_pair(v0, v1, dst, dst_step, y);
+        }
     }
 }
 
