@@ -59,7 +59,7 @@ int16_t median3(int a, int b, int c) {
     return static_cast<int16_t>(std::max(std::min(a, b), std::min(std::max(a, b), c)));
 }
 
-enum class Kind { full, sea, sea_plane, mvfast, mvfast_half, mvfast_qpel };
+enum class Kind { full, sea, sea_plane, sea_quarters, mvfast, mvfast_half, mvfast_qpel };
 
 // One pass over the frame: every block searched in raster order, the
 // neighbours' results feeding the predictor (and MVFAST's candidates).
@@ -69,9 +69,9 @@ int64_t search_frame(Size n, const MeKernels& k, std::vector<KplMotionVector>& m
     const Frames& f = frames();
     const int side = block_side(n), bw = kW / side, bh = kH / side;
     const int32_t plane_w = kW + 2 * kRange, plane_step = 2 * plane_w;
-    if (K == Kind::sea_plane)  // the reference's sums over every window: once per frame
-        block_sums(n, k, f.ref_at(-kRange, -kRange), f.ref_step, plane.data(), plane_step, plane_w,
-                   kH + 2 * kRange);
+    if (K == Kind::sea_plane || K == Kind::sea_quarters)  // the reference's sums: once per frame
+        block_sums(K == Kind::sea_quarters ? k8 : n, k, f.ref_at(-kRange, -kRange), f.ref_step, plane.data(),
+                   plane_step, plane_w, kH + 2 * kRange);
     Stats stats;
     for (int by = 0; by < bh; ++by)
         for (int bx = 0; bx < bw; ++bx) {
@@ -93,6 +93,10 @@ int64_t search_frame(Size n, const MeKernels& k, std::vector<KplMotionVector>& m
                 search_full(n, k, src, kW, ref, f.ref_step, setup, &r, &stats);
             } else if constexpr (K == Kind::sea) {
                 search_sea(n, k, src, kW, ref, f.ref_step, nullptr, 0, setup, &r, &stats);
+            } else if constexpr (K == Kind::sea_quarters) {
+                const uint16_t* sums =
+                    plane.data() + static_cast<ptrdiff_t>(by * side + kRange) * plane_w + bx * side + kRange;
+                search_sea(n, k, src, kW, ref, f.ref_step, nullptr, 0, setup, &r, &stats, sums, plane_step);
             } else if constexpr (K == Kind::sea_plane) {
                 const uint16_t* sums =
                     plane.data() + static_cast<ptrdiff_t>(by * side + kRange) * plane_w + bx * side + kRange;
@@ -148,6 +152,7 @@ void register_all() {
     const Search searches[] = {{"full", run<Kind::full>},
                                {"sea", run<Kind::sea>},
                                {"sea_plane", run<Kind::sea_plane>},
+                               {"sea_quarters", run<Kind::sea_quarters>},
                                {"mvfast", run<Kind::mvfast>},
                                {"mvfast_half", run<Kind::mvfast_half>},
                                {"mvfast_qpel", run<Kind::mvfast_qpel>}};
@@ -156,12 +161,16 @@ void register_all() {
             const std::string name = std::string("me/") + s.name + (n == k16 ? "16x16" : "8x8");
             // The eliminating searches change with their filter (a level
             // above the 8x8 SAD's), the others with the SAD kernel.
-            const bool sea = s.fn == run<Kind::sea> || s.fn == run<Kind::sea_plane>;
+            // (Without a plane the 16x16 search bounds by quarters too.)
+            if (s.fn == run<Kind::sea_quarters> && n != k16) continue;
+            const bool quarters = n == k16 && (s.fn == run<Kind::sea> || s.fn == run<Kind::sea_quarters>);
+            const bool sea = quarters || s.fn == run<Kind::sea> || s.fn == run<Kind::sea_plane>;
             per_level<MeKernels>(
                 name, me_kernels_for,
-                [n, sea](const MeKernels& k) {
-                    return sea ? reinterpret_cast<const void*>(k.sea_filter)
-                               : reinterpret_cast<const void*>(k.sad_x4[n]);
+                [n, sea, quarters](const MeKernels& k) {
+                    return quarters ? reinterpret_cast<const void*>(k.sea_filter_quarters)
+                           : sea    ? reinterpret_cast<const void*>(k.sea_filter)
+                                    : reinterpret_cast<const void*>(k.sad_x4[n]);
                 },
                 [n, fn = s.fn](benchmark::State& st, const MeKernels& k) { fn(st, n, k); });
         }

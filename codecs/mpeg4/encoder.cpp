@@ -154,7 +154,7 @@ private:
     std::vector<uint8_t> search_four_;
     std::vector<uint8_t> intra_;
     std::vector<KplMPEG4IntraPred> pred_;
-    std::vector<Kpl16u> sums_;  // block sums of the reference
+    std::vector<Kpl16u> sums_;  // 8x8 block sums of the reference
     // What a trial coding of a macroblock left: its bits, reconstruction and
     // the records later macroblocks predict from.
     struct Trial {
@@ -342,13 +342,13 @@ double Mpeg4Encoder::search_vop() {
         const int y0 = std::max(-range, -edge - by), y1 = std::min(range, opt_.height + edge - side - by);
         return KpliRect{x0, y0, x1 - x0 + 1, y1 - y0 + 1};
     };
-    // The 16x16 block sums of the whole reference, borders included, for
-    // the successive-elimination searches: one plane serves every
-    // macroblock's window.
-    const int sw = cw_ + 2 * kPad - 15, sh = ch_ + 2 * kPad - 15;
+    // The 8x8 block sums of the whole reference, borders included, for the
+    // successive-elimination searches: one plane serves every macroblock's
+    // window, and its sums bound each 16x16 block by its four quarters.
+    const int sw = cw_ + 2 * kPad - 7, sh = ch_ + 2 * kPad - 7;
     sums_.resize(static_cast<size_t>(sw) * sh);
-    kpliBlockSums16x16_8u16u_C1R(ref_.data(0) - kPad - static_cast<intptr_t>(kPad) * ref_.stride(0),
-                                 ref_.stride(0), sums_.data(), 2 * sw, KpliSize{sw, sh});
+    kpliBlockSums8x8_8u16u_C1R(ref_.data(0) - kPad - static_cast<intptr_t>(kPad) * ref_.stride(0),
+                               ref_.stride(0), sums_.data(), 2 * sw, KpliSize{sw, sh});
     double sum = 0;
     for (int my = 0; my < mbh_; ++my)
         for (int mx = 0; mx < mbw_; ++mx) {
@@ -380,10 +380,12 @@ double Mpeg4Encoder::search_vop() {
                 // where objects move across flat areas, the SAD surface has no
                 // slope toward the true vector. Then the exact search of the
                 // window, pruned by the block sums.
-                kpliSearchSEA16x16_8u32s_C1R(
+                // MVFAST's vector goes first: its J starts the pruning.
+                const KplMotionVector start = v;
+                kpliSearchSEAQuarters16x16_8u32s_C1R(
                     cur, ss, ref, rs,
                     sums_.data() + static_cast<intptr_t>(16 * my + kPad) * sw + 16 * mx + kPad, 2 * sw, &s,
-                    &v, &sad);
+                    &start, &v, &sad);
             }
             if (opt_.qpel) {
                 kpliRefineQPel16x16_8u32s_C1R(cur, ss, ref, rs, &s, rounding_, 2, &v, &sad);

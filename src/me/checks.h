@@ -11,14 +11,15 @@ namespace kplvc::me {
 
 // After the null pointers: window size, the steps (current block, reference
 // rows of the window's blocks plus `extra` columns, and the sum plane when
-// `sum` is not null), then the record's values. Sums in int64: a width near
-// INT32_MAX must fail, not overflow.
+// `sum` is not null, window width plus `sum_extra` cells), then the
+// record's values. Sums in int64: a width near INT32_MAX must fail, not
+// overflow.
 inline KplStatus check_search(const KplMESearch& s, int32_t side, int32_t src_step, int32_t ref_step,
-                              const void* sum, int32_t sum_step, int32_t extra = 0) {
+                              const void* sum, int32_t sum_step, int32_t extra = 0, int32_t sum_extra = 0) {
     const KpliRect& w = s.window;
     if (w.width < 1 || w.height < 1) return kplStsSizeErr;
     if (src_step < side || ref_step < int64_t{w.width} + side - 1 + extra) return kplStsStepErr;
-    if (sum != nullptr && sum_step < 2 * int64_t{w.width}) return kplStsStepErr;
+    if (sum != nullptr && sum_step < 2 * (int64_t{w.width} + sum_extra)) return kplStsStepErr;
     if (s.fcode < 1 || s.fcode > 7) return kplStsFcodeErr;
     if (s.quarterSample != 0 && s.quarterSample != 1) return kplStsModeErr;
     if (s.tieRule < KPLVC_ME_TIE_RASTER || s.tieRule > KPLVC_ME_TIE_PRED) return kplStsBadArgErr;

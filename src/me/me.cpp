@@ -49,6 +49,17 @@ int32_t sea_filter_c(const uint16_t* sums, const int32_t* price, int32_t n, int3
     return m;
 }
 
+int32_t sea_filter_quarters_c(const uint16_t* a, const uint16_t* b, const int32_t* sq, const int32_t* price,
+                              int32_t n, int32_t limit, uint16_t* idx) {
+    int32_t m = 0;
+    for (int32_t i = 0; i < n; ++i) {
+        const int32_t gap = std::abs(sq[0] - a[i]) + std::abs(sq[1] - a[i + 8]) + std::abs(sq[2] - b[i]) +
+                            std::abs(sq[3] - b[i + 8]);
+        if (16 * gap + price[i] <= limit) idx[m++] = static_cast<uint16_t>(i);
+    }
+    return m;
+}
+
 // Lengths of the motion codes 0..32 of ISO/IEC 14496-2 Table B-12 (H.263's
 // MVD code), sign bit included; +m and -m have codes of the same length.
 constexpr uint8_t kMotionCodeBits[33] = {1,  3,  4,  5,  7,  8,  8,  8,  10, 10, 10, 11, 11, 11, 11, 11, 11,
@@ -61,6 +72,7 @@ void install_scalar(MeKernels& k) {
     k.row_sums[k8] = row_sums_c<8>;
     k.col_update = col_update_c;
     k.sea_filter = sea_filter_c;
+    k.sea_filter_quarters = sea_filter_quarters_c;
 }
 
 constexpr Upgrade<MeKernels> kCascade[] = {

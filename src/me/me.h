@@ -39,11 +39,20 @@ using RowSumsFn = void (*)(const uint16_t* col, uint16_t* dst, int32_t n);
 using SeaFilterFn = int32_t (*)(const uint16_t* sums, const int32_t* price, int32_t n, int32_t sc,
                                 int32_t limit, uint16_t* idx);
 
+// The filter with the bound of a 16x16 block's four 8x8 quarters: every
+// i < n (n <= 2048) with 16 (|sq[0] - a[i]| + |sq[1] - a[i + 8]| +
+// |sq[2] - b[i]| + |sq[3] - b[i + 8]|) + price[i] <= limit, a and b rows of
+// n + 8 quarter sums (window rows j and j + 8), sq[] in 0..65535; every term
+// fits int32.
+using SeaFilterQuartersFn = int32_t (*)(const uint16_t* a, const uint16_t* b, const int32_t* sq,
+                                        const int32_t* price, int32_t n, int32_t limit, uint16_t* idx);
+
 struct MeKernels {
     SadX4Fn sad_x4[kSizes];
     RowSumsFn row_sums[kSizes];
     ColUpdateFn col_update;
     SeaFilterFn sea_filter;
+    SeaFilterQuartersFn sea_filter_quarters;
 };
 
 MeKernels me_kernels_for(cpu::Isa isa);
@@ -76,9 +85,13 @@ struct Stats {
 
 void search_full(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, const uint8_t* ref, int32_t rs,
                  const Setup& s, Result* out, Stats* stats);
-// sum/sum_step: a sum plane at the co-located block, or null.
+// sum/sum_step: a sum plane at the co-located block, or null; sum8/sum8_step
+// (16x16 blocks only): a plane of 8x8 sums there, or null; start: a vector
+// to try first with the predictor and zero, or null.
 void search_sea(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, const uint8_t* ref, int32_t rs,
-                const uint16_t* sum, int32_t sum_step, const Setup& s, Result* out, Stats* stats);
+                const uint16_t* sum, int32_t sum_step, const Setup& s, Result* out, Stats* stats,
+                const uint16_t* sum8 = nullptr, int32_t sum8_step = 0,
+                const KplMotionVector* start = nullptr);
 void search_mvfast(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, const uint8_t* ref, int32_t rs,
                    const Setup& s, const KplMVFAST& p, Result* out, Stats* stats);
 // out holds the centre on entry and the result on return. The positions are

@@ -95,7 +95,8 @@ void search_full(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, con
 }
 
 void search_sea(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, const uint8_t* ref, int32_t rs,
-                const uint16_t* sum, int32_t sum_step, const Setup& s, Result* out, Stats* stats) {
+                const uint16_t* sum, int32_t sum_step, const Setup& s, Result* out, Stats* stats,
+                const uint16_t* sum8, int32_t sum8_step, const KplMotionVector* start) {
     const int side = block_side(n);
     const BitsTable bits(s);
     const int32_t unit = 1 << s.shift;
@@ -107,19 +108,25 @@ void search_sea(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, cons
     Best best;
     int64_t sads = 0;
 
-    // The predictor and the zero vector first: a good early J makes the
-    // bound bite from the first row on.
+    // The predictor, the zero vector and the caller's start (when given)
+    // first: a good early J makes the bound bite from the first row on.
     const int32_t ip = clamp_to(to_full(s.px, s.shift), s.x0, s.x0 + s.w - 1) - s.x0;
     const int32_t jp = clamp_to(to_full(s.py, s.shift), s.y0, s.y0 + s.h - 1) - s.y0;
     const int32_t iz = clamp_to(0, s.x0, s.x0 + s.w - 1) - s.x0;
     const int32_t jz = clamp_to(0, s.y0, s.y0 + s.h - 1) - s.y0;
+    const int32_t is = start ? clamp_to(to_full(start->dx, s.shift), s.x0, s.x0 + s.w - 1) - s.x0 : iz;
+    const int32_t js = start ? clamp_to(to_full(start->dy, s.shift), s.y0, s.y0 + s.h - 1) - s.y0 : jz;
+    const auto first = [&](int32_t i, int32_t j) {
+        return (i == ip && j == jp) || (i == iz && j == jz) || (i == is && j == js);
+    };
     {
-        const uint8_t* r[4] = {at(ip, jp), at(iz, jz), at(iz, jz), at(iz, jz)};
+        const uint8_t* r[4] = {at(ip, jp), at(iz, jz), at(is, js), at(iz, jz)};
         int32_t sad[4];
         k.sad_x4[n](src, ss, r, rs, sad);
         best.offer(s, (s.x0 + ip) * unit, (s.y0 + jp) * unit, price(ip, jp, sad[0]), sad[0]);
         best.offer(s, (s.x0 + iz) * unit, (s.y0 + jz) * unit, price(iz, jz, sad[1]), sad[1]);
-        sads += (ip == iz && jp == jz) ? 1 : 2;
+        best.offer(s, (s.x0 + is) * unit, (s.y0 + js) * unit, price(is, js, sad[2]), sad[2]);
+        sads += 1 + !(ip == iz && jp == jz) + !((is == ip && js == jp) || (is == iz && js == jz));
     }
 
     // Candidates that survive the bound wait in fours for one SAD call; the
@@ -141,35 +148,72 @@ void search_sea(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, cons
     alignas(32) int32_t xprice[kMaxWindow];
     for (int32_t i = 0; i < s.w; ++i) xprice[i] = s.lambda * bits.x[i];
     alignas(32) uint16_t sums[kMaxWindow], idx[kMaxWindow];
+    // A 16x16 block's four 8x8 quarters bound its SAD more tightly: the sum
+    // of |Sc(q) - S(v, q)| over the quarters is still at most SAD(v), and at
+    // least the whole block's |Sc - S(v)|. Texture, where the block sums of
+    // nearby displacements hardly differ, is where this pays. The quarters
+    // are used when their sums come from a plane, or when the call computes
+    // its own sums anyway (in place of the 16x16 ones, which they make
+    // redundant); with only a 16x16 plane, computing them here would cost
+    // what they save.
+    const bool quarters = n == k16 && (sum == nullptr || sum8 != nullptr);
+    int32_t sq[4] = {};
     RollingSums rolling;
-    if (sum == nullptr) rolling.start(k, n, at(0, 0), rs, s.w + side - 1);
-    // Plane rows are read through bytes: an odd step leaves them unaligned.
-    const uint8_t* plane = reinterpret_cast<const uint8_t*>(sum);
+    // The quarter sums of window rows j and j + 8 are needed together: when
+    // computed here, a ring of nine rows of them rolls down with the window.
+    alignas(32) uint16_t ring[9][kMaxWindow + 8];
+    if (quarters) {
+        for (int q = 0; q < 4; ++q) sq[q] = block_sum(row_at(src, ss, 8 * (q >> 1)) + 8 * (q & 1), ss, 8);
+        if (sum8 == nullptr) {
+            rolling.start(k, k8, at(0, 0), rs, s.w + 15);
+            for (int32_t r = 0; r < 8; ++r) rolling.row(r, ring[r], s.w + 8);
+        }
+    } else if (sum == nullptr) {
+        rolling.start(k, n, at(0, 0), rs, s.w + side - 1);
+    }
+    // Plane rows are read through bytes: an odd step leaves every other
+    // row's cells unaligned, and those are copied.
+    const auto plane_row = [&](const uint16_t* plane, int32_t step, int32_t j, int32_t cells,
+                               uint16_t* copy) {
+        const uint8_t* p = row_at(reinterpret_cast<const uint8_t*>(plane), step, s.y0 + j) + 2 * s.x0;
+        if (reinterpret_cast<uintptr_t>(p) % alignof(uint16_t) == 0)
+            return reinterpret_cast<const uint16_t*>(p);
+        std::memcpy(copy, p, sizeof(uint16_t) * static_cast<size_t>(cells));
+        return static_cast<const uint16_t*>(copy);
+    };
     for (int32_t j = 0; j < s.h; ++j) {
-        // A plane row whose cells are aligned is read in place; an odd step
-        // leaves every other row's cells unaligned, and those are copied.
         const uint16_t* row = sums;
-        if (sum == nullptr) {
+        const uint16_t *qa = nullptr, *qb = nullptr;
+        if (quarters) {
+            if (sum8 != nullptr) {
+                qa = plane_row(sum8, sum8_step, j, s.w + 8, ring[0]);
+                qb = plane_row(sum8, sum8_step, j + 8, s.w + 8, ring[1]);
+            } else {
+                rolling.row(j + 8, ring[(j + 8) % 9], s.w + 8);
+                qa = ring[j % 9];
+                qb = ring[(j + 8) % 9];
+            }
+        } else if (sum == nullptr) {
             rolling.row(j, sums, s.w);
         } else {
-            const uint8_t* at_row = row_at(plane, sum_step, s.y0 + j) + 2 * s.x0;
-            if (reinterpret_cast<uintptr_t>(at_row) % alignof(uint16_t) == 0)
-                row = reinterpret_cast<const uint16_t*>(at_row);
-            else
-                std::memcpy(sums, at_row, sizeof(uint16_t) * static_cast<size_t>(s.w));
+            row = plane_row(sum, sum_step, j, s.w, sums);
         }
         const int32_t base = s.lambda * bits.y[j];
         const int32_t vy = (s.y0 + j) * unit;
         // The filter passes every displacement whose bound is at most the
         // best J at the row's start; the best only falls along the row, so
         // each survivor is tested again against the best of the moment.
-        const int32_t m = k.sea_filter(row, xprice, s.w, sc, best.j - base, idx);
+        const int32_t m = quarters ? k.sea_filter_quarters(qa, qb, sq, xprice, s.w, best.j - base, idx)
+                                   : k.sea_filter(row, xprice, s.w, sc, best.j - base, idx);
         for (int32_t t = 0; t < m; ++t) {
             const int32_t i = idx[t];
-            const int32_t bound = 16 * std::abs(sc - row[i]) + base + xprice[i];
+            const int32_t gap = quarters ? std::abs(sq[0] - qa[i]) + std::abs(sq[1] - qa[i + 8]) +
+                                               std::abs(sq[2] - qb[i]) + std::abs(sq[3] - qb[i + 8])
+                                         : std::abs(sc - row[i]);
+            const int32_t bound = 16 * gap + base + xprice[i];
             if (bound > best.j) continue;
             if (bound == best.j && tie_key(s, (s.x0 + i) * unit, vy) >= best.key) continue;
-            if ((i == ip && j == jp) || (i == iz && j == jz)) continue;
+            if (first(i, j)) continue;
             pi[np] = i;
             pj[np] = j;
             if (++np == 4) flush();
@@ -241,6 +285,23 @@ KplStatus sea_entry(Size n, const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef
     return kplStsNoErr;
 }
 
+// The 16x16 search with a plane of the reference's 8x8 sums, which must
+// reach eight positions right of and below the window.
+KplStatus sea_quarters_entry(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef, Kpl32s refStep,
+                             const Kpl16u* pRefSum8, Kpl32s refSum8Step, const KplMESearch* pSearch,
+                             const KplMotionVector* pStart, KplMotionVector* pMV, Kpl32s* pSAD) {
+    if (pSrc == nullptr || pRef == nullptr || pSearch == nullptr || pMV == nullptr || pSAD == nullptr)
+        return kplStsNullPtrErr;
+    if (const KplStatus st = check_search(*pSearch, 16, srcStep, refStep, pRefSum8, refSum8Step, 0, 8);
+        st != kplStsNoErr)
+        return st;
+    Result r;
+    search_sea(k16, me_kernels(), pSrc, srcStep, pRef, refStep, nullptr, 0, make_setup(*pSearch), &r, nullptr,
+               pRefSum8, refSum8Step, pStart);
+    write_result(r, pMV, pSAD);
+    return kplStsNoErr;
+}
+
 }  // namespace
 
 extern "C" {
@@ -272,6 +333,15 @@ KPLVC_API KplStatus kpliSearchSEA16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcSt
                                                  const KplMESearch* pSearch, KplMotionVector* pMV,
                                                  Kpl32s* pSAD) {
     return sea_entry(k16, pSrc, srcStep, pRef, refStep, pRefSum, refSumStep, pSearch, pMV, pSAD);
+}
+
+KPLVC_API KplStatus kpliSearchSEAQuarters16x16_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,
+                                                         Kpl32s refStep, const Kpl16u* pRefSum8,
+                                                         Kpl32s refSum8Step, const KplMESearch* pSearch,
+                                                         const KplMotionVector* pStart, KplMotionVector* pMV,
+                                                         Kpl32s* pSAD) {
+    return sea_quarters_entry(pSrc, srcStep, pRef, refStep, pRefSum8, refSum8Step, pSearch, pStart, pMV,
+                              pSAD);
 }
 
 KPLVC_API KplStatus kpliSearchSEA8x8_8u32s_C1R(const Kpl8u* pSrc, Kpl32s srcStep, const Kpl8u* pRef,

@@ -106,6 +106,15 @@ TEST(MeArgs, Searches) {
                                             fails(5, 9, kplStsStepErr)};
         b.p.check("SEA", sea, {b.cur, n, b.ref, b.step, b.sums, 10, good, mv, sad},
                   b.list({null(0), null(2), null(6), null(7), null(8)}, 6, sea_steps));
+        if (n == 16) {
+            // The 8x8 sums reach 8 cells past the window: 13 x 13 of them.
+            const Kpl16u* sums8 = b.p.take<Kpl16u>(13 * 13) + 2 * 13 + 2;
+            const std::vector<Arg> q_steps = {fails(1, 15, kplStsStepErr), fails(3, 19, kplStsStepErr),
+                                              fails(5, 25, kplStsStepErr), passes(5, 26)};
+            b.p.check("SEA quarters", kpliSearchSEAQuarters16x16_8u32s_C1R,
+                      {b.cur, n, b.ref, b.step, sums8, 26, good, mv, mv, sad},
+                      b.list({null(0), null(2), null(6), null(8), null(9)}, 6, q_steps));
+        }
 
         const auto fast = n == 16 ? kpliSearchMVFAST16x16_8u32s_C1R : kpliSearchMVFAST8x8_8u32s_C1R;
         const KplMVFAST ok{{{4, 2}, {0, 0}, {-6, 2}}, 7, 1, 2, 256};

@@ -106,3 +106,39 @@ TEST(MeKernels, SeaFilter) {
             return [=](auto fn, Arena& x) { return fn(x[sums], x[price], n, sc, limit, x[idx]); };
         });
 }
+
+// The quarters' filter: quarter sums around the current ones (many lanes at
+// the limit), any 16-bit values now and then (gaps past 16 bits), and the
+// largest sums of a real plane.
+TEST(MeKernels, SeaFilterQuarters) {
+    check_variants(
+        kplvc::me::me_kernels_for, &MeKernels::sea_filter_quarters, "me sea_filter_quarters", 3000,
+        [](Arena& a, Rng& rng, int i) {
+            const int n = length(rng, i);
+            const size_t cells = static_cast<size_t>(n) + 8;
+            auto qa = a.in<uint16_t>(cells, 2, i & 1 ? Edge::end : Edge::none);
+            auto qb = a.in<uint16_t>(cells, 2, i & 2 ? Edge::end : Edge::none);
+            auto sq = a.in<int32_t>(4, 4);
+            auto price = a.in<int32_t>(static_cast<size_t>(n), 4);
+            auto idx = a.out<uint16_t>(static_cast<size_t>(n));
+            const bool wild = i % 7 == 0;
+            for (int q = 0; q < 4; ++q)
+                a[sq][q] = wild ? rng.range(0, 65535) : i % 5 == 0 ? 16320 : rng.range(0, 16320);
+            const int lambda = i % 3 == 0 ? 0 : rng.range(0, 65535);
+            for (size_t k = 0; k < cells; ++k) {
+                const auto near = [&](int q) {
+                    return static_cast<uint16_t>(wild ? rng.range(0, 65535)
+                                                      : std::clamp(a[sq][q] + rng.range(-80, 80), 0, 16320));
+                };
+                a[qa][k] = near(k & 1);
+                a[qb][k] = near(2 + (k & 1));
+            }
+            for (int k = 0; k < n; ++k) a[price][k] = lambda * rng.range(1, 19);
+            const int k = rng.range(0, n - 1);
+            const int32_t gap = std::abs(a[sq][0] - a[qa][k]) + std::abs(a[sq][1] - a[qa][k + 8]) +
+                                std::abs(a[sq][2] - a[qb][k]) + std::abs(a[sq][3] - a[qb][k + 8]);
+            const int32_t limit = i % 11 == 0 ? -1 : 16 * gap + a[price][k] + rng.range(-2, 2);
+            a.note("n ", n, ", limit ", limit);
+            return [=](auto fn, Arena& x) { return fn(x[qa], x[qb], x[sq], x[price], n, limit, x[idx]); };
+        });
+}

@@ -28,7 +28,7 @@ const std::vector<uint8_t>& frames() {
 }  // namespace
 
 std::string content_name(Content c) {
-    static const char* const names[] = {"noise", "flat", "steps", "real", "shifted", "extreme"};
+    static const char* const names[] = {"noise", "flat", "steps", "real", "shifted", "extreme", "lifted"};
     return names[static_cast<int>(c)];
 }
 
@@ -101,6 +101,28 @@ Scene make_scene(int n, const KpliRect& w, Content c, Place place, Rng& rng, int
                 const int v = area[(dy - s.ay + y) * s.ref_step + dx - s.ax + x] + rng.range(-2, 2);
                 return std::clamp(v, 0, 255);
             });
+            break;
+        }
+        case Content::lifted: {
+            // A reference block at the window's left or right edge with each
+            // 8x8 quarter of the current block raised or lowered by its own
+            // constant: there the quarters' bound equals the SAD. The block
+            // at the zero vector, searched first, is a copy one sample
+            // further off, so the winner is met with the best J just above
+            // its own: a bound a little too high drops it.
+            for (size_t i = 0; i < rb; ++i) area[i] = static_cast<uint8_t>(rng.range(40, 215));
+            const int dx = rng.range(0, 1) ? w.x : w.x + w.width - 1, dy = rng.range(w.y, w.y + w.height - 1);
+            int lift[4];
+            for (int& l : lift) l = rng.range(-30, 30);
+            const auto ref = [&](int x, int y) -> uint8_t& {
+                return area[(y - s.ay) * s.ref_step + x - s.ax];
+            };
+            fill_cur([&](int x, int y) { return ref(dx + x, dy + y) + lift[(y >= 8) * 2 + (x >= 8)]; });
+            if (std::abs(dx) >= n) {
+                for (int y = 0; y < n; ++y)
+                    for (int x = 0; x < n; ++x) ref(x, y) = ref(dx + x, dy + y);
+                ref(0, 0) = static_cast<uint8_t>(ref(0, 0) + (lift[0] > 0 ? -1 : 1));
+            }
             break;
         }
     }

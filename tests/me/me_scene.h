@@ -13,7 +13,7 @@
 
 namespace kplvc::test::me {
 
-enum class Content { noise, flat, steps, real, shifted, extreme };
+enum class Content { noise, flat, steps, real, shifted, extreme, lifted };
 // Where the reference buffer sits: inside a heap block, or flush against an
 // unmapped page after (end) or before (start) it, so that a read beyond the
 // window's blocks (plus `extra` columns and rows) faults.

@@ -53,6 +53,10 @@ const SearchCase kSearchCases[] = {
     {"one column", 16, {0, -10, 1, 20}, {0, 0}, 0, 1, 0, Content::shifted, Place::start},
     {"one position", 8, {-16, 15, 1, 1}, {0, 0}, 0, 1, 0, Content::noise, Place::end},
     {"lambda at its limit", 8, {-6, -6, 13, 13}, {-3, 8}, 65535, 1, 0, Content::extreme, Place::heap},
+    {"lifted quarters", 16, {-20, -7, 41, 15}, {0, 0}, 0, 2, 0, Content::lifted, Place::end},
+    {"lifted quarters, one row", 16, {-18, 0, 37, 1}, {0, 0}, 0, 2, 0, Content::lifted, Place::heap},
+    {"lifted quarters priced", 16, {-17, -4, 35, 9}, {-5, 3}, 2, 2, 0, Content::lifted, Place::start},
+    {"lifted 8", 8, {-9, -6, 19, 13}, {0, 0}, 0, 1, 0, Content::lifted, Place::start},
     {"wide window fcode 3", 16, {-64, -10, 128, 20}, {-40, 12}, 4, 3, 0, Content::noise, Place::heap},
 };
 
@@ -96,6 +100,37 @@ TEST(MeSearch, FullAndSeaEqualTheModel) {
             ASSERT_EQ(sea(s.cur, s.cur_step, s.ref, s.ref_step, at00, plane_step, &p, &mv, &sad),
                       kplStsNoErr);
             EXPECT_EQ(found(mv, sad), want) << "SEA, sum plane, " << what;
+
+            if (c.n != 16) continue;
+            // The bound of the four quarters, with their sums computed by the
+            // call and from a plane of 8x8 sums (odd step again).
+            const auto quarters = kpliSearchSEAQuarters16x16_8u32s_C1R;
+            ASSERT_EQ(quarters(s.cur, s.cur_step, s.ref, s.ref_step, nullptr, 0, &p, nullptr, &mv, &sad),
+                      kplStsNoErr);
+            EXPECT_EQ(found(mv, sad), want) << "SEA quarters, sums of the window, " << what;
+            // A start at the answer (the best J at once: every tie decided by
+            // the bound's tie test) and one anywhere, out of the window too.
+            const KplMotionVector at_answer{static_cast<Kpl16s>(want.vx), static_cast<Kpl16s>(want.vy)};
+            const KplMotionVector anywhere{static_cast<Kpl16s>(rng.range(-70, 70)),
+                                           static_cast<Kpl16s>(rng.range(-70, 70))};
+            for (const KplMotionVector& start : {at_answer, anywhere}) {
+                ASSERT_EQ(quarters(s.cur, s.cur_step, s.ref, s.ref_step, nullptr, 0, &p, &start, &mv, &sad),
+                          kplStsNoErr);
+                EXPECT_EQ(found(mv, sad), want)
+                    << "SEA quarters from (" << start.dx << ", " << start.dy << "), " << what;
+            }
+            const int qw = s.aw - 7, qh = s.ah - 7;
+            const int32_t q_step = 2 * qw + 5;
+            std::vector<uint8_t> q_plane(static_cast<size_t>(q_step) * qh + 2);
+            ASSERT_EQ(
+                kpliBlockSums8x8_8u16u_C1R(s.area, s.ref_step, reinterpret_cast<Kpl16u*>(q_plane.data() + 1),
+                                           q_step, KpliSize{qw, qh}),
+                kplStsNoErr);
+            const auto* q00 =
+                reinterpret_cast<const Kpl16u*>(q_plane.data() + 1 + (-s.ay) * q_step + 2 * (-s.ax));
+            ASSERT_EQ(quarters(s.cur, s.cur_step, s.ref, s.ref_step, q00, q_step, &p, nullptr, &mv, &sad),
+                      kplStsNoErr);
+            EXPECT_EQ(found(mv, sad), want) << "SEA quarters, sum plane, " << what;
         }
     }
 }

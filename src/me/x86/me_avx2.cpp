@@ -4,6 +4,8 @@
 // SSE2 kernel: a row is half a 128-bit lane already.
 #include <immintrin.h>
 
+#include <cstdlib>
+
 #include "core/arith.h"
 #include "me/me.h"
 
@@ -83,6 +85,53 @@ int32_t sea_filter(const uint16_t* sums, const int32_t* price, int32_t n, int32_
     return m;
 }
 
+// The quarters' filter: |x - y| of 16-bit lanes exactly as the OR of both
+// saturated differences, the four summed in 32-bit lanes (garbage sums may
+// reach 4 * 65535).
+int32_t sea_filter_quarters(const uint16_t* a, const uint16_t* b, const int32_t* sq, const int32_t* price,
+                            int32_t n, int32_t limit, uint16_t* idx) {
+    const __m256i lim = _mm256_set1_epi32(limit);
+    __m256i s[4];
+    for (int q = 0; q < 4; ++q) s[q] = _mm256_set1_epi16(static_cast<int16_t>(static_cast<uint16_t>(sq[q])));
+    const auto absd = [](__m256i x, __m256i y) {
+        return _mm256_or_si256(_mm256_subs_epu16(x, y), _mm256_subs_epu16(y, x));
+    };
+    const auto lo = [](__m256i x) { return _mm256_cvtepu16_epi32(_mm256_castsi256_si128(x)); };
+    const auto hi = [](__m256i x) { return _mm256_cvtepu16_epi32(_mm256_extracti128_si256(x, 1)); };
+    const auto fails = [&](__m256i gap, int32_t i) {
+        const __m256i v = _mm256_add_epi32(_mm256_slli_epi32(gap, 4), ld32(price + i));
+        return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpgt_epi32(v, lim))));
+    };
+    // Sixteen displacements from i: bit k set when i + k passes.
+    const auto passes = [&](int32_t i) {
+        const __m256i d0 = absd(ld32(a + i), s[0]), d1 = absd(ld32(a + i + 8), s[1]);
+        const __m256i d2 = absd(ld32(b + i), s[2]), d3 = absd(ld32(b + i + 8), s[3]);
+        const __m256i g0 =
+            _mm256_add_epi32(_mm256_add_epi32(lo(d0), lo(d1)), _mm256_add_epi32(lo(d2), lo(d3)));
+        const __m256i g1 =
+            _mm256_add_epi32(_mm256_add_epi32(hi(d0), hi(d1)), _mm256_add_epi32(hi(d2), hi(d3)));
+        return ~(fails(g0, i) | fails(g1, i + 8) << 8) & 0xFFFFu;
+    };
+    int32_t m = 0, i = 0;
+    for (; i + 16 <= n; i += 16)
+        for (unsigned pass = passes(i); pass != 0; pass &= pass - 1)
+            idx[m++] = static_cast<uint16_t>(i + __builtin_ctz(pass));
+    if (i < n && n >= 16) {
+        // The last sixteen, less those already done (windows are often 31
+        // wide: the rest is most of the row).
+        const int32_t at = n - 16;
+        for (unsigned pass = passes(at) & ~((1u << (i - at)) - 1); pass != 0; pass &= pass - 1)
+            idx[m++] = static_cast<uint16_t>(at + __builtin_ctz(pass));
+        i = n;
+    }
+    for (; i < n; ++i) {
+        const int32_t gap = std::abs(sq[0] - a[i]) + std::abs(sq[1] - a[i + 8]) + std::abs(sq[2] - b[i]) +
+                            std::abs(sq[3] - b[i + 8]);
+        if (16 * gap + price[i] <= limit) idx[m++] = static_cast<uint16_t>(i);
+    }
+    return m;
+}
+
 }  // namespace
 
 void upgrade_me(MeKernels& k) {
@@ -91,6 +140,7 @@ void upgrade_me(MeKernels& k) {
     k.row_sums[k8] = row_sums<8>;
     k.col_update = col_update;
     k.sea_filter = sea_filter;
+    k.sea_filter_quarters = sea_filter_quarters;
 }
 
 }  // namespace kplvc::me::x86::avx2
