@@ -13,6 +13,34 @@ namespace {
 // A zero residual for the motion-compensation kernels, rows 32 bytes apart.
 constexpr int16_t kZeroResidual[16 * 16] = {};
 
+// Up to nine predictions of the positions around a vector, with their
+// vectors in the units the search's cost counts.
+struct Candidates {
+    alignas(32) uint8_t pred[9][16 * 16];
+    int32_t vx[9], vy[9], cnt = 0;
+};
+
+// Prices every candidate (16 x SAD + lambda x the vector's bits, SADs four
+// at a time) and leaves the cheapest in *out, ties to the earlier one.
+void price(Size n, const MeKernels& k, const uint8_t* src, int32_t ss, const Setup& s, const Candidates& c,
+           Result* out, Stats* stats) {
+    Best best;
+    for (int b = 0; b < c.cnt; b += 4) {
+        const int m = c.cnt - b < 4 ? c.cnt - b : 4;
+        const uint8_t* r[4];
+        for (int q = 0; q < 4; ++q) r[q] = c.pred[b + (q < m ? q : 0)];
+        int32_t sad[4];
+        k.sad_x4[n](src, ss, r, block_side(n), sad);
+        for (int q = 0; q < m; ++q) {
+            const int i = b + q;
+            best.offer(s, c.vx[i], c.vy[i], 16 * sad[q] + s.lambda * vector_bits(s, c.vx[i], c.vy[i]),
+                       sad[q]);
+        }
+    }
+    if (stats != nullptr) stats->sads += c.cnt;
+    *out = Result{best.vx, best.vy, best.sad};
+}
+
 }  // namespace
 
 // Positions x .. with floor(x / 2) the integer part and x & 1 the half flag;
@@ -23,34 +51,20 @@ void refine_half(Size n, const MeKernels& k, const mc::McKernels& mc, const uint
     const int side = block_side(n);
     const int32_t cx = out->vx, cy = out->vy;
     const int32_t xlo = 2 * s.x0, xhi = 2 * (s.x0 + s.w - 1), ylo = 2 * s.y0, yhi = 2 * (s.y0 + s.h - 1);
-    alignas(32) uint8_t pred[9][16 * 16];
-    int32_t vx[9], vy[9], cnt = 0;
+    Candidates c;
     for (int dy = -1; dy <= 1; ++dy) {
         for (int dx = -1; dx <= 1; ++dx) {
             const int32_t x = cx + dx, y = cy + dy;
             if (x < xlo || x > xhi || y < ylo || y > yhi) continue;
             const int pos = (y & 1) | (x & 1) << 1;  // fh vertical, hf horizontal
             mc.single[n == k16 ? mc::s16x16 : mc::s8x8][pos](row_at(ref, rs, y >> 1) + (x >> 1), rs,
-                                                             kZeroResidual, 32, pred[cnt], side, rc);
-            vx[cnt] = x;
-            vy[cnt] = y;
-            ++cnt;
+                                                             kZeroResidual, 32, c.pred[c.cnt], side, rc);
+            c.vx[c.cnt] = x;
+            c.vy[c.cnt] = y;
+            ++c.cnt;
         }
     }
-    Best best;
-    for (int b = 0; b < cnt; b += 4) {
-        const int m = cnt - b < 4 ? cnt - b : 4;
-        const uint8_t* r[4];
-        for (int q = 0; q < 4; ++q) r[q] = pred[b + (q < m ? q : 0)];
-        int32_t sad[4];
-        k.sad_x4[n](src, ss, r, side, sad);
-        for (int q = 0; q < m; ++q) {
-            const int i = b + q;
-            best.offer(s, vx[i], vy[i], 16 * sad[q] + s.lambda * vector_bits(s, vx[i], vy[i]), sad[q]);
-        }
-    }
-    if (stats != nullptr) stats->sads += cnt;
-    *out = Result{best.vx, best.vy, best.sad};
+    price(n, k, src, ss, s, c, out, stats);
 }
 
 // As refine_half with the quarter-sample filter: positions centre +
@@ -65,32 +79,19 @@ void refine_qpel(Size n, const MeKernels& k, const mpeg4::QpelKernels& q, const 
     const mpeg4::QpelSize qs = n == k16 ? mpeg4::q16x16 : mpeg4::q8x8;
     const int32_t cx = out->vx, cy = out->vy;
     const int32_t xlo = 4 * s.x0, xhi = 4 * (s.x0 + s.w - 1), ylo = 4 * s.y0, yhi = 4 * (s.y0 + s.h - 1);
-    alignas(32) uint8_t pred[9][16 * 16];
-    int32_t vx[9], vy[9], cnt = 0;
+    Candidates c;
     for (int dy = -1; dy <= 1; ++dy) {
         for (int dx = -1; dx <= 1; ++dx) {
             const int32_t x = cx + step * dx, y = cy + step * dy;
             if (x < xlo || x > xhi || y < ylo || y > yhi) continue;
-            q.put[qs][(x & 3) | (y & 3) << 2](row_at(ref, rs, y >> 2) + (x >> 2), rs, pred[cnt], side, rc);
-            vx[cnt] = x;
-            vy[cnt] = y;
-            ++cnt;
+            q.put[qs][(x & 3) | (y & 3) << 2](row_at(ref, rs, y >> 2) + (x >> 2), rs, c.pred[c.cnt], side,
+                                              rc);
+            c.vx[c.cnt] = x;
+            c.vy[c.cnt] = y;
+            ++c.cnt;
         }
     }
-    Best best;
-    for (int b = 0; b < cnt; b += 4) {
-        const int m = cnt - b < 4 ? cnt - b : 4;
-        const uint8_t* r[4];
-        for (int i = 0; i < 4; ++i) r[i] = pred[b + (i < m ? i : 0)];
-        int32_t sad[4];
-        k.sad_x4[n](src, ss, r, side, sad);
-        for (int i = 0; i < m; ++i) {
-            const int c = b + i;
-            best.offer(s, vx[c], vy[c], 16 * sad[i] + s.lambda * vector_bits(s, vx[c], vy[c]), sad[i]);
-        }
-    }
-    if (stats != nullptr) stats->sads += cnt;
-    *out = Result{best.vx, best.vy, best.sad};
+    price(n, k, src, ss, s, c, out, stats);
 }
 
 }  // namespace kplvc::me
